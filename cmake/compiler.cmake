@@ -1,0 +1,49 @@
+# The flags of every target, in two interface libraries: norv_flags for all code, norv_executable_flags for the one
+# executable that ships.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS ON)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g")
+set(CMAKE_C_FLAGS_DEBUG "-O1 -g")
+
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
+endif()
+
+add_library(norv_flags INTERFACE)
+target_compile_options(norv_flags INTERFACE
+  -Wall -Wextra -Wshadow -Wconversion -Werror -ffunction-sections -fdata-sections -fstack-protector-strong
+  -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+target_link_options(norv_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)
+
+add_library(norv_executable_flags INTERFACE)
+target_link_options(norv_executable_flags INTERFACE -pie)
+
+if(NORV_SANITIZE)
+  target_compile_options(norv_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                                              -fno-omit-frame-pointer)
+  target_link_options(norv_flags INTERFACE -fsanitize=address,undefined)
+  # The runtime goes into each executable, so that a preloaded library may stand before it. clang does so by itself.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    target_link_options(norv_flags INTERFACE $<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>>:-static-libasan>)
+  endif()
+else()
+  target_compile_options(norv_flags INTERFACE $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=3>)
+  target_link_options(norv_executable_flags INTERFACE -static-libstdc++ -static-libgcc)
+  if(CMAKE_BUILD_TYPE STREQUAL Release)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+      # Fat objects keep the test programs out of link-time optimisation: they link the machine code.
+      target_compile_options(norv_flags INTERFACE -flto=auto -ffat-lto-objects)
+      target_link_options(norv_executable_flags INTERFACE -flto=auto -O2)
+    endif()
+  endif()
+endif()

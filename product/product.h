@@ -1,0 +1,65 @@
+// What a deployment supplies: model names, device ids, fixed words. These are neutral example values; a deployment
+// points the build at a header of its own with -DNORV_PRODUCT_DIR=<folder>, which must define every name below.
+// Nothing else in the tree holds such a value.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// `unique` of the one platform with fixed built-in storage, also called the high-density series.
+inline constexpr char kProductHdSeriesUnique[] = "norv_x86_hd60";
+
+// Models whose M.2 adapter is card 0.
+inline constexpr const char *kProductM2Card0Models[] = {
+    "NS0801", "NS0802", "NS0803", "NS0804", "NS0805", "NS0806", "NS0807", "NS0808",
+};
+// Models whose M.2 adapter is card 1 or 2.
+inline constexpr const char *kProductM2Card12Models[] = {"NS0201", "NS0202"};
+// The model with onboard M.2 slots on ports 5 and 6.
+inline constexpr char kProductOnboardM2Model[] = "NS0702";
+
+// The expansion unit whose disk letters run backwards.
+inline constexpr char kProductReversedExpansionUnit[] = "NX4R";
+
+// Adapter cards that carry M.2 slots or network ports, told apart by the PCI bridge on them. The order counts: the
+// first row that matches names the card.
+struct ProductAdapterCard {
+    int card_id;
+    int disk_levels; // bridges to climb from an nvc or sata device; -1: none
+    int nvme_levels; // the same from an NVMe controller
+    int eth_levels;  // the same from a network port
+    uint16_t vendor, device, subsystem_vendor, subsystem_device; // a subsystem vendor of 0: not looked at
+    struct {                                                     // one more test on a configuration byte; mask 0: none
+        uint8_t offset, mask, shift, value;
+    } config;
+};
+inline constexpr ProductAdapterCard kProductAdapterCards[] = {
+    {0, 5, 2, -1, 0x1b4b, 0x9235, 0x1b4b, 0x1001, {0, 0, 0, 0}},
+    {1, 5, 3, 2, 0x10b5, 0x8717, 0x1b4b, 0x1002, {0, 0, 0, 0}},
+    {2, 5, 3, 2, 0x10b5, 0x8717, 0x1b4b, 0x1003, {0, 0, 0, 0}},
+    {3, -1, 3, 2, 0x12d8, 0x2608, 0, 0, {0x40, 0xff, 0, 0x03}},
+    {5, -1, 2, 1, 0x1d6a, 0x07b1, 0, 0, {0x44, 0xf0, 4, 0x05}},
+};
+
+// Models of the special case in the test whether a disk's system can be recovered.
+inline constexpr const char *kProductRecoverableModels[] = {
+    "NSR01", "NSR02", "NSR03", "NSR04", "NSR05", "NSR06", "NSR07", "NSR08", "NSR09",
+};
+
+// `unique` of the model whose network port at 0000:00:1c.2 belongs to the out-of-band controller.
+inline constexpr char kProductOutOfBandUnique[] = "norv_x86_oob1";
+
+// The model, as its hardware version tells before "-j", that norv_led_mask_on sends no mask request.
+inline constexpr char kProductNoLedMaskModel[] = "NS-LED1";
+
+// Serial numbers of these lengths have a short form: their last kProductShortSerialLength characters.
+inline constexpr size_t kProductLongSerialLengths[] = {13, 16};
+inline constexpr size_t kProductShortSerialLength = 10;
+
+// The words before and after the year of the banner line.
+inline constexpr char kProductBannerLead[] = "Copyright (c) 2003-";
+inline constexpr char kProductBannerTail[] = " Norvessa, Inc. All rights reserved.";
+static_assert(sizeof(kProductBannerLead) - 1 == 19 && sizeof(kProductBannerTail) - 1 == 36);
+
+// Where the update feed is asked when the configuration names no server.
+inline constexpr char kProductUpdateEndpoint[] = "https://update.norvessa.example/autoupdate/genRSS.php";

@@ -1,0 +1,46 @@
+// Checks of the source tree itself.
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <regex>
+#include <string>
+
+namespace
+{
+
+// The floor of each folder. A unit includes only what stands on its own floor or below it.
+const std::map<std::string, int> kFloors = {
+    {"product", 0}, {"lib", 1},     {"autocleanup", 1}, {"disk", 2},    {"net", 2},  {"external", 2},
+    {"fan", 2},     {"storage", 3}, {"swap", 3},        {"zram", 3},    {"boot", 3}, {"manutil", 3},
+    {"panel", 3},   {"install", 4}, {"findhost", 4},    {"applets", 5},
+};
+
+TEST(House, NoIncludeRunsUpwards)
+{
+    const std::filesystem::path root(NORV_SOURCE_DIR);
+    const std::regex include_line("^\\s*#\\s*include\\s+\"([a-z_]+)/.*");
+    int units = 0;
+    for (const auto &[folder, floor] : kFloors) {
+        if (!std::filesystem::exists(root / folder))
+            continue;
+        for (const auto &entry : std::filesystem::recursive_directory_iterator(root / folder)) {
+            const auto extension = entry.path().extension();
+            if (extension != ".h" && extension != ".cpp")
+                continue;
+            units++;
+            std::ifstream unit(entry.path());
+            std::smatch match;
+            for (std::string line; std::getline(unit, line);) {
+                if (!std::regex_match(line, match, include_line))
+                    continue;
+                const auto included = kFloors.find(match[1]);
+                ASSERT_NE(included, kFloors.end()) << entry.path() << ": " << line << ": no folder of the house";
+                EXPECT_LE(included->second, floor) << entry.path() << ": " << line;
+            }
+        }
+    }
+    EXPECT_GT(units, 0);
+}
+
+} // namespace
