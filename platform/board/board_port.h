@@ -1,0 +1,21 @@
+/* What the board needs of its surroundings, in a program and in the kernel. */
+#ifndef NORV_PLATFORM_BOARD_PORT_H
+#define NORV_PLATFORM_BOARD_PORT_H
+
+#ifdef __KERNEL__
+#include <linux/errno.h>
+#include <linux/kernel.h>
+#include <linux/string.h>
+#include <linux/types.h>
+#else
+#include <errno.h>
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#endif
+
+#define BOARD_PRINTF(text, first) __attribute__((format(printf, text, first)))
+
+#endif
