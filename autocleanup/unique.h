@@ -41,7 +41,7 @@ template <typename Handle, Handle kNone, auto kRelease> class Unique
     {
         if (handle_ != kNone) {
             const int saved_errno = errno;
-            static_cast<void>(kRelease(handle_));
+            kRelease(handle_);
             errno = saved_errno;
         }
         handle_ = next;
@@ -53,14 +53,27 @@ template <typename Handle, Handle kNone, auto kRelease> class Unique
     Handle handle_ = kNone;
 };
 
-inline void unique_free(char *text) // so that the address of a library function need not be taken
+// Named functions, not lambdas: a lambda would give every unit an owner type of its own.
+inline void unique_fd_close(int fd)
+{
+    close(fd);
+}
+inline void unique_file_close(FILE *fp)
+{
+    fclose(fp);
+}
+inline void unique_dir_close(DIR *dir)
+{
+    closedir(dir);
+}
+inline void unique_text_free(char *text)
 {
     free(text);
 }
 
-using UniqueFd = Unique<int, -1, [](int fd) { return close(fd); }>;
-using UniqueFile = Unique<FILE *, nullptr, [](FILE *fp) { return fclose(fp); }>;
-using UniqueDir = Unique<DIR *, nullptr, [](DIR *dir) { return closedir(dir); }>;
-using UniqueText = Unique<char *, nullptr, unique_free>; // text from malloc
+using UniqueFd = Unique<int, -1, unique_fd_close>;
+using UniqueFile = Unique<FILE *, nullptr, unique_file_close>;
+using UniqueDir = Unique<DIR *, nullptr, unique_dir_close>;
+using UniqueText = Unique<char *, nullptr, unique_text_free>; // text from malloc
 using UniqueList = Unique<PNLIBSZLIST, nullptr, NLIBCSzListFree>;
 using UniqueHash = Unique<PNLIBSZHASH, nullptr, NLIBCSzHashFree>;
