@@ -1,0 +1,13 @@
+#include "lib/conf.h"
+
+#include <cstring>
+
+#include "lib/file.h"
+#include NORV_PRODUCT_HEADER
+
+bool NLIBCConfIsHdSeries()
+{
+    char unique[256];
+    return NLIBCFileGetKeyValue(kDefaultsPath, "unique", unique, sizeof(unique), 0) > 0 &&
+           strcmp(unique, kProductHdSeriesUnique) == 0;
+}

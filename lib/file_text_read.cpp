@@ -1,0 +1,47 @@
+#include "lib/file_text.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <unistd.h>
+
+#include "lib/report.h"
+
+static constexpr size_t kLeastRoom = 4096;
+
+static bool room_grow(FileText *text, size_t room)
+{
+    char *grown = static_cast<char *>(realloc(text->bytes.get(), room));
+    if (grown == nullptr)
+        return false;
+    static_cast<void>(text->bytes.release());
+    text->bytes.reset(grown);
+    text->room = room;
+    return true;
+}
+
+int file_read_on(int fd, char *bytes, size_t room, size_t *size)
+{
+    while (*size < room) {
+        const ssize_t count = read(fd, bytes + *size, room - *size);
+        if (count <= 0)
+            return count == 0 ? 0 : -1;
+        *size += static_cast<size_t>(count);
+    }
+    return 0;
+}
+
+int file_text_read(int fd, std::string_view begun, size_t expected_bytes, FileText *text)
+{
+    // One byte more than expected, so that the end shows without growing.
+    if (!room_grow(text, std::max({expected_bytes + 1, begun.size() * 2, kLeastRoom})))
+        return fail(kErrOutOfMemory);
+    text->size = begun.copy(text->bytes.get(), begun.size());
+    for (;;) {
+        if (file_read_on(fd, text->bytes.get(), text->room, &text->size) != 0)
+            return fail(kErrRead);
+        if (text->size < text->room)
+            return 0;
+        if (!room_grow(text, text->room * 2))
+            return fail(kErrOutOfMemory);
+    }
+}
