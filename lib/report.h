@@ -3,7 +3,6 @@
 
 #include <concepts>
 #include <cstdint>
-#include <source_location>
 #include <string_view>
 #include <syslog.h>
 
@@ -73,10 +72,11 @@ struct Failure { // becomes -1 or NULL; does not compile as bool
     template <typename T> constexpr operator T *() const { return nullptr; }
 };
 
-// Notes code, source name and line of a failure. Returns what the caller returns: -1 or NULL. Keeps errno.
-inline Failure fail(int code, std::source_location at = std::source_location::current())
+// Notes code, source name and line of a failure; the place is that of the call. Returns what the caller returns: -1 or
+// NULL. Keeps errno.
+inline Failure fail(int code, const char *file = __builtin_FILE(), int line = __builtin_LINE())
 {
-    NLIBCErrSet(code, base_name(at.file_name()), static_cast<int>(at.line()));
+    NLIBCErrSet(code, base_name(file), line);
     return {};
 }
 
