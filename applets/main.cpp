@@ -1,4 +1,5 @@
 #include <cstring>
+#include <fcntl.h>
 #include <string_view>
 
 #include "applets/applets.h"
@@ -62,6 +63,15 @@ constexpr bool names_are_unique()
 }
 static_assert(names_are_unique());
 
+// A standard stream that is closed at start leaves its number to the next file that is opened, and the role's output
+// would land there: in the log, the board device, or a disk.
+void standard_streams_fill()
+{
+    for (int fd = 0; fd <= 2; fd++)
+        if (fcntl(fd, F_GETFD) == -1)
+            static_cast<void>(open("/dev/null", O_RDWR)); // the lowest free number, which is this one
+}
+
 int support_raid_read()
 {
     char value[32];
@@ -76,6 +86,7 @@ int support_raid_read()
 
 int main(int argc, char *argv[])
 {
+    standard_streams_fill();
     const char *name = argc > 0 && argv[0] != nullptr ? base_name(argv[0]) : "";
     gblNcemdStop = 0;
     const bool support_acm = NLIBCConfIsYes("support_acm");

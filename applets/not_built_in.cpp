@@ -1,10 +1,12 @@
 // The roles whose work has not been built yet. Such a name must not fall through to the event daemon.
+#include "applets/not_built_in.h"
+
 #include <cstdio>
 
 #include "applets/applets.h"
 #include "lib/report.h"
 
-static int not_built_in(int argc, char *argv[])
+int not_built_in(int argc, char *argv[])
 {
     const char *name = argc > 0 && argv[0] != nullptr ? base_name(argv[0]) : "";
     fprintf(stderr, "%s: this role is not built in\n", name);
@@ -17,41 +19,25 @@ static int not_built_in(int argc, char *argv[])
         return not_built_in(argc, argv);                                                                               \
     }
 
-NOT_BUILT_IN(manutild_main)
-NOT_BUILT_IN(findhostd_main)
 NOT_BUILT_IN(raidtool_main)
 NOT_BUILT_IN(norvcfgen_main)
 NOT_BUILT_IN(norvhdcfgen_main)
 NOT_BUILT_IN(norvcheckpartition_main)
 NOT_BUILT_IN(norvcleanpartition_main)
 NOT_BUILT_IN(norvgetmaxpartition_main)
-NOT_BUILT_IN(norvchecksum_main)
-NOT_BUILT_IN(norvhwctrl_main)
-NOT_BUILT_IN(mantool_main)
 NOT_BUILT_IN(norv_microp_control_main)
 NOT_BUILT_IN(norvdiskport_main)
 NOT_BUILT_IN(norvdiskupdatehclport_main)
 NOT_BUILT_IN(norvupgrade_main)
 NOT_BUILT_IN(install_cgi_main)
-NOT_BUILT_IN(lock_check_cgi_main)
 NOT_BUILT_IN(recover_cgi_main)
 NOT_BUILT_IN(start_telnet_cgi_main)
 NOT_BUILT_IN(clean_button_flags_cgi_main)
 NOT_BUILT_IN(session_cgi_main)
 NOT_BUILT_IN(norvcodesign_main)
 NOT_BUILT_IN(norvnetseqadj_main)
-NOT_BUILT_IN(norvssdcache_main)
 NOT_BUILT_IN(norvlanstatus_main)
 NOT_BUILT_IN(norv_pstore_collect_main)
-NOT_BUILT_IN(norv_swap_ctl_main)
-NOT_BUILT_IN(norv_extract_system_patch_main)
 NOT_BUILT_IN(norv_oob_power_action_main)
 NOT_BUILT_IN(norv_oob_ipv4_get_main)
-NOT_BUILT_IN(norvstgcore_main)
 NOT_BUILT_IN(norv_led_mask_on_main)
-
-int ncemd_main(int argc, char *argv[], bool support_acm)
-{
-    static_cast<void>(support_acm);
-    return not_built_in(argc, argv);
-}

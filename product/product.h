@@ -61,5 +61,8 @@ inline constexpr char kProductBannerLead[] = "Copyright (c) 2003-";
 inline constexpr char kProductBannerTail[] = " Norvessa, Inc. All rights reserved.";
 static_assert(sizeof(kProductBannerLead) - 1 == 19 && sizeof(kProductBannerTail) - 1 == 36);
 
+// The notice above the factory tool's usage text.
+inline constexpr char kProductFactoryNotice[] = "Norvessa factory tool. Not for use outside production and service.";
+
 // Where the update feed is asked when the configuration names no server.
 inline constexpr char kProductUpdateEndpoint[] = "https://update.norvessa.example/autoupdate/genRSS.php";

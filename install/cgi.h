@@ -1,0 +1,14 @@
+// What the web programs have in common: the headers of their answers and what a request tells of its user.
+#pragma once
+
+inline constexpr char kCgiHtmlHeader[] = "Expires: Mon, 26 Jul 1990 05:00:00 GMT\r\n"
+                                         "Cache-Control: no-store, no-cache, must-revalidate\r\n"
+                                         "Pragma: no-cache\r\n"
+                                         "Content-type: text/html; charset=\"UTF-8\"\r\n"
+                                         "\r\n";
+inline constexpr char kCgiJsonHeader[] = "Content-type: application/json; charset=\"UTF-8\"\r\n"
+                                         "\r\n";
+
+// The user's language as a three-letter code: the first of HTTP_ACCEPT_LANGUAGE that the key `supplang` of the model
+// description offers. NULL when none is. Of each of the two, 127 bytes are looked at; a longer `supplang` is none.
+[[nodiscard]] const char *GetPreferredLang();
