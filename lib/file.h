@@ -12,6 +12,7 @@
 
 inline constexpr char kDefaultsPath[] = "/etc.defaults/norvinfo.conf"; // model description, read-only
 inline constexpr char kConfPath[] = "/etc/norvinfo.conf";              // working copy
+inline constexpr char kDefaultFormat[] = "%s=%s\n";                    // how lines are written when no format is given
 inline constexpr char kConfFormat[] = "%s=\"%s\"\n";                   // how lines of kConfPath are written
 
 // Reads one value of a key-value file.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "lib/report.h"
@@ -39,9 +40,19 @@ int file_text_read(int fd, std::string_view begun, size_t expected_bytes, FileTe
     for (;;) {
         if (file_read_on(fd, text->bytes.get(), text->room, &text->size) != 0)
             return fail(kErrRead);
-        if (text->size < text->room)
+        if (text->size < text->room) {
+            text->bytes.get()[text->size] = '\0';
             return 0;
+        }
         if (!room_grow(text, text->room * 2))
             return fail(kErrOutOfMemory);
     }
+}
+
+int file_text_load(const char *path, FileText *text)
+{
+    const UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+    if (!fd)
+        return fail(kErrOpen);
+    return file_text_read(fd.get(), "", 0, text);
 }
