@@ -54,6 +54,7 @@ bool root_make(const std::array<Program, 4> &programs)
     }
     std::filesystem::create_directory_symlink("usr/bin", "/mnt/bin"); // valgrind is a shell script
     std::filesystem::create_directory("/mnt/dev");
+    std::ofstream("/mnt/dev/null");
     std::filesystem::create_directory("/mnt/tmp");
     std::filesystem::create_directory("/mnt/etc.defaults");
     std::ofstream("/mnt/etc.defaults/norvinfo.conf") << "unique=\"norv_x86_bench\"\nmaxdisks=\"4\"\n"
@@ -140,11 +141,11 @@ int main()
         {"/norvhwctrl", NORV_BINARY_DIR "/norv"},
         {"/session.cgi", NORV_BINARY_DIR "/norv"},
     }};
+    const int null_fd = open("/dev/null", O_WRONLY | O_CLOEXEC); // the host's; the root has a plain file there
     if (!root_make(programs)) {
         perror("startup_bench: no private root");
         return 1;
     }
-    const int null_fd = open("/dev/null", O_WRONLY | O_CREAT, 0600);
     for (int round = 0; round < kRounds; round++)
         for (Program &program : programs)
             time_round(program, null_fd);
