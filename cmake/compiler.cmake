@@ -34,6 +34,8 @@ if(NORV_SANITIZE)
   target_link_options(norv_flags INTERFACE -fsanitize=address,undefined)
   # The runtime goes into each executable, so that a preloaded library may stand before it. clang does so by itself.
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # Instrumented code of the standard library itself draws this warning.
+    target_compile_options(norv_flags INTERFACE -Wno-maybe-uninitialized)
     target_link_options(norv_flags INTERFACE $<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>>:-static-libasan>)
   endif()
 else()
