@@ -1,0 +1,664 @@
+// The partition tool, as a process on image files and, where the kernel's answers matter, in process.
+#include <algorithm>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <sstream>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include "platform/sfdisk/actions.h"
+#include "platform/sfdisk/label.h"
+#include "tests/platform/run_program.h"
+
+namespace
+{
+
+constexpr char kSfdisk[] = NORV_BINARY_DIR "/platform/sfdisk/sfdisk";
+constexpr char kDebianSfdisk[] = "/sbin/sfdisk";
+constexpr uint64_t kGiB = 1ULL << 30;
+constexpr uint64_t kTiB = 1ULL << 40;
+
+using Bytes = std::vector<uint8_t>;
+
+// A sparse file in memory, known by a path as long as it lives.
+class Image
+{
+  public:
+    explicit Image(uint64_t bytes) : fd_(memfd_create("disk", MFD_CLOEXEC))
+    {
+        EXPECT_EQ(ftruncate(fd_.get(), static_cast<off_t>(bytes)), 0);
+        path_ = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd_.get());
+    }
+    [[nodiscard]] const std::string &path() const { return path_; }
+    [[nodiscard]] uint64_t sectors() const
+    {
+        struct stat status = {};
+        fstat(fd_.get(), &status);
+        return static_cast<uint64_t>(status.st_size) / kSectorBytes;
+    }
+    [[nodiscard]] Bytes read(uint64_t sector, size_t at = 0, size_t count = kSectorBytes) const
+    {
+        Bytes bytes(count);
+        EXPECT_EQ(pread(fd_.get(), bytes.data(), count, static_cast<off_t>(sector * kSectorBytes + at)),
+                  static_cast<ssize_t>(count));
+        return bytes;
+    }
+    void write(uint64_t sector, size_t at, const Bytes &bytes) const
+    {
+        EXPECT_EQ(pwrite(fd_.get(), bytes.data(), bytes.size(), static_cast<off_t>(sector * kSectorBytes + at)),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    // Everything a label can stand in: both ends of the disk.
+    [[nodiscard]] Bytes ends() const
+    {
+        Bytes bytes = read(0, 0, 40 * kSectorBytes);
+        const Bytes tail = read(sectors() - 40, 0, 40 * kSectorBytes);
+        bytes.insert(bytes.end(), tail.begin(), tail.end());
+        return bytes;
+    }
+    // "1 63 273042 83\n" a partition.
+    [[nodiscard]] std::string list() const;
+
+  private:
+    UniqueFd fd_;
+    std::string path_;
+};
+
+Finished sfdisk(const Image &image, std::vector<std::string> words)
+{
+    words.insert(words.begin(), kSfdisk);
+    words.push_back(image.path());
+    return run_program(words);
+}
+
+std::string Image::list() const
+{
+    const Finished finished = sfdisk(*this, {"-l", "-uS"});
+    EXPECT_EQ(finished.status, 0) << finished.out;
+    std::string text = finished.out;
+    for (size_t at; (at = text.find(path_ + "p")) != std::string::npos;) // the path ends in a digit
+        text.erase(at, path_.size() + 1);
+    return text;
+}
+
+// Creates the label and partitions 1 and 2 with the very lines of the installer.
+void system_partitions_create(const Image &image, uint64_t start, uint64_t system, uint64_t swap, const char *type1,
+                              const char *type2)
+{
+    EXPECT_EQ(sfdisk(image, {"-M1"}).status, 0);
+    EXPECT_EQ(sfdisk(image, {"-N1", "-uS", "-q", "-f", "-j" + std::to_string(start), "-z" + std::to_string(system),
+                             std::string("-t") + type1, "-F"})
+                  .status,
+              0);
+    EXPECT_EQ(
+        sfdisk(image, {"-N2", "-uS", "-q", "-f", "-j0", "-z" + std::to_string(swap), std::string("-t") + type2, "-F"})
+            .status,
+        0);
+}
+
+Finished data_partition_create(const Image &image, uint64_t gap, const char *type)
+{
+    return sfdisk(image,
+                  {"-N3", "", "-uS", "-q", "-f", "-j" + std::to_string(gap), "-z-1", std::string("-t") + type, "-F"});
+}
+
+// A disk of layout 8 for arrays.
+void layout8_create(const Image &image)
+{
+    system_partitions_create(image, 2048, 4980480, 4194304, "fd", "fd");
+    EXPECT_EQ(data_partition_create(image, 260352, "fd").status, 0);
+}
+
+// Every layout that a firmware ever wrote.
+struct Layout {
+    int version;
+    uint64_t start1, size1, start2, size2, gap;
+    const char *type1, *type2, *type3;
+};
+constexpr Layout kLayouts[] = {
+    {1, 63, 273042, 273105, 787185, 273042, "83", "82", "83"},
+    {2, 63, 4980087, 4980150, 1044225, 257040, "83", "82", "83"},
+    {3, 63, 530082, 530145, 787185, 16002, "83", "82", "83"},
+    {5, 63, 722862, 722925, 594405, 16002, "83", "82", "83"},
+    {6, 63, 4980087, 4980150, 4192965, 257040, "83", "82", "83"},
+    {7, 256, 4980480, 4980736, 4194304, 262144, "83", "82", "83"},
+    {8, 2048, 4980480, 4982528, 4194304, 260352, "83", "82", "83"},
+    {9, 8192, 16777216, 16785408, 4194304, 262144, "83", "82", "83"},
+    {1, 63, 1574307, 1574370, 787185, 273105, "fd", "fd", "fd"},
+    {2, 63, 4980087, 4980150, 1044225, 257040, "fd", "fd", "fd"},
+    {6, 63, 4980087, 4980150, 4192965, 257040, "fd", "fd", "fd"},
+    {7, 256, 4980480, 4980736, 4194304, 262144, "fd", "fd", "fd"},
+    {8, 2048, 4980480, 4982528, 4194304, 260352, "fd", "fd", "fd"},
+    {9, 8192, 16777216, 16785408, 4194304, 262144, "fd", "fd", "fd"},
+    {7, 256, 2097152, 2097408, 5105569, 524288, "83", "83", "83"},
+    {8, 256, 2097152, 2097408, 5105569, 524288, "83", "83", "83"},
+};
+constexpr std::pair<uint64_t, LabelKind> kSizes[] = {{16 * kGiB, LabelKind::kDos}, {3 * kTiB, LabelKind::kGpt}};
+
+TEST(Sfdisk, EveryLayoutIsListedBackAndPassesDebiansTool)
+{
+    for (const auto &[bytes, kind] : kSizes) {
+        for (const Layout &row : kLayouts) {
+            SCOPED_TRACE("version " + std::to_string(row.version) + " type " + row.type1);
+            const Image image(bytes);
+            system_partitions_create(image, row.start1, row.size1, row.size2, row.type1, row.type2);
+            EXPECT_EQ(data_partition_create(image, row.gap, row.type3).status, 0);
+            const uint64_t start3 = row.start2 + row.size2 + row.gap;
+            const uint64_t end3 = image.sectors() - 1001;
+            std::string lines = "1 " + std::to_string(row.start1) + " " + std::to_string(row.size1) + " " + row.type1 +
+                                "\n2 " + std::to_string(row.start2) + " " + std::to_string(row.size2) + " " +
+                                row.type2 + "\n3 " + std::to_string(start3) + " " + std::to_string(end3 - start3) +
+                                " " + row.type3 + "\n";
+            EXPECT_EQ(image.list(), lines);
+            EXPECT_EQ(gpt_is_announced(image.read(0).data()), kind == LabelKind::kGpt);
+            if (access(kDebianSfdisk, X_OK) != 0)
+                continue;
+            const Finished verdict = run_program({kDebianSfdisk, "--verify", image.path()});
+            EXPECT_EQ(verdict.status, 0) << verdict.out;
+            EXPECT_NE(verdict.out.find("No errors detected."), std::string::npos) << verdict.out;
+            EXPECT_EQ(verdict.out.find("arning"), std::string::npos) << verdict.out;
+            std::istringstream dump(run_program({kDebianSfdisk, "-l", "-o", "start,sectors", image.path()}).out);
+            for (std::string word; word != "Sectors" && dump >> word;)
+                ;
+            std::vector<uint64_t> numbers;
+            for (uint64_t number; dump >> number;)
+                numbers.push_back(number);
+            EXPECT_EQ(numbers,
+                      (std::vector<uint64_t>{row.start1, row.size1, row.start2, row.size2, start3, end3 - start3}));
+        }
+    }
+    if (access(kDebianSfdisk, X_OK) != 0)
+        GTEST_SKIP() << "no " << kDebianSfdisk << ": its verdict was not asked for";
+}
+
+TEST(Sfdisk, OnePartitionIsListedByItsNumber)
+{
+    const Image image(8 * kGiB);
+    layout8_create(image);
+    EXPECT_EQ(sfdisk(image, {"-l", "-uS", "-N2"}).out, image.path() + "p2 4982528 4194304 fd\n");
+    EXPECT_EQ(sfdisk(image, {"-l", "-uS", "-N4"}).status, 1);
+    const std::string name = testing::TempDir() + "sdx"; // no digit at its end, so no p
+    ASSERT_EQ(symlink(image.path().c_str(), name.c_str()), 0);
+    EXPECT_EQ(run_program({kSfdisk, "-l", "-uS", "-N1", name}).out, name + "1 2048 4980480 fd\n");
+    unlink(name.c_str());
+}
+
+TEST(Sfdisk, MsDosLabelByteByByte)
+{
+    const Image image(kGiB);
+    system_partitions_create(image, 63, 273042, 787185, "83", "82");
+    Bytes expected(66);
+    const Bytes entries = {
+        0, 0x01, 0x01, 0x00, 0x83, 0xfe, 0x3f, 0x10, 0x3f, 0x00, 0x00, 0x00, 0x92, 0x2a, 0x04, 0x00, //
+        0, 0x00, 0x01, 0x11, 0x82, 0xfe, 0x3f, 0x41, 0xd1, 0x2a, 0x04, 0x00, 0xf1, 0x02, 0x0c, 0x00,
+    };
+    std::copy(entries.begin(), entries.end(), expected.begin());
+    expected[64] = 0x55;
+    expected[65] = 0xaa;
+    EXPECT_EQ(image.read(0, 446, 66), expected);
+    EXPECT_NE(image.read(0, 440, 4), Bytes(4)); // the disk's id
+}
+
+// The check sum of a GPT, bit by bit.
+uint32_t crc(const Bytes &bytes)
+{
+    uint32_t value = ~0U;
+    for (const uint8_t byte : bytes) {
+        value ^= byte;
+        for (int bit = 0; bit < 8; bit++)
+            value = value >> 1 ^ ((value & 1U) != 0 ? 0xedb88320U : 0);
+    }
+    return ~value;
+}
+
+Bytes little_endian(uint64_t value, size_t count)
+{
+    Bytes bytes(count);
+    for (uint8_t &byte : bytes) {
+        byte = static_cast<uint8_t>(value);
+        value >>= 8;
+    }
+    return bytes;
+}
+
+TEST(Sfdisk, GptByteByByte)
+{
+    const Image image(3 * kTiB);
+    const uint64_t last = image.sectors() - 1;
+    system_partitions_create(image, 8192, 16777216, 4194304, "fd", "82");
+
+    EXPECT_EQ(image.read(0, 446, 16), (Bytes{0, 0, 2, 0, 0xee, 0xff, 0xff, 0xff, 1, 0, 0, 0, 0xff, 0xff, 0xff, 0xff}));
+    EXPECT_EQ(image.read(0, 462, 50).back(), 0xaa);
+
+    const Bytes array = {0x0f, 0x88, 0x9d, 0xa1, 0xfc, 0x05, 0x3b, 0x4d,
+                         0xa0, 0x06, 0x74, 0x3f, 0x0f, 0x84, 0x91, 0x1e};
+    const Bytes swap = {0x6d, 0xfd, 0x57, 0x06, 0xab, 0xa4, 0xc4, 0x43, 0x84, 0xe5, 0x09, 0x33, 0xc8, 0x4b, 0x4f, 0x4f};
+    const struct {
+        uint64_t header, other, entries;
+    } kCopies[] = {{1, last, 2}, {last, 1, last - 32}};
+    for (const auto &copy : kCopies) {
+        SCOPED_TRACE(copy.header);
+        const Bytes entries = image.read(copy.entries, 0, 16384);
+        EXPECT_EQ(Bytes(entries.begin(), entries.begin() + 16), array);
+        EXPECT_EQ(Bytes(entries.begin() + 128, entries.begin() + 144), swap);
+        EXPECT_EQ(Bytes(entries.begin() + 32, entries.begin() + 40), little_endian(8192, 8));
+        EXPECT_EQ(Bytes(entries.begin() + 40, entries.begin() + 48), little_endian(16785407, 8));
+        EXPECT_EQ(Bytes(entries.begin() + 256, entries.end()), Bytes(16384 - 256));
+
+        const std::pair<uint64_t, size_t> kFields[] = {
+            {0x5452415020494645, 8},
+            {0x00010000, 4},
+            {92, 4},
+            {0, 4}, // check sum: below
+            {0, 4},
+            {copy.header, 8},
+            {copy.other, 8},
+            {34, 8},
+            {last - 33, 8},
+        };
+        Bytes expected;
+        for (const auto &[value, width] : kFields) {
+            const Bytes bytes = little_endian(value, width);
+            expected.insert(expected.end(), bytes.begin(), bytes.end());
+        }
+        const Bytes header = image.read(copy.header);
+        expected.insert(expected.end(), header.begin() + 56, header.begin() + 72); // the disk's id
+        for (const auto &[value, width] :
+             {std::pair<uint64_t, size_t>{copy.entries, 8}, {128, 4}, {128, 4}, {crc(entries), 4}}) {
+            const Bytes bytes = little_endian(value, width);
+            expected.insert(expected.end(), bytes.begin(), bytes.end());
+        }
+        const Bytes sum = little_endian(crc(expected), 4);
+        std::copy(sum.begin(), sum.end(), expected.begin() + 16);
+        expected.resize(kSectorBytes);
+        EXPECT_EQ(header, expected);
+    }
+    EXPECT_EQ(image.read(1, 56, 16), image.read(last, 56, 16));
+    EXPECT_EQ(image.read(1, 63, 1)[0] >> 4, 4); // version of the id: random
+}
+
+TEST(Sfdisk, TheDataPartitionOutlivesNewSystemPartitions)
+{
+    for (const uint64_t bytes : {8 * kGiB, 3 * kTiB}) {
+        const Image image(bytes);
+        layout8_create(image);
+        Disk disk;
+        PartitionTable table;
+        ASSERT_EQ(disk_open(image.path().c_str(), DiskAccess::kWrite, &disk), Fault::kNone);
+        ASSERT_EQ(label_read(disk, &table), Fault::kNone);
+        Partition &data = table.partitions[2];
+        data.entry[table.kind == LabelKind::kGpt ? 56 : 0] = 0x80; // a name, or the active flag
+        ASSERT_EQ(label_write(disk, table), Fault::kNone);
+        disk.fd.reset(); // gives the lock back
+        const auto entry = data.entry;
+        const std::string before = image.list();
+
+        EXPECT_EQ(sfdisk(image, {"--fast-delete", "1:2"}).status, 0);
+        EXPECT_EQ(image.list(), before.substr(before.find("3 9437184")));
+        EXPECT_EQ(sfdisk(image, {"--fast-delete", "1:2"}).status, 0); // nothing left is no fault
+        system_partitions_create(image, 2048, 4980480, 4194304, "fd", "fd");
+        EXPECT_EQ(image.list(), before);
+
+        ASSERT_EQ(disk_open(image.path().c_str(), DiskAccess::kRead, &disk), Fault::kNone);
+        ASSERT_EQ(label_read(disk, &table), Fault::kNone);
+        EXPECT_EQ(table_find(table, 3)->entry, entry);
+    }
+}
+
+TEST(Sfdisk, DeletesRangesAndAll)
+{
+    for (const uint64_t bytes : {8 * kGiB, 3 * kTiB}) {
+        const Image image(bytes);
+        layout8_create(image);
+        EXPECT_EQ(sfdisk(image, {"--fast-delete", "3:128"}).status, 0);
+        EXPECT_EQ(image.list(), "1 2048 4980480 fd\n2 4982528 4194304 fd\n");
+        EXPECT_EQ(sfdisk(image, {"--fast-delete", "-1"}).status, 0);
+        for (const uint64_t sector : {uint64_t{0}, uint64_t{1}, image.sectors() - 1})
+            EXPECT_EQ(image.read(sector), Bytes(kSectorBytes)) << sector;
+        EXPECT_EQ(sfdisk(image, {"--fast-delete", "1:2"}).status, 0); // nothing there is no fault
+        EXPECT_EQ(sfdisk(image, {"-M1"}).status, 0);
+        EXPECT_EQ(image.list(), "");
+    }
+}
+
+TEST(Sfdisk, WritesALabelOnlyWhereThereIsNone)
+{
+    const Image fat(kGiB); // a file system without a label has the same signature
+    fat.write(0, 446, Bytes(64, 0x41));
+    fat.write(0, 510, {0x55, 0xaa});
+    EXPECT_EQ(sfdisk(fat, {"-M1"}).status, 0);
+    EXPECT_EQ(fat.list(), "");
+
+    const Image stale(3 * kTiB); // headers that nothing announces
+    layout8_create(stale);
+    stale.write(0, 0, Bytes(kSectorBytes));
+    EXPECT_EQ(sfdisk(stale, {"-M1"}).status, 0);
+    EXPECT_EQ(stale.list(), "");
+
+    const Image small(kGiB);
+    small.write(1, 0, {'E', 'F', 'I', ' ', 'P', 'A', 'R', 'T'});
+    EXPECT_EQ(sfdisk(small, {"-M1"}).status, 0);
+    EXPECT_EQ(small.read(1), Bytes(kSectorBytes));
+
+    for (const uint64_t bytes : {8 * kGiB, 3 * kTiB}) {
+        const Image image(bytes);
+        layout8_create(image);
+        const Bytes before = image.ends();
+        EXPECT_EQ(sfdisk(image, {"-M1"}).status, 0);
+        EXPECT_EQ(image.ends(), before);
+    }
+}
+
+TEST(Sfdisk, AGptNeedsOneWholeCopy)
+{
+    const Image image(3 * kTiB);
+    const uint64_t last = image.sectors() - 1;
+    layout8_create(image);
+    const std::string lines = image.list();
+    const struct {
+        uint64_t sector;
+        size_t at;
+    } kPrimary[] = {{1, 0}, {1, 17}, {1, 72}, {2, 40}}, kBackup[] = {{last, 24}, {last - 32, 8}};
+    for (const auto &hurt : kPrimary) {
+        SCOPED_TRACE(std::to_string(hurt.sector) + "+" + std::to_string(hurt.at));
+        image.write(hurt.sector, hurt.at, {static_cast<uint8_t>(image.read(hurt.sector)[hurt.at] ^ 1U)});
+        EXPECT_EQ(image.list(), lines);
+        EXPECT_EQ(sfdisk(image, {"--fast-delete", "3:3"}).status, 0); // writes both copies anew
+        EXPECT_EQ(data_partition_create(image, 260352, "fd").status, 0);
+        image.write(last, 24, {0xff});
+        EXPECT_EQ(image.list(), lines);
+        EXPECT_EQ(sfdisk(image, {"--fast-delete", "3:3"}).status, 0);
+        EXPECT_EQ(data_partition_create(image, 260352, "fd").status, 0);
+    }
+    for (const auto &hurt : kBackup) {
+        EXPECT_EQ(sfdisk(image, {"--fast-delete=-1"}).status, 0);
+        layout8_create(image);
+        image.write(1, 0, {'x'});
+        image.write(hurt.sector, hurt.at, {static_cast<uint8_t>(image.read(hurt.sector)[hurt.at] ^ 1U)});
+        const Bytes before = image.ends();
+        for (const char *words : {"-l", "-M1", "--fast-delete=1:2"}) {
+            const Finished finished = sfdisk(image, {words});
+            EXPECT_EQ(finished.status, 1);
+            EXPECT_NE(finished.out.find("damaged label"), std::string::npos) << finished.out;
+        }
+        EXPECT_EQ(image.ends(), before);
+        EXPECT_EQ(sfdisk(image, {"--fast-delete=-1"}).status, 0); // says that all may go
+    }
+}
+
+TEST(Sfdisk, AFifthPartitionMakesAGpt)
+{
+    const Image image(8 * kGiB);
+    layout8_create(image);
+    image.write(0, 100, {0xeb}); // boot code stays
+    EXPECT_EQ(sfdisk(image, {"--fast-delete", "3:3"}).status, 0);
+    EXPECT_EQ(sfdisk(image, {"-N3", "-j0", "-z4096", "-tfd"}).status, 0);
+    EXPECT_EQ(sfdisk(image, {"-N128", "-j8", "-z4096", "-t83"}).status, 0);
+    EXPECT_EQ(image.list(), "1 2048 4980480 fd\n2 4982528 4194304 fd\n3 9176832 4096 fd\n128 9180936 4096 83\n");
+    EXPECT_EQ(image.read(0)[100], 0xeb);
+    if (access(kDebianSfdisk, X_OK) != 0)
+        GTEST_SKIP() << "no " << kDebianSfdisk;
+    EXPECT_EQ(run_program({kDebianSfdisk, "--verify", image.path()}).status, 0);
+}
+
+// Entries of an MS-DOS label by number, type, start and size.
+struct Entry {
+    uint8_t type;
+    uint32_t start, sectors;
+};
+void entries_write(const Image &image, uint64_t sector, const std::vector<Entry> &entries)
+{
+    size_t at = 446;
+    for (const Entry &entry : entries) {
+        Bytes bytes = {0, 0, 0, 0, entry.type, 0, 0, 0};
+        for (const uint32_t value : {entry.start, entry.sectors}) {
+            const Bytes more = little_endian(value, 4);
+            bytes.insert(bytes.end(), more.begin(), more.end());
+        }
+        image.write(sector, at, bytes);
+        at += bytes.size();
+    }
+    image.write(sector, 510, {0x55, 0xaa});
+}
+
+// Two logical partitions in partition 2, and a third primary one behind.
+void logicals_create(const Image &image)
+{
+    entries_write(image, 0, {{0x83, 2048, 2048}, {0x05, 8192, 8192}, {0x83, 20480, 4096}});
+    entries_write(image, 8192, {{0x83, 64, 1000}, {0x05, 4096, 4096}});
+    entries_write(image, 12288, {{0x82, 64, 2000}});
+}
+
+TEST(Sfdisk, LogicalPartitionsAreListedAndStayWithTheirExtendedOne)
+{
+    const Image image(64 << 20);
+    logicals_create(image);
+    EXPECT_EQ(image.list(), "1 2048 2048 83\n2 8192 8192 5\n3 20480 4096 83\n5 8256 1000 83\n6 12352 2000 82\n");
+    const Bytes before = image.read(0, 0, 40 * kSectorBytes);
+    for (const char *range : {"1:2", "3:128", "5:5"}) {
+        const Finished finished = sfdisk(image, {"--fast-delete", range});
+        EXPECT_EQ(finished.status, 1) << range;
+        EXPECT_NE(finished.out.find("logical ones together"), std::string::npos) << finished.out;
+    }
+    EXPECT_EQ(sfdisk(image, {"-N7", "-j0", "-z8", "-t83"}).status, 1); // a GPT could not hold them
+    EXPECT_EQ(image.read(0, 0, 40 * kSectorBytes), before);
+    EXPECT_EQ(sfdisk(image, {"--fast-delete", "1:1"}).status, 0);
+    EXPECT_EQ(image.list(), "2 8192 8192 5\n3 20480 4096 83\n5 8256 1000 83\n6 12352 2000 82\n");
+    EXPECT_EQ(sfdisk(image, {"--fast-delete", "2:128"}).status, 0);
+    EXPECT_EQ(image.list(), "");
+
+    logicals_create(image);
+    entries_write(image, 12288, {{0x82, 64, 2000}, {0x05, 4096, 4096}}); // leads back to itself
+    const std::string lines = image.list();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 3 + 1 + 99);
+}
+
+TEST(Sfdisk, RefusesWhatWouldDoHarmAndChangesNothing)
+{
+    using Words = std::vector<std::string>;
+    const Image blank(kGiB), dos(8 * kGiB), gpt(3 * kTiB), tiny(600 * kSectorBytes);
+    layout8_create(dos);
+    layout8_create(gpt);
+    EXPECT_EQ(sfdisk(tiny, {"-M1"}).status, 0);
+    const struct {
+        const Image &image;
+        Words words;
+        int status;
+        const char *text;
+    } kCases[] = {
+        {blank, {"-l"}, 1, "has no label"},
+        {blank, {"-N1", "-j2048", "-z100", "-t83"}, 1, "has no label"},
+        {dos, {"-N3", "-j0", "-z-1", "-t83"}, 1, "has that partition already"},
+        {dos, {"-N4", "-j0", "-z1", "-t0"}, 1, "of that type"},
+        {dos, {"-N4", "-j0", "-z1", "-t5"}, 1, "of that type"},
+        {dos, {"-N4", "-j0", "-z1", "-tee"}, 1, "of that type"},
+        {dos, {"-N4", "-j0", "-z-1", "-t83"}, 1, "ends before"},
+        {dos, {"-N4", "-j0", "-z1002", "-t83"}, 1, "ends before"},
+        {dos, {"-N4", "-j18446744073709551615", "-z1", "-t83"}, 1, "ends before"},
+        {dos, {"-N4", "-j1", "-z18446744073709551614", "-t83"}, 1, "ends before"},
+        {dos, {"-N200", "-j0", "-z1", "-t83"}, 1, "of that number"},
+        {gpt, {"-N129", "-j0", "-z1", "-t83"}, 1, "of that number"},
+        {gpt, {"-N4", "-j0", "-z1", "-t41"}, 1, "of that type"},
+        {gpt, {"-N4", "-j0", "-z969", "-t83"}, 1, "ends before"}, // 968 reach up to the backup label
+        {tiny, {"-N1", "-j0", "-z8", "-t83"}, 1, "keeps its label"},
+        {tiny, {"-N1", "-j8", "-z-1", "-t83"}, 1, "ends before"},
+        {dos, {"-N1", "-j2048", "-z8"}, 2, "usage"},
+        {dos, {"-N0", "-z8", "-t83"}, 2, "usage"},
+        {dos, {"-z8", "-t83"}, 2, "usage"},
+        {dos, {"-N4", "-z0", "-t83"}, 2, "usage"},
+        {dos, {"-N4", "-z-2", "-t83"}, 2, "usage"},
+        {dos, {"-N4", "-z8x", "-t83"}, 2, "usage"},
+        {dos, {"-N4", "-z8", "-t100"}, 2, "usage"},
+        {dos, {"-N4", "-j-1", "-z8", "-t83"}, 2, "usage"},
+        {dos, {"-N4", "-uM", "-z8", "-t83"}, 2, "usage"},
+        {dos, {"-M2"}, 2, "usage"},
+        {dos, {"-M1", "-l"}, 2, "usage"},
+        {dos, {"-l", "/dev/null"}, 2, "usage"},
+        {dos, {"--fast-delete", "2:1"}, 2, "usage"},
+        {dos, {"--fast-delete", "1"}, 2, "usage"},
+        {dos, {"--fast-delete", "0:3"}, 2, "usage"},
+        {dos, {"--fast-delete", "1:256"}, 2, "usage"},
+        {dos, {}, 2, "usage"},
+    };
+    for (const auto &row : kCases) {
+        const Bytes before = row.image.ends();
+        const Finished finished = sfdisk(row.image, row.words);
+        EXPECT_EQ(finished.status, row.status) << testing::PrintToString(row.words);
+        EXPECT_NE(finished.out.find(row.text), std::string::npos) << finished.out << testing::PrintToString(row.words);
+        EXPECT_EQ(row.image.ends(), before) << testing::PrintToString(row.words);
+    }
+    EXPECT_EQ(sfdisk(gpt, {"-N4", "-j0", "-z968", "-t83"}).status, 0);
+    for (const char *path : {"/dev/null", "/", "/no/such/disk"})
+        EXPECT_EQ(run_program({kSfdisk, "-M1", path}).status, 1) << path;
+
+    // Partitions 1 and 2 in the place of others.
+    EXPECT_EQ(sfdisk(dos, {"--fast-delete", "1:2"}).status, 0);
+    EXPECT_NE(sfdisk(dos, {"-N1", "-j9437184", "-z8", "-t83"}).out.find("another partition"), std::string::npos);
+    EXPECT_NE(sfdisk(dos, {"-N1", "-j9437000", "-z185", "-t83"}).out.find("another partition"), std::string::npos);
+    EXPECT_EQ(sfdisk(dos, {"-N1", "-j9437000", "-z-1", "-t83"}).status, 0); // to the end: up to the next one
+    EXPECT_EQ(dos.list().substr(0, 17), "1 9437000 184 83\n");
+}
+
+// What the kernel would be asked, and how it answers.
+struct Kernel {
+    std::vector<std::string> requests;
+    std::map<std::string, int> errors; // errno of a request
+    int busy_answers = 0;              // so many of the next removals are refused
+};
+Kernel *gblKernel;
+
+int kernel_answer(int fd, int operation, blkpg_partition *partition)
+{
+    static_cast<void>(fd);
+    std::string request = (operation == BLKPG_ADD_PARTITION ? "add " : "del ") + std::to_string(partition->pno);
+    if (operation == BLKPG_ADD_PARTITION)
+        request += " " + std::to_string(partition->start / 512) + " " + std::to_string(partition->length / 512);
+    if (gblKernel->requests.empty() || gblKernel->requests.back() != request)
+        gblKernel->requests.push_back(request);
+    errno = gblKernel->errors[request];
+    if (operation == BLKPG_DEL_PARTITION && gblKernel->busy_answers > 0) {
+        gblKernel->busy_answers--;
+        errno = EBUSY;
+    }
+    return errno == 0 ? 0 : -1;
+}
+
+struct KernelTest : testing::Test {
+    KernelTest() : image(8 * kGiB)
+    {
+        layout8_create(image);
+        gblKernel = &kernel;
+        EXPECT_EQ(disk_open(image.path().c_str(), DiskAccess::kWrite, &disk), Fault::kNone);
+        disk.request = kernel_answer;
+        before = image.ends();
+    }
+    // From now on nothing can be written.
+    void make_read_only() { disk.fd.reset(open(image.path().c_str(), O_RDONLY | O_CLOEXEC)); }
+    using Requests = std::vector<std::string>;
+    const std::string add1 = "add 1 2048 4980480", add2 = "add 2 4982528 4194304";
+
+    Image image;
+    Disk disk;
+    Kernel kernel;
+    Bytes before;
+};
+
+TEST_F(KernelTest, IsToldOfEachPartition)
+{
+    kernel.errors["del 4"] = ENXIO; // the usual answer
+    EXPECT_EQ(partitions_remove(disk, 1, 2), Fault::kNone);
+    EXPECT_EQ(partition_add(disk, {1, 2048, 4980480, 0xfd}), Fault::kNone);
+    EXPECT_EQ(partition_add(disk, {4, 1, 1000, 0x83}), Fault::kNone);
+    EXPECT_EQ(kernel.requests, (Requests{"del 1", "del 2", "del 1", add1, "del 4", "add 4 16776216 1000"}));
+    EXPECT_EQ(label_ensure(disk), Fault::kNone);
+    EXPECT_EQ(kernel.requests.size(), 6U);
+}
+
+TEST_F(KernelTest, WaitsForAPartitionInUseAndThenRefuses)
+{
+    kernel.busy_answers = 2;
+    EXPECT_EQ(partitions_remove(disk, 2, 2), Fault::kNone);
+    EXPECT_EQ(partition_add(disk, {2, 0, 4194304, 0xfd}), Fault::kNone);
+    before = image.ends();
+    kernel.requests.clear();
+    kernel.errors["del 2"] = EBUSY;
+    EXPECT_EQ(partitions_remove(disk, 1, 2), Fault::kBusy);
+    EXPECT_EQ(kernel.requests, (Requests{"del 1", "del 2", add1}));
+    EXPECT_EQ(partitions_remove_all(disk), Fault::kBusy);
+    EXPECT_EQ(image.ends(), before);
+}
+
+TEST_F(KernelTest, RefusalsLeaveTheDisk)
+{
+    kernel.errors["add 4 16776216 1000"] = EBUSY;
+    EXPECT_EQ(partition_add(disk, {4, 1, 1000, 0x83}), Fault::kBusy);
+    kernel.errors["del 3"] = EINVAL;
+    EXPECT_EQ(partitions_remove(disk, 3, 128), Fault::kKernel);
+    EXPECT_EQ(image.ends(), before);
+}
+
+TEST_F(KernelTest, IsToldAgainWhenTheDiskCannotBeWritten)
+{
+    make_read_only();
+    EXPECT_EQ(partitions_remove(disk, 1, 2), Fault::kWrite);
+    EXPECT_EQ(kernel.requests, (Requests{"del 1", "del 2", add1, add2}));
+    EXPECT_EQ(partitions_remove_all(disk), Fault::kWrite);
+    EXPECT_EQ(kernel.requests[kernel.requests.size() - 2], add2);
+    kernel.requests.clear();
+    EXPECT_EQ(partition_add(disk, {4, 1, 1000, 0x83}), Fault::kWrite);
+    EXPECT_EQ(kernel.requests, (Requests{"del 4", "add 4 16776216 1000", "del 4"}));
+    EXPECT_EQ(image.ends(), before);
+}
+
+TEST_F(KernelTest, IsToldTwoSectorsOfAnExtendedPartition)
+{
+    const Image extended(64 << 20);
+    logicals_create(extended);
+    ASSERT_EQ(disk_open(extended.path().c_str(), DiskAccess::kWrite, &disk), Fault::kNone);
+    kernel.errors["del 6"] = EBUSY;
+    EXPECT_EQ(partitions_remove(disk, 2, 128), Fault::kBusy);
+    EXPECT_EQ(kernel.requests, (Requests{"del 2", "del 3", "del 4", "del 5", "del 6", "add 2 8192 2",
+                                         "add 3 20480 4096", "add 5 8256 1000"}));
+}
+
+// Kills the tool at each of its writes in turn: the disk has the old label or the new one.
+TEST(Sfdisk, AKillAtAnyWriteLeavesTheOldLabelOrTheNewOne)
+{
+    constexpr char kStrace[] = "/usr/bin/strace";
+    if (access(kStrace, X_OK) != 0)
+        GTEST_SKIP() << "no " << kStrace;
+    const struct {
+        uint64_t bytes;
+        std::vector<std::string> words; // on a disk with partitions 1 and 2
+        const char *line;               // that the new label has and the old one has not
+    } kCases[] = {
+        {8 * kGiB, {"-N3", "-j0", "-z8", "-tfd"}, "3 9176832 8 fd\n"},
+        {3 * kTiB, {"-N3", "-j0", "-z8", "-tfd"}, "3 9176832 8 fd\n"},
+        {8 * kGiB, {"-N5", "-j0", "-z8", "-tfd"}, "5 9176832 8 fd\n"}, // MS-DOS becomes GPT
+    };
+    for (const auto &row : kCases) {
+        int status = -1;
+        for (int write = 1; status != 0; write++) {
+            ASSERT_LT(write, 20);
+            const Image image(row.bytes);
+            system_partitions_create(image, 2048, 4980480, 4194304, "fd", "fd");
+            const std::string before = image.list();
+            std::vector<std::string> words = {kStrace, "-qq",
+                                              "-e",    "trace=pwrite64",
+                                              "-e",    "signal=none",
+                                              "-e",    "inject=pwrite64:signal=KILL:when=" + std::to_string(write),
+                                              "-E",    "ASAN_OPTIONS=detect_leaks=0",
+                                              kSfdisk};
+            words.insert(words.end(), row.words.begin(), row.words.end());
+            words.push_back(image.path());
+            status = run_program(words).status;
+            EXPECT_TRUE(status == 0 || status == -SIGKILL) << status;
+            const std::string after = image.list();
+            EXPECT_TRUE((status != 0 && after == before) || after == before + row.line) << after;
+        }
+    }
+}
+
+} // namespace
