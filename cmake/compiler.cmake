@@ -25,6 +25,10 @@ target_compile_options(norv_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
 target_link_options(norv_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)
 
+# Code of the tests (target property NORV_TEST) is compiled for speed of compiling: it has no other to show.
+set(is_test $<BOOL:$<TARGET_PROPERTY:NORV_TEST>>)
+target_compile_options(norv_flags INTERFACE "$<${is_test}:-O0;-g1>")
+
 add_library(norv_executable_flags INTERFACE)
 target_link_options(norv_executable_flags INTERFACE -pie)
 
@@ -39,12 +43,13 @@ if(NORV_SANITIZE)
     target_link_options(norv_flags INTERFACE $<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>>:-static-libasan>)
   endif()
 else()
-  target_compile_options(norv_flags INTERFACE $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=3>)
+  target_compile_options(norv_flags INTERFACE $<$<AND:$<CONFIG:Release>,$<NOT:${is_test}>>:-D_FORTIFY_SOURCE=3>)
   target_link_options(norv_executable_flags INTERFACE -static-libstdc++ -static-libgcc)
   if(CMAKE_BUILD_TYPE STREQUAL Release)
     if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
-      # Fat objects keep the test programs out of link-time optimisation: they link the machine code.
-      target_compile_options(norv_flags INTERFACE -flto=auto -ffat-lto-objects)
+      # Fat objects: only the executable that ships is optimised at link time, all others link the machine code.
+      target_compile_options(norv_flags INTERFACE "$<$<NOT:${is_test}>:-flto=auto;-ffat-lto-objects>")
+      target_link_options(norv_flags INTERFACE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:NORV_SHIPS>>>:-fno-lto>)
       target_link_options(norv_executable_flags INTERFACE -flto=auto -O2)
     endif()
   endif()
