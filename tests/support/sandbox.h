@@ -66,6 +66,7 @@ struct CallRow {
     std::string args = "*";  // pattern
     int error = 0;           // errno; the call then returns -1 or NULL
     std::int64_t result = 0; // else what it returns without doing anything
+    std::string bytes{};     // stored where sysinfo wants its result
     bool real = false;       // else the true call is made
     int skip = 0;            // lets so many matching calls by first
     int times = 0;           // 0: any number
@@ -76,12 +77,13 @@ struct RequestRow {
     std::string device{};      // pattern: "/dev/md0"
     unsigned long request = 0; // ioctl number
     std::string bytes{};       // stored at the argument
+    size_t reads = 0;          // so many bytes at the argument go into the record, in hex
     int result = 0;
     int error = 0; // errno; the call then returns -1
     int times = 0; // 0: any number
 };
 
-// What happened, in order. One line of text per event:
+// What happened, in order. A call that failed ends in " = ENOENT" or the like. One line of text per event:
 //   log err main.cpp:71(main) Failed to get key supportraid from /etc.defaults/norvinfo.conf
 //   run /sbin/mdadm -S /dev/md0          arguments with blanks or none at all stand in '...'
 //   board ...                            a line of the board's transcript
@@ -128,11 +130,10 @@ struct RunOptions {
     std::vector<Limit> limits{};
     std::vector<int> closed{};         // standard descriptors that are closed at start
     double seconds = 20;               // time limit
-    std::vector<std::string> leaves{}; // patterns of new files that may stay behind
-    bool leaves_processes = false;     // children may live on: a daemon
+    std::vector<std::string> leaves{}; // patterns of what may stay behind, see Sandbox::leaves
 };
 
-class SandboxHost; // what serves the box; sandbox_host.h
+struct SandboxHost; // what serves the box
 
 // A started program. It must be waited for before its box goes.
 class Process
@@ -178,6 +179,8 @@ class Sandbox
     void program(std::string_view path, std::vector<ProgramRow> rows = {});
     // The host's own program, recorded like a stand-in. /bin/sh is always there.
     void host_program(std::string_view path);
+    // A file of the host, copied and not recorded.
+    void host_file(std::string_view path, const std::string &host_path, mode_t mode = 0755);
     [[nodiscard]] std::vector<ProgramCall> calls(std::string_view path = "*") const;
     [[nodiscard]] std::string programs_called() const; // "/sbin/mdadm -S /dev/md0\n" each, /bin/sh among them
     [[nodiscard]] std::string unexpected_calls() const;
@@ -187,6 +190,9 @@ class Sandbox
     // Sleeps, alarms and the time limits of select and poll take 1/factor of their time; the program's clock tells
     // the time they would have taken.
     void compress_sleeps(int factor = 1000);
+    // What may stay behind after every run of this box: "/tmp/new.file", "process findhostd", "mount /mnt",
+    // "semaphore 0x09335808", "memory 0x0000002a", "lock /tmp/a.lock".
+    void leaves(std::vector<std::string> patterns);
     // The board behind /dev/norvbios. A scenario (docs/board.md) sets its state; `change` works on the state itself. A
     // box without a board has no such device.
     void board_scenario(std::string_view text);
@@ -218,5 +224,5 @@ class Sandbox
     [[nodiscard]] int socket(int domain, int type, int protocol = 0) const;
 
   private:
-    std::unique_ptr<SandboxHost> host_;
+    std::shared_ptr<SandboxHost> host_;
 };

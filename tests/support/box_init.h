@@ -1,0 +1,59 @@
+// The first process of a box (init.c): makes the namespaces and does what only a process inside can.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "autocleanup/unique.h"
+
+struct StartRequest {
+    std::string path{};
+    std::string cwd{};
+    std::vector<std::string> closed{}; // descriptors
+    std::vector<std::string> limits{}; // resource, value, resource, value ...
+    std::vector<std::string> args{};   // argv[0] too
+    std::vector<std::string> env{};
+    int streams[3] = {-1, -1, -1};
+};
+
+class BoxInit
+{
+  public:
+    BoxInit() = default;
+    BoxInit(const BoxInit &) = delete;
+    BoxInit &operator=(const BoxInit &) = delete;
+    ~BoxInit(); // ends the box with all its processes
+
+    // Starts the process and waits for the namespaces. False when the kernel refuses them: `refusal` tells what and
+    // why. Any other fault fails the test and ends the program.
+    [[nodiscard]] bool begin(std::string *refusal);
+    [[nodiscard]] int take_root() { return root_.release(); }
+    [[nodiscard]] int reports() const { return reports_.get(); } // one packet "ended PID STATUS" per process
+
+    // Only before enter(). `target` as the box names it; false with errno.
+    [[nodiscard]] bool bind(const std::string &host_path, const std::string &target, bool writable);
+    [[nodiscard]] bool mount_proc();
+    [[nodiscard]] bool enter();
+
+    // A pid as the box counts, or -1 with errno.
+    [[nodiscard]] pid_t start(const StartRequest &request);
+    bool signal(pid_t pid, int number);
+    // Descriptors that belong to the caller, or -1 with errno.
+    [[nodiscard]] int open(const std::string &path);
+    [[nodiscard]] int socket(int domain, int type, int protocol);
+
+  private:
+    struct Answer {
+        long number = -1;
+        std::string step{};
+        UniqueFd descriptor{};
+    };
+    Answer command(const std::vector<std::string> &words, const int *streams = nullptr);
+    Answer answer_receive();
+
+    std::mutex one_at_a_time_{};
+    UniqueFd commands_{}, reports_{}, root_{};
+    pid_t pid_ = -1;
+};

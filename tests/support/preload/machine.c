@@ -1,0 +1,209 @@
+/* Calls that reach the whole machine: told, and carried out by the box or not at all. */
+#define _GNU_SOURCE
+#include <fcntl.h>
+#include <limits.h>
+#include <stdarg.h>
+#include <stdint.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/reboot.h>
+#include <sys/stat.h>
+#include <sys/swap.h>
+#include <sys/time.h>
+#include <sys/timex.h>
+#include <sys/uio.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "tell.h"
+
+/* The result as the box gives it; without a box the call is refused. */
+static long told_only(struct box_ask ask, const char *first, const char *second)
+{
+    long result;
+    return give(tell(ask, first, second, NULL, &result) == TOLD_RETURN ? result : -EPERM);
+}
+
+WRAPPER int settimeofday(const struct timeval *time, const struct timezone *zone)
+{
+    (void)zone;
+    return (int)told_only(ASK(settimeofday, time->tv_sec, time->tv_usec), NULL, NULL);
+}
+
+WRAPPER int clock_settime(clockid_t clock, const struct timespec *time)
+{
+    return (int)told_only(ASK(clock_settime, clock, time->tv_sec, time->tv_nsec), NULL, NULL);
+}
+
+WRAPPER int adjtime(const struct timeval *delta, struct timeval *left)
+{
+    if (left != NULL)
+        *left = (struct timeval){0};
+    return (int)told_only(ASK(adjtime, delta->tv_sec, delta->tv_usec), NULL, NULL);
+}
+
+WRAPPER int stime(const time_t *time);
+int stime(const time_t *time)
+{
+    return (int)told_only(ASK(stime, *time), NULL, NULL);
+}
+
+WRAPPER int reboot(int command)
+{
+    return (int)told_only(ASK(reboot, (uint32_t)command), NULL, NULL);
+}
+
+/* The box has a host name of its own. */
+WRAPPER int sethostname(const char *name, size_t length)
+{
+    char text[65] = "";
+    long result;
+    memcpy(text, name, length < sizeof(text) ? length : sizeof(text) - 1);
+    if (tell(ASK(sethostname), text, NULL, NULL, &result) == TOLD_RETURN)
+        return (int)give(result);
+    return (int)give(RAW(sethostname, name, length));
+}
+
+static long outcome_tell(struct talk *talk, long result)
+{
+    const int64_t told = result;
+    talk_send(talk, &told, sizeof(told));
+    return result;
+}
+
+/* Mounts the folder that stands for the source, its path in the answer. */
+static long volume_mount(struct talk *talk, const char *target, unsigned long flags)
+{
+    char folder[512];
+    if (talk->answer.bytes >= sizeof(folder) || talk_receive(talk, folder, talk->answer.bytes) != 0)
+        return -EIO;
+    folder[talk->answer.bytes] = '\0';
+    const long result = RAW(mount, folder, target, NULL, MS_BIND, NULL);
+    if (result == 0 && (flags & MS_RDONLY) != 0)
+        return RAW(mount, NULL, target, NULL, MS_REMOUNT | MS_BIND | MS_RDONLY, NULL);
+    return result;
+}
+
+/* A call that changes the mounts: refused unless the box says how. */
+static long mounts_change(const struct box_ask *ask, const char *source, const char *target, const char *type)
+{
+    const void *const texts[BOX_TEXTS] = {source, target, type};
+    struct talk talk;
+    long result = -EPERM;
+    if (talk_begin(&talk, ask, texts) == 0 && talk_next(&talk) == 0) {
+        if (talk.answer.step == BOX_MOUNT)
+            result = outcome_tell(&talk, volume_mount(&talk, target, (unsigned long)ask->number[0]));
+        else if (talk.answer.step == BOX_TELL)
+            result = outcome_tell(&talk, RAW(umount2, source, ask->number[0]));
+        else
+            result = talk.answer.error != 0 ? -talk.answer.error : talk.answer.result;
+    }
+    talk_end(&talk);
+    return give(result);
+}
+
+static uint32_t text_bytes(const char *text)
+{
+    return text != NULL ? (uint32_t)strlen(text) : 0;
+}
+
+WRAPPER int mount(const char *source, const char *target, const char *type, unsigned long flags, const void *data)
+{
+    (void)data;
+    struct box_ask ask = ASK(mount, (int64_t)flags);
+    ask.text_bytes[0] = text_bytes(source);
+    ask.text_bytes[1] = text_bytes(target);
+    ask.text_bytes[2] = text_bytes(type);
+    return (int)mounts_change(&ask, source, target, type);
+}
+
+WRAPPER int umount2(const char *target, int flags)
+{
+    struct box_ask ask = ASK(umount2, flags);
+    ask.text_bytes[0] = text_bytes(target);
+    return (int)mounts_change(&ask, target, NULL, NULL);
+}
+
+WRAPPER int umount(const char *target)
+{
+    return umount2(target, 0);
+}
+
+WRAPPER int swapon(const char *path, int flags)
+{
+    return (int)told_only(ASK(swapon, flags), path, NULL);
+}
+
+WRAPPER int swapoff(const char *path)
+{
+    return (int)told_only(ASK(swapoff), path, NULL);
+}
+
+WRAPPER int init_module(void *image, unsigned long length, const char *parameters);
+int init_module(void *image, unsigned long length, const char *parameters)
+{
+    (void)image;
+    (void)length;
+    return (int)told_only(ASK(init_module), parameters, NULL);
+}
+
+WRAPPER int delete_module(const char *name, unsigned flags);
+int delete_module(const char *name, unsigned flags)
+{
+    return (int)told_only(ASK(delete_module, flags), name, NULL);
+}
+
+/* The library has no finit_module, so that a program comes by this door. */
+WRAPPER long syscall(long number, ...)
+{
+    long a[6];
+    va_list arguments;
+    va_start(arguments, number);
+    for (int i = 0; i < 6; i++)
+        a[i] = va_arg(arguments, long);
+    va_end(arguments);
+    switch (number) {
+    case SYS_finit_module:
+        return told_only(ASK(finit_module, a[0]), (const char *)a[1], NULL);
+    case SYS_init_module:
+        return init_module(NULL, 0, (const char *)a[2]);
+    case SYS_delete_module:
+        return delete_module((const char *)a[0], (unsigned)a[1]);
+    case SYS_reboot:
+        return reboot((int)a[2]);
+    default:
+        return give(raw_call(number, a[0], a[1], a[2], a[3], a[4], a[5]));
+    }
+}
+
+/* Requests on plain files and named pipes are for devices that the box stands for; others reach what they name. */
+WRAPPER int ioctl(int fd, unsigned long request, ...)
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    struct stat status;
+    long result = RAW(fstat, fd, &status);
+    if (result == 0 && (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode))) {
+        struct box_ask ask = ASK(ioctl, fd, (int64_t)request);
+        ask.address = (uint64_t)(uintptr_t)argument;
+        if (tell(ask, NULL, NULL, NULL, &result) == TOLD_RETURN)
+            return (int)give(result);
+    }
+    return (int)give(RAW(ioctl, fd, request, argument));
+}
+
+/* A program that cannot be started would leave no trace. */
+WRAPPER int execve(const char *path, char *const argv[], char *const environment[])
+{
+    long ignored;
+    const long result = RAW(execve, path, argv, environment);
+    tell(ASK(execve, result), path, NULL, NULL, &ignored);
+    return (int)give(result);
+}
+
+WRAPPER int execv(const char *path, char *const argv[])
+{
+    return execve(path, argv, environ);
+}
