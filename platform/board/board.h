@@ -88,24 +88,29 @@ enum board_direction {
     BOARD_IN_OUT
 };
 
+/* One request that is being carried out. */
+struct board_call {
+    struct board *board;
+    int64_t now_s;
+    void *record; /* all there, at any alignment */
+    uint64_t value;
+};
+
 /*
  * How one request travels. The size inside a request's code is not always that of its record: `bytes` is what is
  * copied. A record may point to a text: the pointer stands at `pointer_at` (8 bytes; 0 when the record has none), the
  * length of its text at `length_at` (int32). Whoever carries the request puts that text, at most BOARD_TAIL_MAX bytes,
  * right behind the record. board_ioctl does all of this.
  */
-struct board_request_info {
-    uint32_t code; /* as given to ioctl */
+struct board_request_info { /* NOLINT(clang-analyzer-optin.performance.Padding): in the order of reading */
+    uint32_t code;          /* as given to ioctl */
     uint16_t bytes;
     uint8_t direction; /* enum board_direction */
     uint8_t pointer_at, length_at;
-    const char *name;   /* as in scenario and transcript, one word */
-    const char *fields; /* one letter per field of the record, see board_transcript.c */
-};
-
-struct board_fan {
-    int32_t running;
-    int32_t rpm;
+    const char *name;                                /* as in scenario and transcript, one word */
+    const char *fields;                              /* how the transcript shows the record, see board_transcript.c */
+    int (*carry_out)(const struct board_call *call); /* NULL: the record is the board's state at `state_at` */
+    uint16_t state_at;
 };
 
 struct board_word {
@@ -130,9 +135,20 @@ struct board_interfaces {
     } groups[BOARD_GROUPS];
 };
 
+/* Record of the processor's temperatures. */
+struct board_cores {
+    int32_t count;
+    int32_t celsius[BOARD_CORES];
+};
+
+/* Record of the two requests that hear the micro-controller: text in, reply out, each NUL-padded. */
+struct board_micro_message {
+    char text[8];
+    int32_t length; /* in: bytes of the reply that are wanted; out: bytes that came */
+};
+
 struct board_micro_reply {
-    char text[8], reply[8]; /* NUL-padded; a full one has no NUL */
-    int32_t length;         /* of the reply; 0: free row */
+    char text[8], reply[8]; /* NUL-padded; a full one has no NUL; no text: free row */
 };
 
 struct board_failure {
@@ -145,18 +161,17 @@ struct board {
     uint8_t lamps[BOARD_LAMPS];       /* enum board_light */
     uint8_t disks[BOARD_DISKS];       /* enum board_disk_light */
     uint8_t switches[BOARD_SWITCHES]; /* 0 or 1 */
-    int32_t disk_count;               /* disk LEDs that are drawn */
+    int32_t disk_count;               /* disk LEDs that the board has */
     uint32_t beeps_long, beeps_short;
     int32_t pwm_duty, pwm_frequency; /* two digits as sent; -1: never set */
 
     int64_t clock_offset_s; /* clock less the caller's time */
     struct board_schedule schedule;
 
-    struct board_fan fans[BOARD_FANS];
     int32_t fan_count;
-    int32_t temperature; /* degrees Celsius */
-    int32_t cores[BOARD_CORES];
-    int32_t core_count;
+    int32_t fan_rpm[BOARD_FANS]; /* 0: the fan stands still */
+    int32_t temperature;         /* degrees Celsius */
+    struct board_cores cores;
     int32_t module_type[3]; /* fan type first */
 
     uint32_t pins[BOARD_PINS];
@@ -165,7 +180,7 @@ struct board {
     struct board_word words[BOARD_WORDS];
     uint32_t word_count;
 
-    int32_t event_source;
+    int32_t event_source[2];
     int32_t status_pair[2];
     int32_t events[BOARD_EVENTS];
     uint32_t event_first, event_count;
@@ -234,14 +249,16 @@ void board_panel_write(struct board *board, const void *bytes, size_t count);
 
 /*
  * Scenario text sets the state; docs/board.md lists its words. A line takes effect at once; the first bad one ends the
- * load. `error` gets "line N: what is wrong", or "" . Returns 0 or -EINVAL.
+ * load, and those before it stay in force. `error` gets what is wrong, of a load with "line N: " before it, or "".
+ * Returns 0; -EINVAL for a bad line, -ENOSPC for one that finds no room.
  */
 int board_scenario_line(struct board *board, int64_t now_s, const char *line, char *error, size_t error_room);
 int board_scenario_load(struct board *board, int64_t now_s, const char *text, size_t length, char *error,
                         size_t error_room);
 
 /*
- * Copies the next line of the transcript, without newline, cut to `room`. `cursor` counts lines since the board began;
+ * Copies the next line of the transcript, without newline, cut to `room`: "0xc0044bcd gpio_read 4 -> 1", code, name,
+ * what came in, what went out, and " = -EIO" when the request failed. `cursor` counts lines since the board began;
  * start with 0. Lines that the ring has lost are told by one line "... N lines lost". Returns 1; 0 when there is no
  * further line.
  */
@@ -251,7 +268,7 @@ int board_transcript_next(const struct board *board, uint64_t *cursor, char *lin
 void board_note(struct board *board, const char *format, ...) BOARD_PRINTF(2, 3);
 
 /* Draws the board as text of some 20 lines, cut to `room`. Returns the length of the text without its NUL. */
-size_t board_draw(const struct board *board, int64_t now_s, char *text, size_t room);
+size_t board_draw(const struct board *board, int64_t now_s, char *drawing, size_t room);
 
 #ifdef __cplusplus
 }

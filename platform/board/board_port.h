@@ -7,14 +7,14 @@
 #include <linux/kernel.h>
 #include <linux/string.h>
 #include <linux/types.h>
-#else
+#else /* NOLINTBEGIN(modernize-deprecated-headers): C++ reads it too */
 #include <errno.h>
 #include <stdarg.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
-#endif
+#endif /* NOLINTEND(modernize-deprecated-headers) */
 
 #define BOARD_PRINTF(text, first) __attribute__((format(printf, text, first)))
 
