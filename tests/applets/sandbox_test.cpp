@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "platform/board/board.h"
 #include "tests/support/sandbox.h"
 
 namespace
@@ -225,6 +226,26 @@ TEST(Sandbox, RequestsOnDevices)
     EXPECT_EQ(result.record.text(), "ioctl /dev/sda BLKGETSIZE64\nioctl /dev/sda BLKSSZGET\nioctl /dev/sda BLKSSZGET\n"
                                     "ioctl /dev/sda 0x80040961\nioctl /dev/md0 0x80040961\n"
                                     "ioctl /dev/md0 0x80040961 = ENODEV\n");
+}
+
+TEST(Sandbox, BoardAnswersAndRaisesEvents)
+{
+    ProbeBox box;
+    const Result result = box.probe({"open", "/dev/norvbios", "ioctl", "0xc0044b0d", "ioctl", "0x5401", "poll", "0"});
+    EXPECT_EQ(result.out, "open 0\nioctl 0\nioctl ENOTTY\npoll 0\n");
+    EXPECT_EQ(result.record.count("board *"), 2) << result.record.text();
+
+    box.board([](board &board) { EXPECT_EQ(board_event_raise(&board, 0x21), 0); });
+    EXPECT_EQ(box.probe({"open", "/dev/norvbios", "poll", "0", "poll", "0", "ioctl", "0xc0044b02", "poll", "0"}).out,
+              "open 0\npoll 1\npoll 1\nioctl 33\npoll 0\n");
+
+    Process waiting = box.start({kProbe, "open", "/dev/norvbios", "sleep", "0", "poll", "20000"});
+    ASSERT_TRUE(box.wait_for("poll 20000"));
+    box.board([](board &board) { EXPECT_EQ(board_event_raise(&board, 0x22), 0); });
+    EXPECT_EQ(waiting.wait().out, "named /bin/probe\nopen 0\nsleep 0\npoll 1\n");
+
+    box.board_remove();
+    EXPECT_EQ(box.probe({"open", "/dev/norvbios"}).out, "open ENOENT\n");
 }
 
 TEST(Sandbox, MountsShowVolumes)

@@ -98,7 +98,7 @@ bool is_volume(const std::string &path)
 void tree_add(int folder, const std::string &path, dev_t device, FileTree *tree)
 {
     for (const std::string &name : names(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC))) {
-        const std::string below = path + "/" + name;
+        const std::string below = std::string(path).append("/").append(name);
         struct stat status;
         if (brought(below) || fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
             status.st_dev != device)

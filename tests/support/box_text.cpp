@@ -1,6 +1,7 @@
 #include "tests/support/box_text.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "tests/support/sandbox.h"
 
@@ -60,6 +61,11 @@ std::string words_shown(const std::vector<std::string> &words)
     for (const std::string &word : words)
         shown += (shown.empty() ? "" : " ") + word_shown(word);
     return shown;
+}
+
+std::string error_shown(int error)
+{
+    return std::string(" = ") + strerrorname_np(error);
 }
 
 std::vector<std::string> words_split(std::string_view texts)

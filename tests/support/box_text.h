@@ -15,5 +15,8 @@
 // One line: newlines and other control characters as \n, \r, \t or \xNN.
 [[nodiscard]] std::string line_shown(std::string_view text);
 
+// How a line of the record ends whose call failed: " = ENOENT".
+[[nodiscard]] std::string error_shown(int error);
+
 // The words of NUL-terminated texts in a row.
 [[nodiscard]] std::vector<std::string> words_split(std::string_view texts);

@@ -124,7 +124,7 @@ struct RunOptions {
     std::vector<std::string> env{}; // "NAME=value", added to the PATH that every program gets
     bool empty_env = false;         // nothing but `env`
     std::string input{};            // standard input
-    bool input_open = false;        // standard input is a pipe that stays open behind `input`: Process::send
+    bool input_open = false;        // standard input is a stream that stays open behind `input`: Process::send
     std::string cwd = "/";
     std::optional<std::string> argv0{}; // what the program is told as its name
     std::vector<Limit> limits{};
@@ -133,7 +133,7 @@ struct RunOptions {
     std::vector<std::string> leaves{}; // patterns of what may stay behind, see Sandbox::leaves
 };
 
-struct SandboxHost; // what serves the box
+class Box;
 
 // A started program. It must be waited for before its box goes.
 class Process
@@ -163,7 +163,7 @@ class Sandbox
     Sandbox &operator=(const Sandbox &) = delete;
     ~Sandbox(); // fails the test when a program still runs
 
-    // Files, by absolute path inside; parents are made.
+    // Files, by absolute path inside; parents are made. A symbolic link at the path itself is replaced.
     void file(std::string_view path, std::string_view content, mode_t mode = 0644);
     void directory(std::string_view path, mode_t mode = 0755);
     void symlink(std::string_view path, std::string_view target);
@@ -224,5 +224,5 @@ class Sandbox
     [[nodiscard]] int socket(int domain, int type, int protocol = 0) const;
 
   private:
-    std::shared_ptr<SandboxHost> host_;
+    std::shared_ptr<Box> box_;
 };

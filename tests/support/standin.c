@@ -13,8 +13,6 @@
 
 #include "talk.h"
 
-extern char **environ;
-
 enum { kNobodyAnswers = 126, kPiece = 4096 };
 
 static size_t texts_bytes(char *const texts[])

@@ -7,7 +7,7 @@
 #ifndef NORV_TESTS_SUPPORT_WIRE_H
 #define NORV_TESTS_SUPPORT_WIRE_H
 
-#include <stdint.h>
+#include <stdint.h> /* NOLINT(modernize-deprecated-headers): for C too */
 
 #define BOX_DIR "/.box"
 #define BOX_ASK BOX_DIR "/ask"

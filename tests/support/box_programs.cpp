@@ -1,0 +1,100 @@
+// Stand-ins: how their calls are told and answered.
+#include <algorithm>
+#include <csignal>
+#include <unistd.h>
+
+#include "tests/support/box_server.h"
+#include "tests/support/box_talk.h"
+#include "tests/support/box_text.h"
+
+void BoxServer::program(const std::string &path, std::vector<ProgramRow> rows)
+{
+    files_.link(path, BOX_STANDIN);
+    const std::lock_guard lock(lock_);
+    Program &program = programs_[path];
+    program.is_host = false;
+    for (ProgramRow &row : rows) {
+        program.rows.push_back(std::move(row));
+        program.used.push_back(0);
+    }
+}
+
+void BoxServer::host_program(const std::string &path)
+{
+    files_.link(path, BOX_STANDIN);
+    const std::lock_guard lock(lock_);
+    programs_[path].is_host = true;
+}
+
+void BoxServer::answer_program(const Question &question)
+{
+    const std::vector<std::string> words = words_split(question.texts[2]);
+    const auto count = std::min(static_cast<size_t>(question.ask.number[0]), words.size());
+    ProgramCall call;
+    call.path = question.texts[0];
+    call.cwd = question.texts[1];
+    call.args.assign(words.begin() + std::min<std::ptrdiff_t>(1, static_cast<std::ptrdiff_t>(count)),
+                     words.begin() + static_cast<std::ptrdiff_t>(count));
+    call.env.assign(words.begin() + static_cast<std::ptrdiff_t>(count), words.end());
+    const std::string args = words_shown(call.args);
+    const std::string line = call.path + (args.empty() ? "" : " ") + args;
+
+    std::unique_lock lock(lock_);
+    record_add("run " + line);
+    calls_.push_back(call);
+    Program &program = programs_[call.path];
+    if (program.is_host)
+        return talk_say(question.fd, BOX_EXEC, 0, 0, BOX_HOST + call.path);
+    ProgramRow row;
+    bool found = false;
+    for (size_t i = 0; i < program.rows.size() && !found; i++) {
+        found = pattern_matches(program.rows[i].args, args) &&
+                (program.rows[i].times == 0 || program.used[i] < program.rows[i].times);
+        if (found) {
+            row = program.rows[i];
+            program.used[i]++;
+        }
+    }
+    if (!found && !program.rows.empty())
+        unexpected_ += line + "\n";
+    if (row.reads_input) {
+        const size_t place = calls_.size() - 1;
+        waiting_for_input_[place] = std::move(row);
+        return talk_say(question.fd, BOX_INPUT, static_cast<std::int64_t>(place));
+    }
+    lock.unlock();
+    program_finish(question, row, call);
+}
+
+// The program comes back with its input, and is then answered.
+void BoxServer::answer_input(const Question &question)
+{
+    std::unique_lock lock(lock_);
+    const auto place = static_cast<size_t>(question.ask.number[0]);
+    const auto waiting = waiting_for_input_.find(place);
+    if (waiting == waiting_for_input_.end())
+        return;
+    const ProgramRow row = std::move(waiting->second);
+    waiting_for_input_.erase(waiting);
+    calls_[place].input = question.texts[0];
+    const ProgramCall call = calls_[place];
+    lock.unlock();
+    program_finish(question, row, call);
+}
+
+// Not under the lock: the effect may use the whole box.
+void BoxServer::program_finish(const Question &question, const ProgramRow &row, const ProgramCall &call)
+{
+    if (row.effect)
+        row.effect(call);
+    if (!row.output.empty())
+        talk_say(question.fd, BOX_OUTPUT, STDOUT_FILENO, 0, row.output);
+    if (!row.error.empty())
+        talk_say(question.fd, BOX_OUTPUT, STDERR_FILENO, 0, row.error);
+    if (row.delay_ms > 0 || row.stays)
+        talk_say(question.fd, BOX_WAIT, row.stays ? -1 : row.delay_ms);
+    if (row.signal != 0)
+        talk_say(question.fd, BOX_KILL, row.signal);
+    else
+        talk_say(question.fd, BOX_RETURN, row.exit_status);
+}

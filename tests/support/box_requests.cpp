@@ -1,0 +1,152 @@
+// Device requests: of disks, of whatever a test has rows for, and of the board.
+#include <cstdio>
+#include <ctime>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/support/box_server.h"
+#include "tests/support/box_talk.h"
+#include "tests/support/box_text.h"
+
+namespace
+{
+
+struct NamedRequest {
+    unsigned long number;
+    const char *name;
+};
+constexpr NamedRequest kRequests[] = {
+    {0x125d, "BLKROSET"},         {0x125f, "BLKRRPART"},          {0x1260, "BLKGETSIZE"},
+    {0x1261, "BLKFLSBUF"},        {0x1268, "BLKSSZGET"},          {0x127b, "BLKPBSZGET"},
+    {0x80081272, "BLKGETSIZE64"}, {0x80480911, "GET_ARRAY_INFO"}, {0x80140912, "GET_DISK_INFO"},
+    {0x0301, "HDIO_GETGEO"},      {0x030d, "HDIO_GET_IDENTITY"},  {0x2285, "SG_IO"},
+};
+
+std::string request_shown(unsigned long request)
+{
+    for (const NamedRequest &known : kRequests)
+        if (known.number == request)
+            return known.name;
+    char text[24];
+    snprintf(text, sizeof(text), "0x%lx", request);
+    return text;
+}
+
+template <typename Number> std::string bytes_of(Number number)
+{
+    return {reinterpret_cast<const char *>(&number), sizeof(number)};
+}
+
+// What any disk of a plain file would answer. False for other requests.
+bool disk_answer(unsigned long request, const struct stat &status, std::string *bytes)
+{
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    switch (request) {
+    case 0x125f: // BLKRRPART
+    case 0x1261: // BLKFLSBUF
+        return true;
+    case 0x1260: // BLKGETSIZE
+        *bytes = bytes_of(size / 512);
+        return true;
+    case 0x80081272: // BLKGETSIZE64
+        *bytes = bytes_of(size);
+        return true;
+    case 0x1268: // BLKSSZGET
+    case 0x127b: // BLKPBSZGET
+        *bytes = bytes_of(std::int32_t{512});
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+void BoxServer::request(RequestRow row)
+{
+    const std::lock_guard lock(lock_);
+    request_rows_.push_back({.row = std::move(row)});
+}
+
+const RequestRow *BoxServer::request_row(const std::string &device, unsigned long request)
+{
+    for (RequestState &state : request_rows_) {
+        if (state.row.request != request || !pattern_matches(state.row.device, device))
+            continue;
+        state.seen++;
+        if (state.row.times == 0 || state.seen <= state.row.times)
+            return &state.row;
+    }
+    return nullptr;
+}
+
+void BoxServer::answer_request(const Question &question)
+{
+    const std::string device = descriptor_path(question, question.ask.number[0]);
+    const auto request = static_cast<unsigned long>(question.ask.number[1]);
+    if (device == BOX_BOARD)
+        return answer_board(question, static_cast<std::uint32_t>(request));
+
+    std::string bytes;
+    std::string input;
+    std::unique_lock lock(lock_);
+    const RequestRow *row = request_row(device, request);
+    const RequestRow answer = row != nullptr ? *row : RequestRow();
+    lock.unlock();
+    if (answer.reads > 0) {
+        input.resize(answer.reads);
+        int fd = question.fd;
+        if (talk_peek(&fd, input.data(), question.ask.address, input.size()) != 0)
+            return;
+    }
+    struct stat status {
+    };
+    const bool known = row != nullptr || (files_.stat(device, &status) && disk_answer(request, status, &bytes));
+    if (row != nullptr)
+        bytes = answer.bytes;
+
+    std::string line = "ioctl " + word_shown(device) + " " + request_shown(request);
+    for (const char c : input) {
+        char hex[4];
+        snprintf(hex, sizeof(hex), "%s%02x", &c == input.data() ? " " : "", static_cast<unsigned char>(c));
+        line += hex;
+    }
+    lock.lock();
+    record_add(line + (answer.error != 0 ? error_shown(answer.error) : ""));
+    lock.unlock();
+    if (!known)
+        return talk_say(question.fd, BOX_REAL); // the kernel refuses it
+    if (!bytes.empty() && answer.error == 0)
+        talk_say(question.fd, BOX_POKE, 0, 0, bytes, question.ask.address);
+    talk_say(question.fd, BOX_RETURN, answer.result, answer.error);
+}
+
+void BoxServer::answer_board(const Question &question, std::uint32_t request)
+{
+    int fd = question.fd;
+    const board_memory memory{.in = talk_peek, .out = talk_poke, .context = &fd};
+    const std::lock_guard lock(lock_);
+    const long result = board_ioctl(board_.get(), time(nullptr), request, question.ask.address, &memory);
+    board_settle();
+    talk_say(fd, BOX_RETURN, result < 0 ? 0 : result, result < 0 ? static_cast<int>(-result) : 0);
+}
+
+// Brings what the board noted into the record, and makes its device readable while an event waits.
+void BoxServer::board_settle()
+{
+    char line[BOARD_NOTE_ROOM];
+    while (board_transcript_next(board_.get(), &board_told_, line, sizeof(line)) == 1)
+        record_add(std::string("board ") + line);
+    char byte = 0;
+    while (read(board_pipe_.get(), &byte, 1) == 1)
+        continue;
+    if (board_event_pending(board_.get()) != 0)
+        static_cast<void>(!write(board_pipe_.get(), &byte, 1));
+}
+
+void BoxServer::board(const std::function<void(struct board &)> &change)
+{
+    const std::lock_guard lock(lock_);
+    change(*board_);
+    board_settle();
+}

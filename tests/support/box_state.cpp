@@ -1,0 +1,152 @@
+// What a box holds, and what of it a program has left behind.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <thread>
+#include <unistd.h>
+
+#include "tests/support/box.h"
+#include "tests/support/box_text.h"
+#include "tests/support/wire.h"
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kGraceMs = 250;
+
+std::string descriptor_text(const UniqueFd &fd)
+{
+    std::string text;
+    char piece[4096];
+    for (ssize_t count; (count = read(fd.get(), piece, sizeof(piece))) > 0;)
+        text.append(piece, static_cast<size_t>(count));
+    return text;
+}
+
+// The words of each line of a table below the box's /proc.
+std::vector<std::vector<std::string>> table(const std::string &text)
+{
+    std::vector<std::vector<std::string>> rows;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        std::vector<std::string> words(1);
+        for (; at < end; at++) {
+            if (text[at] != ' ' && text[at] != '\t')
+                words.back() += text[at];
+            else if (!words.back().empty())
+                words.emplace_back();
+        }
+        rows.push_back(std::move(words));
+        at = end + 1;
+    }
+    return rows;
+}
+
+bool any_matches(const std::vector<std::string> &patterns, const std::string &text)
+{
+    return std::any_of(patterns.begin(), patterns.end(),
+                       [&](const std::string &pattern) { return pattern_matches(pattern, text); });
+}
+
+} // namespace
+
+std::vector<Sandbox::Running> Box::processes() const
+{
+    std::vector<Sandbox::Running> running;
+    for (const std::string &name : files->list(BOX_PROC)) {
+        const pid_t pid = atoi(name.c_str());
+        std::string line;
+        if (pid <= 1 || std::find(started.begin(), started.end(), pid) != started.end() ||
+            !files->read(BOX_PROC "/" + name + "/cmdline", &line) || line.empty())
+            continue; // the first process, one that is waited for, or one that has ended
+        const std::string program = line.c_str();
+        running.push_back({.pid = pid, .name = program.substr(program.rfind('/') + 1)});
+    }
+    return running;
+}
+
+// A lock lives as long as a descriptor of it does, whoever took it.
+std::vector<std::string> Box::locked_files(pid_t pid) const
+{
+    std::vector<std::string> paths;
+    const std::string folder = BOX_PROC "/" + std::to_string(pid);
+    for (const std::string &fd : files->list(folder + "/fdinfo")) {
+        std::string info;
+        if (files->read(folder + "/fdinfo/" + fd, &info) && info.find("\nlock:") != std::string::npos)
+            paths.push_back(files->link_target(folder + "/fd/" + fd));
+    }
+    return paths;
+}
+
+BoxState Box::state()
+{
+    BoxState state{.files = files->tree(), .others = {}};
+    for (const Sandbox::Running &process : processes()) {
+        state.others.push_back("process " + process.name);
+        for (const std::string &file : locked_files(process.pid))
+            state.others.push_back("lock " + file);
+    }
+
+    std::string text;
+    if (!files->read(BOX_PROC "/1/mountinfo", &text))
+        ADD_FAILURE() << "sandbox: cannot read the mounts: " << strerror(errno);
+    for (const auto &row : table(text))
+        state.others.push_back("mount " + row.at(4));
+
+    // These tables show the reader's own namespace, so that the reader must come from inside.
+    const std::pair<const char *, const char *> kinds[] = {{"sem", "semaphore"}, {"shm", "memory"}, {"msg", "queue"}};
+    for (const auto &[file, kind] : kinds) {
+        for (const auto &row : table(descriptor_text(UniqueFd(init.open(std::string(BOX_PROC "/sysvipc/") + file))))) {
+            char key[24];
+            snprintf(key, sizeof(key), " 0x%08x", static_cast<unsigned>(atol(row[0].c_str())));
+            if (row[0] != "key")
+                state.others.push_back(kind + std::string(key));
+        }
+    }
+
+    std::sort(state.others.begin(), state.others.end());
+    return state;
+}
+
+std::string Box::leftovers(const BoxState &after) const
+{
+    std::vector<std::string> left;
+    std::set_difference(after.others.begin(), after.others.end(), before.others.begin(), before.others.end(),
+                        std::back_inserter(left));
+    for (const std::string &change : tree_changes(before.files, after.files))
+        if (change[0] == '+')
+            left.push_back(change.substr(1));
+    std::string undeclared;
+    for (const std::string &what : left)
+        if (!any_matches(leaves, what) && !any_matches(started_leaves, what))
+            undeclared += "  " + what + "\n";
+    return undeclared;
+}
+
+BoxState Box::settled_state()
+{
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(kGraceMs);
+    BoxState now = state();
+    while (leftovers(now).find("  process ") != std::string::npos && Clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        now = state();
+    }
+    return now;
+}
+
+void Box::sanitizer_reports() const
+{
+    for (const std::string &name : files->list(BOX_DIR)) {
+        const std::string path = BOX_DIR "/" + name;
+        std::string report;
+        if (path.compare(0, strlen(BOX_SANITIZER), BOX_SANITIZER) != 0 || !files->read(path, &report))
+            continue;
+        ADD_FAILURE() << report;
+        files->remove(path);
+    }
+}
