@@ -1,0 +1,168 @@
+// From the name of the program to its role, and what happens on the way.
+#include <gtest/gtest.h>
+#include <string>
+#include <string_view>
+#include <sys/resource.h>
+#include <vector>
+
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+constexpr const char *kRoles[] = {
+    "manutild",
+    "findhostd",
+    "raidtool",
+    "norvcfgen",
+    "norvhdcfgen",
+    "norvcheckpartition",
+    "norvcleanpartition",
+    "norvgetmaxpartition",
+    "norvchecksum",
+    "norvhwctrl",
+    "mantool",
+    "norv_microp_control",
+    "norvdiskport",
+    "norvdiskupdatehclport",
+    "norvupgrade",
+    "install.cgi",
+    "lock_check.cgi",
+    "recover.cgi",
+    "start_telnet.cgi",
+    "clean_button_flags.cgi",
+    "session.cgi",
+    "norvcodesign",
+    "norvnetseqadj",
+    "norvssdcache",
+    "norvlanstatus",
+    "norv_pstore_collect",
+    "norv_swap_ctl",
+    "norv_extract_system_patch",
+    "norv_oob_power_action",
+    "norv_oob_ipv4_get",
+    "norvstgcore",
+    "norv_led_mask_on",
+};
+
+constexpr char kModel[] = "/etc.defaults/norvinfo.conf";
+constexpr char kBanner[] = "Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\n";
+const std::vector<std::string> kLeaves = {"/tmp/install.lock"};
+
+// The daemon answers a single --help with the banner and 0. Of the roles only manutild does so too.
+bool is_daemon(const Result &result)
+{
+    return result.exit_status == 0 && result.out == kBanner;
+}
+
+TEST(Dispatch, EveryListedNameIsItsRole)
+{
+    Sandbox box;
+    for (const char *role : kRoles) {
+        SCOPED_TRACE(role);
+        const Result plain = box.run({role, "--help"}, {.leaves = kLeaves});
+        EXPECT_TRUE(!is_daemon(plain) || std::string_view(role) == "manutild");
+        for (const char *prefix : {"./", "/usr/sbin/norvhwctrl/"}) {
+            const Result result = box.run({role, "--help"}, {.argv0 = std::string(prefix) + role, .leaves = kLeaves});
+            EXPECT_EQ(result.exit_status, plain.exit_status) << prefix;
+            EXPECT_EQ(is_daemon(result), is_daemon(plain)) << prefix;
+        }
+    }
+}
+
+TEST(Dispatch, AnyOtherNameIsTheEventDaemon)
+{
+    const std::string kNames[] = {
+        "ncemd",
+        "norv",
+        "Raidtool",
+        "raidtool2",
+        "raidtoo",
+        "raidtool ",
+        "raidtool/",
+        "/usr/sbin/",
+        "/",
+        "",
+        "install_cgi",
+        std::string(4096, 'r'),
+        std::string(4096, '/') + "session.cgi/x",
+    };
+    Sandbox box;
+    for (const std::string &name : kNames) {
+        SCOPED_TRACE(name.substr(0, 40));
+        EXPECT_TRUE(is_daemon(box.run({"ncemd", "--help"}, {.argv0 = name})));
+    }
+}
+
+TEST(Dispatch, HelpCountsOnlyAlone)
+{
+    Sandbox box;
+    for (const char *daemon : {"ncemd", "manutild", "findhostd"})
+        EXPECT_EQ(box.run({daemon, "-x", "--help"}).out.find(kBanner), std::string::npos) << daemon;
+}
+
+// A role that meets a hostile setting ends as it would otherwise: no crash, no hang, nothing left behind.
+TEST(Dispatch, HostileSettings)
+{
+    Sandbox box;
+    box.file(kModel, "supportraid=\"no\"\n");
+    for (const char *role : kRoles) {
+        SCOPED_TRACE(role);
+        const int plain = box.run({role}, {.leaves = kLeaves}).exit_status;
+        const RunOptions kSettings[] = {
+            {.empty_env = true, .leaves = kLeaves},
+            {.limits = {{RLIMIT_NOFILE, 8}}, .leaves = kLeaves},
+            {.closed = {0, 1, 2}, .leaves = kLeaves},
+        };
+        for (const RunOptions &setting : kSettings)
+            EXPECT_EQ(box.run({role}, setting).exit_status, plain);
+    }
+}
+
+// A file that is opened first must not become standard output: here the log would receive the usage text.
+TEST(Dispatch, ClosedOutputLandsNowhere)
+{
+    Sandbox box; // without a model description there is something to log
+    for (const int closed : {0, 1, 2}) {
+        const Result result = box.run({"norvhwctrl"}, {.closed = {closed}});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.record.count("log *Failed to get key supportraid*"), 1);
+        EXPECT_EQ(result.record.count("*-set_led*"), 0);
+    }
+}
+
+// Without a usable model description a role runs all the same; only `supportraid` leaves a line. Programs whose output
+// is a web answer say nothing before it.
+TEST(Dispatch, ModelDescription)
+{
+    static const struct {
+        const char *text; // NULL: no file
+        int complaints;
+    } kCases[] = {
+        {nullptr, 1},
+        {"", 1},
+        {"supportraid=\n", 1},
+        {"supportraid=\"yes\"\n", 0},
+        {"supportraid=\"YES\"\n", 0},
+        {"supportraid=\"1234567890123456789012345678901\"\n", 0},  // 31 fit
+        {"supportraid=\"12345678901234567890123456789012\"\n", 1}, // 32 do not
+        {"supportraid=\"1234567890123456789012345678901234567890\"\n", 1},
+        {"support_acm=\"yes\"\ninternal_disk_without_led_mask=\"yes\"\nsupportraid=\"no\"\n", 0},
+    };
+    for (const auto &[text, complaints] : kCases) {
+        SCOPED_TRACE(text == nullptr ? "none" : text);
+        Sandbox box;
+        if (text != nullptr)
+            box.file(kModel, text);
+        const Result result = box.run({"session.cgi"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, "Content-type: application/json; charset=\"UTF-8\"\r\n\r\n{ \"lang\": \"enu\" }");
+        EXPECT_EQ(result.err, "");
+        EXPECT_EQ(result.record.count("log err main.cpp:*(main) Failed to get key supportraid from "
+                                      "/etc.defaults/norvinfo.conf"),
+                  complaints);
+        EXPECT_EQ(result.record.count("log err *"), complaints);
+    }
+}
+
+} // namespace
