@@ -107,18 +107,6 @@ bool Box::begin(std::string *refusal)
     files = std::make_unique<BoxFiles>(init.take_root());
     for (const Folder &folder : kFolders)
         files->directory(folder.path, folder.mode);
-    if (!init.mount_proc()) {
-        *refusal = std::string("mount of /proc: ") + strerror(errno);
-        return false;
-    }
-    furnish();
-    server = std::make_unique<BoxServer>(*files, init.reports());
-    server->host_program("/bin/sh");
-    return true;
-}
-
-void Box::furnish()
-{
     for (const SmallFile &file : kSmallFiles)
         files->write(file.path, file.content, 0644);
     for (const Link &link : kLinks)
@@ -128,22 +116,27 @@ void Box::furnish()
     files->copy(SANDBOX_PRELOAD, BOX_PRELOAD, 0755);
     files->copy(SANDBOX_STANDIN, BOX_STANDIN, 0755);
     files->copy("/bin/sh", BOX_HOST "/bin/sh", 0755);
+    if (!init.mount_proc() || !host_bind() || !init.enter())
+        return BoxInit::refused("mounts", refusal);
+    server = std::make_unique<BoxServer>(*files, init.reports());
+    server->host_program("/bin/sh");
+    return true;
+}
 
-    bool bound = true;
+bool Box::host_bind()
+{
     for (const char *device : kDevices) {
         files->write(device, "", 0666);
-        bound = bound && init.bind(device, device, true);
+        if (!init.bind(device, device, true))
+            return false;
     }
     for (const char *library : kLibraries) {
         if (access(library, F_OK) != 0)
             continue;
         files->directory(library, 0755);
-        bound = bound && init.bind(library, library, false);
+        if (!init.bind(library, library, false))
+            return false;
     }
     files->write(kNorvPath, "", 0755);
-    bound = bound && init.bind(SANDBOX_NORV, kNorvPath, false);
-    if (!bound || !init.enter()) {
-        perror("sandbox: cannot make the root");
-        abort();
-    }
+    return init.bind(SANDBOX_NORV, kNorvPath, false);
 }

@@ -41,7 +41,7 @@ class Box
     void sanitizer_reports() const; // fail the test
 
   private:
-    void furnish();
+    [[nodiscard]] bool host_bind(); // what of the host shows inside
     [[nodiscard]] std::vector<std::string> locked_files(pid_t pid) const;
 };
 

@@ -73,11 +73,10 @@ bool ids_map(pid_t pid)
            id_map_write(pid, "gid_map", "0 " + std::to_string(getegid()) + " 1");
 }
 
-// What a kernel or container says that does not let an ordinary process have namespaces of its own.
+// What a kernel or container says that does not let a process have namespaces and mounts of its own.
 bool is_refusal(int error)
 {
-    return error == EPERM || error == EACCES || error == ENOSYS || error == ENOSPC || error == EUSERS ||
-           error == EINVAL;
+    return error == EPERM || error == EACCES || error == ENOSYS || error == ENOSPC || error == EUSERS;
 }
 
 } // namespace
@@ -107,14 +106,16 @@ bool BoxInit::begin(std::string *refusal)
     }
     if (answer.number >= 0)
         answer = command({"mapped"});
-    if (answer.number < 0) {
-        if (!is_refusal(errno))
-            give_up(answer.step.c_str());
-        *refusal = answer.step + ": " + strerror(errno);
-        return false;
-    }
     root_ = std::move(answer.descriptor);
-    return true;
+    return answer.number >= 0 || refused(answer.step, refusal);
+}
+
+bool BoxInit::refused(const std::string &step, std::string *refusal)
+{
+    if (!is_refusal(errno))
+        give_up(step.c_str());
+    *refusal = step + ": " + strerror(errno);
+    return false;
 }
 
 BoxInit::Answer BoxInit::answer_receive()

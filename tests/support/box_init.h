@@ -27,8 +27,10 @@ class BoxInit
     ~BoxInit(); // ends the box with all its processes
 
     // Starts the process and waits for the namespaces. False when the kernel refuses them: `refusal` tells what and
-    // why. Any other fault fails the test and ends the program.
+    // why. Any other fault ends the test program.
     [[nodiscard]] bool begin(std::string *refusal);
+    // False when errno, of a step that has just failed, is such a refusal.
+    [[nodiscard]] static bool refused(const std::string &step, std::string *refusal);
     [[nodiscard]] int take_root() { return root_.release(); }
     [[nodiscard]] int reports() const { return reports_.get(); } // one packet "ended PID STATUS" per process
 

@@ -64,8 +64,8 @@ std::vector<Sandbox::Running> Box::processes() const
         if (pid <= 1 || std::find(started.begin(), started.end(), pid) != started.end() ||
             !files->read(BOX_PROC "/" + name + "/cmdline", &line) || line.empty())
             continue; // the first process, one that is waited for, or one that has ended
-        const std::string program = line.c_str();
-        running.push_back({.pid = pid, .name = program.substr(program.rfind('/') + 1)});
+        line.resize(line.find('\0'));
+        running.push_back({.pid = pid, .name = line.substr(line.rfind('/') + 1)});
     }
     return running;
 }
@@ -77,8 +77,9 @@ std::vector<std::string> Box::locked_files(pid_t pid) const
     const std::string folder = BOX_PROC "/" + std::to_string(pid);
     for (const std::string &fd : files->list(folder + "/fdinfo")) {
         std::string info;
-        if (files->read(folder + "/fdinfo/" + fd, &info) && info.find("\nlock:") != std::string::npos)
-            paths.push_back(files->link_target(folder + "/fd/" + fd));
+        if (files->read(folder + std::string("/fdinfo/").append(fd), &info) &&
+            info.find("\nlock:") != std::string::npos)
+            paths.push_back(files->link_target(folder + std::string("/fd/").append(fd)));
     }
     return paths;
 }

@@ -65,12 +65,12 @@ static long do_poll(const char *milliseconds)
     return poll(&source, 1, atoi(milliseconds));
 }
 
-/* Seconds that the clock shows a sleep to have taken. */
+/* Tens of seconds that the clock shows a sleep to have taken. */
 static long do_clock(const char *seconds)
 {
     const time_t before = time(NULL);
     sleep((unsigned)atoi(seconds));
-    return time(NULL) - before;
+    return (time(NULL) - before) / 10;
 }
 
 static long do_alarm(const char *seconds)

@@ -13,7 +13,7 @@
 //     EXPECT_TRUE(result.record.in_order({"run /sbin/mdadm -S /dev/md0", "log err *Fail to swap stop!"}));
 //
 // After each run leftovers fail the test: processes, mounts, semaphores, shared memory, locks, and new files that were
-// not declared. Where the kernel refuses the namespaces every test of the program is skipped with the reason.
+// not declared. Where the kernel refuses the namespaces the test ends as skipped, with the reason.
 //
 // Patterns: '*' stands for any text, all else for itself.
 #pragma once
