@@ -26,16 +26,18 @@ void NLIBCSzHashFree(PNLIBSZHASH hash); // NULL is allowed
 [[nodiscard]] const char *NLIBCSzHashGetValue(const NLIBSZHASH *hash, const char *key);
 
 // Sets `key` to `value`, growing when needed: the handle may move. Arguments may point into the hash itself. Returns
-// the slot index; -1 on a NULL argument (0x0d00) or without memory (0x0200), the hash unchanged.
+// the slot index; -1 on a NULL argument (0x0d00), or where memory or a pool of 2^31-1 bytes does not suffice (0x0200),
+// the hash unchanged. A key that is removed and set again may get another slot.
 int NLIBCSzHashSetValue(PNLIBSZHASH *hash, const char *key, const char *value);
 
 // Takes a pair out and returns its value, NULL when missing.
 const char *NLIBCSzHashRemove(PNLIBSZHASH hash, const char *key);
 
-// Empties the hash; block and slots stay.
+// Empties the hash; block and slots stay. NULL notes 0x0d00.
 void NLIBCSzHashClear(PNLIBSZHASH hash);
 
-// Pushes all keys on `*list` in slot order; with `list` NULL only counts. Returns the number of keys; -1.
+// Pushes all keys on `*list` in slot order; with `list` NULL only counts. Returns the number of keys; -1 with 0x0d00 on
+// a bad argument, 0x0200 without memory, no key pushed.
 int NLIBCSzHashEnumKey(const NLIBSZHASH *hash, PNLIBSZLIST *list);
 
 // Number of pairs; -1 with 0x0d00 on NULL.

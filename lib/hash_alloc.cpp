@@ -9,6 +9,14 @@
 static constexpr int32_t kFirstSlots = 31;
 static constexpr int32_t kSmallestPoolBytes = 512;
 
+// No pair, and all of the pool free.
+static void pool_reset(PNLIBSZHASH hash)
+{
+    hash->nPair = 0;
+    hash->cbFree = hash->cbPool;
+    hash->pPool = reinterpret_cast<char *>(hash->slots + hash->nSlot);
+}
+
 PNLIBSZHASH hash_alloc(int32_t slots, int32_t pool_bytes)
 {
     const size_t table_bytes = static_cast<size_t>(slots) * sizeof(NLIBSZHASH::Slot);
@@ -19,7 +27,7 @@ PNLIBSZHASH hash_alloc(int32_t slots, int32_t pool_bytes)
     hash->cbPool = pool_bytes;
     hash->nSlot = slots;
     memset(hash->slots, 0, table_bytes);
-    NLIBCSzHashClear(hash);
+    pool_reset(hash);
     return hash;
 }
 
@@ -41,7 +49,5 @@ void NLIBCSzHashClear(PNLIBSZHASH hash)
     }
     for (int32_t i = 0; i < hash->nSlot; i++)
         hash->slots[i].key = nullptr; // the value stays behind as the mark of a tombstone
-    hash->nPair = 0;
-    hash->cbFree = hash->cbPool;
-    hash->pPool = reinterpret_cast<char *>(hash->slots + hash->nSlot);
+    pool_reset(hash);
 }

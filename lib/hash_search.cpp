@@ -3,9 +3,7 @@
 #include <cstring>
 #include <endian.h>
 
-// The slot where a search starts: the key's bytes as little-endian 32-bit words, the last one padded with zeros, summed
-// with wrap-around, modulo the number of slots.
-static uint32_t hash_home(const NLIBSZHASH *hash, const char *key, size_t length)
+uint32_t hash_home(const NLIBSZHASH *hash, const char *key, size_t length)
 {
     uint32_t sum = 0;
     for (; length >= sizeof sum; key += sizeof sum, length -= sizeof sum) {
@@ -18,6 +16,21 @@ static uint32_t hash_home(const NLIBSZHASH *hash, const char *key, size_t length
     return sum % static_cast<uint32_t>(hash->nSlot);
 }
 
+// Whether two texts of `bytes` bytes are the same. Compared from the end: keys of one kind begin alike, and their sums
+// lie close together, so a probe meets many of them.
+static bool same_text(const char *left, const char *right, size_t bytes)
+{
+    uint64_t left_word;
+    uint64_t right_word;
+    for (; bytes >= sizeof left_word; bytes -= sizeof left_word) {
+        memcpy(&left_word, left + bytes - sizeof left_word, sizeof left_word);
+        memcpy(&right_word, right + bytes - sizeof right_word, sizeof right_word);
+        if (left_word != right_word)
+            return false;
+    }
+    return memcmp(left, right, bytes) == 0;
+}
+
 HashPlace hash_search(const NLIBSZHASH *hash, const char *key, size_t length)
 {
     const auto home = static_cast<int>(hash_home(hash, key, length));
@@ -27,7 +40,8 @@ HashPlace hash_search(const NLIBSZHASH *hash, const char *key, size_t length)
     for (int step = 0; step < hash->nSlot; step++) {
         const NLIBSZHASH::Slot &at = hash->slots[slot];
         if (at.key != nullptr) {
-            if (strcmp(at.key, key) == 0)
+            // A shorter key is followed by more text: reading `length` bytes and a NUL stays in the used pool.
+            if (at.key + length < hash->pPool && same_text(at.key, key, length + 1))
                 return {slot, true};
         } else if (at.value == nullptr) {
             return {tombstone == -1 ? slot : tombstone, false};

@@ -36,12 +36,16 @@ static PNLIBSZHASH hash_with_room(PNLIBSZHASH hash, int64_t needed)
     for (const NLIBSZHASH::Slot *old = hash->slots; old < hash->slots + hash->nSlot; old++) {
         if (old->key == nullptr)
             continue;
-        const size_t key_length = strlen(old->key);
-        NLIBSZHASH::Slot &slot = grown->slots[hash_search(grown, old->key, key_length).slot];
-        slot.key = hash_text_put(grown, old->key, key_length + 1);
-        slot.value = hash_text_put(grown, old->value, strlen(old->value) + 1);
-        grown->nPair++;
+        char *key = grown->pPool;
+        char *value = stpcpy(key, old->key) + 1;
+        grown->pPool = stpcpy(value, old->value) + 1;
+        uint32_t slot = hash_home(grown, old->key, static_cast<size_t>(value - key - 1));
+        while (grown->slots[slot].key != nullptr) // no two keys are the same, and there are no tombstones
+            slot = slot + 1 == static_cast<uint32_t>(grown->nSlot) ? 0 : slot + 1;
+        grown->slots[slot] = {key, value};
     }
+    grown->nPair = hash->nPair;
+    grown->cbFree -= static_cast<int32_t>(grown->pPool - reinterpret_cast<char *>(grown->slots + grown->nSlot));
     return grown;
 }
 

@@ -7,7 +7,7 @@
 struct NLIBSZLIST {
     int32_t cbAlloc;  // bytes of the whole block
     int32_t nItem;    // items
-    int32_t cbFree;   // bytes between the pointer table and the strings, less what placeholders count
+    int32_t cbFree;   // bytes between the pointer table and the strings
     int32_t sortMode; // 0 unsorted, 1 sorted by strcmp, 0x10 sorted by strcasecmp
     char *pTail;      // lowest string so far
     char *pEmpty;     // last byte of the block, a NUL: the text of every placeholder, the end of the first string
@@ -32,8 +32,8 @@ void NLIBCSzListFree(PNLIBSZLIST list); // NULL is allowed
 [[nodiscard]] const char *NLIBCSzListGet(const NLIBSZLIST *list, int index);
 
 // Inserts a copy of `s` at `index`; a sorted list chooses the index itself. An index beyond the end fills the gap with
-// empty placeholders. Returns the index used; -1 with 0x0d00 on a bad argument, 0x0200 when memory or the size of
-// 2^31-1 bytes does not suffice.
+// empty placeholders; an empty text that is the first to be stored is one too. Returns the index used; -1 with 0x0d00
+// on a bad argument, 0x0200 when memory or the size of 2^31-1 bytes does not suffice.
 int NLIBCSzListInsert(PNLIBSZLIST *list, int index, const char *s);
 int NLIBCSzListPush(PNLIBSZLIST *list, const char *s);    // insert at the end
 int NLIBCSzListUnshift(PNLIBSZLIST *list, const char *s); // insert at 0
@@ -49,10 +49,11 @@ const char *NLIBCSzListRemove(PNLIBSZLIST list, int index);
 const char *NLIBCSzListShift(PNLIBSZLIST list); // the first
 const char *NLIBCSzListPop(PNLIBSZLIST list);   // the last
 
-// Sorts an unsorted list and drops its placeholders, by strcmp for mode bit 0, by strcasecmp for bit 4. A list that is
-// sorted already only gets the new mode word.
+// Sorts an unsorted list and drops its placeholders, by strcmp for mode bit 0, else by strcasecmp for bit 4; with
+// neither bit nothing happens. A list that is sorted already only gets the new mode word. NULL notes 0x0d00.
 void NLIBCSzListSort(PNLIBSZLIST list, int mode);
 
-// Adds to `*a` the strings of `b` that it lacks and returns `*a`; with kListOrNew returns a new list and leaves `*a`.
+// Adds to `*a` the strings of `b` that it lacks, each once, and returns `*a`; with kListOrNew returns a new list and
+// leaves `*a`. Texts are the same by the order of `*a`, by strcmp where that is unsorted.
 // NULL with 0x0d00 when the sort modes differ and neither is 0, with 0x0200 without memory.
 PNLIBSZLIST NLIBCSzListOr(PNLIBSZLIST *a, const NLIBSZLIST *b, int flags);

@@ -204,6 +204,15 @@ TEST(Hash, PoolGrowth)
     EXPECT_EQ(hash.get()->cbPool, 512 + 513 + 31 * 513);
 }
 
+TEST(Hash, LookupStaysInTheBlock)
+{
+    UniqueHash hash(NLIBCSzHashAlloc(512));
+    set(hash, "#", std::string(505, 'x'));
+    set(hash, "B", "");
+    ASSERT_EQ(hash.get()->cbFree, 1);
+    EXPECT_EQ(NLIBCSzHashGetValue(hash.get(), "a longer key 67"), nullptr); // its home is 4; "B" ends the block
+}
+
 TEST(Hash, GrowthDropsTombstones)
 {
     UniqueHash hash(NLIBCSzHashAlloc(512));
