@@ -1,0 +1,383 @@
+// The programs around the appliance, as processes. What could do harm runs in namespaces of its own.
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "tests/platform/run_program.h"
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+std::string program(const char *name)
+{
+    return std::string(NORV_BINARY_DIR "/platform/programs/") + name;
+}
+
+std::string script(const char *name)
+{
+    return std::string(NORV_SOURCE_DIR "/platform/programs/") + name;
+}
+
+// A folder that goes with the test.
+class Folder
+{
+  public:
+    Folder() : path_(testing::TempDir() + "programs.XXXXXX") { EXPECT_NE(mkdtemp(path_.data()), nullptr); }
+    Folder(const Folder &) = delete;
+    Folder &operator=(const Folder &) = delete;
+    ~Folder() { fs::remove_all(path_); }
+    [[nodiscard]] std::string operator/(const std::string &name) const { return path_ + "/" + name; }
+    std::string file(const std::string &name, const std::string &content) const
+    {
+        std::string path = *this / name;
+        fs::create_directories(fs::path(path).parent_path());
+        std::ofstream(path, std::ios::binary) << content;
+        return path;
+    }
+    [[nodiscard]] std::string read(const std::string &name) const
+    {
+        std::stringstream content;
+        content << std::ifstream(*this / name, std::ios::binary).rdbuf();
+        return content.str();
+    }
+
+  private:
+    std::string path_;
+};
+
+TEST(Cksum, SumsBytesByEitherRule)
+{
+    const Folder folder;
+    const struct {
+        std::string content;
+        const char *posix, *zip;
+    } kCases[] = {
+        {"", "4294967295 0", "0 0"},
+        {"123456789", "930766865 9", "3421780262 9"},
+    };
+    for (const auto &row : kCases) {
+        const std::string path = folder.file("data", row.content);
+        EXPECT_EQ(run_program({program("cksum"), path}).out, row.posix + (" " + path) + "\n");
+        EXPECT_EQ(run_program({program("cksum"), "-o", "3", path}).out, row.zip + (" " + path) + "\n");
+    }
+    const std::string path = folder.file("large", std::string(300'001, '\xa5'));
+    EXPECT_EQ(run_program({program("cksum"), path}).out, run_program({"/usr/bin/cksum", path}).out);
+    EXPECT_EQ(run_program({"/bin/sh", "-c", program("cksum") + " -o 3 <" + path}).out, "950207936 300001\n");
+
+    const Finished finished = run_program({program("cksum"), "-o3", folder / "none", "/", path});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_NE(finished.out.find("950207936 300001 " + path + "\n"), std::string::npos) << finished.out;
+    EXPECT_EQ(run_program({program("cksum"), "-o", "2", path}).status, 1);
+}
+
+TEST(PgControldata, TellsTheAlignment)
+{
+    EXPECT_EQ(run_program({program("pg_controldata"), "--dump-alignment"}).out, "8\n");
+    EXPECT_EQ(run_program({program("pg_controldata")}).status, 1);
+}
+
+TEST(Norvdd, ZeroesAllButWhatItCannot)
+{
+    const Folder folder;
+    const std::string name = fs::path(folder / "").parent_path().filename();
+    const std::string large = folder.file(name + "1", std::string((3 << 20) + 5, '\xff'));
+    const std::string small = folder.file(name + "2", "x");
+    EXPECT_EQ(run_program({program("norvdd"), large, small}).status, 0);
+    EXPECT_EQ(folder.read(name + "1"), std::string((3 << 20) + 5, '\0'));
+    EXPECT_EQ(folder.read(name + "2"), std::string(1, '\0'));
+    std::string percent;
+    std::ifstream("/tmp/norvdd." + name + "1") >> percent;
+    EXPECT_EQ(percent, "100");
+    folder.file(name + "2", "x");
+    EXPECT_EQ(run_program({program("norvdd"), folder / "none", folder / "", small}).status, 1);
+    EXPECT_EQ(folder.read(name + "2"), std::string(1, '\0'));
+    EXPECT_EQ(run_program({program("norvdd")}).status, 2);
+    for (const std::string end : {"", "1", "2"})
+        fs::remove("/tmp/norvdd." + (end.empty() ? "none" : name + end));
+    fs::remove("/tmp/norvdd.");
+}
+
+// Runs a script as root of user, mount, network and process namespaces of its own; nothing of it outlives the script.
+Finished run_apart(const std::string &script)
+{
+    return run_program(
+        {"/usr/bin/unshare", "-r", "-m", "-n", "-p", "-f", "--kill-child", "--mount-proc", "/bin/sh", "-ec", script});
+}
+bool can_run_apart()
+{
+    static const bool kCan = run_apart("true").status == 0;
+    return kCan;
+}
+#define SKIP_UNLESS_APART()                                                                                            \
+    if (!can_run_apart())                                                                                              \
+    GTEST_SKIP() << "the kernel allows no namespaces here"
+
+TEST(Ps, ListsEveryProcessWithItsWholeCommandLine)
+{
+    SKIP_UNLESS_APART();
+    const std::string words(3000, 'w');
+    const std::string script = "sh -c '\"$0\" -Iwww \"$@\"; :' " + program("ps") + " \"$(printf 'a\\nb')\" " + words;
+    const Finished finished = run_apart(script);
+    EXPECT_EQ(finished.out.substr(0, finished.out.find('\n')), "  PID S COMMAND");
+    EXPECT_NE(finished.out.find("R " + program("ps") + " -Iwww a?b " + words + "\n"), std::string::npos);
+    EXPECT_NE(finished.out.find(" sh -c \"$0\" -Iwww \"$@\"; : " + program("ps") + " a?b www"), std::string::npos);
+}
+
+// The tree in which mounts are made: a, b in it, and b once more at c.
+std::string mounts_script(const Folder &folder, const std::string &then)
+{
+    return "t='" + (folder / "m t") + "'; umount='" + program("umount") + "'\n" +
+           R"sh(mkdir -p "$t" "$t.c"
+              mount -t tmpfs one "$t"; mkdir "$t/b" "$t/d"
+              mount -t tmpfs two "$t/b"; mount --bind "$t/b" "$t.c"
+              (cd "$t/b"; exec sleep 1000) & in_b=$!
+              sleep 1000 >"$t/file" & has_file=$!
+              sleep 1000 & other=$!
+              mounts() { grep -c 'm.040t' /proc/self/mountinfo || :; }
+              lives() { for pid; do kill -0 $pid && echo lives; done; }
+              dies() { for pid; do while kill -0 $pid; do sleep 0.1; done; echo dead; done; }
+              shut() { rc=0; "$umount" "$@" || rc=$?; echo "$rc"; }
+              until [ "$(readlink /proc/$in_b/cwd)" = "$t/b" ] && [ -e "$t/file" ]; do sleep 0.05; done
+           )sh" +
+           then;
+}
+
+TEST(Umount, UnmountsWhatItIsAskedFor)
+{
+    SKIP_UNLESS_APART();
+    const struct {
+        const char *script, *out;
+    } kCases[] = {
+        // Busy stays, and nobody is killed.
+        {R"(shut "$t"; lives $in_b $has_file; mounts)", "32\nlives\nlives\n3\n"},
+        // All below, and their users; what is also mounted elsewhere stays there.
+        {R"(shut -R -A -k "$t"; dies $in_b $has_file; lives $other; mounts)", "0\ndead\ndead\nlives\n1\n"},
+        {R"(shut -k "$t/b"; dies $in_b; lives $has_file; mounts; shut "$t.c"; mounts)", "0\ndead\nlives\n2\n0\n1\n"},
+        {R"(shut -l "$t/b"; lives $in_b; mounts; shut two; mounts)", "0\nlives\n2\n0\n1\n"},
+        {R"(shut -A two; shut -r "$t/b"; touch "$t/b/x" || echo read-only)", "32\n0\nread-only\n"},
+        {R"(shut "$t/d"; shut "$t.none"; shut -x; shut; shut -a x)", "32\n32\n1\n1\n1\n"},
+    };
+    for (const auto &row : kCases) {
+        const Folder folder;
+        const Finished finished = run_apart(mounts_script(folder, "(" + std::string(row.script) + ") 2>/dev/null"));
+        EXPECT_EQ(finished.status, 0) << row.script << finished.out;
+        EXPECT_EQ(finished.out, row.out) << row.script;
+    }
+}
+
+TEST(Umount, KillsNobodyForTheRootFileSystem)
+{
+    SKIP_UNLESS_APART();
+    const Folder folder;
+    folder.file("from/x", "");
+    folder.file("to/x", "");
+    const Finished finished =
+        run_apart("cd '" + (folder / "") + "'; mount --bind from to; (cd to; exec sleep 1000) & sleep 0.1\n" +
+                  program("umount") + " -k to || echo $?; kill -0 $! && echo lives");
+    EXPECT_NE(finished.out.find("32\nlives\n"), std::string::npos) << finished.out;
+}
+
+// /etc and /run of its own, a service on port 2323, and lo up.
+std::string inetd_script(const std::string &then)
+{
+    return "inetd='" + program("inetd") + "'\n" +
+           R"(busybox=/bin/busybox
+              mount -t tmpfs etc /etc; mount -t tmpfs run /run; $busybox ifconfig lo 127.0.0.1
+              echo 'root:x:0:0::/:/bin/sh' >/etc/passwd
+              echo 'read -r line; echo "got $line from $0 $1"' >/etc/answer
+              echo '2323 stream tcp nowait root /bin/sh sh /etc/answer one # comment' >/etc/inetd.conf
+              start() { rc=0; "$inetd" "$@" 2>/dev/null || rc=$?; echo "$rc"; }
+              ask() { echo "$1" | $busybox timeout 10 $busybox nc 127.0.0.1 2323 2>/dev/null; }
+           )" +
+           then;
+}
+
+TEST(Inetd, StartsAProgramForEachConnection)
+{
+    SKIP_UNLESS_APART();
+    const Finished finished = run_apart(inetd_script(R"(
+        start; ask x; ask y
+        pid=$(cat /run/inetd.pid); kill -0 $pid && echo lives
+        start                                  # the port is taken
+        [ $pid = $(cat /run/inetd.pid) ] && ask z
+        kill $pid; while [ -e /proc/$pid/exe ]; do sleep 0.1; done; start; ask again)"));
+    EXPECT_EQ(finished.out, "0\ngot x from /etc/answer one\ngot y from /etc/answer one\nlives\n1\n"
+                            "got z from /etc/answer one\n0\ngot again from /etc/answer one\n");
+}
+
+TEST(Inetd, RefusesATableThatIsWrong)
+{
+    SKIP_UNLESS_APART();
+    const Finished finished = run_apart(inetd_script(R"(
+        wrong() { echo "$1" >>/etc/inetd.conf; start; cp /etc/good /etc/inetd.conf; }
+        cp /etc/inetd.conf /etc/good
+        wrong 'nosuch stream tcp nowait root /bin/sh sh'
+        wrong '2324 dgram udp wait root /bin/sh sh'
+        wrong '2324 stream tcp nowait nosuch /bin/sh sh'
+        wrong '2324 stream tcp nowait root /bin/sh'
+        wrong '70000 stream tcp nowait root /bin/sh sh'
+        wrong '0 stream tcp nowait root /bin/sh sh'
+        start /etc/none; : >/etc/empty; start /etc/empty
+        ask x || echo silent; [ ! -e /run/inetd.pid ] && echo none)"));
+    EXPECT_EQ(finished.out, "1\n1\n1\n1\n1\n1\n1\n1\nsilent\nnone\n");
+}
+
+// A root folder with a shell, a few tools and stand-ins that note their calls in /calls. A stand-in fails when
+// /fail.<name> is there, and then does what /effect.<name> says.
+class Root
+{
+  public:
+    Root()
+    {
+        for (const char *path : {"/bin/dash", "/lib64/ld-linux-x86-64.so.2", "/lib/x86_64-linux-gnu/libc.so.6"})
+            copy(path, path + 1);
+        copy("/bin/busybox", "bin/busybox");
+        fs::rename(folder / "bin/dash", folder / "bin/sh");
+        for (const char *name : {"cp", "grep", "head", "mkdir", "mktemp", "rm", "rmdir", "sed"})
+            fs::create_symlink("busybox", folder / ("bin/" + std::string(name)));
+        fs::create_directory(folder / "tmp");
+        folder.file("calls", "");
+    }
+    void stand_in(const std::string &path) const
+    {
+        folder.file(path, "#!/bin/sh\nname=${0##*/}\necho \"$name $*\" >>/calls\n"
+                          "[ ! -e /fail.$name ] || exit 1\n[ ! -e /effect.$name ] || . /effect.$name\n");
+        fs::permissions(folder / path, fs::perms::owner_all);
+    }
+    // Returns the exit status; the calls are in /calls.
+    [[nodiscard]] int run(const std::string &script_path, const std::vector<std::string> &words = {}) const
+    {
+        fs::copy_file(script_path, folder / "script", fs::copy_options::overwrite_existing);
+        folder.file("calls", "");
+        std::vector<std::string> line = {"/usr/bin/unshare",        "-r",      "-m",
+                                         "--root=" + (folder / ""), "/bin/sh", "/script"};
+        line.insert(line.end(), words.begin(), words.end());
+        return run_program(line).status;
+    }
+    [[nodiscard]] std::string calls() const { return folder.read("calls"); }
+
+    Folder folder;
+
+  private:
+    void copy(const std::string &from, const std::string &to) const
+    {
+        fs::create_directories(fs::path(folder / to).parent_path());
+        fs::copy_file(fs::canonical(from), folder / to);
+    }
+};
+
+struct InstallerTest : testing::Test {
+    InstallerTest()
+    {
+        for (const char *path : {"sbin/mdadm", "sbin/mke2fs", "sbin/sfdisk", "usr/sbin/raidtool",
+                                 "usr/sbin/norv_swap_ctl", "usr/sbin/norvgetmaxpartition"})
+            root.stand_in(path);
+        model("supportraid=\"yes\"\n");
+        root.folder.file("dev/md0", "");
+    }
+    void model(const std::string &lines) const { root.folder.file("etc.defaults/norvinfo.conf", lines); }
+    Root root;
+};
+
+TEST_F(InstallerTest, DoesTheStepsOfItsModelInOrder)
+{
+    SKIP_UNLESS_APART();
+    const std::string arrays = "norv_swap_ctl --stop\nmdadm -S /dev/md0\nnorvgetmaxpartition \n";
+    const std::string system = "mke2fs -F -t ext4 /dev/md0\n";
+    const std::string swap = "norv_swap_ctl --start\n";
+    const std::string sda = "sfdisk -N1 -uS -q -f -j2048 -z4980480 -t83 -F /dev/sda\n"
+                            "sfdisk -N2 -uS -q -f -j0 -z4194304 -t82 -F /dev/sda\n";
+    const struct {
+        const char *model;
+        std::vector<std::string> words;
+        std::string calls;
+    } kCases[] = {
+        {"supportraid=\"yes\"\n", {}, system + swap},
+        {"supportraid=\"yes\"\n", {"-r", "", ""}, arrays + "raidtool initsys\n" + system + swap},
+        {"supportraid=\"yes\"\n", {"-r", "", "-m"}, system + swap},
+        {"supportraid=\"yes\"\n",
+         {"", "-d", ""},
+         "raidtool destroy 2\nraidtool newvol\n" + system + "mke2fs -F -t ext4 /dev/md2\n" + swap},
+        {"supportraid=\"no\"\n",
+         {"-r"},
+         "norv_swap_ctl --stop\nmdadm -S /dev/md0\nsfdisk --fast-delete 1:2 /dev/sda\nsfdisk -M1 /dev/sda\n" + sda +
+             "mke2fs -F -t ext4 /dev/sda1\n" + swap},
+        {"partition_curr_version=\"8\"\n",
+         {"-r", "-d"},
+         "norv_swap_ctl --stop\nmdadm -S /dev/md0\nsfdisk --fast-delete -1 /dev/sda\nsfdisk -M1 /dev/sda\n" + sda +
+             "sfdisk --fast-delete 3:128 /dev/sda\nsfdisk -N3 -uS -q -f -j260352 -z-1 -t83 -F /dev/sda\n"
+             "mke2fs -F -t ext4 /dev/sda1\nmke2fs -F -t ext4 /dev/sda3\n" +
+             swap},
+        {"ali_nos=\"yes\"\n", {"-r"}, "mke2fs -F -t ext4 /dev/sda5\n" + swap},
+    };
+    for (const auto &row : kCases) {
+        model(row.model);
+        EXPECT_EQ(root.run(script("installer.sh"), row.words), 0);
+        EXPECT_EQ(root.calls(), row.calls) << row.model << testing::PrintToString(row.words);
+    }
+    root.folder.file("effect.norvgetmaxpartition", "exit 1\n"); // the platform with system disks of its own
+    model("supportraid=\"yes\"\n");
+    EXPECT_EQ(root.run(script("installer.sh"), {"-r"}), 0);
+    EXPECT_NE(root.calls().find("raidtool initsys-hdseries\n"), std::string::npos);
+}
+
+TEST_F(InstallerTest, EndsAtTheFirstStepThatFails)
+{
+    SKIP_UNLESS_APART();
+    const struct {
+        const char *model, *failing;
+        int status;
+        const char *never; // called
+    } kCases[] = {
+        {"supportraid=\"yes\"\n", "norv_swap_ctl", 10, "raidtool"},
+        {"supportraid=\"yes\"\n", "mdadm", 11, "raidtool"},
+        {"supportraid=\"yes\"\n", "raidtool", 13, "mke2fs"},
+        {"supportraid=\"yes\"\n", "mke2fs", 14, "norv_swap_ctl --start"},
+        {"\n", "sfdisk", 12, "mke2fs"},
+        {"partition_curr_version=\"4\"\n", "none", 16, "sfdisk"},
+    };
+    for (const auto &row : kCases) {
+        model(row.model);
+        const std::string fail = root.folder.file(std::string("fail.") + row.failing, "");
+        EXPECT_EQ(root.run(script("installer.sh"), {"-r"}), row.status) << row.failing;
+        EXPECT_EQ(root.calls().find(row.never), std::string::npos) << root.calls();
+        fs::remove(fail);
+    }
+    model("supportraid=\"yes\"\n");
+    fs::remove(root.folder / "dev/md0"); // raidtool ends well without an array
+    EXPECT_EQ(root.run(script("installer.sh"), {"-r"}), 13);
+    EXPECT_EQ(root.run(script("installer.sh"), {"-x"}), 2);
+    EXPECT_EQ(root.calls(), "");
+}
+
+TEST(BackupJuniorLog, TakesTheLogsToTheSystemVolume)
+{
+    SKIP_UNLESS_APART();
+    const Root root;
+    for (const char *path : {"bin/mount", "bin/umount"})
+        root.stand_in(path);
+    root.folder.file("etc.defaults/norvinfo.conf", "supportraid=\"yes\"\n");
+    root.folder.file("var/log/messages", "line\n");
+    root.folder.file("tmp/installer_sh.log", "made\n");
+    root.folder.file("effect.mount", "cp -r /volume/. \"$2\"\n");
+    root.folder.file("effect.umount", "rm -rf /volume; cp -r \"$1\" /volume; rm -rf \"$1\"/*\n");
+    fs::create_directories(root.folder / "volume/var");
+
+    EXPECT_EQ(root.run(script("backup_junior_log.sh")), 0);
+    EXPECT_EQ(root.calls(), ""); // no system volume
+    root.folder.file("dev/md0", "");
+    EXPECT_EQ(root.run(script("backup_junior_log.sh")), 0);
+    EXPECT_EQ(root.folder.read("volume/var/log/junior/messages"), "line\n");
+    EXPECT_EQ(root.folder.read("volume/var/log/junior/installer_sh.log"), "made\n");
+    EXPECT_EQ(root.calls().find("mount /dev/md0 /tmp/backup_log."), 0U) << root.calls();
+    root.folder.file("fail.mount", "");
+    EXPECT_EQ(root.run(script("backup_junior_log.sh")), 1);
+    EXPECT_EQ(root.calls().find("umount"), std::string::npos);
+    for (const auto &entry : fs::directory_iterator(root.folder / "tmp")) // nothing is left
+        EXPECT_EQ(entry.path().filename(), "installer_sh.log");
+}
+
+} // namespace
