@@ -1,7 +1,8 @@
 // From the name of the program to its role, and what happens on the way.
 #include <gtest/gtest.h>
+#include <iterator>
+#include <sstream>
 #include <string>
-#include <string_view>
 #include <sys/resource.h>
 #include <vector>
 
@@ -10,40 +11,19 @@
 namespace
 {
 
-constexpr const char *kRoles[] = {
-    "manutild",
-    "findhostd",
-    "raidtool",
-    "norvcfgen",
-    "norvhdcfgen",
-    "norvcheckpartition",
-    "norvcleanpartition",
-    "norvgetmaxpartition",
-    "norvchecksum",
-    "norvhwctrl",
-    "mantool",
-    "norv_microp_control",
-    "norvdiskport",
-    "norvdiskupdatehclport",
-    "norvupgrade",
-    "install.cgi",
-    "lock_check.cgi",
-    "recover.cgi",
-    "start_telnet.cgi",
-    "clean_button_flags.cgi",
-    "session.cgi",
-    "norvcodesign",
-    "norvnetseqadj",
-    "norvssdcache",
-    "norvlanstatus",
-    "norv_pstore_collect",
-    "norv_swap_ctl",
-    "norv_extract_system_patch",
-    "norv_oob_power_action",
-    "norv_oob_ipv4_get",
-    "norvstgcore",
-    "norv_led_mask_on",
-};
+// Words of a text.
+std::vector<std::string> words(const std::string &text)
+{
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+const std::vector<std::string> kRoles =
+    words("manutild findhostd raidtool norvcfgen norvhdcfgen norvcheckpartition norvcleanpartition norvgetmaxpartition "
+          "norvchecksum norvhwctrl mantool norv_microp_control norvdiskport norvdiskupdatehclport norvupgrade "
+          "install.cgi lock_check.cgi recover.cgi start_telnet.cgi clean_button_flags.cgi session.cgi norvcodesign "
+          "norvnetseqadj norvssdcache norvlanstatus norv_pstore_collect norv_swap_ctl norv_extract_system_patch "
+          "norv_oob_power_action norv_oob_ipv4_get norvstgcore norv_led_mask_on");
 
 constexpr char kModel[] = "/etc.defaults/norvinfo.conf";
 constexpr char kBanner[] = "Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\n";
@@ -58,12 +38,12 @@ bool is_daemon(const Result &result)
 TEST(Dispatch, EveryListedNameIsItsRole)
 {
     Sandbox box;
-    for (const char *role : kRoles) {
+    for (const std::string &role : kRoles) {
         SCOPED_TRACE(role);
         const Result plain = box.run({role, "--help"}, {.leaves = kLeaves});
-        EXPECT_TRUE(!is_daemon(plain) || std::string_view(role) == "manutild");
+        EXPECT_TRUE(!is_daemon(plain) || role == "manutild");
         for (const char *prefix : {"./", "/usr/sbin/norvhwctrl/"}) {
-            const Result result = box.run({role, "--help"}, {.argv0 = std::string(prefix) + role, .leaves = kLeaves});
+            const Result result = box.run({role, "--help"}, {.argv0 = prefix + role, .leaves = kLeaves});
             EXPECT_EQ(result.exit_status, plain.exit_status) << prefix;
             EXPECT_EQ(is_daemon(result), is_daemon(plain)) << prefix;
         }
@@ -106,7 +86,7 @@ TEST(Dispatch, HostileSettings)
 {
     Sandbox box;
     box.file(kModel, "supportraid=\"no\"\n");
-    for (const char *role : kRoles) {
+    for (const std::string &role : kRoles) {
         SCOPED_TRACE(role);
         const int plain = box.run({role}, {.leaves = kLeaves}).exit_status;
         const RunOptions kSettings[] = {

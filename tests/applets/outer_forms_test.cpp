@@ -1,5 +1,6 @@
 // What the roles say and how they end before their work begins, byte for byte.
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -113,49 +114,17 @@ TEST(OuterForms, SwapDeviceIsMissing)
 // The factory tool's answers always end with 0; its usage names every command, in the order of the commands.
 TEST(OuterForms, FactoryToolUsage)
 {
-    static constexpr const char *kCommands[] = {
-        "-mw",
-        "-md",
-        "-gpio_write",
-        "-gpio_read",
-        "-uart2",
-        "-button_test",
-        "-rtc_get",
-        "-rtc_set",
-        "-temperature",
-        "-cpu_temp",
-        "-fan_status_get",
-        "-mac_get",
-        "-mac_set",
-        "-sn_get",
-        "-sn_set",
-        "-vender_version_get",
-        "-custom_sn_set",
-        "-auto_poweron_enable",
-        "-auto_poweron_disable",
-        "-auto_poweron_get",
-        "-wol_enable",
-        "-wol_disable",
-        "-wol_get",
-        "-test_flag_init",
-        "-test_flag_reset",
-        "-test_flag_list",
-        "-test_flag_help",
-        "-test_flag_set",
-        "-test_flag_get",
-        "-set_pwm",
-        "-set_hddfaulty",
-        "-mem_write",
-        "-mem_read",
-        "-log",
-        "-usb3_dwng",
-        "-led_mask_on",
-    };
+    std::istringstream commands(
+        "-mw -md -gpio_write -gpio_read -uart2 -button_test -rtc_get -rtc_set -temperature -cpu_temp -fan_status_get "
+        "-mac_get -mac_set -sn_get -sn_set -vender_version_get -custom_sn_set -auto_poweron_enable "
+        "-auto_poweron_disable -auto_poweron_get -wol_enable -wol_disable -wol_get -test_flag_init -test_flag_reset "
+        "-test_flag_list -test_flag_help -test_flag_set -test_flag_get -set_pwm -set_hddfaulty -mem_write -mem_read "
+        "-log -usb3_dwng -led_mask_on");
     Sandbox box;
     const std::string usage = box.run({"mantool"}).out;
     size_t at = 0;
-    for (const char *command : kCommands) {
-        const std::string line = std::string("\nmantool ") + command;
+    for (std::string command; commands >> command;) {
+        const std::string line = "\nmantool " + command;
         at = usage.find(line, at);
         ASSERT_NE(at, std::string::npos) << command;
         at += line.size();

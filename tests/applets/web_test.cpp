@@ -65,47 +65,24 @@ TEST(LockCheck, FileCannotBeOpened)
 TEST(Session, Language)
 {
     constexpr char kAll[] = "enu,cht,chs,krn,ger,fre,ita,spn,jpn,dan,nor,sve,nld,rus,plk,ptb,ptg,hun,trk,csy,tha";
-    const struct {
+    static constexpr const char *kWords[][2] = {
+        {"zh-TW", "cht"}, {"zh-hk", "cht"}, {"zh-mo", "cht"},     {"zh", "chs"}, {"zh-tw-x", "chs"}, {"zhu", "chs"},
+        {"en", "enu"},    {"de", "ger"},    {"ja", "jpn"},        {"ko", "krn"}, {"es", "spn"},      {"fr", "fre"},
+        {"it", "ita"},    {"pt-br", "ptb"}, {"pt-Brazil", "ptb"}, {"pt", "ptg"}, {"hu", "hun"},      {"tr", "trk"},
+        {"ru", "rus"},    {"da", "dan"},    {"sv", "sve"},        {"no", "nor"}, {"nb", "nor"},      {"nn", "nor"},
+        {"nl", "nld"},    {"pl", "plk"},    {"cs", "csy"},        {"th", "tha"}, {"DE-at", "ger"},   {"pt-PT", "ptg"},
+        {"nn-NO", "nor"}, {"den", "enu"},   {"d", "enu"},
+    };
+    struct Case {
         std::string supplang, accepted, language;
-    } kCases[] = {
-        // each row of the table, first by the bare word
-        {kAll, "zh-TW", "cht"},
-        {kAll, "zh-hk", "cht"},
-        {kAll, "zh-mo", "cht"},
-        {kAll, "zh", "chs"},
-        {kAll, "zh-tw-x", "chs"},
-        {kAll, "zhu", "chs"},
-        {kAll, "en", "enu"},
-        {kAll, "de", "ger"},
-        {kAll, "ja", "jpn"},
-        {kAll, "ko", "krn"},
-        {kAll, "es", "spn"},
-        {kAll, "fr", "fre"},
-        {kAll, "it", "ita"},
-        {kAll, "pt-br", "ptb"},
-        {kAll, "pt-Brazil", "ptb"},
-        {kAll, "pt", "ptg"},
-        {kAll, "hu", "hun"},
-        {kAll, "tr", "trk"},
-        {kAll, "ru", "rus"},
-        {kAll, "da", "dan"},
-        {kAll, "sv", "sve"},
-        {kAll, "no", "nor"},
-        {kAll, "nb", "nor"},
-        {kAll, "nn", "nor"},
-        {kAll, "nl", "nld"},
-        {kAll, "pl", "plk"},
-        {kAll, "cs", "csy"},
-        {kAll, "th", "tha"},
-        {kAll, "DE-at", "ger"},
-        {kAll, "pt-PT", "ptg"},
-        {kAll, "nn-NO", "nor"},
-        {kAll, "den", "enu"}, // neither "de" nor "de-"
-        {kAll, "d", "enu"},
+    };
+    std::vector<Case> cases = {
         // Swedish comes with Danish
         {"sve,enu", "sv", "enu"},
         {"dan", "sv-SE", "sve"},
         // the first token that is offered wins
+        {"ger,enu", "en-GB,de", "enu"},
+        {"ger,enu", "en_GB,de", "ger"},
         {"ger,fre", "ja,fr,de", "fre"},
         {"enu", "pt-br,pt", "enu"},
         {"ptg", "pt-br", "enu"}, // decided by its own row
@@ -125,8 +102,10 @@ TEST(Session, Language)
         {std::string(124, 'x') + "ger", "de", "ger"},
         {std::string(125, 'x') + "ger", "de", "enu"},
     };
+    for (const auto &[word, language] : kWords)
+        cases.push_back({kAll, word, language});
     Sandbox box;
-    for (const auto &[supplang, accepted, language] : kCases) {
+    for (const auto &[supplang, accepted, language] : cases) {
         SCOPED_TRACE(testing::Message() << supplang << " / " << accepted);
         box.file("/etc.defaults/norvinfo.conf", "supportraid=\"no\"\nsupplang=\"" + supplang + "\"\n");
         const Result result = box.run({"session.cgi"}, {.env = {"HTTP_ACCEPT_LANGUAGE=" + accepted}});
