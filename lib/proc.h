@@ -23,11 +23,11 @@ inline constexpr unsigned kExecDetached = 0xbb; // the usual set: quiet, clean e
 // kForkTwice the parent gets 1 once the grandchild is on its way, -1 when it is not.
 [[nodiscard]] pid_t NLIBCFork(unsigned flags);
 
-// Runs a program and waits. `arg` and what follows, closed by NULL, are argv[1] and on; argv[0] is `path`.
-// Returns its exit status, 255 when it cannot be run; -1 with 0x2a00 when a signal ended it, 0x9700 without a child;
-// with kExecRawStatus the raw wait status. Right also while SIGCHLD is ignored, reaped by a handler or has
-// SA_NOCLDWAIT.
-int NLIBCExecl(const char *path, unsigned flags, const char *arg, ...) __attribute__((sentinel));
+// Runs a program and waits. What follows the flags are texts, argv[1] and on, closed by NULL; argv[0] is `path`.
+// Returns its exit status, 255 when it cannot be run; -1 with 0x2a00 when a signal ended it or no child could be
+// started, with 0x0200 without memory. With kExecRawStatus it is the raw wait status. The program's exit is not lost
+// to a handler of SIGCHLD that reaps, to SA_NOCLDWAIT or to an ignored SIGCHLD; all of these are back afterwards.
+int NLIBCExecl(const char *path, unsigned flags, ...) __attribute__((sentinel));
 
 // NLIBCExecl with kExecDetached; the first NULL ends the arguments.
 int NLIBCExec(const char *path, const char *a1 = nullptr, const char *a2 = nullptr, const char *a3 = nullptr,
@@ -43,14 +43,15 @@ int NLIBCExecv(const char *path, char *const argv[], int wait);
 // Returns the stream, for NLIBCPclose; NULL with 0x0d00, 0x8100, 0x0200, 0x9700 or 0x0900.
 [[nodiscard]] FILE *NLIBCPopenv(const char *path, const char *mode, char *const argv[]);
 // The same with arguments from argv[1] on, closed by NULL.
-[[nodiscard]] FILE *NLIBCPopen(const char *path, const char *mode, const char *arg, ...) __attribute__((sentinel));
+[[nodiscard]] FILE *NLIBCPopen(const char *path, const char *mode, ...) __attribute__((sentinel));
 
 // Closes such a stream and waits for its program. Returns the raw wait status; -1 with 0x0d00 for NULL, 0xe300 for a
-// stream that is not of NLIBCPopen (it stays open) or when waiting fails.
+// stream that is not of NLIBCPopen (it stays open) or when waiting fails. A program that somebody else reaped before
+// counts as 0.
 int NLIBCPclose(FILE *fp);
 
-// Signals the process whose pid stands in a file. Returns 0; -1 with 0x0d00, 0x0900 (no file, or no pid above 0 in it)
-// or 0x8100.
+// Signals the process whose pid stands in a file, as decimal text. Returns 0; -1 with 0x0d00, 0x0900 (no file, or no
+// number from 1 to 2147483647 in it) or 0x8100.
 int NLIBCProcSignalByPidFile(const char *pid_file, int signal);
 // Whether that process lives: signal 0 succeeds.
 [[nodiscard]] bool NLIBCProcAliveByPidFile(const char *pid_file);
