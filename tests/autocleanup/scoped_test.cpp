@@ -1,0 +1,224 @@
+// Owners that give back at scope exit, whatever the way out.
+#include <cerrno>
+#include <fcntl.h>
+#include <fstream>
+#include <sched.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include "autocleanup/scoped_dir.h"
+#include "autocleanup/scoped_lock.h"
+#include "autocleanup/scoped_mount.h"
+#include "autocleanup/scoped_umask.h"
+#include "lib/report.h"
+#include "tests/support/process_state.h"
+#include "tests/support/watched_calls.h"
+
+namespace
+{
+
+class Scoped : public TidyTest
+{
+  protected:
+    [[nodiscard]] bool lock_is_free() const
+    {
+        const int fd = open(lock_.c_str(), O_RDWR | O_CLOEXEC);
+        const bool free = flock(fd, LOCK_EX | LOCK_NB) == 0;
+        close(fd);
+        return free;
+    }
+
+    TempDir temp_;
+    std::string lock_ = temp_.path("lock"), dir_ = temp_.path("dir");
+};
+
+// "<priority> <source>:<line> <text>" without the line
+std::string without_line(const std::string &log)
+{
+    const size_t colon = log.find(':');
+    return colon == std::string::npos ? log : log.substr(0, colon) + log.substr(log.find(' ', colon));
+}
+
+TEST_F(Scoped, LockGoesOnEveryWayOut)
+{
+    const LogCapture log;
+    const auto leave_early = [this](bool early) {
+        const ScopedLock lock(lock_.c_str(), 0);
+        EXPECT_TRUE(lock.held());
+        EXPECT_FALSE(lock_is_free());
+        errno = EXDEV;
+        NLIBCErrSet(0x4000, "mine.cpp", 7);
+        return early ? 1 : 2;
+    };
+    for (const bool early : {true, false}) {
+        leave_early(early);
+        EXPECT_EQ(errno, EXDEV);
+        EXPECT_EQ(NLIBCErrGet(), 0x4000);
+        EXPECT_STREQ(NLIBCErrFileGet(), "mine.cpp");
+        EXPECT_TRUE(lock_is_free());
+    }
+    {
+        const ScopedLock first(lock_.c_str(), 0, false), second(lock_.c_str(), 0, false);
+        EXPECT_TRUE(first.held() && second.held());
+    }
+    EXPECT_EQ(log.text, "");
+}
+
+TEST_F(Scoped, LockThatIsRefused)
+{
+    const ScopedLock other(lock_.c_str(), 0);
+    const LogCapture log;
+    const WatchedCall sleeps("usleep");
+    {
+        const ScopedLock lock(lock_.c_str(), 10);
+        EXPECT_FALSE(lock.held());
+    }
+    EXPECT_EQ(sleeps.seen.size(), 200U);
+    EXPECT_EQ(NLIBCErrGet(), 0x0400);
+    EXPECT_EQ(without_line(log.text), "3 scoped_lock.cpp Failed to get lock[0x0400 file_lock_time_by_file.cpp:" +
+                                          std::to_string(NLIBCErrLineGet()) + "]\n");
+    EXPECT_FALSE(lock_is_free());
+}
+
+TEST_F(Scoped, LockThatCannotBeGivenBack)
+{
+    const LogCapture log;
+    const auto open_before = open_descriptors();
+    {
+        const ScopedLock lock(lock_.c_str(), 0);
+        for (const int fd : open_descriptors())
+            if (!open_before.contains(fd))
+                close(fd); // behind its back
+        NLIBCErrSet(0x4000, "mine.cpp", 7);
+    }
+    EXPECT_EQ(NLIBCErrGet(), 0x4000);
+    EXPECT_TRUE(
+        without_line(log.text).starts_with("3 scoped_lock.cpp Failed to unlock[0x0500 file_unlock_by_file.cpp:"))
+        << log.text;
+}
+
+TEST_F(Scoped, DirectoryIsMadeAndRemoved)
+{
+    const LogCapture log;
+    struct stat made = {};
+    {
+        const ScopedDir dir(dir_.c_str());
+        EXPECT_TRUE(dir.ready());
+        EXPECT_EQ(stat(dir_.c_str(), &made), 0);
+        EXPECT_EQ(made.st_mode, static_cast<mode_t>(S_IFDIR | 0400));
+        errno = EXDEV;
+    }
+    EXPECT_EQ(errno, EXDEV);
+    EXPECT_NE(access(dir_.c_str(), F_OK), 0);
+    EXPECT_EQ(without_line(log.text), "6 scoped_dir.cpp remove directory " + dir_ + ", result is 0\n");
+}
+
+TEST_F(Scoped, DirectoryThatCannotBeRemoved)
+{
+    const LogCapture log;
+    {
+        const ScopedDir dir(dir_.c_str(), 0700);
+        temp_.write("dir/file", "");
+    }
+    EXPECT_EQ(access(dir_.c_str(), F_OK), 0);
+    EXPECT_EQ(without_line(log.text), "6 scoped_dir.cpp remove directory " + dir_ + ", result is -1\n");
+}
+
+TEST_F(Scoped, DirectoryThatWasThere)
+{
+    static constexpr struct {
+        bool directory, ready;
+    } kCases[] = {{true, true}, {false, false}};
+    for (const auto &row : kCases) {
+        std::filesystem::remove(dir_);
+        if (row.directory)
+            std::filesystem::create_directory(dir_);
+        else
+            temp_.write("dir", "a file");
+        const LogCapture log;
+        {
+            const ScopedDir dir(dir_.c_str());
+            EXPECT_EQ(dir.ready(), row.ready);
+        }
+        EXPECT_EQ(access(dir_.c_str(), F_OK), 0); // somebody else's
+        EXPECT_EQ(without_line(log.text), "3 scoped_dir.cpp mkdir failed: File exists\n");
+    }
+}
+
+TEST_F(Scoped, Umask)
+{
+    const mode_t before = umask(027);
+    {
+        const ScopedUmask open_for_all(0);
+        temp_.write("file", "");
+    }
+    EXPECT_EQ(umask(before), 027U);
+    struct stat made = {};
+    EXPECT_EQ(stat(temp_.path("file").c_str(), &made), 0);
+    EXPECT_EQ(made.st_mode & 0777, 0666U);
+}
+
+// Enters a user and a mount namespace of its own, where /usr/bin/mount is a script: it notes its arguments and, unless
+// the device is "bad", mounts a memory file system.
+bool enter_own_mounts(const TempDir &temp)
+{
+    const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+        return false;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
+    const std::string true_mount = temp.path("true_mount"), script = temp.path("mount");
+    std::filesystem::copy_file("/usr/bin/mount", true_mount);
+    temp.write("mount", "#!/bin/sh\necho \"$*\" >> " + temp.path("calls") + "\n[ \"$1\" != bad ] && exec " +
+                            true_mount + " -t tmpfs none \"$2\"\n");
+    std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+    return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount(script.c_str(), "/usr/bin/mount", nullptr, MS_BIND, nullptr) == 0;
+}
+
+TEST_F(Scoped, Mount)
+{
+    enum { kGood, kNoNamespace, kNotMounted, kStillMounted, kNotRemoved, kMountedBad, kReportLost };
+    const auto mount_and_leave = [this]() -> int {
+        if (!enter_own_mounts(temp_))
+            return kNoNamespace;
+        const auto device_of = [](const std::string &path) {
+            struct stat state = {};
+            return stat(path.c_str(), &state) == 0 ? state.st_dev : 0;
+        };
+        const dev_t outer = device_of(temp_.path(""));
+        int busy = -1;
+        {
+            const ScopedDir dir(dir_.c_str());
+            const ScopedMount mounted("/dev/md0", dir_.c_str());
+            if (!mounted.mounted() || device_of(dir_) == outer)
+                return kNotMounted;
+            busy = open(temp_.path("dir/file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); // does not hold it back
+            NLIBCErrSet(0x4000, "mine.cpp", 7);
+            errno = EXDEV;
+        }
+        if (errno != EXDEV || NLIBCErrGet() != 0x4000)
+            return kReportLost;
+        if (busy < 0 || access(dir_.c_str(), F_OK) == 0)
+            return kNotRemoved;
+        std::filesystem::create_directory(dir_);
+        {
+            const ScopedMount outer_mount("/dev/md0", dir_.c_str());
+            const ScopedMount bad("bad", dir_.c_str()); // must not unmount what it did not mount
+            if (bad.mounted())
+                return kMountedBad;
+            if (device_of(dir_) == outer)
+                return kStillMounted;
+        }
+        return device_of(dir_) == outer ? kGood : kStillMounted;
+    };
+    const int result = in_child(mount_and_leave);
+    if (result == kNoNamespace)
+        GTEST_SKIP() << "the kernel gives no namespaces to this user";
+    EXPECT_EQ(result, kGood);
+    EXPECT_EQ(temp_.read("calls"), "/dev/md0 " + dir_ + "\n/dev/md0 " + dir_ + "\nbad " + dir_ + "\n");
+}
+
+} // namespace
