@@ -31,16 +31,24 @@ template <size_t kRoom> [[nodiscard]] std::string_view text_view(const char (&fi
     return {field, strnlen(field, kRoom)};
 }
 
-// The text without the TAB, LF, CR and space at its ends. VT and FF are no white space here.
-[[nodiscard]] inline std::string_view text_strip(std::string_view text)
+// TAB, LF, CR and space: what is trimmed. VT and FF are not.
+[[nodiscard]] constexpr bool text_is_white(char c)
 {
-    constexpr std::string_view kWhite = "\t\n\r ";
-    const size_t first = text.find_first_not_of(kWhite);
-    return first == text.npos ? text.substr(0, 0) : text.substr(first, text.find_last_not_of(kWhite) + 1 - first);
+    return c == '\t' || c == '\n' || c == '\r' || c == ' ';
+}
+
+// The text without the white space at its ends.
+[[nodiscard]] constexpr std::string_view text_strip(std::string_view text)
+{
+    while (!text.empty() && text_is_white(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && text_is_white(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
 // The stripped text without the one pair of double quotes around it. A lone quote is no pair.
-[[nodiscard]] inline std::string_view text_trim(std::string_view text)
+[[nodiscard]] constexpr std::string_view text_trim(std::string_view text)
 {
     text = text_strip(text);
     const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
