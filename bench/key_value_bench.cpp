@@ -43,7 +43,7 @@ void open_read_close(benchmark::State &state)
 {
     const BenchFile file;
     char buf[16384];
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const int fd = open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
         benchmark::DoNotOptimize(read(fd, buf, sizeof(buf)));
         close(fd);
@@ -55,7 +55,7 @@ void get(benchmark::State &state, const char *key)
 {
     const BenchFile file;
     char value[64];
-    for (auto _ : state)
+    while (state.KeepRunning())
         benchmark::DoNotOptimize(NLIBCFileGetKeyValue(file.path.c_str(), key, value, sizeof(value), 0));
 }
 BENCHMARK_CAPTURE(get, first, "support_feature_0");
@@ -66,7 +66,7 @@ BENCHMARK_CAPTURE(get, missing, "support_nothing");
 void write_fsync_rename(benchmark::State &state)
 {
     const BenchFile file;
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         file.write(file.copy_path.c_str());
         rename(file.copy_path.c_str(), file.path.c_str());
     }
@@ -76,7 +76,7 @@ BENCHMARK(write_fsync_rename);
 void set(benchmark::State &state, const char *key)
 {
     const BenchFile file;
-    for (auto _ : state)
+    while (state.KeepRunning())
         benchmark::DoNotOptimize(NLIBCFileSetKeyValue(file.path.c_str(), key, "value", kConfFormat));
 }
 BENCHMARK_CAPTURE(set, first, "support_feature_0");

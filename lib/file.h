@@ -20,13 +20,17 @@ inline constexpr char kConfFormat[] = "%s=\"%s\"\n";                   // how li
 //   buf        room for `size` bytes with the NUL; NULL with size 0 asks for the length
 //   flags      bit 0: the last occurrence wins, else the first
 // Returns the length in bytes with the NUL; 0 when missing or empty (0x2000), `buf` untouched; -1 on a bad argument
-// (0x0d00), an unreadable file (0x0900) or too little room (0x0100).
+// (0x0d00), a file that cannot be opened (0x0900), too little room (0x0100) or no memory (0x0200). A file that cannot
+// be read on ends there, as a folder does at once. When the last occurrence wins, `buf` may hold an earlier value that
+// fits, and an occurrence without a value ends the copying but not the counting.
 [[nodiscard]] int NLIBCFileGetKeyValue(const char *file, const char *key, char *buf, int size, int flags);
 
 // Sets one value: the first matching line is replaced, later ones are dropped, a missing one is appended.
 //   format  takes key and value as two %s; NULL for "%s=%s\n"
-// An existing file is replaced as a whole by a synced copy with its owner and mode. A file that cannot be opened for
-// reading is created in place. Returns 1; -1 with 0x0d00, 0x0900, 0x0b00, 0x2700 or 0x2800.
+// An existing file is replaced as a whole by a synced copy with its owner and mode; a link to it is cut. A file that
+// cannot be opened for reading, for whatever reason, is created in place. Nothing is escaped: a value with a newline
+// makes two lines. Returns 1; -1 with 0x0d00, 0x0900, 0x0b00, 0x2700 or 0x2800, 0x0200 without memory, 0x0100 when a
+// format of 4094 bytes or more, a newline before it counted, is to append a line.
 [[nodiscard]] int NLIBCFileSetKeyValue(const char *file, const char *key, const char *value, const char *format);
 
 // Whether the value equals `expected`, ignoring case. Returns 1 or 0; `fallback` when the key is missing; 0 when the
@@ -36,15 +40,17 @@ inline constexpr char kConfFormat[] = "%s=\"%s\"\n";                   // how li
 // Whether `line` is a line of `key`. False with 0x0d00 on NULL.
 [[nodiscard]] bool NLIBCFileLineKeyMatch(const char *line, const char *key);
 
-// Pushes the names of all section headers. Returns the number of items in the list; -1.
+// Pushes the names of all section headers. Returns the number of items in the list; -1 with 0x0d00, 0x0900, 0x0a00,
+// 0x0200, or 0x0100 at a header of 1024 bytes or more.
 int NLIBCFileEnumSection(const char *file, PNLIBSZLIST *list);
 
-// Puts the pairs of a section into the hash. Returns the number of pairs in the hash, with code 0; the same with 0x2200
-// when there is no such section; -1.
+// Puts the pairs of a section into the hash, comments with a '=' among them. Returns the number of pairs in the hash,
+// with code 0; the same with 0x2200 when there is no such section; -1 with 0x0d00, 0x0900, 0x0a00 or 0x0200.
 int NLIBCFileGetSection(const char *file, const char *section, PNLIBSZHASH *hash);
 
 // Replaces a section by the pairs of `hash` under `new_name` (NULL: the old one); comments inside it stay.
-// Returns 1 replaced; 0 with 0x2000 no such section; -1.
+// Returns 1 replaced; 0 with 0x2000 no such section, the file rewritten as it was; -1 with 0x0d00, 0x0900, 0x0a00,
+// 0x0b00, 0x2700, 0x2800, 0x0200, or 0x2400 when the quota is spent.
 [[nodiscard]] int NLIBCFileSetSection(const char *file, const char *section, const char *new_name, PNLIBSZHASH hash,
                                       const char *format);
 // Removes a section but for its comments. Results as above.
@@ -59,10 +65,11 @@ int NLIBCFileGetSection(const char *file, const char *section, PNLIBSZHASH *hash
 // Whether a format has %s, '=', %s and LF in this order, or is NULL. Returns 1; 0 with 0x4000.
 [[nodiscard]] int NLIBCFileCheckFormat(const char *format);
 
-// Pushes the file's lines with their newlines; a line of 1024 bytes or more becomes several items. Returns 0; -1.
+// Pushes the file's lines with their newlines; a line of 1024 bytes or more becomes several items. Returns 0; -1 with
+// 0x0d00, 0x0900, 0x0a00 or 0x0200.
 [[nodiscard]] int NLIBCFileReadLines(const char *file, PNLIBSZLIST *list);
 
-// Makes an empty file unless a regular one is there. Returns 0; -1.
+// Makes an empty file unless a regular one is there. Returns 0; -1 with 0x0d00 or 0x0900.
 [[nodiscard]] int NLIBCFileTouch(const char *path);
 
 // Whether stat says a regular file; false for NULL too.

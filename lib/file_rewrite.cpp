@@ -45,11 +45,6 @@ int rewrite_begin(Rewrite *rewrite, int source, const char *file, size_t added_b
     return 0;
 }
 
-static int write_error(const RewriteRules &rules)
-{
-    return errno == EDQUOT ? rules.quota_error : kErrWrite;
-}
-
 int rewrite_commit(Rewrite *rewrite, const char *file, const RewriteRules &rules)
 {
     const struct stat &want = rewrite->old_status;
@@ -57,16 +52,10 @@ int rewrite_commit(Rewrite *rewrite, const char *file, const RewriteRules &rules
     const bool set_owner = rules.owner_always || want.st_uid != have.st_uid || want.st_gid != have.st_gid;
     const bool set_mode = rules.owner_always || ((want.st_mode ^ have.st_mode) & kModeBits) != 0;
     const int fd = fileno(rewrite->copy.get());
-    if (fflush(rewrite->copy.get()) != 0 || fsync(fd) != 0)
-        return fail(write_error(rules));
-    // The owner first: changing it takes the set-id bits away.
-    if (set_owner && fchown(fd, want.st_uid, want.st_gid) != 0)
-        return fail(write_error(rules));
-    if (set_mode && fchmod(fd, want.st_mode & kModeBits) != 0)
-        return fail(write_error(rules));
-    if (fclose(rewrite->copy.release()) != 0)
-        return fail(write_error(rules));
-    if (rename(rewrite->copy_path, file) != 0)
-        return fail(kErrRename);
-    return 0;
+    // The owner before the mode: changing it takes the set-id bits away.
+    if (fflush(rewrite->copy.get()) != 0 || fsync(fd) != 0 ||
+        (set_owner && fchown(fd, want.st_uid, want.st_gid) != 0) ||
+        (set_mode && fchmod(fd, want.st_mode & kModeBits) != 0) || fclose(rewrite->copy.release()) != 0)
+        return fail(errno == EDQUOT ? rules.quota_error : kErrWrite);
+    return rename(rewrite->copy_path, file) == 0 ? 0 : fail(kErrRename);
 }

@@ -11,13 +11,12 @@ static constexpr size_t kLeastRoom = 4096;
 
 static bool room_grow(FileText *text, size_t room)
 {
-    char *grown = static_cast<char *>(realloc(text->bytes.get(), room));
-    if (grown == nullptr)
-        return false;
-    static_cast<void>(text->bytes.release());
-    text->bytes.reset(grown);
-    text->room = room;
-    return true;
+    char *bytes = text->bytes.release();
+    char *grown = static_cast<char *>(realloc(bytes, room));
+    text->bytes.reset(grown == nullptr ? bytes : grown);
+    if (grown != nullptr)
+        text->room = room;
+    return grown != nullptr;
 }
 
 int file_read_on(int fd, char *bytes, size_t room, size_t *size)
