@@ -1,0 +1,32 @@
+#include "tests/support/in_child.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+int in_child(const std::function<int()> &body)
+{
+    void *page = mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) {
+        ADD_FAILURE() << "no shared page";
+        return -1;
+    }
+    int *result = static_cast<int *>(page);
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        closelog();
+        *result = body();
+        fflush(nullptr);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0) << "the child failed";
+    const int answer = *result;
+    munmap(page, sizeof(int));
+    return answer;
+}

@@ -1,0 +1,89 @@
+#include "tests/support/private_root.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "tests/support/in_child.h"
+
+static bool text_put(const char *path, const std::string &text)
+{
+    const int fd = open(path, O_WRONLY | O_CLOEXEC);
+    const bool done = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close(fd);
+    return done;
+}
+
+// A user that may not change its root may do so in a user namespace.
+static bool root_enter(const std::string &path)
+{
+    if (chroot(path.c_str()) == 0)
+        return chdir("/") == 0;
+    const std::string uid = std::to_string(geteuid());
+    const std::string gid = std::to_string(getegid());
+    return unshare(CLONE_NEWUSER) == 0 && text_put("/proc/self/uid_map", uid + " " + uid + " 1") &&
+           text_put("/proc/self/setgroups", "deny") && text_put("/proc/self/gid_map", gid + " " + gid + " 1") &&
+           chroot(path.c_str()) == 0 && chdir("/") == 0;
+}
+
+PrivateRoot::PrivateRoot() : log_socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+{
+    for (const char *folder : {"dev", "etc", "etc.defaults", "tmp"})
+        std::filesystem::create_directories(dir_.path(folder));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    dir_.path("dev/log").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    EXPECT_EQ(bind(log_socket_, reinterpret_cast<const sockaddr *>(&address), sizeof(address)), 0);
+}
+
+PrivateRoot::~PrivateRoot()
+{
+    close(log_socket_);
+}
+
+bool PrivateRoot::allowed()
+{
+    return in_child([] { return root_enter("/") ? 1 : 0; }) == 1;
+}
+
+void PrivateRoot::write(std::string_view path, std::string_view text) const
+{
+    dir_.write(path.substr(1), text);
+}
+
+std::string PrivateRoot::read(std::string_view path) const
+{
+    return dir_.read(path.substr(1));
+}
+
+int PrivateRoot::run(const std::function<int()> &body) const
+{
+    return in_child([&] {
+        if (root_enter(dir_.path()))
+            return body();
+        ADD_FAILURE() << "no private root";
+        return -1;
+    });
+}
+
+std::string PrivateRoot::log() const
+{
+    std::string lines;
+    for (;;) {
+        char line[4096] = {};
+        if (recv(log_socket_, line, sizeof(line) - 1, 0) < 0)
+            return lines;
+        int priority = 0;
+        int rest = 0;
+        char unit[64];
+        if (sscanf(line, "<%d>%*15c %*[^:]: %63[^:]:%*d%n", &priority, unit, &rest) == 2)
+            lines += std::to_string(priority & 7) + " " + unit + ":#";
+        lines += std::string(line + rest) + "\n";
+    }
+}

@@ -1,0 +1,35 @@
+// A root directory of its own for library calls that read absolute paths or keep what they read for the life of their
+// process. For whole programs there is the Sandbox.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "tests/support/scratch_dir.h"
+
+class PrivateRoot
+{
+  public:
+    PrivateRoot(); // with empty folders /dev, /etc, /etc.defaults, /tmp
+    ~PrivateRoot();
+    PrivateRoot(const PrivateRoot &) = delete;
+    PrivateRoot &operator=(const PrivateRoot &) = delete;
+
+    // Whether the kernel lets this user have one.
+    [[nodiscard]] static bool allowed();
+
+    // Files by their absolute path in the root.
+    void write(std::string_view path, std::string_view text) const;
+    [[nodiscard]] std::string read(std::string_view path) const;
+
+    // Runs `body` in a child that sees this root, as in_child does.
+    int run(const std::function<int()> &body) const;
+
+    // The log lines since the last call, as "3 unit.cpp:# text\n": priority, and # for the line number.
+    [[nodiscard]] std::string log() const;
+
+  private:
+    ScratchDir dir_;
+    int log_socket_;
+};
