@@ -1,6 +1,6 @@
 // Mounts: a folder of the box in place of each source, and the table that programs read.
 #include <algorithm>
-#include <cerrno>
+#include <iterator>
 
 #include "tests/support/box_server.h"
 #include "tests/support/box_talk.h"
@@ -17,48 +17,41 @@ std::string BoxServer::volume(const std::string &source)
     return name;
 }
 
-void BoxServer::answer_mount(const Question &question)
+// The program makes the call itself, unless a row of the test answers it, and waits until its outcome is noted.
+void BoxServer::answer_mounts(const Question &question)
 {
-    const auto &[source, target, type] = question.texts;
+    const bool mounts = question.ask.call == BOX_mount;
+    const std::string name = mounts ? "mount" : "umount2";
     const std::string args = args_shown(question);
     std::unique_lock lock(lock_);
-    const CallRow *row = call_row("mount", args);
+    const CallRow *row = call_row(name, args);
     if (row != nullptr && !row->real) {
-        record_add("mount " + args + (row->error != 0 ? error_shown(row->error) : ""));
+        record_add(name + " " + args + (row->error != 0 ? error_shown(row->error) : ""));
         return talk_say(question.fd, BOX_RETURN, row->result, row->error);
     }
     lock.unlock();
-    talk_say(question.fd, BOX_MOUNT, 0, 0, volume(source));
+    if (mounts)
+        talk_say(question.fd, BOX_MOUNT, 0, 0, volume(question.texts[0]));
+    else
+        talk_say(question.fd, BOX_TELL);
     const std::int64_t outcome = talk_outcome(question.fd);
     lock.lock();
-    record_add("mount " + args + (outcome < 0 ? error_shown(static_cast<int>(-outcome)) : ""));
-    if (outcome == 0) {
-        mounts_.emplace_back(target, source + " " + target + " " + type + " rw,relatime 0 0\n");
-        mounts_write();
-    }
+    record_add(name + " " + args + (outcome < 0 ? error_shown(static_cast<int>(-outcome)) : ""));
+    if (outcome == 0 && mounts)
+        mounts_.push_back({.source = question.texts[0], .target = question.texts[1], .type = question.texts[2]});
+    else if (outcome == 0)
+        mount_forget(question.texts[0]);
+    mounts_write();
+    talk_say(question.fd, BOX_RETURN);
 }
 
-void BoxServer::answer_umount(const Question &question)
+// The last one there hides those before it.
+void BoxServer::mount_forget(const std::string &target)
 {
-    const std::string args = args_shown(question);
-    std::unique_lock lock(lock_);
-    const CallRow *row = call_row("umount2", args);
-    if (row != nullptr && !row->real) {
-        record_add("umount2 " + args + (row->error != 0 ? error_shown(row->error) : ""));
-        return talk_say(question.fd, BOX_RETURN, row->result, row->error);
-    }
-    lock.unlock();
-    talk_say(question.fd, BOX_TELL);
-    const std::int64_t outcome = talk_outcome(question.fd);
-    lock.lock();
-    record_add("umount2 " + args + (outcome < 0 ? error_shown(static_cast<int>(-outcome)) : ""));
-    for (size_t i = mounts_.size(); outcome == 0 && i-- > 0;) {
-        if (mounts_[i].first != question.texts[0])
-            continue;
-        mounts_.erase(mounts_.begin() + static_cast<std::ptrdiff_t>(i));
-        mounts_write();
-        break;
-    }
+    const auto last =
+        std::find_if(mounts_.rbegin(), mounts_.rend(), [&](const Mount &mount) { return mount.target == target; });
+    if (last != mounts_.rend())
+        mounts_.erase(std::next(last).base());
 }
 
 // The table of mounts as programs read it, unless the test has made one of its own.
@@ -68,7 +61,7 @@ void BoxServer::mounts_write()
     if (files_.read("/proc/mounts", &now) && now != mounts_shown_)
         return;
     mounts_shown_ = "box / tmpfs rw,relatime 0 0\n";
-    for (const auto &[target, line] : mounts_)
-        mounts_shown_ += line;
+    for (const auto &[source, target, type] : mounts_)
+        mounts_shown_ += source + " " + target + " " + (type.empty() ? "none" : type) + " rw,relatime 0 0\n";
     files_.write("/proc/mounts", mounts_shown_, 0644);
 }

@@ -143,24 +143,23 @@ void BoxServer::question_take()
             return;
     }
     log_take(); // what the program said before it asked
-    question_answer(&question);
+    question_answer(question);
 }
 
-void BoxServer::question_answer(Question *question)
+void BoxServer::question_answer(const Question &question)
 {
-    switch (question->ask.call) {
+    switch (question.ask.call) {
     case BOX_program:
-        return answer_program(*question);
+        return answer_program(question);
     case BOX_input:
-        return answer_input(*question);
+        return answer_input(question);
     case BOX_ioctl:
-        return answer_request(*question);
+        return answer_request(question);
     case BOX_mount:
-        return answer_mount(*question);
     case BOX_umount2:
-        return answer_umount(*question);
+        return answer_mounts(question);
     default:
-        return answer_call(*question);
+        return answer_call(question);
     }
 }
 

@@ -63,15 +63,14 @@ class BoxServer
     void log_take();
     bool report_take(); // false at the end of the box
     void question_take();
-    void question_answer(Question *question);
+    void question_answer(const Question &question);
 
     void answer_program(const Question &question);
     void answer_input(const Question &question);
     void program_finish(const Question &question, const ProgramRow &row, const ProgramCall &call);
     void answer_request(const Question &question);
     void answer_board(const Question &question, std::uint32_t request);
-    void answer_mount(const Question &question);
-    void answer_umount(const Question &question);
+    void answer_mounts(const Question &question);
     void answer_call(const Question &question);
 
     // Under the lock.
@@ -82,6 +81,7 @@ class BoxServer
 
     [[nodiscard]] std::string args_shown(const Question &question) const;
     [[nodiscard]] std::string descriptor_path(const Question &question, std::int64_t fd) const;
+    void mount_forget(const std::string &target);
     void mounts_write();
     void shared_write();
 
@@ -110,8 +110,11 @@ class BoxServer
     std::vector<RequestState> request_rows_{};
     box_shared shared_{.watched = 0, .sleep_factor = 1};
     std::unique_ptr<struct board> board_ = std::make_unique<struct board>();
-    std::uint64_t board_told_ = 0;                              // lines of its transcript in the record
-    std::vector<std::pair<std::string, std::string>> mounts_{}; // target, line of /proc/mounts
+    std::uint64_t board_told_ = 0; // lines of its transcript in the record
+    struct Mount {
+        std::string source{}, target{}, type{};
+    };
+    std::vector<Mount> mounts_{};
     std::string mounts_shown_{};
 
     std::thread thread_{};

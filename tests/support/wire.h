@@ -103,7 +103,7 @@ struct box_ask {
 enum box_step {
     BOX_RETURN, /* ends: return `result`, or fail with `error`; a stand-in exits with `result` */
     BOX_REAL,   /* ends: make the true call */
-    BOX_TELL,   /* make the true call, send its int64 result, negative errno on failure; ends */
+    BOX_TELL,   /* make the true call, send its int64 result, negative errno on failure; BOX_RETURN ends it */
     BOX_MOUNT,  /* mount the directory whose path follows instead of the source, then as BOX_TELL */
     BOX_PEEK,   /* send `bytes` bytes from `address`; an int64 0 or negative errno goes before them */
     BOX_POKE,   /* what follows goes to `address` */

@@ -64,10 +64,12 @@ WRAPPER int sethostname(const char *name, size_t length)
     return (int)give(RAW(sethostname, name, length));
 }
 
+/* Comes back when the box has taken note. */
 static long outcome_tell(struct talk *talk, long result)
 {
     const int64_t told = result;
-    talk_send(talk, &told, sizeof(told));
+    if (talk_send(talk, &told, sizeof(told)) == 0)
+        talk_next(talk);
     return result;
 }
 
