@@ -1,15 +1,9 @@
 #include "external/cpld_info.h"
 
-#include <cstdint>
-#include <fcntl.h>
 #include <sys/ioctl.h>
 
-#include "autocleanup/unique.h"
+#include "external/board_device.h"
 #include "lib/report.h"
-
-static constexpr char kBoardPath[] = "/dev/norvbios";
-static constexpr unsigned long kBoardCpldFirst = 0xc0044b0d;  // int32, out
-static constexpr unsigned long kBoardCpldSecond = 0xc0044b0e; // int32, out
 
 int get_cpld_info(NORVCfgInfo *out)
 {
@@ -18,12 +12,12 @@ int get_cpld_info(NORVCfgInfo *out)
         return fail(kErrBadParameter);
     }
     *out = {};
-    const UniqueFd board(open(kBoardPath, O_RDWR | O_CLOEXEC));
-    if (!board)
-        return fail(kErrOpen);
-    for (const unsigned long request : {kBoardCpldFirst, kBoardCpldSecond}) {
+    const UniqueFd device = board_open();
+    if (!device)
+        return -1;
+    for (const BoardRequest request : {NORVIO_GET_CPLD_FIRST, NORVIO_GET_CPLD_SECOND}) {
         int32_t value = 0;
-        if (ioctl(board.get(), request, &value) < 0)
+        if (ioctl(device.get(), request, &value) < 0)
             return fail(kErrSystemCall);
     }
     return 0;

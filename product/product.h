@@ -66,3 +66,10 @@ inline constexpr char kProductFactoryNotice[] = "Norvessa factory tool. Not for 
 
 // Where the update feed is asked when the configuration names no server.
 inline constexpr char kProductUpdateEndpoint[] = "https://update.norvessa.example/autoupdate/genRSS.php";
+
+// The out-of-band controller: the OEM commands that read and clear its request word, and the LAN channel whose address
+// it tells.
+inline constexpr uint8_t kProductOobNetFn = 0x30;
+inline constexpr uint8_t kProductOobRequestGet = 0x70;
+inline constexpr uint8_t kProductOobRequestClear = 0x71;
+inline constexpr uint8_t kProductOobLanChannel = 1;

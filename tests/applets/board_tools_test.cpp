@@ -1,0 +1,212 @@
+// The tools that talk to the board: each form, the requests it makes, what it prints.
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf";
+
+struct Case {
+    std::vector<std::string> args;
+    std::string board; // lines of the board's transcript
+    int exit_status;
+    std::string out;
+};
+
+void cases_run(Sandbox &box, const std::vector<Case> &cases)
+{
+    for (const Case &row : cases) {
+        const Result result = box.run(row.args);
+        const std::string what = row.args[0] + " " + (row.args.size() > 1 ? row.args.back() : "");
+        EXPECT_EQ(result.exit_status, row.exit_status) << what;
+        EXPECT_EQ(result.record.text("board *"), row.board) << what;
+        EXPECT_EQ(result.out, row.out) << what;
+    }
+}
+
+std::string control(const std::string &code, const std::string &length, const std::string &data)
+{
+    return "board 0xc0904b01 control " + code + " " + length + " \"" + data + "\"\n";
+}
+
+TEST(Norvhwctrl, EachNameSendsItsControl)
+{
+    Sandbox box;
+    box.file(kDefaults, "");
+    cases_run(box, {
+                       {{"norvhwctrl", "-set_stat_led", "run"}, control("0x4002", "0x0", ""), 0, ""},
+                       {{"norvhwctrl", "-set_stat_led", "shutdown"}, control("0x4003", "0x0", ""), 0, ""},
+                       {{"norvhwctrl", "-set_stat_led", "nodisk"}, control("0x4004", "0x0", ""), 0, ""},
+                       {{"norvhwctrl", "-set_stat_led", "usbcopy_on"}, "", 1, "Excution Error\n"},
+                       {{"norvhwctrl", "-set_stat_led"}, "", 1, "Excution Error\n"},
+                       {{"norvhwctrl", "-set_led", "usbcopy_blinking"}, control("0x5102", "0x80", ""), 0, ""},
+                       {{"norvhwctrl", "-set_led", "usbcopy_on"}, control("0x5100", "0x80", ""), 0, ""},
+                       {{"norvhwctrl", "-set_led", "usbcopy_off"}, control("0x5101", "0x80", ""), 0, ""},
+                       {{"norvhwctrl", "-set_led", "memtest_blinking"}, control("0x5903", "0x80", "\\x02"), 0, ""},
+                       {{"norvhwctrl", "-set_led", "memtest_on"}, control("0x5903", "0x80", "\\x01"), 0, ""},
+                       {{"norvhwctrl", "-set_led", "memtest_off"}, control("0x5903", "0x80", ""), 0, ""},
+                       {{"norvhwctrl", "-set_led", "power_green_on"}, control("0x5902", "0x80", "\\x01"), 0, ""},
+                       {{"norvhwctrl", "-set_led", "power_green_off"}, control("0x5902", "0x80", ""), 0, ""},
+                       {{"norvhwctrl", "-set_led", "power_orange_on"}, control("0x5901", "0x80", "\\x01"), 0, ""},
+                       {{"norvhwctrl", "-set_led", "power_orange_off"}, control("0x5901", "0x80", ""), 0, ""},
+                       {{"norvhwctrl", "-set_led", "run"}, "", 1, "Excution Error\n"},
+                   });
+}
+
+TEST(Norvhwctrl, SecondUartTakesTextAndRefusesWhatHasNone)
+{
+    Sandbox box;
+    box.file(kDefaults, "supportuart2=\"yes\"\n");
+    cases_run(box, {
+                       {{"norvhwctrl", "-set_stat_led", "run"}, "board 0xc0014b21 micro_write \"4\"\n", 0, ""},
+                       {{"norvhwctrl", "-set_led", "usbcopy_on"}, "board 0xc0014b21 micro_write \"B\"\n", 0, ""},
+                       {{"norvhwctrl", "-set_led", "usbcopy_off"}, "board 0xc0014b21 micro_write \"@\"\n", 0, ""},
+                   });
+    const Result refused = box.run({"norvhwctrl", "-set_stat_led", "nodisk"});
+    EXPECT_EQ(refused.exit_status, 1);
+    EXPECT_TRUE(refused.record.in_order({"log err invalid microp command 16388"}));
+    EXPECT_EQ(refused.record.text("board *"), "");
+
+    box.board_scenario("fail micro_write EIO");
+    const Result failed = box.run({"norvhwctrl", "-set_stat_led", "run"});
+    EXPECT_EQ(failed.exit_status, 1);
+    EXPECT_TRUE(failed.record.in_order({"log err write to uart2 error, error=(5)Input/output error"}));
+    box.board_remove();
+    EXPECT_TRUE(box.run({"norvhwctrl", "-set_stat_led", "run"})
+                    .record.in_order({"log err open norvbios error, error=(2)No such file or directory"}));
+}
+
+TEST(NorvMicropControl, EachFormSendsItsText)
+{
+    Sandbox box;
+    box.file(kDefaults, "supportraid=yes\n");
+    const auto sent = [](const std::string &text) { return "board 0xc0014b21 micro_write \"" + text + "\"\n"; };
+    constexpr char kRole[] = "norv_microp_control";
+    cases_run(box, {
+                       {{kRole, "-w", "0x33"}, sent("3"), 0, ""},
+                       {{kRole, "-w", "3"}, sent("3"), 0, ""},
+                       {{kRole, "-w", "0x00"}, sent(""), 0, ""},
+                       {{kRole, "FAN_SPEED_PWM_ADJUST_DUTY_CYCLE_IN_PERCENTAGE", "40"}, sent("V40"), 0, ""},
+                       {{kRole, "FAN_SPEED_PWM_ADJUST_FREQUENCY_IN_HZ", "05"}, sent("W05"), 0, ""},
+                       {{kRole, "USB_LED_ON"}, sent("@"), 0, ""},
+                       {{kRole, "USB_LED_OFF"}, sent("B"), 0, ""},
+                       {{kRole, "ALERT_LED_BLINKING"}, sent("LA2"), 0, ""},
+                       {{kRole, "ENALBE_WAKE_ON_LAN_FUNCTION"}, sent("l"), 0, ""},
+                       {{kRole, "BUZZER_OUT_LONG_AND_LOUD"}, sent("3"), 0, ""}, // what stands behind a name is ignored
+                       {{kRole, "MICROP_LOG_ON"}, "board 0xc0014b31 micro_log 1\n", 0, ""},
+                       {{kRole, "MICROP_LOG_OFF"}, "board 0xc0014b31 micro_log 0\n", 0, ""},
+                       {{kRole, "-fly"}, "", 255, "Command Not Found\nCommand failed\n"},
+                   });
+    for (const std::vector<std::string> &bad : {std::vector<std::string>{kRole},
+                                                {kRole, "a", "b", "c"},
+                                                {kRole, "FAN_SPEED_PWM_ADJUST_FREQUENCY_IN_HZ", "5"}}) {
+        const Result result = box.run(bad);
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_EQ(result.out.find("Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\nUsage: "), 0U);
+        EXPECT_EQ(result.record.text("board *"), "");
+    }
+    box.board_remove();
+    const Result without = box.run({kRole, "USB_LED_ON"});
+    EXPECT_EQ(without.exit_status, 255);
+    EXPECT_EQ(without.out, "");
+}
+
+TEST(NorvMicropControl, VersionIsFoundInTheReply)
+{
+    struct Reply {
+        const char *scenario;
+        int exit_status;
+        const char *out;
+    };
+    static constexpr Reply kReplies[] = {
+        {"micro_reply O ffV12ff", 0, "V12\n"},
+        {"micro_reply O V12V12f", 0, "V12\n"}, // told twice: the last one counts
+        {"micro_reply O 1aB23Cf", 0, "B23C\n"},
+        {"micro_reply O fffffff", 253, "Get Microp Version Failed\nCommand failed\n"},
+        {"micro_reply O 12345fV", 253, "Get Microp Version Failed\nCommand failed\n"},
+        {"fail micro_ask EIO", 254,
+         "Failed to set and get microp version\nPlease check if the microP version function is on.\nCommand failed\n"},
+        {"micro_reply O V12\nfail micro_write EIO", 0, "V12\nFailed to close microp version function\n"},
+    };
+    for (const Reply &reply : kReplies) {
+        Sandbox box;
+        box.file(kDefaults, "supportraid=yes\n");
+        box.board_scenario(reply.scenario);
+        const Result result = box.run({"norv_microp_control", "MICROP_VERSION_REPORT"});
+        EXPECT_EQ(result.exit_status, reply.exit_status) << reply.scenario;
+        EXPECT_EQ(result.out, reply.out) << reply.scenario;
+    }
+}
+
+TEST(NorvLedMaskOn, DarkensEachDiskThenMasks)
+{
+    struct Model {
+        const char *version;
+        bool is_masked;
+    };
+    static constexpr Model kModels[] = {
+        {"NS-LED1-j2\n", false}, {"NS-LED1\n", false}, {"NS-LED12-j\n", true}, {"", true}};
+    const std::string disks = "board 0xc0184b0a disk_led 1 0 14 \"internal_slot\"\n"
+                              "board 0xc0184b0a disk_led 2 0 14 \"internal_slot\"\n";
+    for (const Model &model : kModels) {
+        Sandbox box;
+        box.file(kDefaults, "supportraid=yes\nmaxdisks=2\n");
+        box.file("/proc/sys/kernel/norv_hw_version", model.version);
+        const Result result = box.run({"norv_led_mask_on"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.record.text("board *"), disks + (model.is_masked ? "board 0xc0044b25 disk_led_mask 1\n" : ""))
+            << model.version;
+    }
+}
+
+TEST(NorvLedMaskOn, FailuresAreLoggedAndPassed)
+{
+    Sandbox box;
+    box.file(kDefaults, "supportraid=yes\nmaxdisks=2\n");
+    box.board_scenario("fail disk_led EIO\nfail disk_led_mask EIO");
+    const Result result = box.run({"norv_led_mask_on"});
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_TRUE(
+        result.record.in_order({"log err *failed to set disk 1, led as 0", "log err *failed to set disk 2, led as 0",
+                                "log err *Failed to ioctl Disk led Mask, errno=5, Input/output error"}));
+    box.board_remove();
+    const Result without = box.run({"norv_led_mask_on"});
+    EXPECT_EQ(without.exit_status, 0);
+    EXPECT_TRUE(without.record.in_order({"log err *open sybios fail"}));
+}
+
+TEST(NorvOob, WithoutAControllerItSaysSo)
+{
+    Sandbox box;
+    box.file(kDefaults, "supportraid=yes\n");
+    box.directory("/var/lock");
+    for (const char *role : {"norv_oob_power_action", "norv_oob_ipv4_get"}) {
+        const Result result = box.run({role}, {.leaves = {"/var/lock/oob_ioctl.lock"}});
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_EQ(result.err,
+                  std::string(role) + ": the out-of-band controller does not answer: No such file or directory\n");
+    }
+}
+
+TEST(NorvPstoreCollect, CopiesThenRemovesAndKeepsABoundedNumber)
+{
+    Sandbox box;
+    box.file(kDefaults, "supportraid=yes\n");
+    box.directory("/var/log");
+    EXPECT_EQ(box.run({"norv_pstore_collect"}).exit_status, 0); // nothing there
+    EXPECT_FALSE(box.exists("/var/log/pstore"));
+
+    for (int old = 10; old < 30; old++)
+        box.file("/var/log/pstore/19990101-0000" + std::to_string(old) + "-00/dmesg", "old");
+    box.file("/sys/fs/pstore/dmesg-ramoops-0", "Oops: 1");
+    box.file("/sys/fs/pstore/console-ramoops-0", std::string(200000, 'x'));
+    const Result result = box.run({"norv_pstore_collect"}, {.leaves = {"/var/log/pstore/*"}});
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(box.list("/sys/fs/pstore").size(), 0U);
+    const std::vector<std::string> kept = box.list("/var/log/pstore");
+    ASSERT_EQ(kept.size(), 16U);
+    EXPECT_EQ(box.list("/var/log/pstore/" + kept.back()).size(), 2U);
+    EXPECT_EQ(box.read_file("/var/log/pstore/" + kept.back() + "/dmesg-ramoops-0"), "Oops: 1");
+}
+
+} // namespace
