@@ -1,0 +1,36 @@
+#include "disk/disk.h"
+
+#include <climits>
+#include <cstring>
+
+#include "lib/conf.h"
+
+static constexpr char kDevPrefix[] = "/dev/";
+
+const char *disk_bare_name(const char *path)
+{
+    return strncmp(path, kDevPrefix, strlen(kDevPrefix)) == 0 ? path + strlen(kDevPrefix) : path;
+}
+
+bool disk_name_has_p(const char *path)
+{
+    static constexpr const char *kFamilies[] = {"mmcblk", "nvc", "nvme", "sysd"};
+    for (const char *family : kFamilies)
+        if (strstr(path, family) != nullptr)
+            return true;
+    return conf_supportsas();
+}
+
+int disk_letter_index(const char *path)
+{
+    const char *letters = disk_bare_name(path);
+    if (strncmp(letters, "sd", 2) == 0)
+        letters += 2;
+    int index = -1;
+    for (; *letters >= 'a' && *letters <= 'z'; letters++) {
+        if (index >= INT_MAX / 26 - 1)
+            return -1;
+        index = (index + 1) * 26 + (*letters - 'a');
+    }
+    return index;
+}
