@@ -1,4 +1,4 @@
-// Labels on disk: the MS-DOS partition table, and the GUID partition table of the UEFI specification.
+// Labels on disk: the MS-DOS partition table, and the GUID partition table of UEFI.
 #pragma once
 
 #include "platform/sfdisk/disk.h"

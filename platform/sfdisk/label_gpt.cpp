@@ -1,4 +1,4 @@
-// The GUID partition table (UEFI specification, chapter 5): sector 0 announces it, a header in sector 1 with its
+// The GUID partition table (UEFI, chapter 5): sector 0 announces it, a header in sector 1 with its
 // entries behind it, and the same again at the end of the disk.
 #include "platform/sfdisk/label.h"
 
