@@ -38,8 +38,9 @@ class Image:
 
     @classmethod
     def built(cls, build_dir: Path) -> "Image":
-        """Makes the image from what stands in a build folder; what has not changed is not done again."""
+        """Compiles what goes into the image, and makes it. What has not changed is not done again."""
         with locked(WORK / "lock"):
+            _compile(build_dir)
             kernel = Kernel.fetched()
             base, base_libraries = _base(kernel)
             root = WORK / "root"
@@ -62,6 +63,14 @@ class Image:
         if not initrd.exists():
             raise LabError("there is no image yet: run lab/vm build")
         return cls(Kernel.fetched(), initrd)
+
+
+def _compile(build_dir: Path) -> None:
+    """The executable and what stands around it, not the tests."""
+    if not (build_dir / "CMakeCache.txt").exists():
+        tool("cmake", "--preset", "release", "-S", str(SOURCE), "-B", str(build_dir))
+    around = [f"platform/{path.parent.name}/all" for path in (SOURCE / "platform").glob("*/CMakeLists.txt")]
+    tool("cmake", "--build", str(build_dir), "--target", "norv", *around)
 
 
 def _base(kernel: Kernel) -> tuple[Path, set[str]]:
@@ -98,8 +107,6 @@ def _base(kernel: Kernel) -> tuple[Path, set[str]]:
 
 def _root(root: Path, build_dir: Path, kernel: Kernel) -> None:
     """The upper part, as a plain folder."""
-    if not (build_dir / "norv").exists():
-        raise LabError(f"{build_dir}/norv is not built")
     _make_root(root)
     shutil.copytree(SOURCE / "lab/guest", root, symlinks=True, dirs_exist_ok=True)
     env = os.environ | {"DESTDIR": str(root)}

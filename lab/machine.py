@@ -145,6 +145,10 @@ class Machine:
             raise LabError(f"{command!r} in the guest ended with {result.status}:\n{result.out}{result.err}")
         return result.out
 
+    def until(self, command: str, seconds: float = _COMMAND_SECONDS) -> None:
+        """Runs a shell line again and again until it ends with 0."""
+        wait_for(lambda: self.run(command).status == 0, seconds, f"{command!r} in the guest")
+
     def stream(self, command: str | Sequence[str], *, out: Callable[[bytes], object], err: Callable[[bytes], object],
                stdin: bytes | int | None = None, timeout: float = _COMMAND_SECONDS) -> int:
         """Runs a command and hands on its output as it comes. Returns the exit status."""
@@ -214,8 +218,9 @@ class Machine:
             name = f"disk{bay}-spoilt{len(nodes)}"
             rules = [{"event": "none", "iotype": kind, "errno": 5, "sector": at, "once": False, "immediately": True}
                      for at in range(sector, sector + count) for kind in how]
-            qmp.do("blockdev-add", driver="blkdebug", node_name=name, image=nodes[-1] if nodes else f"disk{bay}-image",
-                   inject_error=rules, discard="unmap")
+            below = nodes[-1] if nodes else f"disk{bay}-image"
+            qmp.do("blockdev-add", **{"driver": "blkdebug", "node-name": name, "image": below, "inject-error": rules,
+                                      "discard": "unmap"})
             self._put_below(qmp, bay, name)
 
     def heal(self, bay: int) -> None:
@@ -224,7 +229,7 @@ class Machine:
             nodes = self._spoilt_nodes(qmp, bay)
             self._put_below(qmp, bay, f"disk{bay}-image")
             for name in reversed(nodes):
-                qmp.do("blockdev-del", node_name=name)
+                qmp.do("blockdev-del", **{"node-name": name})
 
     @staticmethod
     def _spoilt_nodes(qmp: Qmp, bay: int) -> list[str]:
@@ -258,7 +263,7 @@ class Machine:
     def page(self) -> str:
         """Where this machine's browser finds the guest's web server."""
         with self._qmp() as qmp:
-            told = qmp.do("human-monitor-command", command_line="info usernet")
+            told = qmp.do("human-monitor-command", **{"command-line": "info usernet"})
         found = re.search(r"TCP\[HOST_FORWARD\]\s+\d+\s+127\.0\.0\.1\s+(\d+)", told)
         if found is None:
             raise LabError("this machine has no user-mode network")

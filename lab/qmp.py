@@ -48,9 +48,8 @@ class Qmp:
         return message
 
     def do(self, command: str, **arguments: Any) -> Any:
-        """Gives a command and returns its answer. A _ in an argument's name stands for a -."""
-        named = {name.replace("_", "-"): value for name, value in arguments.items()}
-        self._socket.sendall(json.dumps({"execute": command, "arguments": named}).encode() + b"\n")
+        """Gives a command and returns its answer."""
+        self._socket.sendall(json.dumps({"execute": command, "arguments": arguments}).encode() + b"\n")
         while True:
             answer = self._read()
             if "event" in answer:
@@ -73,7 +72,7 @@ class Qmp:
 
     def job(self, command: str, name: str, **arguments: Any) -> None:
         """Runs a command that goes on as a job, and waits for the job's end."""
-        self.do(command, job_id=name, **arguments)
+        self.do(command, **{"job-id": name}, **arguments)
         self.wait_event("JOB_STATUS_CHANGE", id=name, status="concluded")
         job = next(job for job in self.do("query-jobs") if job["id"] == name)
         self.do("job-dismiss", id=name)
