@@ -22,7 +22,8 @@ static_assert(sizeof(NLIBSZHASH) == 24);
 [[nodiscard]] PNLIBSZHASH NLIBCSzHashAlloc(int size);
 void NLIBCSzHashFree(PNLIBSZHASH hash); // NULL is allowed
 
-// The value of `key`, NULL when missing. It lives until the hash grows, the key is set again, or the hash is released.
+// The value of `key`, NULL when missing. It lives until the key is set again, or the hash grows, is cleared or
+// released.
 [[nodiscard]] const char *NLIBCSzHashGetValue(const NLIBSZHASH *hash, const char *key);
 
 // Sets `key` to `value`, growing when needed: the handle may move. Arguments may point into the hash itself. Returns

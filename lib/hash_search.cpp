@@ -41,7 +41,7 @@ HashPlace hash_search(const NLIBSZHASH *hash, const char *key, size_t length)
         const NLIBSZHASH::Slot &at = hash->slots[slot];
         if (at.key != nullptr) {
             // A shorter key is followed by more text: reading `length` bytes and a NUL stays in the used pool.
-            if (at.key + length < hash->pPool && same_text(at.key, key, length + 1))
+            if (length < static_cast<size_t>(hash->pPool - at.key) && same_text(at.key, key, length + 1))
                 return {slot, true};
         } else if (at.value == nullptr) {
             return {tombstone == -1 ? slot : tombstone, false};

@@ -21,8 +21,9 @@ inline constexpr int kListSorted = 1;
 inline constexpr int kListSortedIgnoringCase = 0x10;
 inline constexpr int kListOrNew = 0x1000; // NLIBCSzListOr: result is a list of its own
 
-// A pointer to an item lives until the list grows or is released. Growing calls may move the block: they take the
-// address of the handle and update it; on failure the list is as it was. An argument may point into the list itself.
+// A pointer to an item lives until the list grows, is reset or released. Growing calls may move the block: they take
+// the address of the handle and update it; on failure the list is as it was. An argument may point into the list
+// itself.
 
 // A new empty list of `size` bytes, at least 512. NULL with 0x0200.
 [[nodiscard]] PNLIBSZLIST NLIBCSzListAlloc(int size);
@@ -53,7 +54,7 @@ const char *NLIBCSzListPop(PNLIBSZLIST list);   // the last
 // neither bit nothing happens. A list that is sorted already only gets the new mode word. NULL notes 0x0d00.
 void NLIBCSzListSort(PNLIBSZLIST list, int mode);
 
-// Adds to `*a` the strings of `b` that it lacks, each once, and returns `*a`; with kListOrNew returns a new list and
-// leaves `*a`. Texts are the same by the order of `*a`, by strcmp where that is unsorted.
+// Adds to `*a` the strings of `b` that it lacks, each once, and returns `*a`, whose block always moves; with kListOrNew
+// returns a new list and leaves `*a`. Texts are the same by the order of `*a`, by strcmp where that is unsorted.
 // NULL with 0x0d00 when the sort modes differ and neither is 0, with 0x0200 without memory.
 PNLIBSZLIST NLIBCSzListOr(PNLIBSZLIST *a, const NLIBSZLIST *b, int flags);
