@@ -1,9 +1,11 @@
 // Pieces of the roles in process: the steps that follow once a board names its model, the banner, command tables.
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <string>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -99,6 +101,34 @@ TEST_F(ModelSteps, AdoptGoesByTheGroup)
     write("unique=group_a\n");
     expect(model_file_adopt, NORVCfgInfo{"norv_x86_a", "", "", "", "", "A800", ""}, 0, "");
     EXPECT_EQ(content(), "unique=group_a\n");
+}
+
+// A file-size limit lets the file grow by so many bytes: none of the two values, or only the first, can be set.
+TEST_F(ModelSteps, AdoptStopsAtTheFirstFailure)
+{
+    const std::string filler = "#" + std::string(5000, 'x') + "\n"; // longer than the output, which the limit binds too
+    const std::string head = "norvhdcfgen.cpp:*(NorvHDConfigGeneratorMain) set ",
+                      tail = " in [" + path_ + "] fail.(B00)\n";
+    const struct {
+        size_t growth;
+        std::string unique, output;
+    } kCases[] = {
+        {0, "unique=group_a\n", head + "[unique] = [norv_x86_a]" + tail},
+        {5, "unique=\"norv_x86_a\"\n", head + "[upnpmodelname] = A800" + tail},
+    };
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    for (const auto &[growth, unique, output] : kCases) {
+        SCOPED_TRACE(growth);
+        write(filler + "unique=group_a\n");
+        const rlimit limit = {content().size() + growth, before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        expect(model_file_adopt, kModel, -1, output);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+        EXPECT_EQ(content(), filler + unique);
+    }
+    signal(SIGXFSZ, handler);
 }
 
 TEST(CpldInfo, NeedsARecord)
