@@ -93,10 +93,13 @@ void BoxServer::answer_request(const Question &question)
     const RequestRow *row = request_row(device, request);
     const RequestRow answer = row != nullptr ? *row : RequestRow();
     lock.unlock();
+    int fd = question.fd;
+    std::uint64_t address = question.ask.address + answer.at;
+    if (answer.is_pointer && talk_peek(&fd, &address, address, sizeof(address)) != 0)
+        return;
     if (answer.reads > 0) {
         input.resize(answer.reads);
-        int fd = question.fd;
-        if (talk_peek(&fd, input.data(), question.ask.address, input.size()) != 0)
+        if (talk_peek(&fd, input.data(), address, input.size()) != 0)
             return;
     }
     struct stat status {
@@ -106,9 +109,11 @@ void BoxServer::answer_request(const Question &question)
         bytes = answer.bytes;
 
     std::string line = "ioctl " + word_shown(device) + " " + request_shown(request);
+    if (!input.empty())
+        line += ' ';
     for (const char c : input) {
-        char hex[4];
-        snprintf(hex, sizeof(hex), "%s%02x", &c == input.data() ? " " : "", static_cast<unsigned char>(c));
+        char hex[3];
+        snprintf(hex, sizeof(hex), "%02x", static_cast<unsigned char>(c));
         line += hex;
     }
     lock.lock();
@@ -117,7 +122,7 @@ void BoxServer::answer_request(const Question &question)
     if (!known)
         return talk_say(question.fd, BOX_REAL); // the kernel refuses it
     if (!bytes.empty() && answer.error == 0)
-        talk_say(question.fd, BOX_POKE, 0, 0, bytes, question.ask.address);
+        talk_say(question.fd, BOX_POKE, 0, 0, bytes, address);
     talk_say(question.fd, BOX_RETURN, answer.result, answer.error);
 }
 

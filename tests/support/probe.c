@@ -17,6 +17,7 @@
 #include <sys/mount.h>
 #include <sys/reboot.h>
 #include <sys/sem.h>
+#include <sys/shm.h>
 #include <sys/swap.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -161,6 +162,16 @@ static long do_semget(const char *key)
     return semget((key_t)strtol(key, NULL, 0), 1, IPC_CREAT | 0600) >= 0 ? 0 : -1;
 }
 
+/* "DIGIT PATH": sets the byte of shared memory that belongs to the file. */
+static long do_shared(const char *value_and_path)
+{
+    char *shared = shmat(shmget(ftok(value_and_path + 2, 1), 1, 0600), NULL, 0);
+    if (shared == (char *)-1)
+        return -1;
+    *shared = (char)(value_and_path[0] - '0');
+    return 0;
+}
+
 static long do_daemon(const char *seconds)
 {
     const pid_t pid = fork();
@@ -252,6 +263,7 @@ static const struct {
     {"bad-ioctl", do_bad_ioctl},
     {"flock", do_flock},
     {"semget", do_semget},
+    {"shared", do_shared},
     {"daemon", do_daemon},
     {"clone", do_clone},
     {"id", do_id},

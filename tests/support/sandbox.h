@@ -78,6 +78,8 @@ struct RequestRow {
     unsigned long request = 0; // ioctl number
     std::string bytes{};       // stored at the argument
     size_t reads = 0;          // so many bytes at the argument go into the record, in hex
+    size_t at = 0;             // both so many bytes behind the argument's start
+    bool is_pointer = false;   // what stands there is a pointer to them
     int result = 0;
     int error = 0; // errno; the call then returns -1
     int times = 0; // 0: any number
