@@ -64,17 +64,18 @@ int record_move(int source_dir, int target_dir, const char *name)
     return unlinkat(source_dir, name, 0) == 0 ? 0 : static_cast<int>(fail(kErrWrite));
 }
 
-// Makes the folder of this collection and opens it: its name sorts by time, a number tells two of one second apart.
-UniqueFd collection_make(int collections_dir)
+// Makes the folder of this collection and opens it: its name sorts by time, a number tells two of one second apart. The
+// folder is on the disk before the first source goes.
+UniqueFd collection_make(int collections_dir, char (&name)[48])
 {
-    char stamp[32], name[48];
+    char stamp[32];
     const time_t now = time(nullptr);
     tm utc = {};
     gmtime_r(&now, &utc);
     strftime(stamp, sizeof(stamp), "%Y%m%d-%H%M%S", &utc);
     for (int number = 0; number < 100; number++) {
         snprintf(name, sizeof(name), "%s-%02d", stamp, number);
-        if (mkdirat(collections_dir, name, 0700) == 0)
+        if (mkdirat(collections_dir, name, 0700) == 0 && fsync(collections_dir) == 0)
             return UniqueFd(openat(collections_dir, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (errno != EEXIST)
             break;
@@ -96,15 +97,19 @@ void collection_remove(int collections_dir, const char *name)
     unlinkat(collections_dir, name, AT_REMOVEDIR);
 }
 
-// Removes the oldest collections beyond the number that is kept.
-void collections_trim(int collections_dir)
+// Removes the oldest collections beyond the number that is kept, but never the one just made: a clock that was set back
+// makes it look old.
+void collections_trim(int collections_dir, const char *made)
 {
     dirent **folders = nullptr;
     const int count = scandirat(
         collections_dir, ".", &folders, [](const dirent *entry) { return is_record(entry) ? 1 : 0; }, alphasort);
+    int surplus = count - kPstoreCollectionsMax;
     for (int i = 0; i < count; i++) {
-        if (i < count - kPstoreCollectionsMax)
+        if (surplus > 0 && strcmp(folders[i]->d_name, made) != 0) {
             collection_remove(collections_dir, folders[i]->d_name);
+            surplus--;
+        }
         free(folders[i]);
     }
     free(folders);
@@ -123,13 +128,14 @@ int pstore_collect()
     if (!collections)
         return fail(kErrOpen);
     UniqueFd collection;
+    char name[48] = "";
     int copied = 0;
     bool is_whole = true;
     while (const dirent *entry = readdir(records.get())) {
         if (!is_record(entry))
             continue;
         if (!collection) // no record, no folder
-            collection = collection_make(collections.get());
+            collection = collection_make(collections.get(), name);
         if (!collection)
             return fail(kErrOpen);
         if (record_move(dirfd(records.get()), collection.get(), entry->d_name) == 0) {
@@ -139,6 +145,8 @@ int pstore_collect()
             is_whole = false;
         }
     }
-    collections_trim(collections.get());
+    if (collection && copied == 0) // would push an older one out
+        unlinkat(collections.get(), name, AT_REMOVEDIR);
+    collections_trim(collections.get(), name);
     return is_whole ? copied : -1;
 }

@@ -1,4 +1,5 @@
 // The tools that talk to the board: each form, the requests it makes, what it prints.
+#include "tests/support/box_controller.h"
 #include "tests/support/sandbox.h"
 
 namespace
@@ -188,6 +189,36 @@ TEST(NorvOob, WithoutAControllerItSaysSo)
     }
 }
 
+TEST(NorvOob, AsksTheController)
+{
+    using namespace std::string_literals;
+    struct Question {
+        std::vector<std::string> args;
+        std::string reply; // completion code and data
+        const char *command;
+        int exit_status;
+        const char *out;
+    };
+    const Question kQuestions[] = {
+        {{"norv_oob_power_action"}, "\0\0"s, "3070", 0, "none\n"},
+        {{"norv_oob_power_action"}, "\0\1"s, "3070", 0, "poweroff\n"},
+        {{"norv_oob_power_action"}, "\0\2"s, "3070", 0, "reboot\n"},
+        {{"norv_oob_power_action"}, "\0\3"s, "3070", 0, "poweroff\n"},
+        {{"norv_oob_power_action"}, "\xc1\1"s, "3070", 255, ""},
+        {{"norv_oob_power_action", "--clear"}, "\0"s, "3071", 0, ""},
+        {{"norv_oob_ipv4_get"}, "\0\x11\x0a\1\2\xff"s, "0c02", 0, "10.1.2.255\n"},
+    };
+    for (const Question &row : kQuestions) {
+        Sandbox box;
+        box.file(kDefaults, "supportraid=yes\n");
+        controller_add(box, {row.reply});
+        const Result result = box.run(row.args);
+        EXPECT_EQ(result.exit_status, row.exit_status) << row.out;
+        EXPECT_EQ(result.out, row.out);
+        EXPECT_EQ(result.record.count("ioctl /dev/ipmi0 * "s + row.command), 1) << result.record.text();
+    }
+}
+
 TEST(NorvPstoreCollect, CopiesThenRemovesAndKeepsABoundedNumber)
 {
     Sandbox box;
@@ -207,6 +238,27 @@ TEST(NorvPstoreCollect, CopiesThenRemovesAndKeepsABoundedNumber)
     ASSERT_EQ(kept.size(), 16U);
     EXPECT_EQ(box.list("/var/log/pstore/" + kept.back()).size(), 2U);
     EXPECT_EQ(box.read_file("/var/log/pstore/" + kept.back() + "/dmesg-ramoops-0"), "Oops: 1");
+}
+
+TEST(NorvPstoreCollect, NeverGivesUpAGoodCollectionForABadOne)
+{
+    Sandbox box;
+    box.file(kDefaults, "supportraid=yes\n");
+    for (int old = 10; old < 26; old++)
+        box.file("/var/log/pstore/20990101-0000" + std::to_string(old) + "-00/dmesg",
+                 "from before the clock went back");
+    box.symlink("/sys/fs/pstore/unreadable", "/nowhere");
+    const RunOptions options = {.leaves = {"/var/log/pstore/*"}};
+    EXPECT_EQ(box.run({"norv_pstore_collect"}, options).exit_status, 255);
+    EXPECT_TRUE(box.exists("/var/log/pstore/20990101-000010-00"));
+    EXPECT_EQ(box.list("/var/log/pstore").size(), 16U);
+
+    box.remove("/sys/fs/pstore/unreadable");
+    box.file("/sys/fs/pstore/dmesg", "Oops: 2");
+    EXPECT_EQ(box.run({"norv_pstore_collect"}, options).exit_status, 0);
+    const std::vector<std::string> kept = box.list("/var/log/pstore");
+    EXPECT_EQ(kept.size(), 16U);
+    EXPECT_EQ(box.read_file("/var/log/pstore/" + kept.front() + "/dmesg"), "Oops: 2");
 }
 
 } // namespace
