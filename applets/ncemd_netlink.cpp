@@ -19,26 +19,33 @@ int gblNetlinkFd = -1;
 namespace
 {
 
-enum RouteAction : int { kRouteAdd = 0, kRouteRemove = 1 };
-
-void link_came_up(const char *name)
+// Both return false when the DHCP client does not do as it is told: the rest waits for the next pass.
+bool link_came_up(const char *name)
 {
     NORVJNetRoutetableHandler(kRouteAdd, name);
     if (NORVJNetDeviceIsDHCP(name) != 1)
-        return;
-    if (net_dhcp_client_stop(name) != 0)
+        return true;
+    if (net_dhcp_client_stop(name) != 0) {
         NORV_LOG(LOG_ERR, "Udhcp kill error");
-    if (net_dhcp_client_start(name) != 0)
+        return false;
+    }
+    if (net_dhcp_client_start(name) != 0) {
         NORV_LOG(LOG_ERR, "run Udhcp error");
+        return false;
+    }
+    return true;
 }
 
-void link_went_down(const char *name)
+bool link_went_down(const char *name)
 {
     NORVJNetRoutetableHandler(kRouteRemove, name);
-    if (net_dhcp_client_stop(name) != 0)
+    if (net_dhcp_client_stop(name) != 0) {
         NORV_LOG(LOG_ERR, "Udhcp kill error");
+        return false;
+    }
     if (NORVJNetDeviceIsDHCP(name) == 1 && NLIBCExec("/sbin/ifconfig", name, "inet", "0.0.0.0") != 0)
         NORV_LOG(LOG_ERR, "reset ip failed");
+    return true;
 }
 
 // Finds the interface name among the attributes of a link message. Returns false when it has none.
@@ -56,18 +63,16 @@ bool name_find(nlmsghdr *message, char (&name)[IFNAMSIZ])
     return false;
 }
 
-void message_serve(nlmsghdr *message)
+// Returns false when the messages behind this one are not to be looked at.
+bool message_serve(nlmsghdr *message)
 {
     if (message->nlmsg_type != RTM_NEWLINK || message->nlmsg_len < NLMSG_LENGTH(sizeof(ifinfomsg)))
-        return;
+        return true;
     const unsigned flags = static_cast<const ifinfomsg *>(NLMSG_DATA(message))->ifi_flags;
     char name[IFNAMSIZ] = "";
     if (!name_find(message, name) || (flags & IFF_SLAVE) != 0)
-        return;
-    if ((flags & IFF_RUNNING) != 0)
-        link_came_up(name);
-    else
-        link_went_down(name);
+        return true;
+    return (flags & IFF_RUNNING) != 0 ? link_came_up(name) : link_went_down(name);
 }
 
 } // namespace
@@ -99,7 +104,7 @@ void ncemd_netlink_pass()
     header.msg_iov = &room;
     header.msg_iovlen = 1;
     auto rest = recvmsg(gblNetlinkFd, &header, MSG_DONTWAIT);
-    for (auto *message = reinterpret_cast<nlmsghdr *>(block); rest > 0 && NLMSG_OK(message, static_cast<size_t>(rest));
-         message = NLMSG_NEXT(message, rest))
-        message_serve(message);
+    auto *message = reinterpret_cast<nlmsghdr *>(block);
+    while (rest > 0 && NLMSG_OK(message, static_cast<size_t>(rest)) && message_serve(message))
+        message = NLMSG_NEXT(message, rest);
 }

@@ -6,6 +6,8 @@
 #include "autocleanup/unique.h"
 
 inline constexpr char kBoardPath[] = "/dev/norvbios";
+// The micro-controller's second line on some models; it also drives the front panel.
+inline constexpr char kAcmPath[] = "/dev/ttyACM0";
 
 // Request codes. The size field inside a code is not the size of the record that goes with it: the driver copies what
 // the comment names.

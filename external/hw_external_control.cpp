@@ -14,7 +14,6 @@
 #include "lib/report.h"
 
 static constexpr char kDebugFlagPath[] = "/tmp/hwexternalctl_dbg";
-static constexpr char kAcmPath[] = "/dev/ttyACM0";
 
 namespace
 {

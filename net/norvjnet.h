@@ -18,7 +18,9 @@ void net_lease_wait(const char *name, char *path, size_t size);
 // Whether the interface's file says DHCP: 1 or 0. A file without BOOTPROTO is made static.
 [[nodiscard]] int NORVJNetDeviceIsDHCP(const char *name);
 
-// Adds (action 0) or removes (action 1) the route to the interface's own subnet. A DHCP interface gets no route here.
+enum RouteAction : int { kRouteAdd = 0, kRouteRemove = 1 };
+
+// Adds or removes (RouteAction) the route to the interface's own subnet. A DHCP interface gets no route here.
 // Returns 0; -1 when its address or mask is not known.
 int NORVJNetRoutetableHandler(int action, const char *name);
 

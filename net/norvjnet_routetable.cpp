@@ -16,8 +16,6 @@ static constexpr int kLeaseWaitSeconds = 3;
 namespace
 {
 
-enum RouteAction : int { kRouteAdd = 0, kRouteRemove = 1 };
-
 struct Subnet {
     char network[INET_ADDRSTRLEN], mask[20];
 };

@@ -9,12 +9,12 @@
 
 #include "autocleanup/unique.h"
 #include "disk/disk.h"
+#include "external/board_device.h"
 #include "external/hw_control.h"
 #include "lib/list.h"
 #include "lib/report.h"
 #include "net/net.h"
 
-static constexpr char kAcmPath[] = "/dev/ttyACM0";
 static constexpr char kMemtestPath[] = "/.memtest";
 static constexpr char kSerialPath[] = "/proc/sys/kernel/norv_serial";
 static constexpr int kOpenFailuresLogged = 5;
