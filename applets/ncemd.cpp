@@ -19,7 +19,6 @@
 #include "net/norvjnet.h"
 #include "panel/lcm.h"
 
-static constexpr int kEventTimeoutSeconds = 2;
 static constexpr int kEventSource = 2;
 
 int gblMuteBuzzer = 0;
@@ -142,19 +141,20 @@ void loop(bool support_acm)
 {
     for (;;) {
         int event = 0;
-        const int result = NORVHWGetEvent(&event, kEventTimeoutSeconds);
+        const int result = NORVHWGetEvent(&event, kNcemdRoundSeconds);
         if (result == 0)
             event_serve(event);
         else if (result < 0)
-            sleep(kEventTimeoutSeconds);
+            sleep(kNcemdRoundSeconds);
         ncemd_disk_led_pass();
         alarm_check();
         ncemd_netlink_pass();
         ncemd_button_check();
         if (support_acm)
             lcm_pass();
+        const bool is_stopping = gblNcemdStop != 0; // read first: what ends the loop is then told, too
         ncemd_signals_report();
-        if (gblNcemdStop != 0)
+        if (is_stopping)
             return;
         if (conf_support_oob_ctl())
             out_of_band_check();

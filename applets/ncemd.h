@@ -3,6 +3,9 @@
 
 #include <cstdint>
 
+// How long a round waits for an event.
+inline constexpr int kNcemdRoundSeconds = 2;
+
 enum NcemdDiskState : int32_t { kDiskNormal = 0, kDiskFault = 3, kDiskAbsent = 4 };
 
 struct NcemdDisk {

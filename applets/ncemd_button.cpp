@@ -7,8 +7,6 @@
 #include "external/hw_control.h"
 #include "lib/report.h"
 
-static constexpr int kEventTimeoutSeconds = 2;
-
 namespace
 {
 
@@ -100,7 +98,7 @@ void ncemd_button_mode()
     bool is_orange = false;
     for (bool is_testing = true; is_testing;) {
         int event = 0;
-        if (NORVHWGetEvent(&event, kEventTimeoutSeconds) == 0)
+        if (NORVHWGetEvent(&event, kNcemdRoundSeconds) == 0)
             is_testing = test_event(event, &is_orange);
         if (!is_testing)
             gblButtonMode = saved_mode;

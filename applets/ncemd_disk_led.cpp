@@ -11,6 +11,8 @@
 #include "lib/globals.h"
 #include "lib/report.h"
 
+static constexpr int kLetters = 26;
+
 int gblDiskCount = 0;
 NcemdDisk *gblDiskState = nullptr;
 int32_t *gblDiskLastState = nullptr;
@@ -33,13 +35,13 @@ void led_mask_set()
         NORV_LOG(LOG_ERR, "Failed to ioctl Disk led Mask, errno=%d, %m", errno);
 }
 
-// Only the first 26 disks have a letter; behind 'z' no such file exists.
+// Only the first 26 disks have a letter.
 bool disk_is_present(int disk)
 {
     char path[32];
     struct stat status;
     snprintf(path, sizeof(path), "/sys/block/sd%c", 'a' + disk);
-    return gblDiskState[disk].forced != 0 || stat(path, &status) == 0;
+    return gblDiskState[disk].forced != 0 || (disk < kLetters && stat(path, &status) == 0);
 }
 
 void disk_show(int disk)

@@ -2,4 +2,4 @@
 
 int gblSupportRaid = 0;
 int gblInternalDiskWithoutLedMask = 0;
-int gblNcemdStop = 0;
+volatile sig_atomic_t gblNcemdStop = 0;

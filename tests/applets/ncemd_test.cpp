@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "platform/board/board.h"
+#include "tests/support/box_controller.h"
 #include "tests/support/box_links.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/wire.h"
@@ -136,6 +137,112 @@ TEST(Ncemd, ButtonModeTogglesTheLampUntilItsEnd)
     EXPECT_EQ(box.record().count("*Shutdown*"), 0); // 0x223 powers nothing off here
 }
 
+TEST(Ncemd, SigtermInButtonModeIsServedAtItsEnd)
+{
+    DaemonBox box("");
+    box.launch();
+    box.raise(0x200);
+    ASSERT_TRUE(box.wait_for(control("0x5200")));
+    box.signal(box.pid, SIGTERM);
+    ASSERT_TRUE(box.wait_for("log err * Receive SIGTERM from burnintest."));
+    EXPECT_FALSE(box.wait_for_end(box.pid, 0.1));
+    EXPECT_EQ(box.record().count(control("0x5200")), 1);
+    box.raise(0x201);
+    int status = -1;
+    EXPECT_TRUE(box.wait_for_end(box.pid, 10, &status));
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(box.record().count(control("0x5200")), 2);
+}
+
+TEST(Ncemd, SecondUartIsToldInTextAndBeepsAreWaitedFor)
+{
+    DaemonBox box("supportuart2=yes\nsupport_acm=yes\n");
+    box.call({.call = "open", .args = "/dev/ttyACM0 *", .error = ENXIO});
+    box.launch();
+    box.raise(0x200);
+    box.raise(0x240);
+    box.raise(0x201);
+    for (int round = 0; round < 6; round++)
+        box.raise(0x224);
+    box.raise(0x230);
+    ASSERT_TRUE(box.wait_for("board * event_get -> 0x230"));
+    EXPECT_EQ(box.stop(), 0);
+    const auto text = [](const std::string &sent) { return "board 0xc0014b21 micro_write \"" + sent + "\""; };
+    EXPECT_TRUE(box.record().in_order({
+        "usleep 1200000",
+        text("3"),
+        text("4"),
+        text(";"),
+        "log err open CdcAcm error.",
+        text("8"),
+        "log err open CdcAcm error.",
+        "board * event_get -> 0x240",
+        text(":"),
+        "log err open CdcAcm error.",
+        text("B"),
+        text("@"),
+        "usleep 1200000",
+        text("3"),
+        "board * event_get -> 0x201",
+        text("8"),
+    }));
+    EXPECT_EQ(box.record().count("board * control *"), 0);
+    EXPECT_EQ(box.record().count("log err * Fail to open /dev/ttyACM from LCM"), 5); // and no more
+}
+
+TEST(Ncemd, OutOfBandRequestActsOnceAndIsCleared)
+{
+    struct Case {
+        char word;
+        const char *log, *program, *other;
+    };
+    static constexpr Case kCases[] = {
+        {1, "log err * NCEMD: Shutdown the system.", "/sbin/poweroff", "/sbin/reboot"},
+        {2, "log err * NCEMD: Reboot the system.", "/sbin/reboot", "/sbin/poweroff"},
+        {3, "log err * NCEMD: Shutdown the system.", "/sbin/poweroff", "/sbin/reboot"},
+    };
+    for (const Case &row : kCases) {
+        DaemonBox box("support_oob_ctl=yes\n");
+        for (const char *path : {"/usr/norv/sbin/backup_junior_log.sh", "/sbin/poweroff", "/sbin/reboot"})
+            box.program(path);
+        controller_add(box, {{'\0', row.word}, {'\0', '\0'}});
+        box.launch();
+        const std::string run = std::string("run ") + row.program;
+        ASSERT_TRUE(box.wait_for(run));
+        EXPECT_EQ(box.stop(), 0);
+        EXPECT_TRUE(box.record().in_order({"ioctl /dev/ipmi0 * 3070", row.log, "ioctl /dev/ipmi0 * 3071"}));
+        EXPECT_EQ(box.record().count(run), 1);
+        EXPECT_EQ(box.record().count(std::string("run ") + row.other), 0);
+        EXPECT_EQ(box.record().count("ioctl /dev/ipmi0 * 3071"), 1);
+    }
+}
+
+TEST(Ncemd, SasModelWithRaidOnlyMasksItsLamps)
+{
+    DaemonBox box("maxdisks=2\nsupportraid=yes\nsupportsas=yes\ninternal_disk_without_led_mask=yes\n");
+    box.file(kDefaults, "maxdisks=2\nsupportraid=yes\nsupportsas=yes\ninternal_disk_without_led_mask=yes\n");
+    box.board_scenario("fail disk_led_mask EIO 1");
+    box.directory("/sys/block/sda");
+    box.file("/sys/class/enclosure/0:0:0:0/Slot 1/fault", "1\n");
+    box.file("/sys/class/enclosure/0:0:0:0/Slot 1/locate", "1\n");
+    box.launch();
+    EXPECT_EQ(box.stop(), 0);
+    EXPECT_TRUE(box.record().in_order({"board 0xc0184b0a disk_led 1 0 0 \"\"", "board 0xc0184b0a disk_led 2 0 0 \"\"",
+                                       "board 0xc0044b25 disk_led_mask 1*",
+                                       "log err * Failed to ioctl Disk led Mask, errno=5, Input/output error",
+                                       "board 0xc0044b25 disk_led_mask 1"}));
+    EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led *"), 2); // dark at the start, and left alone
+    EXPECT_EQ(box.read_file("/sys/class/enclosure/0:0:0:0/Slot 1/fault"), "0\n");
+    EXPECT_EQ(box.read_file("/sys/class/enclosure/0:0:0:0/Slot 1/locate"), "0\n");
+
+    DaemonBox bare("");
+    bare.file(kDefaults, "supportraid=no\nsupportsas=yes\ninternal_disk_without_led_mask=yes\n");
+    bare.launch();
+    EXPECT_EQ(bare.stop(), 0);
+    EXPECT_EQ(bare.record().count("board 0xc0044b25 *"), 0);
+    EXPECT_EQ(bare.record().count("log err NCEMD : NORVEnclosureDiskLedSetHost failed"), 1);
+}
+
 TEST(Ncemd, ButtonsOfTheMicroControllerAreAnswered)
 {
     struct Case {
@@ -197,6 +304,41 @@ TEST(Ncemd, PortThawMarksTheFaultForGood)
     EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led 2 [12]*"), 0);
 }
 
+TEST(Ncemd, PortThawPassesWhatIsNoInternalDisk)
+{
+    struct Case {
+        const char *thaw, *name;
+        const char *log;
+        int times;
+    };
+    static constexpr char kRefused[] = "log err * fail to parse disk *";
+    static constexpr Case kCases[] = {
+        {"0\n", "SAS", kRefused, 0}, // no newline: passed without a word
+        {"0\n", "SAS\n", "log err * fail to parse disk SAS* id", 1},
+        {"0\n", "\n", kRefused, 1},
+        {"0\n", "sdh\n", kRefused, 0}, // on the USB port
+        {"0\n", "sdc\n", kRefused, 0}, // behind the last bay
+        {"10\n", "sda\n", kRefused, 0},
+        {"", "sda\n", kRefused, 0},
+    };
+    for (const Case &row : kCases) {
+        DaemonBox box("maxdisks=2\nusbportcfg=0x80\ninternalportcfg=0x7\n");
+        box.file("/sys/class/scsi_host/host0/norv_port_thaw", row.thaw);
+        box.file("/sys/class/scsi_host/host0/norv_diskname_trans", row.name);
+        box.launch();
+        box.raise(0x2800);
+        ASSERT_TRUE(box.wait_for("board * event_get -> 0x2800"));
+        EXPECT_EQ(box.stop(), 0);
+        EXPECT_EQ(box.record().count(row.log), row.times) << box.record().text();
+        EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led * 2 0 *"), 0) << row.name;
+    }
+    DaemonBox box("");
+    box.launch();
+    box.raise(0x2800);
+    EXPECT_TRUE(box.wait_for("log err * Failed to glob norv_port_thaw: error(3) *"));
+    EXPECT_EQ(box.stop(), 0);
+}
+
 TEST(Ncemd, LinksThatComeAndGoAreFollowed)
 {
     DaemonBox box("");
@@ -218,6 +360,27 @@ TEST(Ncemd, LinksThatComeAndGoAreFollowed)
     ASSERT_TRUE(box.wait_for("run /sbin/ifconfig eth1 inet 0.0.0.0"));
     EXPECT_EQ(box.stop(), 0);
     EXPECT_EQ(box.record().count("run /sbin/udhcpc -i eth0 *"), 0);
+}
+
+// The box's first process is nobody's to end.
+TEST(Ncemd, DhcpClientThatSurvivesIsNotStartedAgain)
+{
+    DaemonBox box("");
+    BoxLinks links(box);
+    ASSERT_TRUE(links.wire("eth1", "peer1")) << strerror(errno);
+    box.file("/etc/sysconfig/network-scripts/ifcfg-eth1", "BOOTPROTO=dhcp\n");
+    box.file("/etc/dhcpc/dhcpcd-eth1.pid", "1\n");
+    box.call({.call = "kill", .real = true});
+    box.program("/sbin/udhcpc");
+    box.program("/sbin/ifconfig");
+    box.launch();
+    ASSERT_TRUE(links.set("peer1", true) && links.set("eth1", true));
+    EXPECT_TRUE(box.wait_for("log err * Udhcp kill error"));
+    EXPECT_TRUE(box.record().in_order({"kill 1 *15*", "sleep 1", "sleep 1", "sleep 1", "kill 1 *9*", "sleep 1",
+                                       "log err net_dhcp_client.cpp:* killed failed",
+                                       "log err ncemd_netlink.cpp:* Udhcp kill error"}));
+    EXPECT_EQ(box.stop(), 0);
+    EXPECT_EQ(box.record().count("run *"), 0);
 }
 
 // The panel's line is a plain file here: what the daemon writes on one descriptor stands in a row, and the single bytes
@@ -264,6 +427,48 @@ TEST(Ncemd, PanelTellsWhatIsMissingThenAsksToInstall)
     EXPECT_EQ(all[0], '7');                         // the status LED goes off at the end
     EXPECT_TRUE(
         box.record().in_order({"log err * Invalid value form LCM module.", "log err * close CdcAcm for LCM module."}));
+}
+
+TEST(Ncemd, PanelsLastScreenIsWhatTheSharedByteTells)
+{
+    struct Case {
+        char byte;
+        bool is_memory_tested;
+        std::string first, last_text, last_command;
+    };
+    const Case kCases[] = {
+        {'1', true, "-A#Memory Testing#Please Wait...#", "-A#System Power Off#Please Wait...#", "-Fo"},
+        {'2', false, "-A#Install NOS*", "-A#System Rebooting#Please Wait...#", "-Fo"}};
+    for (const Case &row : kCases) {
+        DaemonBox box("support_acm=yes\nusbportcfg=0x80\ninternalportcfg=0x1\n");
+        box.host_file("/bin/probe", SANDBOX_PROBE);
+        box.file("/dev/ttyACM0", "");
+        box.file("/tmp/lcm/sharemem", "");
+        box.directory("/sys/block/sda");
+        if (row.is_memory_tested)
+            box.file("/.memtest", "");
+        box.leaves({"memory *"});
+        BoxLinks links(box);
+        ASSERT_TRUE(links.wire("eth0", "peer0") && links.set("peer0", true) && links.set("eth0", true));
+        box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\n");
+        box.launch();
+        const std::string prompt = row.is_memory_tested ? "Memory Testing" : "Install NOS by";
+        for (int tries = 0; tries < 500 && box.read_file("/dev/ttyACM0").find(prompt) == std::string::npos; tries++)
+            usleep(10000);
+        EXPECT_EQ(box.run({"/bin/probe", "shared", std::string(1, row.byte) + " /tmp/lcm/sharemem"}).out,
+                  "named /bin/probe\nshared 0\n");
+        EXPECT_EQ(box.stop(), 0);
+        const std::string all = box.read_file("/dev/ttyACM0");
+        std::string tail = row.last_text;
+        tail.resize(102);
+        tail += row.last_command;
+        tail += '\0';
+        ASSERT_GE(all.size(), tail.size());
+        EXPECT_EQ(all.substr(all.size() - tail.size()), tail);
+        EXPECT_EQ(all.find("-A#Memory Testing#Please Wait...#") != std::string::npos, row.is_memory_tested);
+        EXPECT_EQ(box.record().count("log err * Invalid value form LCM module."), 0);
+        EXPECT_EQ(box.record().count("log err * Failed to fscanf errno=*"), row.is_memory_tested ? 0 : 1);
+    }
 }
 
 // A daemon's memory and descriptors, as the kernel counts them.
