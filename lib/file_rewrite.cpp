@@ -6,7 +6,7 @@
 #include "lib/report.h"
 
 static constexpr mode_t kModeBits = 07777;
-static constexpr size_t kLeastBuffer = 128; // the C library writes past a smaller one
+static constexpr size_t kLeastBuffer = 128; // the C library bypasses a smaller one on long writes
 
 static int copy_open(Rewrite *rewrite, const char *file)
 {

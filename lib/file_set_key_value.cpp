@@ -26,9 +26,7 @@ static int file_create(const char *file, const Pair &pair)
     if (!out)
         return fail(kErrOpen);
     if (fprintf(out.get(), pair.format, pair.key, pair.value) < 0 || fflush(out.get()) != 0 ||
-        fsync(fileno(out.get())) != 0)
-        return fail(kErrWrite);
-    if (fclose(out.release()) != 0)
+        fsync(fileno(out.get())) != 0 || fclose(out.release()) != 0)
         return fail(kErrWrite);
     return 1;
 }
