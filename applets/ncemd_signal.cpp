@@ -24,11 +24,15 @@ void on_sigterm(int signal)
         gblNcemdStop = 1;
 }
 
+// One signal may stand for several children: while NLIBCExecl waits it is blocked and SA_NOCLDWAIT is off.
 void on_sigchld(int /*signal*/)
 {
     const int saved_errno = errno;
-    if (waitpid(-1, nullptr, WNOHANG) < 0)
+    pid_t child = waitpid(-1, nullptr, WNOHANG);
+    if (child < 0)
         wait_errno = errno;
+    while (child > 0)
+        child = waitpid(-1, nullptr, WNOHANG);
     errno = saved_errno;
 }
 

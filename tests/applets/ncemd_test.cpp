@@ -8,9 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "applets/ncemd.h"
 #include "platform/board/board.h"
 #include "tests/support/box_controller.h"
 #include "tests/support/box_links.h"
+#include "tests/support/in_child.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/wire.h"
 
@@ -520,6 +522,28 @@ TEST(Ncemd, SoakLeavesMemoryDescriptorsAndChildrenConstant)
     EXPECT_EQ(box.processes().size(), 0U);
     RecordProperty("resident_kib", last.resident_kib);
     RecordProperty("descriptors", last.descriptors);
+}
+
+// Children that end while SIGCHLD is blocked share one signal; none may stay a zombie.
+TEST(Ncemd, OneSignalReapsAllChildren)
+{
+    EXPECT_EQ(in_child([] {
+                  sigset_t sigchld;
+                  sigemptyset(&sigchld);
+                  sigaddset(&sigchld, SIGCHLD);
+                  sigprocmask(SIG_BLOCK, &sigchld, nullptr);
+                  for (int child = 0; child < 3; child++) {
+                      const pid_t pid = fork();
+                      if (pid == 0)
+                          _exit(0);
+                      siginfo_t ended;
+                      EXPECT_EQ(waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT), 0);
+                  }
+                  ncemd_sigchld_init();
+                  sigprocmask(SIG_UNBLOCK, &sigchld, nullptr);
+                  return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD ? 0 : 1;
+              }),
+              0);
 }
 
 } // namespace
