@@ -16,7 +16,7 @@ inline void controller_add(Sandbox &box, const std::vector<std::string> &replies
     constexpr size_t kDataAt = 40;    // its address in struct ipmi_recv
     box.file("/dev/ipmi0", "");
     box.directory("/var/lock");
-    box.leaves({"/var/lock/oob_ioctl.lock"});
+    box.leaves({"/var/lock/oob_ioctl.lock", "lock /var/lock/oob_ioctl.lock"}); // a daemon may hold it just now
     box.request({.device = "/dev/ipmi0", .request = IPMICTL_SEND_COMMAND, .reads = 2, .at = kCommandAt});
     for (const std::string &reply : replies)
         box.request({.device = "/dev/ipmi0",
