@@ -216,16 +216,17 @@ TEST(Sandbox, RequestsOnDevices)
     box.file("/dev/md0", "");
     box.request({.device = "/dev/md*", .request = 0x80040961, .bytes = {"\2\0\0\0", 4}, .times = 1});
     box.request({.device = "/dev/md*", .request = 0x80040961, .error = ENODEV});
-    box.request({.device = "/dev/md*", .request = 0x40080999, .reads = 2, .result = 5});
+    box.request({.device = "/dev/md*", .request = 0x40080999, .bytes = {"\7\0", 2}, .reads = 2});
     const Result result =
-        box.probe({"open",      "/dev/sda",   "ioctl", "0x80081272", "ioctl", "0x1268",     "bad-ioctl", "0x1268",
-                   "ioctl",     "0x80040961", "open",  "/dev/md0",   "ioctl", "0x80040961", "ioctl",     "0x80040961",
-                   "bad-ioctl", "0x40080999", "open",  "/dev/null",  "ioctl", "0x1268"});
+        box.probe({"open",  "/dev/sda",   "ioctl",     "0x80081272", "ioctl", "0x1268",     "bad-ioctl", "0x1268",
+                   "ioctl", "0x80040961", "open",      "/dev/md0",   "ioctl", "0x80040961", "ioctl",     "0x80040961",
+                   "ioctl", "0x40080999", "bad-ioctl", "0x40080999", "open",  "/dev/null",  "ioctl",     "0x1268"});
     EXPECT_EQ(result.out, "open 0\nioctl 3298534883328\nioctl 512\nbad-ioctl EFAULT\nioctl ENOTTY\nopen 0\nioctl 2\n"
-                          "ioctl ENODEV\nbad-ioctl EFAULT\nopen 0\nioctl ENOTTY\n");
+                          "ioctl ENODEV\nioctl 7\nbad-ioctl EFAULT\nopen 0\nioctl ENOTTY\n");
     EXPECT_EQ(result.record.text(), "ioctl /dev/sda BLKGETSIZE64\nioctl /dev/sda BLKSSZGET\nioctl /dev/sda BLKSSZGET\n"
                                     "ioctl /dev/sda 0x80040961\nioctl /dev/md0 0x80040961\n"
-                                    "ioctl /dev/md0 0x80040961 = ENODEV\n");
+                                    "ioctl /dev/md0 0x80040961 = ENODEV\nioctl /dev/md0 0x40080999 0000\n"
+                                    "ioctl /dev/md0 0x40080999 = EFAULT\n");
 }
 
 TEST(Sandbox, BoardAnswersAndRaisesEvents)

@@ -62,6 +62,7 @@ void BoxServer::mounts_write()
         return;
     mounts_shown_ = "box / tmpfs rw,relatime 0 0\n";
     for (const auto &[source, target, type] : mounts_)
-        mounts_shown_ += source + " " + target + " " + (type.empty() ? "none" : type) + " rw,relatime 0 0\n";
+        mounts_shown_.append(source).append(" ").append(target).append(" ").append(type.empty() ? "none" : type) +=
+            " rw,relatime 0 0\n";
     files_.write("/proc/mounts", mounts_shown_, 0644);
 }

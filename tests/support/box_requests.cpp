@@ -32,6 +32,18 @@ std::string request_shown(unsigned long request)
     return text;
 }
 
+// With a blank before it, when there is any.
+std::string hex_shown(const std::string &bytes)
+{
+    std::string shown(bytes.empty() ? "" : " ");
+    for (const char c : bytes) {
+        char hex[4];
+        snprintf(hex, sizeof(hex), "%02x", static_cast<unsigned char>(c));
+        shown += hex;
+    }
+    return shown;
+}
+
 template <typename Number> std::string bytes_of(Number number)
 {
     return {reinterpret_cast<const char *>(&number), sizeof(number)};
@@ -87,42 +99,36 @@ void BoxServer::answer_request(const Question &question)
     if (device == BOX_BOARD)
         return answer_board(question, static_cast<std::uint32_t>(request));
 
-    std::string bytes;
-    std::string input;
+    RequestRow answer;
     std::unique_lock lock(lock_);
     const RequestRow *row = request_row(device, request);
-    const RequestRow answer = row != nullptr ? *row : RequestRow();
+    bool known = row != nullptr;
+    if (known)
+        answer = *row;
     lock.unlock();
-    int fd = question.fd;
-    std::uint64_t address = question.ask.address + answer.at;
-    if (answer.is_pointer && talk_peek(&fd, &address, address, sizeof(address)) != 0)
-        return;
-    if (answer.reads > 0) {
-        input.resize(answer.reads);
-        if (talk_peek(&fd, input.data(), address, input.size()) != 0)
-            return;
-    }
     struct stat status {
     };
-    const bool known = row != nullptr || (files_.stat(device, &status) && disk_answer(request, status, &bytes));
-    if (row != nullptr)
-        bytes = answer.bytes;
+    if (!known && files_.stat(device, &status))
+        known = disk_answer(request, status, &answer.bytes);
 
-    std::string line = "ioctl " + word_shown(device) + " " + request_shown(request);
-    if (!input.empty())
-        line += ' ';
-    for (const char c : input) {
-        char hex[3];
-        snprintf(hex, sizeof(hex), "%02x", static_cast<unsigned char>(c));
-        line += hex;
+    std::string input(answer.reads, '\0');
+    std::uint64_t address = question.ask.address + answer.at;
+    int fd = question.fd;
+    int unreadable = answer.is_pointer ? talk_peek(&fd, &address, address, sizeof(address)) : 0;
+    if (unreadable == 0 && !input.empty())
+        unreadable = talk_peek(&fd, input.data(), address, input.size());
+    if (unreadable != 0) {
+        answer = {.error = -unreadable};
+        input.clear();
     }
+    const std::string line = "ioctl " + word_shown(device) + " " + request_shown(request) + hex_shown(input);
     lock.lock();
     record_add(line + (answer.error != 0 ? error_shown(answer.error) : ""));
     lock.unlock();
     if (!known)
         return talk_say(question.fd, BOX_REAL); // the kernel refuses it
-    if (!bytes.empty() && answer.error == 0)
-        talk_say(question.fd, BOX_POKE, 0, 0, bytes, address);
+    if (!answer.bytes.empty() && answer.error == 0)
+        talk_say(question.fd, BOX_POKE, 0, 0, answer.bytes, address);
     talk_say(question.fd, BOX_RETURN, answer.result, answer.error);
 }
 
