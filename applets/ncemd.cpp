@@ -141,11 +141,8 @@ void loop(bool support_acm)
 {
     for (;;) {
         int event = 0;
-        const int result = NORVHWGetEvent(&event, kNcemdRoundSeconds);
-        if (result == 0)
+        if (ncemd_event_wait(&event) == 0)
             event_serve(event);
-        else if (result < 0)
-            sleep(kNcemdRoundSeconds);
         ncemd_disk_led_pass();
         alarm_check();
         ncemd_netlink_pass();
@@ -175,6 +172,15 @@ void stop()
 }
 
 } // namespace
+
+int ncemd_event_wait(int *event)
+{
+    static constexpr int kRoundSeconds = 2;
+    const int result = NORVHWGetEvent(event, kRoundSeconds);
+    if (result < 0)
+        sleep(kRoundSeconds);
+    return result;
+}
 
 int ncemd_main(int argc, char *argv[], bool support_acm)
 {

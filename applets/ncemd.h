@@ -3,9 +3,6 @@
 
 #include <cstdint>
 
-// How long a round waits for an event.
-inline constexpr int kNcemdRoundSeconds = 2;
-
 enum NcemdDiskState : int32_t { kDiskNormal = 0, kDiskFault = 3, kDiskAbsent = 4 };
 
 struct NcemdDisk {
@@ -20,6 +17,9 @@ extern int gblHwFd;               // the board, kept open to read the micro-cont
 extern int gblNetlinkFd;          // -1 when closed
 extern int gblMuteBuzzer;         // the alarm was acknowledged
 extern int gblButtonMode;         // the buttons are under test
+
+// Waits up to one round for an event, also when the board cannot be asked. Results of NORVHWGetEvent.
+[[nodiscard]] int ncemd_event_wait(int *event);
 
 // Sends a control that carries no data.
 int ncemd_control(int control);

@@ -98,7 +98,7 @@ void ncemd_button_mode()
     bool is_orange = false;
     for (bool is_testing = true; is_testing;) {
         int event = 0;
-        if (NORVHWGetEvent(&event, kNcemdRoundSeconds) == 0)
+        if (ncemd_event_wait(&event) == 0)
             is_testing = test_event(event, &is_orange);
         if (!is_testing)
             gblButtonMode = saved_mode;

@@ -156,6 +156,18 @@ TEST(Ncemd, SigtermInButtonModeIsServedAtItsEnd)
     EXPECT_EQ(box.record().count(control("0x5200")), 2);
 }
 
+TEST(Ncemd, ButtonModeWaitsForABoardThatIsGone)
+{
+    DaemonBox box("");
+    box.launch();
+    box.raise(0x200);
+    ASSERT_TRUE(box.wait_for(control("0x5200")));
+    box.board_remove();
+    EXPECT_TRUE(box.wait_for("sleep 2")); // no round without a pause
+    box.signal(box.pid, SIGKILL);
+    EXPECT_TRUE(box.wait_for_end(box.pid));
+}
+
 TEST(Ncemd, SecondUartIsToldInTextAndBeepsAreWaitedFor)
 {
     DaemonBox box("supportuart2=yes\nsupport_acm=yes\n");
