@@ -54,7 +54,7 @@ bool root_make(const std::array<Program, 4> &programs)
     }
     std::filesystem::create_directory_symlink("usr/bin", "/mnt/bin"); // valgrind is a shell script
     std::filesystem::create_directory("/mnt/dev");
-    std::ofstream("/mnt/dev/null");
+    const std::ofstream null_device("/mnt/dev/null"); // something to bind the real one on
     std::filesystem::create_directory("/mnt/tmp");
     std::filesystem::create_directory("/mnt/etc.defaults");
     std::ofstream("/mnt/etc.defaults/norvinfo.conf") << "unique=\"norv_x86_bench\"\nmaxdisks=\"4\"\n"
