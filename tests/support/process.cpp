@@ -126,6 +126,21 @@ Result Process::wait()
     return result;
 }
 
+// What a program gets unless the test says otherwise.
+static constexpr std::string_view kEnvironment[] = {
+    "PATH=/sbin:/bin:/usr/sbin:/usr/bin",
+#ifdef SANDBOX_SANITIZED
+    "ASAN_OPTIONS=log_path=" BOX_SANITIZER,
+    "UBSAN_OPTIONS=print_stacktrace=1:log_path=" BOX_SANITIZER,
+#endif
+};
+
+static bool is_set(const std::vector<std::string> &environment, std::string_view name_with_sign)
+{
+    return std::any_of(environment.begin(), environment.end(),
+                       [&](const std::string &variable) { return variable.starts_with(name_with_sign); });
+}
+
 static StartRequest request_make(const std::vector<std::string> &args, const RunOptions &options)
 {
     StartRequest request;
@@ -134,14 +149,10 @@ static StartRequest request_make(const std::vector<std::string> &args, const Run
     request.args = args;
     if (options.argv0)
         request.args[0] = *options.argv0;
-    if (!options.empty_env) {
-        request.env.emplace_back("PATH=/sbin:/bin:/usr/sbin:/usr/bin");
-#ifdef SANDBOX_SANITIZED
-        request.env.emplace_back("ASAN_OPTIONS=log_path=" BOX_SANITIZER);
-        request.env.emplace_back("UBSAN_OPTIONS=print_stacktrace=1:log_path=" BOX_SANITIZER);
-#endif
-    }
-    request.env.insert(request.env.end(), options.env.begin(), options.env.end());
+    request.env = options.env;
+    for (const std::string_view variable : kEnvironment)
+        if (!options.empty_env && !is_set(options.env, variable.substr(0, variable.find('=') + 1)))
+            request.env.emplace_back(variable);
     for (const int fd : options.closed)
         request.closed.push_back(std::to_string(fd));
     for (const Limit &limit : options.limits) {

@@ -123,7 +123,7 @@ struct Limit {
 };
 
 struct RunOptions {
-    std::vector<std::string> env{}; // "NAME=value", added to the PATH that every program gets
+    std::vector<std::string> env{}; // "NAME=value", beside the PATH that every program gets, or in its place
     bool empty_env = false;         // nothing but `env`
     std::string input{};            // standard input
     bool input_open = false;        // standard input is a stream that stays open behind `input`: Process::send
