@@ -5,7 +5,8 @@
 //   exclusive  0 for a shared lock
 //   seconds    how long to try, every 50 ms; 0 once; -1 for ever
 //   fd         receives the descriptor that carries the lock, close-on-exec
-// Returns 1; 0 with 0x0d00, 0x0900 or 0x0400.
+// Returns 1; 0 with 0x0d00, 0x0900 (the file cannot be opened) or 0x0400 (refused to the end, or at once when the file
+// cannot be locked at all). An interrupted try counts as refused.
 [[nodiscard]] int NLIBCFileLockTimeByFile(const char *path, int exclusive, int seconds, int *fd);
 
 // Gives the lock back and closes. Returns 1; 0 with 0x0d00, 0x0500 or 0xe300.

@@ -12,7 +12,9 @@
 #include "autocleanup/scoped_mount.h"
 #include "autocleanup/scoped_umask.h"
 #include "lib/report.h"
+#include "tests/support/in_child.h"
 #include "tests/support/process_state.h"
+#include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
 
 namespace
@@ -29,7 +31,7 @@ class Scoped : public TidyTest
         return free;
     }
 
-    TempDir temp_;
+    ScratchDir temp_;
     std::string lock_ = temp_.path("lock"), dir_ = temp_.path("dir");
 };
 
@@ -151,7 +153,7 @@ TEST_F(Scoped, Umask)
     const mode_t before = umask(027);
     {
         const ScopedUmask open_for_all(0);
-        temp_.write("file", "");
+        std::ofstream file(temp_.path("file"));
     }
     EXPECT_EQ(umask(before), 027U);
     struct stat made = {};
@@ -161,7 +163,7 @@ TEST_F(Scoped, Umask)
 
 // Enters a user and a mount namespace of its own, where /usr/bin/mount is a script: it notes its arguments and, unless
 // the device is "bad", mounts a memory file system.
-bool enter_own_mounts(const TempDir &temp)
+bool enter_own_mounts(const ScratchDir &temp)
 {
     const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
     if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
@@ -180,44 +182,41 @@ bool enter_own_mounts(const TempDir &temp)
 
 TEST_F(Scoped, Mount)
 {
-    enum { kGood, kNoNamespace, kNotMounted, kStillMounted, kNotRemoved, kMountedBad, kReportLost };
-    const auto mount_and_leave = [this]() -> int {
+    const auto device = [this] {
+        struct stat state = {};
+        EXPECT_EQ(stat(dir_.c_str(), &state), 0);
+        return state.st_dev;
+    };
+    const int entered = in_child([&] {
         if (!enter_own_mounts(temp_))
-            return kNoNamespace;
-        const auto device_of = [](const std::string &path) {
-            struct stat state = {};
-            return stat(path.c_str(), &state) == 0 ? state.st_dev : 0;
-        };
-        const dev_t outer = device_of(temp_.path(""));
-        int busy = -1;
+            return 0;
         {
             const ScopedDir dir(dir_.c_str());
+            const dev_t outer = device();
             const ScopedMount mounted("/dev/md0", dir_.c_str());
-            if (!mounted.mounted() || device_of(dir_) == outer)
-                return kNotMounted;
-            busy = open(temp_.path("dir/file").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); // does not hold it back
+            EXPECT_TRUE(mounted.mounted());
+            EXPECT_NE(device(), outer);
+            temp_.write("dir/file", "");
+            EXPECT_GE(open(temp_.path("dir/file").c_str(), O_RDONLY | O_CLOEXEC), 0); // does not hold it back
             NLIBCErrSet(0x4000, "mine.cpp", 7);
             errno = EXDEV;
         }
-        if (errno != EXDEV || NLIBCErrGet() != 0x4000)
-            return kReportLost;
-        if (busy < 0 || access(dir_.c_str(), F_OK) == 0)
-            return kNotRemoved;
+        EXPECT_EQ(errno, EXDEV);
+        EXPECT_EQ(NLIBCErrGet(), 0x4000);
+        EXPECT_NE(access(dir_.c_str(), F_OK), 0);
+
         std::filesystem::create_directory(dir_);
+        const ScopedMount good("/dev/md0", dir_.c_str());
+        const dev_t inner = device();
         {
-            const ScopedMount outer_mount("/dev/md0", dir_.c_str());
             const ScopedMount bad("bad", dir_.c_str()); // must not unmount what it did not mount
-            if (bad.mounted())
-                return kMountedBad;
-            if (device_of(dir_) == outer)
-                return kStillMounted;
+            EXPECT_FALSE(bad.mounted());
         }
-        return device_of(dir_) == outer ? kGood : kStillMounted;
-    };
-    const int result = in_child(mount_and_leave);
-    if (result == kNoNamespace)
+        EXPECT_EQ(device(), inner);
+        return 1;
+    });
+    if (entered == 0)
         GTEST_SKIP() << "the kernel gives no namespaces to this user";
-    EXPECT_EQ(result, kGood);
     EXPECT_EQ(temp_.read("calls"), "/dev/md0 " + dir_ + "\n/dev/md0 " + dir_ + "\nbad " + dir_ + "\n");
 }
 

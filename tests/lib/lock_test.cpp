@@ -8,6 +8,7 @@
 
 #include "lib/report.h"
 #include "tests/support/process_state.h"
+#include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
 
 namespace
@@ -23,7 +24,7 @@ class Lock : public TidyTest
         EXPECT_EQ(flock(fd, operation), 0);
         return fd;
     }
-    TempDir temp_;
+    ScratchDir temp_;
     std::string path_ = temp_.path("lock");
 };
 

@@ -8,7 +8,9 @@
 #include "lib/proc.h"
 #include "lib/report.h"
 #include "tests/support/alloc_fault.h"
+#include "tests/support/in_child.h"
 #include "tests/support/process_state.h"
+#include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
 
 namespace
@@ -49,7 +51,7 @@ TEST_F(Popen, ModesThatRead)
 
 TEST_F(Popen, ModesThatWrite)
 {
-    const TempDir temp;
+    const ScratchDir temp;
     const std::string script = "cat > " + temp.path("in") +
                                "; streams=$(readlink /proc/$$/fd/[12]); echo \"$streams\" > " + temp.path("streams");
     for (const char *mode : {"w", "we", "pw"}) {
@@ -191,51 +193,41 @@ TEST_F(Popen, ClosedStandardStreams)
     static constexpr struct {
         const char *mode, *text;
     } kCases[] = {{"r", "out\n"}, {"rB", "out\nerr\n"}, {"rE", "err\n"}};
-    const TempDir temp;
+    const ScratchDir temp;
     const std::string script = "cat > " + temp.path("in") + "; echo out; echo err >&2";
-    for (unsigned closed = 1; closed < 8; closed++) {
-        const auto close_streams = [closed] {
+    for (unsigned closed = 1; closed < 8; closed++)
+        in_child([&] {
+            SCOPED_TRACE(closed);
             for (int stream = 0; stream < 3; stream++)
                 if ((closed & 1U << stream) != 0)
                     close(stream);
-        };
-        for (const auto &row : kCases)
-            EXPECT_EQ(in_child([&] {
-                          close_streams();
-                          FILE *stream = NLIBCPopen("/bin/sh", row.mode, "-c", kTalk, nullptr);
-                          if (stream == nullptr)
-                              return 1;
-                          const bool same = read_to_end(stream) == row.text;
-                          return NLIBCPclose(stream) == 0 && same ? 0 : 2;
-                      }),
-                      0)
-                << row.mode << " with closed streams " << closed;
-        EXPECT_EQ(in_child([&] {
-                      close_streams();
-                      FILE *stream = NLIBCPopen("/bin/sh", "w", "-c", script.c_str(), nullptr);
-                      if (stream == nullptr || fputs("text", stream) == EOF)
-                          return 1;
-                      return NLIBCPclose(stream) == 0 && temp.read("in") == "text" ? 0 : 2;
-                  }),
-                  0)
-            << "w with closed streams " << closed;
-    }
+            for (const auto &row : kCases) {
+                FILE *stream = NLIBCPopen("/bin/sh", row.mode, "-c", kTalk, nullptr);
+                EXPECT_EQ(read_to_end(stream), row.text) << row.mode;
+                EXPECT_EQ(NLIBCPclose(stream), 0) << row.mode;
+            }
+            FILE *stream = NLIBCPopen("/bin/sh", "w", "-c", script.c_str(), nullptr);
+            fputs("text", stream);
+            EXPECT_EQ(NLIBCPclose(stream), 0);
+            EXPECT_EQ(temp.read("in"), "text");
+            return 0;
+        });
 }
 
 TEST_F(Popen, FcntlFailureIsTold)
 {
-    // Standard output is closed, hence the child's end may be it; whatever the program gets, the failure is logged.
-    EXPECT_EQ(in_child([] {
-                  close(0); // the read end
-                  close(1); // the child's end
-                  const LogCapture log;
-                  const WatchedCall flags("fcntl", {.error = EBADF, .times = 1});
-                  FILE *stream = NLIBCPopen("/bin/true", "r", nullptr);
-                  if (stream == nullptr || !log.text.starts_with("3 proc_popen.cpp:"))
-                      return 1;
-                  return log.text.ends_with(" fcntl failed, Bad file descriptor\n") ? 0 : 2;
-              }),
-              0);
+    // The read end is 0 and the child's end 1, its place already.
+    in_child([] {
+        close(0);
+        close(1);
+        const LogCapture log;
+        const WatchedCall flags("fcntl", {.error = EBADF, .times = 1});
+        FILE *stream = NLIBCPopen("/bin/true", "r", nullptr);
+        EXPECT_NE(stream, nullptr);
+        EXPECT_TRUE(log.text.starts_with("3 proc_popen.cpp:")) << log.text;
+        EXPECT_TRUE(log.text.ends_with(" fcntl failed, Bad file descriptor\n")) << log.text;
+        return 0;
+    });
 }
 
 TEST_F(Popen, ReapingHandlerDoesNotTakeTheStatus)

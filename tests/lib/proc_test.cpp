@@ -11,7 +11,9 @@
 #include <sys/resource.h>
 
 #include "lib/report.h"
+#include "tests/support/in_child.h"
 #include "tests/support/process_state.h"
+#include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
 
 namespace
@@ -189,22 +191,10 @@ TEST_F(Proc, FlagsShowInTheProgram)
         {kForkPriority, "nice", "0"},
     };
     static constexpr unsigned kFlagSets[] = {
-        0,
-        kForkNullStreams,
-        kForkAccepted,
-        kForkCloseAll,
-        kForkCleanEnv,
-        0x10,
-        kForkSession,
-        kForkPriority,
-        kExecDetached,
-        0xff & ~kForkTwice,
-        0x40,
-        0xff,
-    };
-    const TempDir temp;
+        0, 0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x80, kExecDetached, 0xff & ~kForkTwice, 0x40, 0xff};
+    const ScratchDir temp;
     temp.write("stream", "");
-    const std::string out = temp.path("probe"), stream = temp.path("stream"), cwd = temp.path("");
+    const std::string out = temp.path("probe"), stream = temp.path("stream"), cwd = temp.path();
     std::string streams;
     for (int n = 0; n < 3; n++)
         streams += stream + " ";
@@ -240,7 +230,7 @@ TEST_F(Proc, FlagsShowInTheProgram)
                 {"leader", "no"},
                 {"nice", "5"},
                 {"env", "A=1 PATH=/bin "},
-                {"cwd", cwd.substr(0, cwd.size() - 1)},
+                {"cwd", cwd},
                 {"blocked", "0000000000000800"},
             };
             for (const auto &effect : kEffects)
@@ -252,7 +242,7 @@ TEST_F(Proc, FlagsShowInTheProgram)
 
 TEST_F(Proc, UnsetPathStaysUnset)
 {
-    const TempDir temp;
+    const ScratchDir temp;
     for (const auto start : {start_by_execl, start_by_fork}) {
         EXPECT_EQ(in_child([&] {
                       unsetenv("PATH");
@@ -330,7 +320,7 @@ TEST_F(Proc, CloseAllWithoutTheKernelsHelp)
 
 TEST_F(Proc, ForkTwice)
 {
-    const TempDir temp;
+    const ScratchDir temp;
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     {
@@ -372,7 +362,7 @@ TEST_F(Proc, ForkFlushes)
 {
     // 0x400 flushes standard output and error; without it other streams are flushed as well, and never twice.
     for (const unsigned flags : {0U, unsigned{kForkFlushOutput}}) {
-        const TempDir temp;
+        const ScratchDir temp;
         EXPECT_EQ(in_child([&] {
                       FILE *other = fopen(temp.path("other").c_str(), "we");
                       if (other == nullptr || freopen(temp.path("out").c_str(), "we", stdout) == nullptr)
@@ -397,7 +387,7 @@ TEST_F(Proc, PidFiles)
         {"12", 12}, {"  12 \n", 12},   {"7 8", 7},        {"2147483647", 2147483647},  {"", 0},    {"0", 0},  {"-5", 0},
         {"-1", 0},  {"4294967295", 0}, {"4294967297", 0}, {"99999999999999999999", 0}, {"abc", 0}, {"\n", 0},
     };
-    const TempDir temp;
+    const ScratchDir temp;
     const std::string file = temp.path("pid");
     for (const auto &row : kCases)
         for (const int number : {0, SIGTERM}) {

@@ -3,12 +3,8 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <set>
 #include <string>
 #include <sys/wait.h>
@@ -43,16 +39,6 @@ inline int exit_status(pid_t pid)
 {
     int status = -1;
     return waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// Runs `work` in a child. Returns what it returned, 0 to 255; -1 when a signal ended it.
-template <typename Work> int in_child(Work work)
-{
-    fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0)
-        _exit(work());
-    return exit_status(pid);
 }
 
 // A handler as daemons have it.
@@ -94,24 +80,4 @@ class SigchldAction
   private:
     struct sigaction before_ = {}, set_ = {};
     sigset_t mask_{};
-};
-
-class TempDir
-{
-  public:
-    TempDir() { EXPECT_NE(mkdtemp(path_), nullptr); }
-    TempDir(const TempDir &) = delete;
-    TempDir &operator=(const TempDir &) = delete;
-    ~TempDir() { std::filesystem::remove_all(path_); }
-
-    [[nodiscard]] std::string path(const std::string &name) const { return std::string(path_) + "/" + name; }
-    void write(const std::string &name, const std::string &text) const { std::ofstream(path(name)) << text; }
-    [[nodiscard]] std::string read(const std::string &name) const // "" when missing
-    {
-        std::ifstream file(path(name));
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-  private:
-    char path_[32] = "/tmp/norv_test_XXXXXX";
 };
