@@ -122,14 +122,12 @@ TEST_F(Proc, WaitingAndStartingFail)
         {"waitpid", EINTR, 4, 0, 7, 0},           {"waitpid", EINTR, 4, kForkTwice, 0, 0},
         {"waitpid", ECHILD, 1, 0, 0, 0},          {"waitpid", ECHILD, 1, kExecRawStatus, 0, 0},
         {"waitpid", ECHILD, 1, kForkTwice, 0, 0}, {"waitpid", EINVAL, 1, 0, -1, 0x2a00},
-        {"start", EAGAIN, 1, 0, -1, 0x2a00},      {"start", EAGAIN, 1, kForkTwice, -1, 0x2a00},
+        {"clone", EAGAIN, 1, 0, -1, 0x2a00},      {"fork", EAGAIN, 1, kForkTwice, -1, 0x2a00},
     };
     for (const auto &row : kCases) {
         NLIBCErrSet(0, "", 0);
         {
-            const CallAnswer answer = {.error = row.error, .times = row.times};
-            const bool start = std::string(row.call) == "start";
-            const WatchedCall call(start ? "clone" : row.call, answer), fork_call(start ? "fork" : "", answer);
+            const WatchedCall call(row.call, {.error = row.error, .times = row.times});
             EXPECT_EQ(NLIBCExecl("/bin/sh", row.flags, "-c", "exit 7", nullptr), row.result) << row.call << row.error;
             EXPECT_EQ(NLIBCErrGet(), row.code) << row.call << row.error;
         }
