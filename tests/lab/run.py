@@ -1,4 +1,7 @@
-"""Runs the scenarios of one file: run.py NAME for NAME_test.py. Ends with 77 when this machine cannot run them."""
+"""Runs the scenarios of one file: run.py NAME for NAME_test.py. Ends with 77 when this machine cannot run them.
+
+run.py --image BUILD-FOLDER makes the image that they all boot.
+"""
 
 import sys
 import unittest
@@ -8,6 +11,7 @@ sys.dont_write_bytecode = True
 sys.path[0:1] = [str(Path(__file__).resolve().parent), str(Path(__file__).resolve().parent.parent.parent)]
 
 from lab import emulator
+from lab.image import Image
 from scenario import sweep
 
 NOT_RUN = 77
@@ -17,6 +21,9 @@ def main() -> int:
     if not emulator.available():
         print(f"NOT RUN: there is no {emulator.PROGRAM} on this machine")
         return NOT_RUN
+    if sys.argv[1] == "--image":
+        print(Image.built(Path(sys.argv[2])).initrd)
+        return 0
     sweep()
     suite = unittest.defaultTestLoader.loadTestsFromName(f"{sys.argv[1]}_test")
     result = unittest.TextTestRunner(stream=sys.stdout, verbosity=2).run(suite)
