@@ -191,6 +191,25 @@ class Machine:
         """What the kernel wrote to its console since the machine was started."""
         return (self.folder / "console.log").read_text(errors="replace")
 
+    # The board
+
+    def board(self, *lines: str) -> None:
+        """Sets the board's state by lines of scenario text (docs/board.md)."""
+        if self.run("cat >/dev/norvboard", stdin="".join(f"{line}\n" for line in lines).encode()).status != 0:
+            raise LabError(self.transcript()[-1])
+
+    def event(self, *codes: int) -> None:
+        """Raises hardware events, one behind the other."""
+        self.board("event " + " ".join(map(hex, codes)))
+
+    def transcript(self) -> list[str]:
+        """What was asked of the board since the machine was switched on, a line for each request."""
+        return self.must("cat /dev/norvboard").splitlines()
+
+    def drawing(self) -> str:
+        """The board as a person sees it."""
+        return self.must("cat /dev/norvboard_drawing")
+
     # Disks
 
     def pull(self, bay: int) -> None:
