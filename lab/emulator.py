@@ -24,6 +24,8 @@ from lab.packages import LabError, cache
 from lab.qmp import Qmp
 
 PROGRAM = "qemu-system-x86_64"
+# A PC without the parts that nobody here needs: probing them is a third of the boot.
+_PC = ["-machine", "q35,sata=off,smbus=off,i8042=off,hpet=off", "-global", "virtio-pci.disable-legacy=on"]
 _PROBE_SECONDS = 5
 _START_SECONDS = 30
 _STOP_SECONDS = 10
@@ -86,10 +88,9 @@ def command_line(settings: Settings, image: Image, initrd: Path, plugged: Sequen
              "cryptomgr.notests", "audit=0", "no_timer_check", "net.ifnames=0",
              f"lab_net={settings.net}", f"lab_start={settings.start}", settings.append]
     command = [
-        PROGRAM, "-nodefaults", "-no-user-config", "-display", "none", "-machine", "pc", "-cpu", "Nehalem,+rdrand",
-        "-smp", "2", "-m", str(settings.memory_mb), "-kernel", str(image.kernel.image), "-initrd", str(initrd),
-        "-append", " ".join(words).strip(), "-serial", "file:console.log",
-        "-qmp", "unix:qmp,server=on,wait=off",
+        PROGRAM, "-nodefaults", "-no-user-config", "-display", "none", *_PC, "-cpu", "Nehalem,+rdrand", "-smp", "2",
+        "-m", str(settings.memory_mb), "-kernel", str(image.kernel.image), "-initrd", str(initrd),
+        "-append", " ".join(words).strip(), "-serial", "file:console.log", "-qmp", "unix:qmp,server=on,wait=off",
     ]
     for accelerator in accelerators():
         command += ["-accel", "tcg,thread=multi,tb-size=128" if accelerator == "tcg" else accelerator]
