@@ -103,20 +103,17 @@ void event_serve(int event)
     }
 }
 
-// Sounds the buzzer while one of the two supplies is reported down, until it is acknowledged.
+// Sounds the buzzer while one of the status pair is bad, until that is acknowledged.
 void alarm_check()
 {
     if ((buzzer_mask_get() & kBuzzerMaskAlarm) == 0)
         return;
-    int32_t supplies[2] = {};
-    {
-        const UniqueFd device = board_open();
-        if (!device || ioctl(device.get(), NORVIO_GET_ALARM_STATUS, supplies) < 0)
-            return;
-    }
-    if (supplies[0] == 1 && supplies[1] == 1)
+    int32_t pair[2] = {}; // 1: good
+    if (board_request(NORVIO_GET_ALARM_STATUS, pair) < 0)
+        return;
+    if (pair[0] == 1 && pair[1] == 1)
         gblMuteBuzzer = 0;
-    else if ((supplies[0] == 0 || supplies[1] == 0) && gblMuteBuzzer == 0)
+    else if ((pair[0] == 0 || pair[1] == 0) && gblMuteBuzzer == 0)
         ncemd_control(kHwBeepLong);
 }
 

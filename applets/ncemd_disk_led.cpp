@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 
 #include "external/board_device.h"
@@ -23,15 +22,13 @@ namespace
 void led_set(int disk, DiskLedState state)
 {
     NORVDiskLed led = {disk + 1, state, 0, nullptr};
-    const UniqueFd device = board_open();
-    if (!device || ioctl(device.get(), NORVIO_SET_DISK_LED, &led) < 0)
+    if (board_request(NORVIO_SET_DISK_LED, &led) < 0)
         NORV_LOG(LOG_ERR, "Failed to ioctl, errno=%d, %m", errno);
 }
 
 void led_mask_set()
 {
-    const UniqueFd device = board_open();
-    if (!device || ioctl(device.get(), NORVIO_MASK_DISK_LED, 1) < 0)
+    if (board_request_value(NORVIO_MASK_DISK_LED, 1) < 0)
         NORV_LOG(LOG_ERR, "Failed to ioctl Disk led Mask, errno=%d, %m", errno);
 }
 

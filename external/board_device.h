@@ -73,3 +73,8 @@ enum DiskLedState : int32_t { kDiskLedOff = 0, kDiskLedNormal = 1, kDiskLedFault
 
 // Opens the device, close-on-exec. Empty with 0x0900; errno tells why.
 [[nodiscard]] UniqueFd board_open();
+
+// One request on a descriptor of its own, with its record or, where it has none, its value. Returns the request's
+// result; -1 with 0x0900 or 0x8100, errno tells why.
+int board_request(BoardRequest request, void *record);
+int board_request_value(BoardRequest request, int value);

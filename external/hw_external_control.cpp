@@ -94,11 +94,7 @@ int send_as_request(int control, int length, const char *data)
     NORVHWControl record = {control, length, {}};
     if (length > 0)
         memcpy(record.data, data, std::min<size_t>(static_cast<size_t>(length), sizeof(record.data) - 1));
-    const UniqueFd device = board_open();
-    if (!device)
-        return -1;
-    const int result = ioctl(device.get(), NORVIO_EXTERNAL_CONTROL, &record);
-    return result < 0 ? static_cast<int>(fail(kErrSystemCall)) : result;
+    return board_request(NORVIO_EXTERNAL_CONTROL, &record);
 }
 
 int send_to_acm(char byte)

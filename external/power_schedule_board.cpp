@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <sys/ioctl.h>
 
 #include "external/board_device.h"
 #include "external/hw_control.h"
@@ -45,19 +44,11 @@ static void set_shift(NORVAutoPowerSet *set, int minutes)
         power_schedule_shift(&set->entries[i], minutes);
 }
 
-static int set_exchange(BoardRequest request, NORVAutoPowerSet *set)
-{
-    const UniqueFd device = board_open();
-    if (!device)
-        return -1;
-    return ioctl(device.get(), request, set) < 0 ? static_cast<int>(fail(kErrSystemCall)) : 0;
-}
-
 int power_schedule_board_read(NORVAutoPowerSet *set)
 {
     if (set == nullptr)
         return fail(kErrBadParameter);
-    if (set_exchange(NORVIO_GET_SCHEDULE, set) != 0)
+    if (board_request(NORVIO_GET_SCHEDULE, set) < 0)
         return -1;
     if (set->enabled != 0)
         set_shift(set, zone_offset_minutes());
@@ -71,7 +62,7 @@ int power_schedule_board_write(const NORVAutoPowerSet *set)
     NORVAutoPowerSet converted = *set;
     if (set->enabled != 0)
         set_shift(&converted, -zone_offset_minutes());
-    if (set_exchange(NORVIO_SET_SCHEDULE, &converted) != 0)
+    if (board_request(NORVIO_SET_SCHEDULE, &converted) < 0)
         return -1;
     return NORVHWExternalControl(set->enabled != 0 ? kHwScheduleOn : kHwScheduleOff, 0, nullptr, kHwTypeSchedule) < 0
                ? -1
