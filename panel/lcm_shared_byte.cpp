@@ -1,5 +1,6 @@
 #include "panel/lcm.h"
 
+#include <cstdint>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
@@ -16,7 +17,7 @@ char *lcm_shared_byte(int flags)
         return nullptr;
     }
     void *shared = shmat(id, nullptr, 0);
-    if (shared == reinterpret_cast<void *>(-1)) {
+    if (reinterpret_cast<intptr_t>(shared) == -1) {
         NORV_LOG(LOG_ERR, "Fail to shmat form LCM module. Error=%m");
         return nullptr;
     }
