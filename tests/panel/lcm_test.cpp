@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
@@ -37,11 +38,25 @@ std::string screen(const std::string &first, const std::string &second)
     return record;
 }
 
-std::string line_read(int fd)
+// Reads what the line carries until it equals what is awaited in length: the kernel passes it on in its own time.
+std::string line_read(int fd, size_t awaited)
 {
-    char bytes[1024];
-    const ssize_t count = read(fd, bytes, sizeof(bytes));
-    return {bytes, count > 0 ? static_cast<size_t>(count) : 0};
+    std::string bytes;
+    pollfd ready = {fd, POLLIN, 0};
+    while (bytes.size() < awaited && poll(&ready, 1, 10'000) > 0) {
+        char part[1024];
+        const ssize_t count = read(fd, part, sizeof(part));
+        if (count <= 0)
+            break;
+        bytes.append(part, static_cast<size_t>(count));
+    }
+    return bytes;
+}
+
+// Expects exactly these bytes to come out of the line next.
+void expect_line(const UniqueFd &line, const std::string &expected)
+{
+    EXPECT_EQ(line_read(line.get(), expected.size()), expected);
 }
 
 TEST(Lcm, TerminalGetsTheStartAndTheWarningsInTurn)
@@ -61,15 +76,14 @@ TEST(Lcm, TerminalGetsTheStartAndTheWarningsInTurn)
             return 1;
         const WatchedCall no_pauses("usleep");
         lcm_pass();
-        EXPECT_EQ(line_read(line.get()),
-                  "7\0003\0-Ff\0-Bo\0-Lf\0-If\0-Bd\0"s + screen("No Hard Disks!", "Please Insert"));
+        expect_line(line, "7\0003\0-Ff\0-Bo\0-Lf\0-If\0-Bd\0"s + screen("No Hard Disks!", "Please Insert"));
         termios now = {};
         EXPECT_EQ(tcgetattr(gblLcmFd, &now), 0);
         EXPECT_EQ(now.c_lflag & ICANON, 0U);
         lcm_pass();
-        EXPECT_EQ(line_read(line.get()), screen("No Network Link!", "Please Connect"));
+        expect_line(line, screen("No Network Link!", "Please Connect"));
         lcm_pass();
-        EXPECT_EQ(line_read(line.get()), screen("No Hard Disks!", "Please Insert"));
+        expect_line(line, screen("No Hard Disks!", "Please Insert"));
         lcm_close();
         EXPECT_EQ(gblLcmFd, -1);
         return 0;
