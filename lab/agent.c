@@ -109,7 +109,9 @@ static bool send_bytes(const uint8_t *bytes, size_t count)
 
 static void send_packet(char type, const void *payload, size_t size)
 {
-    uint8_t packet[kHeaderBytes + kPayloadBytes] = {kMagic, (uint8_t)type, (uint8_t)size, (uint8_t)(size >> 8)};
+    static uint8_t packet[kHeaderBytes + kPayloadBytes];
+    const uint8_t header[4] = {kMagic, (uint8_t)type, (uint8_t)size, (uint8_t)(size >> 8)};
+    memcpy(packet, header, sizeof(header));
     for (int i = 0; i < 4; i++)
         packet[4 + i] = (uint8_t)(g_session.id >> 8 * i);
     if (size > 0)
