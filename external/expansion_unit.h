@@ -1,8 +1,14 @@
 // Expansion units on eSATA ports. Whoever watches those ports leaves a file for each unit: /tmp/eunitinfo_*, with the
-// key EUnitDisks, the names of its disks with commas between.
+// keys EUnitModel, its model with a number behind a '-', and EUnitDisks, the names of its disks with commas between.
 #pragma once
 
 #include <cstddef>
+
+struct ExpansionUnitPlace {
+    char model[64]; // without the number: "NX4R"
+    int unit;       // the number behind the model's last '-', 0 without one
+    int position;   // of the disk in the unit, from 1
+};
 
 // Writes the names of the disks in all units, with commas between. Returns 0, also without any unit; -1 with 0x0d00 or
 // 0x0100.
@@ -10,3 +16,9 @@
 
 // Whether a list of names as above holds this name.
 [[nodiscard]] bool expansion_unit_list_holds(const char *names, const char *disk_name);
+
+// Place of a name in such a list, from 1; 0 when it is not there.
+[[nodiscard]] int expansion_unit_list_position(const char *names, const char *disk_name);
+
+// The first unit that lists a disk. Returns 1; 0 when none does; -1 with 0x0d00.
+[[nodiscard]] int expansion_unit_place_get(const char *disk_name, ExpansionUnitPlace *place);
