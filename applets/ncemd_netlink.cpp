@@ -25,7 +25,7 @@ bool link_came_up(const char *name)
     NORVJNetRoutetableHandler(kRouteAdd, name);
     if (NORVJNetDeviceIsDHCP(name) != 1)
         return true;
-    if (net_dhcp_client_stop(name) != 0) {
+    if (DhcpClientKill(name) != 0) {
         NORV_LOG(LOG_ERR, "Udhcp kill error");
         return false;
     }
@@ -39,7 +39,7 @@ bool link_came_up(const char *name)
 bool link_went_down(const char *name)
 {
     NORVJNetRoutetableHandler(kRouteRemove, name);
-    if (net_dhcp_client_stop(name) != 0) {
+    if (DhcpClientKill(name) != 0) {
         NORV_LOG(LOG_ERR, "Udhcp kill error");
         return false;
     }

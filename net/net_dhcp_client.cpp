@@ -14,7 +14,7 @@ static int pid_path(char *path, size_t size, const char *name)
     return NLIBCStrSnprintf(path, size, "%s%s.pid", kNetLeasePrefix, name) < 0 ? -1 : 0;
 }
 
-int net_dhcp_client_stop(const char *name)
+int DhcpClientKill(const char *name)
 {
     char path[64];
     if (pid_path(path, sizeof(path), name) != 0)
