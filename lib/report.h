@@ -32,6 +32,15 @@ enum ErrorCode : int {
     kErrDiskIdentify = 0x3300,
     kErrNetwork = 0x3900,
     kErrBadFormat = 0x4000,
+    kErrUdpdHandle = 0x7100,
+    kErrUdpdEvent = 0x7300,
+    kErrUdpdParameter = 0x7400,
+    kErrUdpdRun = 0x7500, // no socket or no memory
+    kErrUdpdTooSmall = 0x7600,
+    kErrUdpdTimeout = 0x7700,
+    kErrUdpdSend = 0x7900,
+    kErrUdpdReceive = 0x7a00,
+    kErrLinkLevel = 0x8000, // shared with the next
     kErrRaidRead = 0x8000,
     kErrSystemCall = 0x8100,
     kErrFork = 0x9700,
