@@ -2,7 +2,7 @@
 
 #include "applets/applets.h"
 #include "applets/banner.h"
-#include "applets/not_built_in.h"
+#include "lib/norvarchive.h"
 
 int norv_extract_system_patch_main(int argc, char *argv[])
 {
@@ -11,5 +11,5 @@ int norv_extract_system_patch_main(int argc, char *argv[])
         printf("%s PATCH_PATH DEST_PATH\n", argv[0]);
         return -1;
     }
-    return not_built_in(argc, argv);
+    return NorvArchiveExtractSystem(argv[1], argv[2]) == kNorvArchiveGood ? 0 : -1;
 }

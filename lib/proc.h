@@ -37,6 +37,9 @@ int NLIBCExec(const char *path, const char *a1 = nullptr, const char *a2 = nullp
 // status, or 0 at once without `wait`; -1 as above.
 int NLIBCExecv(const char *path, char *const argv[], int wait);
 
+// Runs a program as NLIBCExecv with `wait`, but with its standard output into `fd`. Results as above.
+int exec_into(int fd, const char *path, char *const argv[]);
+
 // Starts a program with a pipe to it. `mode` is a set of letters in any order: exactly one of r (read from it) and w
 // (write to it); B its standard output and error, E its standard error alone; e keeps close-on-exec on the returned
 // end; p has no effect. Streams not connected are at /dev/null. A program that cannot be run ends with 127.

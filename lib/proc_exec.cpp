@@ -23,22 +23,28 @@ static int program_release(const char *path, char *const argv[], unsigned flags)
     return 0;
 }
 
-static int program_run(const char *path, char *const argv[], unsigned flags)
+// Starts what is planned and waits for it.
+static int plan_run(SpawnPlan plan)
 {
-    if ((flags & kForkTwice) != 0)
-        return program_release(path, argv, flags);
     fflush(stdout);
     fflush(stderr);
     const SigchldHold hold;
-    const SpawnPlan plan = {
-        .path = path, .argv = argv, .flags = flags, .exit_unstarted = kExitUnstarted, .mask = &hold.mask_before()};
+    plan.exit_unstarted = kExitUnstarted;
+    plan.mask = &hold.mask_before();
     const pid_t pid = spawn(plan);
     const int status = pid > 0 ? child_wait(pid) : -1;
-    if (status >= 0 && (flags & kExecRawStatus) != 0)
+    if (status >= 0 && (plan.flags & kExecRawStatus) != 0)
         return status;
     if (status < 0 || !WIFEXITED(status))
         return fail(kErrChild);
     return WEXITSTATUS(status);
+}
+
+static int program_run(const char *path, char *const argv[], unsigned flags)
+{
+    if ((flags & kForkTwice) != 0)
+        return program_release(path, argv, flags);
+    return plan_run({.path = path, .argv = argv, .flags = flags});
 }
 
 int NLIBCExecl(const char *path, unsigned flags, ...)
@@ -58,4 +64,9 @@ int NLIBCExec(const char *path, const char *a1, const char *a2, const char *a3, 
 int NLIBCExecv(const char *path, char *const argv[], int wait)
 {
     return program_run(path, argv, kForkNullStreams | (wait != 0 ? 0U : kForkTwice));
+}
+
+int exec_into(int fd, const char *path, char *const argv[])
+{
+    return plan_run({.path = path, .argv = argv, .connected = 1U << STDOUT_FILENO, .end = fd});
 }

@@ -1,0 +1,221 @@
+// What vouches for a patch: the checksum list of a folder, the signature of an old patch, the signed archive.
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+constexpr char kLibrary[] = "/usr/lib/libnorvcodesign-ng-virtual-junior-wins.so.7";
+constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
+const std::string kListPath = "/upd/checksum.norv";
+
+void cksum_install(Sandbox &box)
+{
+    box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
+}
+
+// A box with files whose checksums are known: "hello\n" (6 bytes), three bytes, an empty file and a link.
+class Checksum : public testing::Test
+{
+  protected:
+    Checksum()
+    {
+        cksum_install(box);
+        box.file("/upd/hello", "hello\n");
+        box.file("/upd/abc", "abc");
+        box.file("/upd/empty", "");
+        box.symlink("/upd/link", "hello");
+        box.file("/upd-evil/x", "hello\n");
+        box.file("/upd/sub/deep", std::string(5000, '\xff'));
+    }
+    int check(const std::string &list, const char *folder = "/upd")
+    {
+        box.file(kListPath, list);
+        return box.run({"norvchecksum", folder}).exit_status;
+    }
+    Sandbox box;
+};
+
+// "hello\n": crc32, 6 bytes; the spot at position 1 moves forward to where four bytes are left.
+const std::string kHello = "909783072 6 hello 7 428\n"; // e l l o
+const std::string kAbc = "891568578 3 abc 4 294\n";
+const std::string kEmpty = "0 0 empty 9 2767\n";
+const std::string kLink = "0 5 link 7 2\n";
+const std::string kAll = kHello + kAbc + kEmpty + kLink;
+const std::string kTotals = "# Norvcksum 14 27 3491\n";
+
+TEST_F(Checksum, Lists)
+{
+    const std::string name255(255, 'n');
+    box.file("/upd/" + name255, "abc");
+    const struct {
+        const char *what;
+        std::string list;
+        int exit_status;
+    } kRows[] = {
+        {"all kinds with totals", kAll + kTotals, 0},
+        {"no last line", kAll, 0},
+        {"cut in the last data line", kAll.substr(0, kAll.size() - 1), 0},
+        {"lines behind the last are not read", kAll + kTotals + "nonsense\n", 0},
+        {"blanks and tabs", " \t909783072\t6  hello 7\t428\n#Norvcksum\t6 7  428", 0},
+        {"no data line", "# Norvcksum 0 0 0\n", 1},
+        {"nothing at all", "", 1},
+        {"empty line", kAll + "\n", 1},
+        {"a comment", kAll + "# comment\n" + kTotals, 1},
+        {"sizes", kAll + "# Norvcksum 15 27 3491\n", 1},
+        {"offsets", kAll + "# Norvcksum 14 28 3491\n", 1},
+        {"spots", kAll + "# Norvcksum 14 27 3492\n", 1},
+        {"two totals", kAll + "# Norvcksum 14 27\n", 1},
+        {"crc", "909783073 6 hello 7 428\n", 1},
+        {"crc is compared as text", "0909783072 6 hello 7 428\n", 1},
+        {"size", "909783072 7 hello 7 428\n", 1},
+        {"spot", "909783072 6 hello 7 429\n", 1},
+        {"another spot of the same file", "909783072 6 hello 6 421\n", 0}, // h e l l
+        {"spot before the file", "909783072 6 hello 5 428\n", 1},
+        {"four fields", "909783072 6 hello 7\n", 1},
+        {"six fields", "909783072 6 hello 7 428 1\n", 1},
+        {"no number", "909783072 6 hello 7x 428\n", 1},
+        {"sixteen digits", "909783072 6 hello 0000000000000007 428\n", 1},
+        {"fifteen digits", "909783072 6 hello 000000000000007 428\n", 0},
+        {"longest name", "891568578 3 " + name255 + " 4 294\n", 0},
+        {"overlong name", "891568578 3 " + name255 + "n 4 294\n", 1},
+        {"overlong line", "909783072 6 hello 7 428" + std::string(500, ' ') + "\n", 1},
+        {"missing file", "909783072 6 none 7 428\n", 1},
+        {"a folder", "0 0 sub 7 428\n", 1},
+        {"beside the folder", "909783072 6 ../upd-evil/x 7 428\n", 1},
+        {"around and back", "909783072 6 sub/../hello 7 428\n", 0},
+        {"big bytes", "864741524 5000 sub/deep 6000 1020\n", 0},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(check(row.list), row.exit_status);
+        EXPECT_FALSE(box.exists("/tmp/cksum.tmp"));
+    }
+    EXPECT_EQ(check(kAll, "/upd/"), 0);
+    EXPECT_EQ(check(kAll, "/none"), 1);
+    EXPECT_EQ(box.run({"norvchecksum"}).exit_status, 1);
+    EXPECT_EQ(box.run({"norvchecksum", "/upd", "/upd"}).exit_status, 1);
+}
+
+// Four bytes before the end is the last spot that stands where it is; behind it, spots move forward by four.
+TEST_F(Checksum, SpotsNearTheEnd)
+{
+    box.file("/upd/ten", "abcdefghij");
+    const struct {
+        int position, sum;
+    } kRows[] = {{6, 'g' + 'h' + 'i' + 'j'},
+                 {7, 'd' + 'e' + 'f' + 'g'},
+                 {8, 'e' + 'f' + 'g' + 'h'},
+                 {9, 'f' + 'g' + 'h' + 'i'},
+                 {90, 'g' + 'h' + 'i' + 'j'}};
+    for (const auto &[position, sum] : kRows)
+        EXPECT_EQ(check("964784186 10 ten " + std::to_string(10 + position) + " " + std::to_string(sum) + "\n"), 0)
+            << position;
+}
+
+TEST_F(Checksum, LinksAndTheTool)
+{
+    box.symlink("/upd/out", "../upd-evil/x");
+    box.symlink("/upd/dangling", "nothing");
+    box.file(kListPath, "0 13 out 14 1\n");
+    Result result = box.run({"norvchecksum", "/upd"});
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_TRUE(result.record.in_order({"log err *Realpath is not compatible with input path"}));
+    box.file(kListPath, "0 7 dangling 8 1\n");
+    result = box.run({"norvchecksum", "/upd"});
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_TRUE(result.record.in_order({"log err *Failed to get realpath[0x8100 check_dir_checksum.cpp:*]"}));
+
+    // A tool that fails, and one that says nothing, with a planted result that would do.
+    for (const ProgramRow &row : {ProgramRow{.output = "909783072 6 hello\n", .exit_status = 1}, ProgramRow{}}) {
+        box.remove("/tmp/cksum.tmp");
+        box.file("/planted", "909783072 6\n");
+        box.symlink("/tmp/cksum.tmp", "/planted");
+        box.program("/usr/bin/cksum", {row});
+        EXPECT_EQ(check(kHello), 1);
+        EXPECT_EQ(box.read_file("/planted"), "909783072 6\n");
+        EXPECT_EQ(box.calls("/usr/bin/cksum").back().args, (std::vector<std::string>{"-o", "3", "/upd/hello"}));
+        box.remove("/usr/bin/cksum");
+    }
+}
+
+TEST(Codesign, EndsGoodOnlyWhenTheLibrarySaysSo)
+{
+    const struct {
+        const char *what, *library; // NULL: there is none
+        std::vector<std::string> args;
+        int exit_status;
+        std::vector<std::string> record;
+        const char *out = "", *conf = "x=1\n", *hardware = "NS0801\n";
+    } kRows[] = {
+        {"good", "", {"/upd"}, 0, {"*sign init", "*load /upd/Norvessa.sig", "*verify 0", "*sign free 1"}},
+        {"relative", "", {"upd"}, 0, {"*load upd/Norvessa.sig", "*verify 0"}},
+        {"verify, error 3", "verify 0 error 3", {"/upd"}, 3, {"log err verify norvcodesign fail. err=3", "*free 1"}},
+        {"verify, error 0", "verify 0", {"/upd"}, 8, {"log err verify norvcodesign fail. err=0"}},
+        {"verify, error 256", "verify 0 error 256", {"/upd"}, 8, {"log err verify norvcodesign fail. err=256"}},
+        {"load, error 0", "load 0", {"/upd"}, 8, {"log err load Norvessa.sig fail.", "*sign free 1"}},
+        {"load, error 5", "load 0 error 5", {"/upd"}, 255, {"log err load Norvessa.sig fail."}},
+        {"no handle", "init 0", {"/upd"}, 8, {}},
+        {"no library", nullptr, {"/upd"}, 8, {"log err *Failed to load libnorvcodesign*"}},
+        {"no folder", "", {"/none"}, 255, {"log err chdir fail, reason=No such file*", "*sign free 1"}},
+        {"no argument", "", {}, 255, {"*sign free 1"}, "invalid argument!\n"},
+        {"two arguments", nullptr, {"/upd", "/upd"}, 255, {}, "invalid argument!\n"},
+        {"waived", "verify 0 error 3", {"/upd"}, 0, {"*sign free 1"}, "", "skip_codesign=no\n"},
+        {"virtual", "verify 0 error 3", {"/upd"}, 3, {}, "", "skip_codesign=yes\n", "VirtualNOS\n"},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        Sandbox box;
+        box.directory("/upd");
+        box.file(kConf, row.conf);
+        box.file("/proc/sys/kernel/norv_hw_version", row.hardware);
+        if (row.library != nullptr)
+            box.host_file(kLibrary, FAKE_CODESIGN);
+        box.file("/etc/fake_codesign", row.library != nullptr ? row.library : "");
+        std::vector<std::string> args = {"norvcodesign"};
+        args.insert(args.end(), row.args.begin(), row.args.end());
+        const Result result = box.run(args);
+        EXPECT_EQ(result.exit_status, row.exit_status);
+        EXPECT_EQ(result.out, row.out);
+        EXPECT_TRUE(result.record.in_order(row.record));
+    }
+}
+
+TEST(ExtractSystemPatch, EachEnd)
+{
+    const std::string kOpen = "norvinstall: norvarchive: [/a.pat]";
+    const struct {
+        const char *library;
+        int exit_status;
+        std::vector<std::string> record;
+    } kRows[] = {
+        {"",
+         0,
+         {"log info *" + kOpen + "[OPEN] Type: System", "log info *[INIT] Start", "*library init /dest",
+          "log info *[INIT] End: [Success][0][0.*s]", "log info *" + kOpen + "[OPEN] Start", "*library open /a.pat 0",
+          "log info *[OPEN] End: [Success][0][*s]", "log info *[EXTRACT_ALL] Start", "*library multiple all 5",
+          "log info *[EXTRACT_ALL] End: [Success][0][*s]", "log info *[FREE] Start", "*library free 1",
+          "log info *[FREE] End: [Success][0][*s]"}},
+        {"open 0 error 14", 255, {"log info *[OPEN] End: [Bad Sig][14][*s]", "*library free 1"}},
+        {"open 0 error 2", 255, {"log info *[OPEN] End: [Fail][2][*s]", "*library free 1"}},
+        {"init 0", 255, {"log info *[INIT] End: [Fail][0][*s]", "log err *Failed to init archive"}},
+        {"extract 0 error 7", 255, {"log info *[EXTRACT_ALL] End: [Fail][7][*s]", "*library free 1"}},
+        {nullptr, 255, {"log err *Failed to load libnorvcodesign*"}},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.library != nullptr ? row.library : "no library");
+        Sandbox box;
+        if (row.library != nullptr) {
+            box.host_file(kLibrary, FAKE_CODESIGN);
+            box.file("/etc/fake_codesign", row.library);
+        }
+        const Result result = box.run({"norv_extract_system_patch", "/a.pat", "/dest"});
+        EXPECT_EQ(result.exit_status, row.exit_status);
+        EXPECT_TRUE(result.record.in_order(row.record));
+    }
+}
+
+} // namespace
