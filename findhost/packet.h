@@ -78,8 +78,13 @@ inline constexpr FhostTag kFhostTags[] = {
 };
 #undef FHOST_TAG
 
-// The row of a tag; NULL for a tag that has none.
-[[nodiscard]] const FhostTag *fhost_tag_find(uint8_t tag);
+// The row of each of the 256 tags; no bytes at all for one that is not known.
+inline constexpr auto kFhostTagRows = [] {
+    std::array<FhostTag, 256> rows = {};
+    for (const FhostTag &row : kFhostTags)
+        rows[row.tag] = row;
+    return rows;
+}();
 
 // One element of a packet.
 struct FhostElement {
@@ -88,7 +93,14 @@ struct FhostElement {
 };
 
 // Takes the first element off `rest`. False, `rest` as it was, when there is none or it runs past the end.
-[[nodiscard]] bool fhost_element_take(std::span<const uint8_t> *rest, FhostElement *element);
+[[nodiscard]] inline bool fhost_element_take(std::span<const uint8_t> *rest, FhostElement *element)
+{
+    if (rest->size() < 2 || rest->size() - 2 < (*rest)[1])
+        return false;
+    *element = {(*rest)[0], rest->subspan(2, (*rest)[1])};
+    *rest = rest->subspan(2 + element->value.size());
+    return true;
+}
 
 // Parses `len` bytes of elements, the ones behind the magic, into `record`, which is zeroed first. Of several elements
 // for one field the last one counts. Returns 0; -1 when an element runs past the end, is too long or not of its width,
