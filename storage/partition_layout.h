@@ -28,6 +28,9 @@ inline constexpr int kPartitionVersionModel = 0;   // the key `partition_curr_ve
 inline constexpr int kPartitionVersionDefault = 8; // without that key
 inline constexpr int kPartitionVersionMax = 9;
 
+// The key `partition_curr_version`, kPartitionVersionDefault when it is missing or out of range.
+[[nodiscard]] int partition_layout_model_version();
+
 // The layout of a version, for arrays or not, on this model. NULL with 0x0d00 when there is none.
 [[nodiscard]] const PartitionLayout *partition_layout_find(int version, bool raid);
 // The version of that layout; -1, logged.
@@ -49,6 +52,13 @@ inline constexpr int kPartitionVersionMax = 9;
 // system may be installed on, the first or with `biggest` the largest, else the model's.
 // Returns 0, also without any disk: `version`, 0 at first, is left alone then; -1 when the kernel cannot be asked.
 [[nodiscard]] int partition_layout_get_max(int *version, bool biggest);
+
+// Pushes the disks of the system array's members: each partition's name less its last character, on SAS its last two.
+// `glob_flags` of glob(3). Returns the number of items in the list; -1 with 0x0a00 or 0x0200.
+[[nodiscard]] int partition_system_members(int glob_flags, PNLIBSZLIST *disks);
+
+// Whether the system array has members and each has its partition 1 as kPartitionHdSeriesSystem.
+[[nodiscard]] bool partition_hd_series_check();
 
 // The layout of a disk; on a model that boots from eMMC that of its third and fourth partition, whatever the disk.
 // Returns 1; 0 when it is unknown.

@@ -29,8 +29,6 @@ struct RootBlock {
 void root_block_free(RootBlock *block);
 using UniqueRootBlock = Unique<RootBlock *, nullptr, root_block_free>;
 
-enum class RootBlockCopy : int { kPrimary = 1, kBackup = 2 };
-
 // Reads the block of a disk or of the disk of a partition: the primary copy, or the backup when the primary has no
 // valid header.
 //   block  NULL on entry; the caller frees it
@@ -59,7 +57,7 @@ enum RootBlockVerdict : int {
 [[nodiscard]] RootBlockVerdict root_block_is_compatible(const char *disk);
 
 // Byte offset that lies `from_end` bytes before the end of a disk: kRootBlockBackupHeader or kRootBlockBackupBody.
-// Returns 0; -1 with 0x0d00 when the disk is too small, or what disk_size_get leaves.
+// Returns 1; 0 when the disk is too small to have it; -1 with 0x0d00, or what disk_size_get leaves.
 [[nodiscard]] int root_block_backup_offset_get(const char *disk, uint64_t from_end, uint64_t *offset);
 
 // Whether a byte offset lies behind all partitions, or before the first one with 500 sectors to spare where that one

@@ -1,0 +1,64 @@
+#include "storage/partition.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+
+#include "disk/disk.h"
+#include "lib/io.h"
+#include "lib/proc.h"
+#include "lib/report.h"
+#include "lib/string.h"
+
+static constexpr std::string_view kBlanks = " \t\r\n";
+
+// Takes the next column off the line; empty when there is none.
+static std::string_view column_take(std::string_view *line)
+{
+    line->remove_prefix(std::min(line->find_first_not_of(kBlanks), line->size()));
+    const std::string_view column = line->substr(0, line->find_first_of(kBlanks));
+    line->remove_prefix(column.size());
+    return column;
+}
+
+static bool number_take(std::string_view *line, int base, uint64_t *value)
+{
+    const std::string_view column = column_take(line);
+    const char *end = column.data() + column.size();
+    const auto [stop, error] = std::from_chars(column.data(), end, *value, base);
+    return error == std::errc() && stop == end;
+}
+
+int partition_line_parse(const char *line, PartitionExtent *extent)
+{
+    std::string_view rest(line);
+    PartitionExtent read = {};
+    if (column_take(&rest).empty() || !number_take(&rest, 10, &read.start) || !number_take(&rest, 10, &read.size) ||
+        !number_take(&rest, 16, &read.fsId) || read.size > INT64_MAX)
+        return fail(kErrBadFormat);
+    *extent = read;
+    return 0;
+}
+
+int64_t PartitionInfoGet(int n, const char *disk, uint64_t *start, uint64_t *fsId)
+{
+    if (disk == nullptr || n < 1)
+        return fail(kErrBadParameter);
+    char path[64], number[16], line[256];
+    if (NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0 ||
+        NLIBCStrSnprintf(number, sizeof(number), "-N%d", n) < 0)
+        return -1;
+    FILE *listing = NLIBCPopen(kPartitionTool, "r", "-l", "-uS", number, path, nullptr);
+    if (listing == nullptr)
+        return -1;
+    PartitionExtent extent;
+    const bool is_read = NLIBCFgets(line, sizeof(line), listing) != nullptr && partition_line_parse(line, &extent) == 0;
+    NLIBCPclose(listing);
+    if (!is_read)
+        return fail(kErrBadFormat);
+    if (start != nullptr)
+        *start = extent.start;
+    if (fsId != nullptr)
+        *fsId = extent.fsId;
+    return static_cast<int64_t>(extent.size);
+}
