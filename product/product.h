@@ -73,3 +73,59 @@ inline constexpr uint8_t kProductOobNetFn = 0x30;
 inline constexpr uint8_t kProductOobRequestGet = 0x70;
 inline constexpr uint8_t kProductOobRequestClear = 0x71;
 inline constexpr uint8_t kProductOobLanChannel = 1;
+
+// SAS models: enclosures by the vendor and model that their own device tells, with their bays. The ids 1 to 30 each
+// belong to one of two sets, appliances and expansion units, which the naming of SAS disks knows.
+struct ProductEnclosure {
+    int model_id;
+    const char *vendor, *model;
+    int max_disks;
+};
+inline constexpr ProductEnclosure kProductEnclosures[] = {
+    {1, "NORVESSA", "NS1200S", 12}, {4, "NORVESSA", "NS1600S", 16}, {5, "NORVESSA", "NS6000S", 60},
+    {2, "NORVESSA", "NX1200S", 12}, {3, "NORVESSA", "NX2400S", 24},
+};
+
+// Host adapters whose phys lead straight to the bays of the appliance.
+struct ProductSasHost {
+    int model_id;
+    uint16_t vendor, device, subsystem_vendor, subsystem_device;
+    int max_disks;
+};
+inline constexpr ProductSasHost kProductSasHosts[] = {
+    {7, 0x1000, 0x0097, 0x1b4b, 0x2001, 8},
+};
+
+// Where the phys of a model are not numbered as its bays are. A disk's number is its phy less 6.
+struct ProductPhyRange {
+    int model_id;
+    int first, count, becomes; // `first` becomes `becomes`, and so on
+};
+inline constexpr ProductPhyRange kProductPhyRanges[] = {
+    {7, 0, 8, 7}, // a host's phys count from 0
+    {3, 0, 12, 7},
+    {3, 24, 12, 19}, // the second half of the bays hangs on the second port group
+};
+
+// Onboard places of NVMe disks: the PCI port that leads to each. An empty model stands for every other one.
+struct ProductNvmePort {
+    const char *unique;  // of the model description
+    const char *address; // of the port
+    int kind;            // 1 not permitted, 2 U.2 bay, 3 M.2 cache slot, 4 M.2 bay
+    int index;           // number of the disk, from 1
+};
+inline constexpr ProductNvmePort kProductNvmePorts[] = {
+    {"norv_x86_nv4", "0000:00:01.1", 2, 1},
+    {"norv_x86_nv4", "0000:00:01.2", 2, 2},
+    {"norv_x86_nv4", "0000:00:01.3", 2, 3},
+    {"norv_x86_nv4", "0000:00:01.4", 2, 4},
+    {"norv_x86_nv4", "0000:00:1d.0", 3, 1},
+    {"norv_x86_m2b", "0000:00:02.1", 4, 1},
+    {"norv_x86_m2b", "0000:00:02.2", 4, 2},
+    {"norv_x86_m2b", "0000:00:1d.0", 1, 1},
+    {"", "0000:00:1d.0", 3, 1},
+    {"", "0000:00:1d.4", 3, 2},
+};
+
+// Where the databases of disk rules are fetched when the model description names no server. HTTPS only.
+inline constexpr char kProductDiskRuleServer[] = "https://update.norvessa.example/disk-compatibility";
