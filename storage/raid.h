@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 
 #include "autocleanup/unique.h"
 #include "lib/list.h"
@@ -68,8 +69,21 @@ struct RaidInfo {
 [[nodiscard]] int raid_rebuild_status_get(const char *path, RaidRebuildStatus *status);
 
 // Reads the file `name` below the array's folder in sysfs, trimmed. Returns 0; 1 when there is no such file; -1 with
-// 0x0d00, 0x0a00, or 0x0100 when it does not fit.
+// 0x0d00, 0x0900, 0x0a00, or 0x0100 when it does not fit.
 [[nodiscard]] int raid_sysfs_get(const char *path, const char *name, char *out, size_t size);
+
+// What the array is doing to its members, of its file `sync_action`.
+enum RaidSyncAction : int {
+    kSyncIdle,
+    kSyncFrozen,
+    kSyncReshape,
+    kSyncResync,
+    kSyncCheck,
+    kSyncRepair,
+    kSyncRecover,
+};
+// Returns a RaidSyncAction, kSyncIdle for a level that needs none; -1 as raid_sysfs_get, 0x4000 for an unknown word.
+[[nodiscard]] int raid_sync_action_get(const char *path);
 
 // What `mdadm -E` tells of a member.
 struct RaidSuperblock {
@@ -115,3 +129,9 @@ int RaidRemove(const RaidInfo &info);
 int raid_clean_superblock(const char *partition);
 // Wipes the superblocks of all partitions with this UUID, but for partitions 2. Returns 0; -1 at the first failure.
 int raid_clean_superblock_by_uuid(const char *uuid);
+
+// How far the repair of an array that began at `begun` (local time in the name) has come, in a file of its own:
+// /etc/raid/progress_repair/md2_20240131_235959. Return 0; -1 with 0xfb00, 0x0900, 0x0b00, or 0x4000 where the file
+// holds no number.
+int raid_repair_progress_set(const char *path, time_t begun, uint64_t sectors);
+[[nodiscard]] int raid_repair_progress_get(const char *path, time_t begun, uint64_t *sectors);

@@ -8,8 +8,8 @@
 // its own. What it writes to standard error goes to the log, its standard output nowhere.
 // Returns its exit status, 127 when it cannot be run; -1 when a signal ended it or it could not be started.
 int space_execl(const char *program, ...) __attribute__((sentinel));
-// The same with a whole argument vector, argv[0] included.
-int space_execv(char *const argv[]);
+// The same with a whole argument vector, argv[0] included. Returns the raw wait status.
+int space_run(char *const argv[]);
 
 // The words of an argument vector with a blank between each two, cut to the room; for the log.
 void space_command_text(char *const argv[], char *text, size_t size);

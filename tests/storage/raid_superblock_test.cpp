@@ -1,0 +1,140 @@
+// What outside programs and the kernel print about arrays and volumes.
+#include <gtest/gtest.h>
+#include <string>
+
+#include "lib/report.h"
+#include "storage/lvm.h"
+#include "storage/raid_parts.h"
+#include "tests/support/watched_calls.h"
+
+namespace
+{
+
+struct Listing {
+    explicit Listing(const std::string &text) : file(fmemopen(const_cast<char *>(text.c_str()), text.size(), "r")) {}
+    UniqueFile file;
+};
+
+// What is left open in a row is what an empty record has.
+TEST(RaidSuperblock, Parse)
+{
+    const struct {
+        std::string text;
+        int found;
+        RaidSuperblock expected;
+    } kCases[] = {
+        {" Version : 1.2\n Array UUID : 6f7a1c34:0d2e5b91\n Name : norvstation:2  (local to host norvstation)\n"
+         " Raid Level : raid5\n Raid Devices : 3\n Device UUID : 1:2\n Events : 18\n Device Role : Active device 1\n",
+         1,
+         {1, 2, "6f7a1c34:0d2e5b91", "/dev/md2", "norvstation", kRaidLevel5, 3, 1, 18}},
+        {" Version : 0.90.00\n UUID : 1c6f:9a20 (local to host norvstation)\n Raid Level : raid1\n"
+         "Raid Devices : 4\nPreferred Minor : 1\n Events : 0.17\nthis     2       8       17        1  active\n",
+         1,
+         {0, 90, "1c6f:9a20", "/dev/md1", "", kRaidLevel1, 4, 2, 0}},
+        {"UUID : a\nName : 7\nRaid Level : raid7\nDevice Role : spare",
+         1, // the last line has no end
+         {0, 0, "a", "/dev/md7", "", kRaidLevel5, 0, -1, 0}},
+        {"UUID : a\nDevice Role : Replacement device 2\nRaid Level : linear\n",
+         1,
+         {0, 0, "a", "", "", kRaidLevelLinear, 0, -2, 0}},
+        {"UUID : a\nDevice Role : Journal\nRaid Level : raidF1\n", 1, {0, 0, "a", "", "", kRaidLevelF1, 0, -1, 0}},
+        {"Array UUID : (none\n", 1, {0, 0, "(none", "", "", 0, 0, -1, 0}},
+        {" Version : 1.2\n Name : a:1\n", 0, {1, 2, "", "/dev/md1", "a", 0, 0, -1, 0}},
+        {"mdadm: No md superblock detected on /dev/sda1.\n", 0, {0, 0, "", "", "", 0, 0, -1, 0}},
+        {"UUID : " + std::string(80, 'u') + "\n", 1, {0, 0, "*", "", "", 0, 0, -1, 0}},
+    };
+    for (const auto &[text, found, expected] : kCases) {
+        SCOPED_TRACE(text);
+        RaidSuperblock got;
+        ASSERT_EQ(raid_superblock_parse(Listing(text).file.get(), &got), found);
+        EXPECT_EQ(got.major, expected.major);
+        EXPECT_EQ(got.minor, expected.minor);
+        EXPECT_EQ(got.uuid, expected.uuid[0] == '*' ? std::string(63, 'u') : expected.uuid);
+        EXPECT_STREQ(got.device, expected.device);
+        EXPECT_STREQ(got.hostName, expected.hostName);
+        EXPECT_EQ(got.level, expected.level);
+        EXPECT_EQ(got.raidDevices, expected.raidDevices);
+        EXPECT_EQ(got.deviceOrder, expected.deviceOrder);
+        EXPECT_EQ(got.events, expected.events);
+    }
+}
+
+TEST(RaidSuperblock, RefusesWhatMustNotLookLikeThat)
+{
+    static constexpr const char *kCases[][2] = {
+        {"UUID : a\nVersion : 1\n", "7 raid_superblock_get.cpp:# bad version format: '1'.\n"},
+        {"UUID : a\nName : host:data\n", "7 raid_superblock_get.cpp:# Failed to parse 'data'\n"},
+        {"UUID : a\nPreferred Minor : none\n", "7 raid_superblock_get.cpp:# Failed to parse 'none'\n"},
+        {"UUID : a\nName : 99999999999\n", "7 raid_superblock_get.cpp:# Failed to parse '99999999999'\n"},
+    };
+    for (const auto &[text, line] : kCases) {
+        LogCapture log;
+        RaidSuperblock superblock;
+        EXPECT_EQ(raid_superblock_parse(Listing(text).file.get(), &superblock), -1) << text;
+        const size_t at = log.text.find(".cpp:");
+        ASSERT_NE(at, std::string::npos) << text;
+        log.text.replace(at + 5, log.text.find(' ', at) - at - 5, "#");
+        EXPECT_EQ(log.text, line);
+    }
+}
+
+TEST(RaidSuperblock, ReadOfWhatCannotBeRead)
+{
+    RaidSuperblock superblock;
+    EXPECT_EQ(raid_superblock_get(nullptr, &superblock), -1);
+    EXPECT_EQ(NLIBCErrGet(), kErrBadParameter);
+    for (const char *path : {"/dev/sda", "/dev/md", "/dev/md-1", "/dev/md2p1", "/dev/md99999999999"}) {
+        RaidInfo info = {};
+        info.number = 5;
+        EXPECT_EQ(raid_info_get(path, &info), -1) << path;
+        EXPECT_EQ(NLIBCErrGet(), 0xbe00);
+        EXPECT_EQ(info.number, 0);
+    }
+}
+
+TEST(RaidMember, StateOfItsWords)
+{
+    static constexpr struct {
+        const char *words;
+        int state;
+    } kCases[] = {
+        {"in_sync", 1},
+        {"faulty,in_sync", 2},
+        {"in_sync,write_mostly", 1},
+        {"blocked, error ,in_sync", 4},
+        {"spare", 8},
+        {"spare,in_sync", 1},
+        {"", 1},
+        {"write_error", 1},
+        {"in_sync,error,", 4},
+    };
+    for (const auto &[words, state] : kCases)
+        EXPECT_EQ(raid_disk_state_parse(words), state) << words;
+}
+
+TEST(Lvm, PathOfTheLastLineThatHoldsTheDevice)
+{
+    static constexpr struct {
+        const char *text;
+        int result;
+        const char *path;
+    } kCases[] = {
+        {"  /dev/md2:vg1:volume_1:\n  /dev/md3:vg2:volume_2:\n", 0, "/dev/vg1/volume_1"},
+        {"  /dev/md2:vg1:a:\n  /dev/md2:vg1:b:a\n", 0, "/dev/vg1/b"},
+        {"  /dev/md20:vg9:c:", 0, "/dev/vg9/c"},
+        {"  /dev/md2:vg1::\n", 0, "/dev/vg1/"}, // a group without a volume
+        {"  /dev/md3:vg2:volume_2:\n", -1, ""},
+        {"", -1, ""},
+        {"/dev/md2\n", -1, ""},
+        {"/dev/md2:vg1\n", -1, ""},
+        {"/dev/md2:vg1:lv\n", -1, ""},
+        {"/dev/md2:0123456789:0123456789:", -1, ""}, // does not fit
+    };
+    for (const auto &[text, result, path] : kCases) {
+        char got[24] = "";
+        EXPECT_EQ(lvm_lvpath_parse(Listing(text).file.get(), "/dev/md2", got, sizeof(got)), result) << text;
+        EXPECT_STREQ(result == 0 ? got : "", path);
+    }
+}
+
+} // namespace

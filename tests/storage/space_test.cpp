@@ -1,0 +1,144 @@
+// Outside commands and the locks between processes. Each test has semaphores of its own.
+#include "storage/space.h"
+
+#include <cerrno>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <string>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "lib/report.h"
+#include "lib/semaphore.h"
+#include "tests/support/in_child.h"
+#include "tests/support/watched_calls.h"
+
+namespace
+{
+
+constexpr key_t kKey = 0x5eafed;
+
+TEST(SpaceExecl, TellsHowTheProgramEnded)
+{
+    static constexpr struct {
+        const char *line;
+        int result;
+        const char *output;
+    } kCases[] = {
+        {"echo one >&2; echo two; echo three >&2; exit 7", 7, "one three "},
+        {"exit 0", 0, ""},
+        {"kill -KILL $$", -1, ""},
+    };
+    for (const auto &[line, result, output] : kCases) {
+        LogCapture log;
+        EXPECT_EQ(space_execl("/bin/sh", "-c", line, "", nullptr), result) << line;
+        const std::string end =
+            std::string(" SpaceCommand:command=\"/bin/sh -c ") + line + " \" Error=\"" + output + "\"\n";
+        EXPECT_TRUE(log.text.starts_with("6 space_error_log.cpp:")) << log.text;
+        EXPECT_TRUE(log.text.ends_with(end)) << log.text;
+    }
+    EXPECT_EQ(space_execl("/bin/no such program", nullptr), 127);
+}
+
+// More than a pipe holds, and more words than the log shows.
+TEST(SpaceExecl, CutsTheLogAndNothingElse)
+{
+    const std::string word(3000, 'w');
+    LogCapture log;
+    const char *line = "i=0; while [ $i -lt 9000 ]; do echo 0123456789012345 >&2; i=$((i+1)); done; exit ${#1}";
+    EXPECT_EQ(space_execl("/bin/sh", "-c", line, "sh", word.c_str(), nullptr), 3000 & 0xff);
+    const size_t error = log.text.find("\" Error=\"");
+    ASSERT_NE(error, std::string::npos);
+    EXPECT_EQ(log.text.size(), error + strlen("\" Error=\"") + 2047 + strlen("\"\n"));
+    EXPECT_EQ(error - log.text.find("/bin/sh -c"), 1023U);
+}
+
+// Runs in a namespace of its own where the kernel gives one.
+void with_own_semaphores(int (*body)())
+{
+    const int result = in_child([=] {
+        if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0 && unshare(CLONE_NEWIPC) != 0)
+            return -1;
+        return body();
+    });
+    if (result == -1)
+        GTEST_SKIP() << "no namespaces here";
+}
+
+TEST(Semaphore, OneHolderAtATime)
+{
+    with_own_semaphores([] {
+        const int id = semaphore_open(kKey);
+        EXPECT_GE(id, 0);
+        EXPECT_EQ(semaphore_open(kKey), id);
+        EXPECT_EQ(semctl(id, 0, GETVAL), 1);
+        EXPECT_EQ(semaphore_take(id, kSemaphoreForever), 0);
+        for (const int seconds : {kSemaphoreNoWait, 0}) {
+            EXPECT_EQ(semaphore_take(id, seconds), -1);
+            EXPECT_EQ(errno, EAGAIN);
+            EXPECT_EQ(NLIBCErrGet(), 0x2e00);
+        }
+        EXPECT_EQ(semaphore_give(id), 0);
+        const pid_t holder = fork();
+        if (holder == 0) {
+            static_cast<void>(semaphore_take(id, kSemaphoreForever));
+            raise(SIGKILL);
+        }
+        EXPECT_EQ(waitpid(holder, nullptr, 0), holder);
+        EXPECT_EQ(semaphore_take(id, kSemaphoreNoWait), 0) << "the kernel gives back what the dead one had";
+        EXPECT_EQ(semaphore_give(id), 0);
+        return 0;
+    });
+}
+
+// Between the two calls of its maker a set is worth 0, as if it were taken.
+TEST(Semaphore, IsSetForAMakerThatDied)
+{
+    with_own_semaphores([] {
+        const int id = semget(kKey, 1, IPC_CREAT | 0666);
+        {
+            const WatchedCall sleeps("usleep");
+            EXPECT_EQ(semaphore_open(kKey), id);
+            EXPECT_EQ(sleeps.seen.size(), 100U);
+        }
+        EXPECT_EQ(semaphore_take(id, kSemaphoreNoWait), 0);
+        const WatchedCall sleeps("usleep");
+        EXPECT_EQ(semaphore_open(kKey), id) << "a taken one is not waited for";
+        EXPECT_EQ(sleeps.seen.size(), 0U);
+        EXPECT_EQ(semctl(id, 0, GETVAL), 0);
+        return 0;
+    });
+}
+
+TEST(Semaphore, WaitsForAMakerThatIsSlow)
+{
+    with_own_semaphores([] {
+        const int id = semget(kKey, 1, IPC_CREAT | 0666);
+        int looks = 0;
+        const WatchedCall sleeps("usleep", {.before = [&] {
+                                     union {
+                                         int value;
+                                         void *other;
+                                     } one = {.value = 1};
+                                     if (++looks == 3)
+                                         semctl(id, 0, SETVAL, one);
+                                 }});
+        EXPECT_EQ(semaphore_open(kKey), id);
+        EXPECT_EQ(looks, 3);
+        EXPECT_EQ(semctl(id, 0, GETVAL), 1);
+        return 0;
+    });
+}
+
+TEST(SpaceLock, RefusesAnUnknownLock)
+{
+    for (const int id : {-1, 8}) {
+        EXPECT_EQ(space_lock(id, kSpaceLockNoWait), -1);
+        EXPECT_EQ(NLIBCErrGet(), kErrBadParameter);
+    }
+}
+
+} // namespace
