@@ -1,31 +1,17 @@
 #include "applets/applets.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <sys/ioctl.h>
 
 #include NORV_PRODUCT_HEADER
 #include "autocleanup/unique.h"
 #include "external/board_device.h"
+#include "external/hardware_model.h"
 #include "lib/conf.h"
-#include "lib/io.h"
 #include "lib/report.h"
 
-static constexpr char kHardwareVersionPath[] = "/proc/sys/kernel/norv_hw_version";
 static constexpr char kSlotGroup[14] = "internal_slot"; // its length on the wire counts the NUL
-
-// Reads the model from the hardware version: what stands before "-j". Empty when it cannot be read.
-template <int kRoom> static void model_read(char (&model)[kRoom])
-{
-    model[0] = '\0';
-    const UniqueFile file(fopen(kHardwareVersionPath, "re"));
-    if (!file || NLIBCFgets(model, kRoom, file.get()) == nullptr)
-        return;
-    model[strcspn(model, "\n")] = '\0';
-    if (char *suffix = strstr(model, "-j"))
-        *suffix = '\0';
-}
 
 int norv_led_mask_on_main(int /*argc*/, char * /*argv*/[])
 {
@@ -35,7 +21,7 @@ int norv_led_mask_on_main(int /*argc*/, char * /*argv*/[])
         return 0;
     }
     char model[32];
-    model_read(model);
+    hardware_model_get(model, sizeof(model));
     const int disks = NLIBCConfMaxDisksGet();
     for (int disk = 1; disk <= disks; disk++) {
         NORVDiskLed led = {disk, kDiskLedOff, sizeof(kSlotGroup), kSlotGroup};

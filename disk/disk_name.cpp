@@ -21,6 +21,11 @@ bool disk_name_has_p(const char *path)
     return conf_supportsas();
 }
 
+bool disk_is_nvme(const char *path)
+{
+    return strstr(path, "nvme") != nullptr && conf_supportnvme();
+}
+
 int disk_letter_index(const char *path)
 {
     const char *letters = disk_bare_name(path);

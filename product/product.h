@@ -21,24 +21,24 @@ inline constexpr char kProductOnboardM2Model[] = "NS0702";
 // The expansion unit whose disk letters run backwards.
 inline constexpr char kProductReversedExpansionUnit[] = "NX4R";
 
-// Adapter cards that carry M.2 slots or network ports, told apart by the PCI bridge on them. The order counts: the
+// Adapter cards that carry M.2 slots or network ports, told apart by a PCI chip on them. The order counts: the
 // first row that matches names the card.
 struct ProductAdapterCard {
     int card_id;
-    int disk_levels; // bridges to climb from an nvc or sata device; -1: none
-    int nvme_levels; // the same from an NVMe controller
-    int eth_levels;  // the same from a network port
+    int disk_levels; // folders to climb from an nvc or sata disk's to the chip that tells the card; -1: has none
+    int nvme_levels; // the same from an NVMe disk's
+    int eth_levels;  // the same from a network port's device
     uint16_t vendor, device, subsystem_vendor, subsystem_device; // a subsystem vendor of 0: not looked at
-    struct {                                                     // one more test on a configuration byte; mask 0: none
-        uint8_t offset, mask, shift, value;
+    struct {                                                     // else a test on the four bytes of configuration
+        uint32_t offset, mask, shift, value;                     // space at `offset`; mask 0: none
     } config;
 };
 inline constexpr ProductAdapterCard kProductAdapterCards[] = {
-    {0, 5, 2, -1, 0x1b4b, 0x9235, 0x1b4b, 0x1001, {0, 0, 0, 0}},
-    {1, 5, 3, 2, 0x10b5, 0x8717, 0x1b4b, 0x1002, {0, 0, 0, 0}},
-    {2, 5, 3, 2, 0x10b5, 0x8717, 0x1b4b, 0x1003, {0, 0, 0, 0}},
-    {3, -1, 3, 2, 0x12d8, 0x2608, 0, 0, {0x40, 0xff, 0, 0x03}},
-    {5, -1, 2, 1, 0x1d6a, 0x07b1, 0, 0, {0x44, 0xf0, 4, 0x05}},
+    {0, 6, -1, -1, 0x1b4b, 0x9235, 0x1b4b, 0x1001, {0, 0, 0, 0}}, // the SATA controller itself
+    {1, 8, 5, 2, 0x10b5, 0x8717, 0x1b4b, 0x1002, {0, 0, 0, 0}},   // the switch above the controllers
+    {2, 8, 5, 2, 0x10b5, 0x8717, 0x1b4b, 0x1003, {0, 0, 0, 0}},
+    {3, -1, 5, 2, 0x12d8, 0x2608, 0, 0, {0x40, 0xff, 0, 0x03}},
+    {5, -1, -1, 0, 0x1d6a, 0x07b1, 0, 0, {0x44, 0xf0, 4, 0x05}}, // the port itself
 };
 
 // Models of the special case in the test whether a disk's system can be recovered.
