@@ -193,6 +193,23 @@ void BoxFiles::write(std::string_view path, std::string_view content, mode_t mod
         complain("cannot write", path);
 }
 
+// Holes stay holes, so that the image of a disk costs what is on it.
+static bool data_copy(int from, int to)
+{
+    const off_t size = lseek(from, 0, SEEK_END);
+    if (size < 0 || ftruncate(to, size) != 0)
+        return false;
+    for (off_t at = 0; (at = lseek(from, at, SEEK_DATA)) >= 0;) {
+        const off_t hole = lseek(from, at, SEEK_HOLE);
+        if (lseek(to, at, SEEK_SET) < 0)
+            return false;
+        while (at < hole)
+            if (sendfile(to, from, &at, static_cast<size_t>(hole - at)) <= 0)
+                return false;
+    }
+    return errno == ENXIO; // no data up to the end
+}
+
 void BoxFiles::copy(const std::string &host_path, std::string_view path, mode_t mode) const
 {
     std::string name;
@@ -200,10 +217,7 @@ void BoxFiles::copy(const std::string &host_path, std::string_view path, mode_t 
         return;
     const UniqueFd from(::open(host_path.c_str(), O_RDONLY | O_CLOEXEC));
     const UniqueFd to(open(path, O_WRONLY | O_CREAT | O_TRUNC, mode));
-    ssize_t copied = from && to ? 1 : -1;
-    while (copied > 0)
-        copied = sendfile(to.get(), from.get(), nullptr, 1U << 30);
-    if (copied < 0 || fchmod(to.get(), mode) != 0)
+    if (!data_copy(from.get(), to.get()) || fchmod(to.get(), mode) != 0)
         complain("cannot copy " + host_path + " to", path);
 }
 
