@@ -3,7 +3,7 @@
 
 #include "applets/applets.h"
 #include "applets/banner.h"
-#include "applets/not_built_in.h"
+#include "storage/root_block.h"
 
 namespace
 {
@@ -58,6 +58,22 @@ Request request_read(int argc, char *argv[])
     return request;
 }
 
+int compatible_print(const char *disk_path)
+{
+    static constexpr const char *kWords[] = {"error", "no", "not found", "yes"}; // by RootBlockVerdict
+    puts(kWords[root_block_is_compatible(disk_path) - kRootBlockError]);
+    return 0;
+}
+
+// Returns 0; -1.
+int capability_update(const char *disk_path, uint32_t capability)
+{
+    UniqueRootBlock block;
+    if (root_block_get(disk_path, block.address()) < 0 || root_block_update_capability(capability, block.get()) != 0)
+        return -1;
+    return root_block_set(disk_path, block.get());
+}
+
 } // namespace
 
 int norvstgcore_main(int argc, char *argv[])
@@ -69,11 +85,11 @@ int norvstgcore_main(int argc, char *argv[])
             puts("error");
             return -1;
         }
-        return not_built_in(argc, argv);
+        return compatible_print(request.disk_path);
     case kUpdate:
         if (request.disk_path == nullptr || request.capability < 0)
             return -1;
-        return not_built_in(argc, argv);
+        return capability_update(request.disk_path, static_cast<uint32_t>(request.capability));
     default:
         banner_print();
         fputs(kUsageText, stdout);

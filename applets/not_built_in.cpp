@@ -20,9 +20,7 @@ int not_built_in(int argc, char *argv[])
     }
 
 NOT_BUILT_IN(raidtool_main)
-NOT_BUILT_IN(norvcheckpartition_main)
 NOT_BUILT_IN(norvcleanpartition_main)
-NOT_BUILT_IN(norvgetmaxpartition_main)
 NOT_BUILT_IN(norvdiskport_main)
 NOT_BUILT_IN(norvdiskupdatehclport_main)
 NOT_BUILT_IN(norvupgrade_main)

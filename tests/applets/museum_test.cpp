@@ -1,0 +1,81 @@
+// The museum's disks through the roles that classify a disk, with the appliance's own partition tool.
+#include <gtest/gtest.h>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/platform/run_program.h"
+#include "tests/support/sandbox.h"
+#include "tests/support/scratch_dir.h"
+
+namespace
+{
+
+constexpr char kMaker[] = NORV_SOURCE_DIR "/tests/museum/make_images.py";
+constexpr char kSfdisk[] = NORV_BINARY_DIR "/platform/sfdisk/sfdisk";
+
+struct Exhibit {
+    std::string name;
+    std::map<std::string, std::string> verdicts;
+};
+
+std::vector<Exhibit> exhibits_make(const ScratchDir &folder)
+{
+    std::istringstream lines(run_program({"/usr/bin/python3", kMaker, folder.path()}).out);
+    std::vector<Exhibit> exhibits;
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        Exhibit exhibit;
+        words >> exhibit.name;
+        for (std::string word; words >> word;)
+            exhibit.verdicts[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+        exhibits.push_back(exhibit);
+    }
+    return exhibits;
+}
+
+// Shows the disk and its partitions to the kernel's listings, as the partition tool tells them.
+void kernel_sees(Sandbox &box, const std::string &image)
+{
+    std::string listing = "major minor  #blocks  name\n\n   8        0    1000000 sda\n";
+    const Finished label = run_program({kSfdisk, "-l", "-uS", image});
+    std::istringstream lines(label.status == 0 ? label.out : "");
+    std::string path, start, size, type;
+    for (int n = 1; lines >> path >> start >> size >> type; n++) {
+        const std::string name = "sda" + std::to_string(n);
+        listing += "   8        " + std::to_string(n) + "    1000 " + name + "\n";
+        box.file("/sys/block/sda/" + name + "/start", start + "\n");
+        box.file("/sys/block/sda/" + name + "/size", size + "\n");
+        box.device("/dev/" + name, 512);
+    }
+    box.file("/proc/partitions", listing);
+}
+
+TEST(Museum, ThroughTheRoles)
+{
+    const ScratchDir folder;
+    const std::vector<Exhibit> exhibits = exhibits_make(folder);
+    ASSERT_GT(exhibits.size(), 30U);
+    for (const Exhibit &exhibit : exhibits) {
+        SCOPED_TRACE(exhibit.name);
+        Sandbox box;
+        box.file("/etc.defaults/norvinfo.conf", "usbportcfg=\"10\"\ninternalportcfg=\"1\"\n");
+        box.host_file("/sbin/sfdisk", kSfdisk);
+        box.host_file("/dev/sda", folder.path(exhibit.name), 0660);
+        kernel_sees(box, folder.path(exhibit.name));
+
+        Result result = box.run({"norvcheckpartition", "sda"});
+        EXPECT_EQ(std::to_string(result.exit_status), exhibit.verdicts.at("check")) << result.log_text();
+        EXPECT_TRUE(result.files_changed.empty());
+        result = box.run({"norvstgcore", "--is-compatible-disk", "/dev/sda1"});
+        EXPECT_EQ(result.exit_status, 0);
+        std::string word = exhibit.verdicts.at("usable") + "\n";
+        if (const size_t dash = word.find('-'); dash != std::string::npos)
+            word[dash] = ' ';
+        EXPECT_EQ(result.out, word) << result.log_text();
+        EXPECT_TRUE(result.files_changed.empty());
+    }
+}
+
+} // namespace

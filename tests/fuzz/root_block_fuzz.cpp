@@ -1,0 +1,68 @@
+// A root block on a small disk: 76 bytes of header, then what stands at the usual place of the body and behind it. A
+// block that was read and written is read again as the same, and the disk is not touched by reading.
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "storage/root_block_op.h"
+
+namespace
+{
+
+void require(bool holds)
+{
+    if (!holds)
+        abort();
+}
+
+void put(int fd, uint64_t at, const uint8_t *data, size_t size)
+{
+    require(pwrite(fd, data, size, static_cast<off_t>(at)) == static_cast<ssize_t>(size));
+}
+
+RootBlockOpInfo info_on(int fd, uint64_t offset, uint32_t version)
+{
+    RootBlockOpInfo info;
+    info.fd.reset(dup(fd));
+    info.path[0] = '\0';
+    info.offset = offset;
+    info.version = version;
+    return info;
+}
+
+// What the writer makes of a block.
+std::string written(int fd, const RootBlock *block, uint32_t version)
+{
+    std::string bytes(kRootBodyBytes[version], '\0');
+    require(root_block_write(info_on(fd, 0, version), block) == 0);
+    require(pread(fd, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()));
+    return bytes;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static const int kDisk = memfd_create("disk", MFD_CLOEXEC), kCopy = memfd_create("copy", MFD_CLOEXEC);
+    const size_t header_size = std::min(size, kRootHeaderBytes);
+    require(ftruncate(kDisk, 0) == 0 && ftruncate(kCopy, 0) == 0);
+    put(kDisk, kRootBlockHeaderAt, data, header_size);
+    if (size > header_size)
+        put(kDisk, kRootBlockBodyAt, data + header_size, size - header_size);
+
+    RootHeader header;
+    const int is_valid = root_block_header_read(kDisk, kRootBlockHeaderAt, &header);
+    require(is_valid == (header_size < kRootHeaderBytes ? -1 : is_valid));
+    if (is_valid != 1)
+        return 0;
+    const uint32_t version = std::min(header.version, kRootBlockVersion);
+    const UniqueRootBlock block(root_block_alloc()), again(root_block_alloc());
+    if (root_block_read(info_on(kDisk, header.dataOffset, version), block.get()) != 0)
+        return 0;
+    const std::string bytes = written(kCopy, block.get(), version);
+    require(root_block_read(info_on(kCopy, 0, version), again.get()) == 0);
+    require(written(kCopy, again.get(), version) == bytes);
+    return 0;
+}
