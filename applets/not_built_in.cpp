@@ -19,7 +19,6 @@ int not_built_in(int argc, char *argv[])
         return not_built_in(argc, argv);                                                                               \
     }
 
-NOT_BUILT_IN(raidtool_main)
 NOT_BUILT_IN(norvcleanpartition_main)
 NOT_BUILT_IN(norvdiskport_main)
 NOT_BUILT_IN(norvdiskupdatehclport_main)

@@ -1,0 +1,714 @@
+// raidtool on machines whose disks and arrays are told by stand-ins.
+#include <algorithm>
+#include <climits>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+constexpr const char *kDefaults = "/etc.defaults/norvinfo.conf";
+constexpr const char *kUsage = "usage:\n\traidtool destroy <RAID ID> \n\traidtool status <RAID ID> \n"
+                               "\traidtool newvol \n\traidtool initsys \n\traidtool initsys-dd ";
+
+std::string words(const std::vector<std::uint32_t> &values)
+{
+    return {reinterpret_cast<const char *>(values.data()), values.size() * 4};
+}
+std::string long_words(const std::vector<std::uint64_t> &values)
+{
+    return {reinterpret_cast<const char *>(values.data()), values.size() * 8};
+}
+
+// Partitions 1 and 2 by layout version.
+struct Layout {
+    int version;
+    std::uint64_t start[2], size[2];
+};
+constexpr Layout kLayouts[] = {
+    {1, {63, 1574370}, {1574307, 787185}},      {6, {63, 4980150}, {4980087, 4192965}},
+    {7, {256, 4980736}, {4980480, 4194304}},    {8, {2048, 4982528}, {4980480, 4194304}},
+    {9, {8192, 16785408}, {16777216, 4194304}}, {0, {100, 5000}, {4900, 6000}}, // of no layout
+};
+
+struct Machine : Sandbox {
+    explicit Machine(const std::string &keys = "maxdisks=4\n")
+    {
+        file(kDefaults, keys + "supportraid=\"yes\"\ninternalportcfg=\"0xffff\"\nesataportcfg=\"0\"\n"
+                               "usbportcfg=\"0x10000\"\n"); // of two lines with one key the first counts
+        for (const char *program : {"/sbin/mdadm", "/sbin/sfdisk", "/bin/norvdd", "/bin/mkdir"})
+            this->program(program);
+        compress_sleeps();
+        leaves({"/tmp/.*dualhead"});
+    }
+
+    // A disk, blank or of a layout (-1: blank), with metadata on these partitions.
+    void disk(const std::string &name, int version = -1, const std::string &members = "")
+    {
+        directory("/sys/block/" + name);
+        device("/dev/" + name, 1ULL << 40);
+        listed_ += "   8        0 1073741824 " + name + "\n";
+        for (const Layout &layout : kLayouts)
+            for (int n = 0; n < 2 && layout.version == version; n++) {
+                const std::string partition = name + std::to_string(n + 1);
+                const std::string start = std::to_string(layout.start[n]), size = std::to_string(layout.size[n]);
+                file("/sys/block/" + name + "/" + partition + "/start", start + "\n");
+                file("/sys/block/" + name + "/" + partition + "/size", size + "\n");
+                program("/sbin/sfdisk", {{.args = "-l -uS -N" + std::to_string(n + 1) + " /dev/" + name,
+                                          .output = "/dev/" + partition + " " + start + " " + size + " fd\n"}});
+                listed_ += "   8        1 1000 " + partition + "\n";
+            }
+        for (const char number : members) {
+            const std::string partition = name + number;
+            program("/sbin/mdadm", {{.args = "-E /dev/" + partition,
+                                     .output = "   Array UUID : u" + std::string(1, number) + "\n Name : n:2\n"}});
+            if (number > '2')
+                listed_ += "   8        3 1000 " + partition + "\n";
+        }
+        file("/proc/partitions", "major minor  #blocks  name\n\n" + listed_);
+    }
+    // What was done to disks and arrays, one line each; questions left out.
+    [[nodiscard]] static std::string done(const Result &result)
+    {
+        std::string lines;
+        for (const std::string &line : result.record.lines)
+            if ((line.starts_with("run /sbin") || line.starts_with("run /bin/norvdd") || line.starts_with("sleep")) &&
+                line.find(" -E ") == std::string::npos && line.find(" -l -uS ") == std::string::npos)
+                lines += line.substr(line.starts_with("run ") ? 4 : 0) + "\n";
+        return lines;
+    }
+    // The shell lines, as they were given.
+    [[nodiscard]] std::string shell() const
+    {
+        std::string lines;
+        for (const ProgramCall &call : calls("/bin/sh"))
+            lines += call.args.back() + "\n";
+        return lines;
+    }
+
+  private:
+    std::string listed_;
+};
+
+std::string format_done(const std::string &disk, bool whole = true, int version = 8)
+{
+    const std::string start = version == 7 ? "256" : version == 9 ? "8192" : version == 1 ? "63" : "2048";
+    const std::string size = version == 9 ? "16777216" : version == 1 ? "1574307" : "4980480";
+    const std::string swap = version == 1 ? "787185" : "4194304";
+    return (whole ? "/sbin/sfdisk --fast-delete -1 /dev/" + disk + "\n/sbin/sfdisk -M1 /dev/" + disk + "\n"
+                  : "/sbin/sfdisk --fast-delete 1:2 /dev/" + disk + "\n") +
+           "/sbin/sfdisk -M1 /dev/" + disk + "\n/sbin/sfdisk -N1 -uS -q -f -j" + start + " -z" + size +
+           " -tfd -F /dev/" + disk + "\n/sbin/sfdisk -N2 -uS -q -f -j0 -z" + swap + " -tfd -F /dev/" + disk + "\n";
+}
+// What was done to one disk, of what was done to all.
+std::string of_disk(const std::string &lines, const std::string &disk)
+{
+    std::string found;
+    for (size_t at = 0, end = 0; (end = lines.find('\n', at)) != std::string::npos; at = end + 1)
+        if (lines.substr(at, end - at).ends_with("/dev/" + disk))
+            found += lines.substr(at, end - at + 1);
+    return found;
+}
+
+TEST(Raidtool, Usage)
+{
+    const std::string missing = std::string("parameters not enough\n") + kUsage;
+    const struct {
+        std::vector<std::string> args;
+        std::string out;
+    } kCases[] = {
+        {{}, kUsage},           {{"initsy"}, std::string("command not recognized\n") + kUsage},
+        {{"destroy"}, missing}, {{"destroy", "2", "3"}, missing},
+        {{"status"}, missing},  {{"newvol", "now"}, kUsage},
+    };
+    for (const auto &[args, out] : kCases) {
+        Machine box;
+        std::vector<std::string> line = {"raidtool"};
+        line.insert(line.end(), args.begin(), args.end());
+        const Result result = box.run(line);
+        EXPECT_EQ(result.out, out);
+        EXPECT_EQ(result.exit_status, 1);
+        EXPECT_EQ(box.programs_called(), "");
+    }
+}
+
+TEST(Raidtool, InitsysOnBlankDisks)
+{
+    const struct {
+        const char *keys;
+        int disks;
+        std::string root, swap; // the shell lines behind "mdadm -C /dev/md"
+    } kCases[] = {
+        {"maxdisks=4\n", 2, "0 -e 0.9 -amd -R -l1  -n4 /dev/sda1 /dev/sdb1   missing missing> /dev/null 2>&1",
+         "1 -e 0.9 -amd -R -l1  -n4 /dev/sda2 /dev/sdb2   missing missing> /dev/null 2>&1"},
+        {"maxdisks=4\n", 1, "0 -e 0.9 -amd -R -l1 -f -n4 /dev/sda1   missing missing missing> /dev/null 2>&1",
+         "1 -e 0.9 -amd -R -l1 -f -n4 /dev/sda2   missing missing missing> /dev/null 2>&1"},
+        {"maxdisks=4\nmax_sys_raid_disks=1\n", 1, "0 -e 0.9 -amd -R -l1 -f -n1 /dev/sda1  > /dev/null 2>&1",
+         "1 -e 0.9 -amd -R -l1 -f -n1 /dev/sda2  > /dev/null 2>&1"},
+        {"max_sys_raid_disks=2\n", 3, "0 -e 0.9 -amd -R -l1  -n2 /dev/sda1 /dev/sdb1  > /dev/null 2>&1",
+         "1 -e 0.9 -amd -R -l1  -n2 /dev/sda2 /dev/sdb2  > /dev/null 2>&1"},
+    };
+    for (const auto &[keys, disks, root, swap] : kCases) {
+        Machine box(keys);
+        for (int i = 0; i < disks; i++)
+            box.disk(std::string("sd") + static_cast<char>('a' + i));
+        const Result result = box.run({"raidtool", "initsys"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(box.shell(), "/sbin/mdadm -C /dev/md" + root + "\n/sbin/mdadm -C /dev/md" + swap + "\n");
+        const std::string done = Machine::done(result);
+        for (int i = 0; i < disks; i++)
+            EXPECT_EQ(of_disk(done, std::string("sd") + static_cast<char>('a' + i)),
+                      format_done(std::string("sd") + static_cast<char>('a' + i)));
+        EXPECT_TRUE(
+            result.record.in_order({"sleep 3", "run /sbin/mdadm -C /dev/md0 *", "sleep 3",
+                                    "run /sbin/mdadm -C /dev/md1 *", "log err *system inited on [[]/dev/sda1 *"}) ||
+            result.record.in_order({"sleep 3", "run /sbin/mdadm -C /dev/md0 *", "sleep 3",
+                                    "run /sbin/mdadm -C /dev/md1 *", "log err *system inited on [/dev/sda1 *"}));
+        EXPECT_EQ(result.record.text("run /sbin/mdadm --zero*"), disks == 3
+                                                                     ? "run /sbin/mdadm --zero-superblock /dev/sdc1\n"
+                                                                       "run /sbin/mdadm --zero-superblock /dev/sdc2\n"
+                                                                     : "");
+    }
+}
+
+// Past 255 characters of missing places the text is cut in the middle of a word.
+TEST(Raidtool, InitsysWithManyPlaces)
+{
+    Machine box("max_sys_raid_disks=60\n");
+    box.disk("sda");
+    EXPECT_EQ(box.run({"raidtool", "initsys"}).exit_status, 0);
+    std::string missing;
+    for (int i = 0; i < 31; i++)
+        missing += " missing";
+    EXPECT_TRUE(box.shell().starts_with("/sbin/mdadm -C /dev/md0 -e 0.9 -amd -R -l1 -f -n60 /dev/sda1  " + missing +
+                                        " missin> /dev/null 2>&1\n"))
+        << box.shell();
+}
+
+TEST(Raidtool, InitsysWithoutAUsableDisk)
+{
+    const struct {
+        const char *keys;
+        const char *command;
+        const char *log;
+    } kCases[] = {
+        {"maxdisks=0\n", "initsys", "log err *No disk to create system and swap partition, initsys fail!"},
+        {"", "initsys-dd", "log err *No disk to create system and swap partition, initsys fail!"},
+        {"maxdisks=4\npartition_curr_version=4\n", "initsys",
+         "log err *Failed to create system partition of sda, newlayout=4, errno=0x*"},
+        {"maxdisks=4\n", "initsys-hdseries", "log err *Failed to initsys-system-disk, not member of HD series."},
+    };
+    for (const auto &[keys, command, log] : kCases) {
+        Machine box(keys);
+        box.disk("sda");
+        const Result result = box.run({"raidtool", command});
+        EXPECT_EQ(result.exit_status, 1);
+        EXPECT_EQ(result.record.count(log), 1) << log << "\n" << result.record.text();
+        EXPECT_EQ(box.shell().find("mdadm"), std::string::npos);
+    }
+    Machine none;
+    const Result result = none.run({"raidtool", "initsys"});
+    EXPECT_EQ(result.exit_status, 1);
+    EXPECT_EQ(result.record.count("log err *Failed to find partition layout"), 1);
+}
+
+TEST(Raidtool, InitsysGoesOnWithoutTheDiskThatFails)
+{
+    Machine box;
+    for (const char *name : {"sda", "sdb", "sdc"})
+        box.disk(name);
+    box.program("/sbin/sfdisk", {{.args = "-N2 * /dev/sdb", .exit_status = 5}});
+    box.program("/sbin/mdadm", {{.args = "-C *", .exit_status = 1}}); // is told, and shows later
+    const Result result = box.run({"raidtool", "initsys"});
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_TRUE(result.record.in_order(
+        {"log err *Failed to create system partition of sdb, newlayout=8, errno=0x2A00",
+         "run /sbin/mdadm -C /dev/md0 -e 0.9 -amd -R -l1 -n4 /dev/sda1 /dev/sdc1 missing missing",
+         "log err *Failed to create RAID '/dev/md0' on '/dev/sda1 /dev/sdc1 ' ",
+         "log err *szCmd=*/sbin/mdadm -C /dev/md0 -e 0.9 -amd -R -l1  -n4 /dev/sda1 /dev/sdc1   missing missing> *",
+         "run /sbin/mdadm -C /dev/md1 *"}));
+}
+
+TEST(Raidtool, InitsysWithDd)
+{
+    const struct {
+        int exit_status;
+        const char *out;
+    } kCases[] = {{0, ""}, {3, "system init with norvdd failed\n"}};
+    for (const auto &[exit_status, out] : kCases) {
+        Machine box;
+        box.disk("sda");
+        box.disk("sdb");
+        box.program("/bin/norvdd", {{.exit_status = exit_status}});
+        const Result result = box.run({"raidtool", "initsys-dd"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, out);
+        EXPECT_TRUE(box.shell().starts_with(
+            "/bin/norvdd /dev/sda1 /dev/sdb1  /dev/sda2 /dev/sdb2  > /dev/null 2>&1\n/sbin/mdadm -C /dev/md0"));
+    }
+}
+
+TEST(Raidtool, InitsysHdSeries)
+{
+    Machine box("unique=\"norv_x86_hd60\"\nmax_sys_raid_disks=1\nsupport_install_only_dev=\"yes\"\n");
+    box.disk("sysd1");
+    box.disk("sysd2");
+    const Result result = box.run({"raidtool", "initsys-hdseries"});
+    EXPECT_EQ(result.exit_status, 0);
+    const auto fixed = [](const std::string &disk) {
+        return "/sbin/sfdisk --fast-delete -1 /dev/" + disk + "\n/sbin/sfdisk -M1 /dev/" + disk +
+               "\n/sbin/sfdisk -M1 /dev/" + disk + "\n/sbin/sfdisk -N1 -uS -q -f -j8192 -z209715200 -tfd -F /dev/" +
+               disk + "\n";
+    };
+    EXPECT_EQ(Machine::done(result), fixed("sysd1") + fixed("sysd2") +
+                                         "/sbin/mdadm --zero-superblock /dev/sysd2p1\nsleep 3\n"
+                                         "/sbin/mdadm -C /dev/md0 -e 0.9 -amd -R -l1 -f -n1 /dev/sysd1p1\n");
+    EXPECT_EQ(result.record.count("log err *Success to init system on [/dev/sysd1p1 ]"), 1) << result.record.text();
+}
+
+// What initsys does to each disk tells the type that was found for it.
+TEST(Raidtool, FormatTypes)
+{
+    struct DiskCase {
+        int version;
+        const char *members;
+        char done; // W whole, S system partitions in place, - nothing
+    };
+    const struct {
+        const char *what;
+        std::vector<DiskCase> disks;
+        int made;
+        bool force = false;
+    } kCases[] = {
+        {"of no layout, alone", {{0, "", 'S'}}, 8},
+        {"of no layout beside one that keeps data", {{0, "", '-'}, {8, "123", 'S'}}, 8},
+        {"nothing of ours on it", {{8, "", 'W'}}, 8},
+        {"another layout, not used", {{6, "1", 'W'}}, 8},
+        {"another layout, used", {{6, "13", '-'}, {8, "13", 'S'}}, 8},
+        {"another layout, used as partition 5", {{6, "15", '-'}, {9, "1235", 'S'}}, 9},
+        {"the same layout", {{9, "13", 'S'}}, 9},
+        {"layout 7 for 8", {{7, "123", 'S'}, {8, "3", 'S'}}, 8},
+        {"layout 8 for 7 cannot be", {{7, "3", 'S'}}, 7},
+        {"the oldest layout", {{1, "13", 'W'}}, 1},
+        {"all of it by force", {{8, "13", 'W'}, {0, "", 'W'}}, 8, true},
+    };
+    for (const auto &[what, disks, made, force] : kCases) {
+        SCOPED_TRACE(what);
+        Machine box;
+        for (size_t i = 0; i < disks.size(); i++)
+            box.disk(std::string("sd") + static_cast<char>('a' + i), disks[i].version, disks[i].members);
+        if (force)
+            box.file("/.force_clean_all_disk", "");
+        const Result result = box.run({"raidtool", "initsys"});
+        EXPECT_EQ(result.exit_status, 0);
+        for (size_t i = 0; i < disks.size(); i++) {
+            const std::string name = std::string("sd") + static_cast<char>('a' + i);
+            EXPECT_EQ(of_disk(Machine::done(result), name),
+                      disks[i].done == '-' ? "" : format_done(name, disks[i].done == 'W', made));
+        }
+    }
+}
+
+// A root block that only systems on isolated disks may use.
+TEST(Raidtool, FormatTypeOfAnIncompatibleDisk)
+{
+    for (const int capability : {1, 2}) {
+        Machine box;
+        box.disk("sda", 8, "123");
+        std::string content(300000, '\0');
+        content.replace(256000, 19, "NORVESSA_ROOT_BLOCK");
+        content[256000 + 67] = 3;
+        content.replace(256000 + 68, 8, std::string("\0\0\0\0\0\4\0\0", 8));
+        content[262144 + 103] = static_cast<char>(capability);
+        box.file("/dev/sda", content);
+        const Result result = box.run({"raidtool", "initsys"});
+        EXPECT_EQ(of_disk(Machine::done(result), "sda"), format_done("sda", capability == 2)) << result.record.text();
+    }
+}
+
+// sda's own partitions tell nothing, but "/dev/sdaa3" holds "/dev/sda".
+TEST(Raidtool, FormatTypeGoesByASubstring)
+{
+    Machine box;
+    box.disk("sda", 8);
+    box.disk("sdaa", 8, "3");
+    const Result result = box.run({"raidtool", "initsys"});
+    EXPECT_EQ(result.record.count("run /sbin/mdadm -E /dev/sdaa3"), 1);
+    EXPECT_EQ(of_disk(Machine::done(result), "sda"), format_done("sda", false)) << result.record.text();
+}
+
+// The first disk's question hangs. The other disk is asked at the same time, and when the first child is killed its
+// disk is left alone.
+TEST(Raidtool, DisksAreAskedAtTheSameTimeAndACrashLeavesADiskAlone)
+{
+    Machine box;
+    box.program("/sbin/sfdisk", {{.args = "-l -uS -N2 /dev/sda", .stays = true}});
+    box.disk("sda");
+    box.disk("sdb");
+    Process process = box.start({"raidtool", "initsys"}, {.seconds = 60});
+    ASSERT_TRUE(box.wait_for("run /sbin/sfdisk -l -uS -N2 /dev/sda"));
+    ASSERT_TRUE(box.wait_for("run /sbin/sfdisk -l -uS -N2 /dev/sdb"));
+    EXPECT_EQ(box.record().count("run /sbin/sfdisk -M1 *"), 0);
+    pid_t first_child = INT_MAX; // that of the other disk came later
+    std::vector<pid_t> doomed;
+    for (const Sandbox::Running &running : box.processes())
+        if (running.name == "sfdisk")
+            doomed.push_back(running.pid);
+        else if (running.name == "raidtool" && running.pid != process.pid())
+            first_child = std::min(first_child, running.pid);
+    box.signal(first_child, SIGKILL);
+    for (const pid_t pid : doomed)
+        box.signal(pid, SIGKILL);
+    const Result result = process.wait();
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.record.count("log err *Child exit not normally, pid: * disk: sda"), 1) << result.record.text();
+    EXPECT_EQ(of_disk(Machine::done(result), "sda"), "");
+    EXPECT_EQ(of_disk(Machine::done(result), "sdb"), format_done("sdb"));
+    EXPECT_NE(box.shell().find("-f -n4 /dev/sdb1 "), std::string::npos);
+}
+
+TEST(Raidtool, NoChildLeavesADiskAlone)
+{
+    Machine box;
+    box.disk("sda");
+    box.disk("sdb");
+    box.call({.call = "fork", .error = EAGAIN, .times = 1});
+    const Result result = box.run({"raidtool", "initsys"});
+    EXPECT_EQ(result.record.count("log err *Failed to fork."), 1);
+    EXPECT_EQ(of_disk(Machine::done(result), "sda"), "");
+    EXPECT_EQ(of_disk(Machine::done(result), "sdb"), format_done("sdb"));
+}
+
+TEST(Raidtool, EnumFormatAllDisks)
+{
+    const struct {
+        const char *what, *keys, *command;
+        std::vector<std::pair<int, const char *>> disks; // layout and members
+        const char *out;
+        int exit_status;
+    } kCases[] = {
+        {"blank ones", "", "enumformatalldisks", {{-1, ""}, {-1, ""}}, "1 2 ", 2},
+        {"beside one that keeps data", "", "enumformatalldisks", {{-1, ""}, {8, "123"}, {0, ""}, {8, ""}}, "1 4 ", 2},
+        {"nothing to format", "", "enumformatalldisks", {{8, "123"}}, "", 0},
+        {"all, also another system's",
+         "partition_curr_version=9\n",
+         "enumformatalldisks",
+         {{0, ""}, {-1, ""}},
+         "1 2 ",
+         2},
+        {"one head", "", "enumformatalldisks_indualhead_install", {{-1, ""}}, "1 ", 1},
+        {"no such layout", "", "enumformatalldisks", {}, "", 1},
+    };
+    for (const auto &[what, keys, command, disks, out, exit_status] : kCases) {
+        SCOPED_TRACE(what);
+        Machine box(keys);
+        for (size_t i = 0; i < disks.size(); i++)
+            box.disk(std::string("sd") + static_cast<char>('a' + i), disks[i].first, disks[i].second);
+        const Result result = box.run({"raidtool", command});
+        EXPECT_EQ(result.out, out);
+        EXPECT_EQ(result.exit_status, exit_status);
+        EXPECT_EQ(Machine::done(result), "");
+    }
+}
+
+TEST(Raidtool, EnumFormatOnTwoHeads)
+{
+    const struct {
+        const char *command, *out;
+    } kCases[] = {{"enumformatalldisks", "27 "}, {"enumformatalldisks_indualhead_install", "all"}};
+    for (const auto &[command, out] : kCases) {
+        Machine box("support_dual_head=\"yes\"\nesataportcfg=\"1\"\n");
+        box.disk("sdaa");
+        const Result result = box.run({"raidtool", command});
+        EXPECT_EQ(result.exit_status, 1) << result.record.text();
+        EXPECT_EQ(result.out, out);
+    }
+}
+
+TEST(Raidtool, Newvol)
+{
+    const struct {
+        int disks;
+        std::vector<const char *> flags;
+        const char *out, *command;
+    } kCases[] = {
+        {1, {}, "Creating RAID 1 volume... ", "-l1 -f -n1 /dev/sda3 "},
+        {2, {}, "Creating RAID 1 volume... ", "-l1  -n2 /dev/sda3 /dev/sdb3 "},
+        {3, {}, "Creating RAID 5 volume... ", "-l5  -n3 /dev/sda3 /dev/sdb3 /dev/sdc3 "},
+        {2, {"/tmp/raid.5", "/tmp/raid.0"}, "Creating RAID 0 volume... \n", "-l0  -n2 /dev/sda3 /dev/sdb3 "},
+        {3, {"/tmp/raid.5", "/tmp/raid.1"}, "Creating RAID 1 volume... \n", "-l1  -n3 /dev/sda3 /dev/sdb3 /dev/sdc3 "},
+        {2, {"/tmp/raid.5"}, "Creating RAID 5 volume... \n", "-l5  -n2 /dev/sda3 /dev/sdb3 "},
+    };
+    for (const auto &[disks, flags, out, command] : kCases) {
+        Machine box;
+        std::string made;
+        for (int i = 0; i < disks; i++) {
+            const std::string name = std::string("sd") + static_cast<char>('a' + i);
+            box.disk(name);
+            made += "/sbin/sfdisk --fast-delete 3:128 /dev/" + name +
+                    "\n/sbin/sfdisk -N3 '' -uS -q -f -j260352 -z-1 -tfd -F /dev/" + name + "\n";
+        }
+        for (const char *flag : flags)
+            box.file(flag, "");
+        const Result result = box.run({"raidtool", "newvol"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, out);
+        EXPECT_EQ(box.shell(), std::string("/sbin/mdadm -C /dev/md2 -amd -R ") + command + "> /dev/null 2>&1\n");
+        EXPECT_TRUE(Machine::done(result).starts_with(made)) << Machine::done(result);
+    }
+}
+
+TEST(Raidtool, NewvolFails)
+{
+    const struct {
+        int disks;
+        ProgramRow sfdisk, mdadm;
+        const char *out, *log;
+    } kCases[] = {
+        {0, {}, {}, "No disk to create RAID... ", nullptr},
+        {2,
+         {.args = "-N3 * /dev/sdb", .exit_status = 1},
+         {},
+         "",
+         "log err *Failed to create data partition of /dev/sdb, errno=0x2A00"},
+        {2,
+         {},
+         {.exit_status = 1},
+         "Creating RAID 1 volume... ",
+         "log err *Failed to create RAID '/dev/md2' on '/dev/sda3 /dev/sdb3 ', errno=*"},
+    };
+    for (const auto &[disks, sfdisk, mdadm, out, log] : kCases) {
+        Machine box;
+        box.program("/sbin/sfdisk", {sfdisk});
+        box.program("/sbin/mdadm", {mdadm});
+        for (int i = 0; i < disks; i++)
+            box.disk(std::string("sd") + static_cast<char>('a' + i));
+        const Result result = box.run({"raidtool", "newvol"});
+        EXPECT_EQ(result.exit_status, 1);
+        EXPECT_EQ(result.out, out);
+        EXPECT_TRUE(log == nullptr || result.record.count(log) == 1) << result.record.text();
+    }
+}
+
+// An array as the kernel tells of it.
+struct ArrayCase {
+    std::uint32_t level;
+    std::vector<std::pair<const char *, const char *>> members; // name and state
+};
+void array_make(Sandbox &box, const ArrayCase &array)
+{
+    box.device("/dev/md2", 3ULL << 20);
+    std::vector<std::uint32_t> info(18);
+    info[0] = 1;
+    info[1] = 2;
+    info[4] = array.level;
+    info[5] = 1024;
+    info[7] = 3;
+    box.request({.device = "/dev/md2", .request = 0x80480911, .bytes = words(info)});
+    for (const auto &[name, state] : array.members) {
+        const std::string folder = std::string("/sys/block/md2/md/dev-") + name;
+        box.file(folder + "/state", std::string(state) + "\n");
+        box.file(folder + "/slot", std::string(state) == "spare" ? "none\n" : "1\n");
+    }
+}
+
+TEST(Raidtool, StatusByTheDriver)
+{
+    const struct {
+        std::uint32_t level, status;
+        std::vector<std::uint64_t> rebuild;
+        const char *head;
+    } kCases[] = {
+        {1, 0, {0, 0, 0}, "NORMAL, rebuilding: None\nDevice level: RAID 1"},
+        {5, 1, {1, 0, 800}, "DEGRADE, rebuilding: Waiting...\nDevice level: RAID 5"},
+        {6, 1, {1, 7, 800}, "DEGRADE, rebuilding: Progressing...[\nDevice level: RAID 6"},
+        {10, 2, {0, 0, 0}, "CRASHED, rebuilding: None\nDevice level: RAID_10"},
+        {static_cast<std::uint32_t>(-1), 3, {0, 0, 0}, "CRASHED, rebuilding: None\nDevice level: JBOD"},
+        {45, 0, {0, 0, 0}, "NORMAL, rebuilding: None\nDevice level: RAID_F1"},
+        {0, 0, {0, 0, 0}, "NORMAL, rebuilding: None\nDevice level: RAID 0"},
+        {7, 0, {0, 0, 0}, "NORMAL, rebuilding: None\nDevice level: "},
+    };
+    for (const auto &[level, status, rebuild, head] : kCases) {
+        Machine box;
+        array_make(box, {level, {{"sda3", "in_sync"}, {"sdb3", "error"}, {"sdc3", "spare"}, {"sdd3", "spare,x"}}});
+        box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words(rebuild)});
+        box.request({.device = "/dev/md2", .request = 0x80040961, .bytes = words({status})});
+        const Result result = box.run({"raidtool", "status", "2"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, std::string("/dev/md2 is running, status: ") + head +
+                                  "\nDevice size: 3 MB (3145728 bytes) \nDisk: \n\t [/dev/sdd3: Rebuilding]\n"
+                                  "\t [/dev/sdc3: Spare Disk]\n\t [/dev/sdb3: Failed(Which ma]\n"
+                                  "\t [/dev/sda3: Normal]\n\n");
+    }
+}
+
+// A kernel without the two requests: the same from its files.
+TEST(Raidtool, StatusByTheKernelsFiles)
+{
+    const struct {
+        std::uint32_t level;
+        const char *state, *degraded, *action, *completed;
+        std::vector<std::pair<const char *, const char *>> members;
+        const char *words;
+    } kCases[] = {
+        // Free places of a mirror are no loss.
+        {1, "clean", "2", "idle", "none", {{"sda1", "in_sync"}}, "NORMAL, rebuilding: None"},
+        {1,
+         "active",
+         "2",
+         "recover",
+         "8 / 80",
+         {{"sda1", "in_sync"}, {"sdb1", "spare,x"}},
+         "DEGRADE, rebuilding: Progressing...["},
+        {1,
+         "active",
+         "1",
+         "resync",
+         "delayed",
+         {{"sda1", "in_sync"}, {"sdb1", "faulty"}},
+         "DEGRADE, rebuilding: Waiting..."},
+        {1, "active", "2", "idle", "none", {{"sda1", "faulty"}}, "CRASHED, rebuilding: None"},
+        {5, "clean", "1", "idle", "none", {{"sda1", "in_sync"}}, "DEGRADE, rebuilding: None"},
+        {5, "active", "2", "frozen", "none", {{"sda1", "in_sync"}}, "CRASHED, rebuilding: None"},
+        {0, "broken", nullptr, nullptr, nullptr, {{"sda1", "in_sync"}}, "CRASHED, rebuilding: None"},
+        {0, "clean", nullptr, nullptr, nullptr, {{"sda1", "in_sync"}}, "NORMAL, rebuilding: None"},
+    };
+    for (const auto &row : kCases) {
+        Machine box;
+        array_make(box, {row.level, row.members});
+        const std::pair<const char *, const char *> kFiles[] = {{"array_state", row.state},
+                                                                {"degraded", row.degraded},
+                                                                {"sync_action", row.action},
+                                                                {"sync_completed", row.completed}};
+        for (const auto &[name, text] : kFiles)
+            if (text != nullptr)
+                box.file(std::string("/sys/block/md2/md/") + name, std::string(text) + "\n");
+        const Result result = box.run({"raidtool", "status", "2"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_TRUE(result.out.starts_with(std::string("/dev/md2 is running, status: ") + row.words + "\n"))
+            << result.out;
+    }
+}
+
+TEST(Raidtool, AnArrayThatIsNotThere)
+{
+    const struct {
+        bool node;
+        unsigned long request; // that fails
+        int error;
+        const char *log;
+        int again; // the unused question
+    } kCases[] = {
+        {false, 0, 0, nullptr, 0},
+        {true, 0x80480911, ENODEV, nullptr, 1},
+        {true, 0x80480911, EINTR, nullptr, 0},
+        {true, 0x80180960, ENODEV, nullptr, 0},
+        {true, 0x80040961, EIO, nullptr, 1},
+        {true, 0x80040961, 0, "log debug *unknown raid status, status=9", 1},
+    };
+    for (const auto &[node, request, error, log, again] : kCases) {
+        for (const bool destroy : {false, true}) {
+            Machine box;
+            box.program("/sbin/pvs");
+            if (node) {
+                box.request(
+                    {.device = "/dev/md2", .request = request, .bytes = error == 0 ? words({9}) : "", .error = error});
+                array_make(box, {1, {{"sda1", "in_sync"}}});
+                box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words({0, 0, 0})});
+            }
+            const Result result = box.run({"raidtool", destroy ? "destroy" : "status", "2"});
+            EXPECT_EQ(result.exit_status, destroy ? 0 : 1) << request;
+            EXPECT_EQ(result.out, destroy ? "Not found /dev/md2 \n" : "RAID /dev/md2 is not found\n");
+            EXPECT_EQ(result.record.count("ioctl /dev/md2 0x80040961*"), again) << result.record.text();
+            EXPECT_TRUE(log == nullptr || result.record.count(log) == 1) << result.record.text();
+            EXPECT_EQ(box.calls("/sbin/mdadm").size(), 0U);
+        }
+    }
+}
+
+// A volume with a mounted snapshot; the array stops at the third try; swap carries the same UUID and is left alone.
+TEST(Raidtool, Destroy)
+{
+    Machine box;
+    box.leaves({"semaphore *", "/run/space/lock/*"});
+    box.directory("/run/space/lock");
+    box.directory("/mnt/snap shot");
+    box.file("/proc/mounts", "box / tmpfs rw 0 0\n/dev/vg1/lvs1 /mnt/snap\\040shot ext4 rw 0 0\n"
+                             "/dev/vg1/lvs2 /aufs aufs rw 0 0\n/dev/vg1/lv /volume1 ext4 rw 0 0\n");
+    for (const char *program : {"/bin/umount", "/sbin/lvremove", "/sbin/pvremove"})
+        box.program(program);
+    box.program("/sbin/vgremove", {{.exit_status = 5}});
+    box.program("/sbin/pvs", {{.output = "  /dev/md2:vg1:lv:\n"}});
+    box.program("/sbin/mdadm", {{.args = "-S *", .error = "busy\n", .exit_status = 1, .times = 2}});
+    const std::string same = "Array UUID : here\n";
+    for (const char *partition : {"sda1", "sda2", "sda3", "sdb3"})
+        box.program("/sbin/mdadm", {{.args = std::string("-E /dev/") + partition,
+                                     .output = partition == std::string("sdb3") ? "UUID : other\n" : same}});
+    array_make(box, {5, {{"sda3", "in_sync"}}});
+    box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words({0, 0, 0})});
+    box.request({.device = "/dev/md2", .request = 0x80040961, .bytes = words({0})});
+    box.file("/proc/partitions", "major minor  #blocks  name\n\n 8 0 9 sda\n 8 1 9 sda1\n 8 2 9 sda2\n 8 3 9 sda3\n"
+                                 " 8 19 9 sdb3\n 9 2 9 md2\n");
+    box.file("/usr/norv/etc/datascrubbing.conf", "[md2]\na=1\n[md3]\na=2\n");
+    box.file("/run/space/datascrubbingmd.conf", "datascrubbingmdlist=\"md2,md3\"\n");
+
+    const Result result = box.run({"raidtool", "destroy", "2"});
+
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(result.record.in_order({
+        "run /sbin/pvs -o pv_name,vg_name,lv_name,origin --noheading --separator :",
+        "run /bin/umount -R -A -k '/mnt/snap shot'",
+        "sleep 1",
+        "run /sbin/lvremove -f /dev/vg1/lvs1",
+        "run /sbin/lvremove -f /dev/vg1/lv",
+        "run /sbin/vgremove -f /dev/vg1",
+        "log debug *Failed to /sbin/vgremove -f /dev/vg1",
+        "run /sbin/pvremove -f /dev/md2",
+        "run /sbin/mdadm -S /dev/md2",
+        "log info *SpaceCommand:command=\"/sbin/mdadm -S /dev/md2\" Error=\"busy \"",
+        "log debug *Fail to stop [/dev/md2], try again",
+        "sleep 1",
+        "run /sbin/mdadm -S /dev/md2",
+        "sleep 1",
+        "run /sbin/mdadm -S /dev/md2",
+        "log warning *[Info] clean RAID superblock of /dev/md2",
+        "log warning *[Info] Clean RAID superblock on '/dev/sda1'",
+        "run /sbin/mdadm --zero-superblock /dev/sda1",
+        "log warning *[Info] Clean RAID superblock on '/dev/sda3'",
+        "run /sbin/mdadm --zero-superblock /dev/sda3",
+        "run /bin/mkdir -p /run/space/lock",
+    }));
+    EXPECT_EQ(result.record.count("run /sbin/mdadm -E /dev/sda2"), 0);
+    EXPECT_EQ(result.record.count("run /sbin/mdadm --zero*"), 2);
+    EXPECT_EQ(result.record.count("run /bin/umount*"), 1);
+    EXPECT_FALSE(box.exists("/mnt/snap shot"));
+    EXPECT_EQ(box.read_file("/usr/norv/etc/datascrubbing.conf"), "[md3]\na=2\n");
+    EXPECT_EQ(box.read_file("/run/space/datascrubbingmd.conf"), "datascrubbingmdlist=\"md3\"\n");
+    EXPECT_EQ(box.mode("/run/space/lock/action_data_scrubbing_conf.lock"), 0644U);
+}
+
+TEST(Raidtool, DestroyGivesUp)
+{
+    Machine box;
+    box.program("/sbin/pvs", {{.output = "  /dev/md2:vg1:lv:\n"}});
+    box.remove("/proc/mounts");
+    box.program("/sbin/mdadm", {{.args = "-S *", .exit_status = 1}});
+    array_make(box, {1, {{"sda3", "in_sync"}}});
+    box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words({0, 0, 0})});
+    box.request({.device = "/dev/md2", .request = 0x80040961, .bytes = words({0})});
+    const Result result = box.run({"raidtool", "destroy", "2"});
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.out, "Found LVM on /dev/md2, remove it \n");
+    EXPECT_TRUE(
+        result.record.in_order({"log debug *Failed to open /proc/mounts", "sleep 3", "run /sbin/mdadm -S /dev/md2",
+                                "sleep 1", "run /sbin/mdadm -S /dev/md2", "sleep 1", "run /sbin/mdadm -S /dev/md2",
+                                "log debug *Reach RAID stop retry limit"}));
+    EXPECT_EQ(result.record.count("run /sbin/mdadm -S*"), 3);
+}
+
+} // namespace
