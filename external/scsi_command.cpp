@@ -119,15 +119,22 @@ int ata_command(int fd, const AtaCommand &command, std::span<uint8_t> answer)
 
 int ata_command_registers(int fd, const AtaCommand &command)
 {
-    constexpr uint8_t kDescriptorCode = 9; // SAT-4, table 210: ATA Status Return
-    uint8_t cdb[kCdbBytes], sense[64], registers[14] = {};
+    constexpr uint8_t kDescriptorCode = 9; // SAT-4, 12.2.2.7: ATA Status Return
+    constexpr uint8_t kFixedFormat = 0x70; // SAT-4, 12.2.2.8, with ATA PASS-THROUGH INFORMATION AVAILABLE
+    constexpr uint8_t kAtaInformation = 0x1d;
+    uint8_t cdb[kCdbBytes], sense[64] = {}, registers[14] = {};
     ata_cdb(command, false, cdb);
     const int result =
         sg_ll_ata_pt(fd, cdb, static_cast<int>(sizeof(cdb)), kCommandSeconds, nullptr, nullptr, 0, sense,
                      static_cast<int>(sizeof(sense)), registers, static_cast<int>(sizeof(registers)), nullptr, 0);
-    if ((result != 0 && result != SG_LIB_CAT_RECOVERED) || registers[0] != kDescriptorCode)
+    // The registers come as sense data; a result above 0 then is the SCSI status. Some adapters use the fixed format.
+    if (result < 0)
         return fail(kErrSystemCall);
-    return registers[11] << 8 | registers[9];
+    if (registers[0] == kDescriptorCode)
+        return registers[11] << 8 | registers[9];
+    const bool is_fixed =
+        result > 0 && (sense[0] & 0x7f) == kFixedFormat && sense[12] == 0 && sense[13] == kAtaInformation;
+    return is_fixed ? sense[11] << 8 | sense[10] : static_cast<int>(fail(kErrSystemCall));
 }
 
 void field_text(std::span<const uint8_t> field, char *text, size_t size)
