@@ -1,0 +1,83 @@
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "install/curl_library.h"
+#include "install/disk_rule_update.h"
+#include "lib/report.h"
+
+static constexpr long kConnectSeconds = 30, kSeconds = 120, kRedirectionsMax = 5;
+static constexpr size_t kRoomMin = 4096;
+
+namespace
+{
+
+struct Receiver {
+    FileText *text;
+    size_t bytes_max;
+    bool is_over; // there was more than that
+};
+
+// libcurl takes any other count than it gave for a failure.
+size_t bytes_receive(char *bytes, size_t size, size_t count, void *context)
+{
+    auto *receiver = static_cast<Receiver *>(context);
+    FileText *text = receiver->text;
+    const size_t added = size * count, total = text->size + added;
+    if (total > receiver->bytes_max) {
+        receiver->is_over = true;
+        return 0;
+    }
+    if (total + 1 > text->room) {
+        const size_t room = std::max({total + 1, text->room * 2, kRoomMin});
+        char *grown = static_cast<char *>(realloc(text->bytes.get(), room));
+        if (grown == nullptr)
+            return 0;
+        static_cast<void>(text->bytes.release());
+        text->bytes.reset(grown);
+        text->room = room;
+    }
+    memcpy(text->bytes.get() + text->size, bytes, added);
+    text->size = total;
+    return added;
+}
+
+bool options_set(const CurlLibrary &curl, CURL *handle, const char *url, Receiver *receiver)
+{
+    const auto set = [&curl, handle](CURLoption option, auto value) {
+        return curl.easy_setopt(handle, option, value) == CURLE_OK;
+    };
+    return set(CURLOPT_URL, url) && set(CURLOPT_PROTOCOLS_STR, "https") && set(CURLOPT_REDIR_PROTOCOLS_STR, "https") &&
+           set(CURLOPT_FOLLOWLOCATION, 1L) && set(CURLOPT_MAXREDIRS, kRedirectionsMax) &&
+           set(CURLOPT_FAILONERROR, 1L) && set(CURLOPT_CONNECTTIMEOUT, kConnectSeconds) &&
+           set(CURLOPT_TIMEOUT, kSeconds) && set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_WRITEFUNCTION, &bytes_receive) &&
+           set(CURLOPT_WRITEDATA, receiver);
+}
+
+} // namespace
+
+int https_get(const char *url, size_t bytes_max, FileText *text, char *why, size_t why_size)
+{
+    const CurlLibrary *curl = curl_library();
+    CURL *handle = curl == nullptr ? nullptr : curl->easy_init();
+    if (handle == nullptr) {
+        snprintf(why, why_size, "%s: libcurl is not available", url);
+        return fail(kErrOpen);
+    }
+    text->size = 0;
+    Receiver receiver = {.text = text, .bytes_max = bytes_max, .is_over = false};
+    CURLcode result = CURLE_BAD_FUNCTION_ARGUMENT;
+    if (options_set(*curl, handle, url, &receiver))
+        result = curl->easy_perform(handle);
+    curl->easy_cleanup(handle);
+    if (receiver.is_over) {
+        snprintf(why, why_size, "%s: more than %zu bytes", url, bytes_max);
+        return fail(kErrBufferTooSmall);
+    }
+    if (result != CURLE_OK) {
+        snprintf(why, why_size, "%s: %s", url, curl->easy_strerror(result));
+        return fail(kErrNetwork);
+    }
+    return 0;
+}
