@@ -2,8 +2,8 @@
 #include <getopt.h>
 
 #include "applets/applets.h"
-#include "applets/not_built_in.h"
 #include "lib/report.h"
+#include "swap/swap.h"
 
 static constexpr option kOptions[] = {
     {"on", required_argument, nullptr, 'n'},
@@ -26,9 +26,17 @@ int norv_swap_ctl_main(int argc, char *argv[])
         NORV_LOG(LOG_ERR, "%s(%d): Invalid arguments", "norv_swap_ctl", __LINE__);
         return -1;
     }
-    if (chosen == -1 || chosen == '?') {
+    switch (chosen) {
+    case 'n':
+        return swap_make_and_on(optarg, 0);
+    case 'f':
+        return swap_off(optarg);
+    case 't':
+        return swap_start();
+    case 'p':
+        return swap_stop();
+    default:
         puts(kUsage);
         return -1;
     }
-    return not_built_in(argc, argv);
 }

@@ -23,11 +23,21 @@ using UniqueJson = Unique<json_object *, nullptr, unique_json_put>;
 // Sets the state and writes the file. Returns 0; -1, logged, with 0x0b00 or 0x0200.
 [[nodiscard]] int swap_json_file_write(json_object *object, const char *state);
 
+// The state file under its lock. Members go in reverse order: the lock is given back last.
+struct SwapStateFile {
+    UniqueFd lock;
+    UniqueJson object;
+};
+// Waits for the lock and reads the file. Returns 0; -1, logged.
+[[nodiscard]] int swap_state_open(SwapStateFile *file);
+
 // The text of the key "state" or "Filename", owned by the object. NULL for any other key, logged, with 0x0d00, and
 // with 0x2000 when the object has no such text.
 [[nodiscard]] const char *swap_json_get(json_object *object, const char *key);
 
-// Whether the state is `wanted`. Returns 0; -1, logged, with 0x4000.
+// Whether the state is `wanted`.
+[[nodiscard]] bool swap_state_is(json_object *object, const char *wanted);
+// The same where it must be. Returns 0; -1, logged, with 0x4000.
 [[nodiscard]] int swap_state_check(json_object *object, const char *wanted);
 
 // The lines of /proc/swaps, an array of objects: names from its first line, values as texts. NULL with 0x0900, 0x0200.

@@ -24,3 +24,9 @@ int zram_cores_print();
 [[nodiscard]] int zram_start();
 // Swaps off those that are on. What a device refuses is passed over.
 void zram_stop();
+
+// The path of a device: "/dev/zram0".
+struct ZramPath {
+    char text[32];
+};
+[[nodiscard]] ZramPath zram_path(int index);

@@ -67,6 +67,7 @@
     X(mkdir, "so")                                                                                                     \
     X(rmdir, "s")                                                                                                      \
     X(chmod, "so")                                                                                                     \
+    X(mknod, "sox")                                                                                                    \
     X(fork, "")                                                                                                        \
     X(kill, "dd")                                                                                                      \
     X(socket, "ddd")                                                                                                   \

@@ -186,6 +186,11 @@ WRAPPER int chmod(const char *path, mode_t mode)
     return (int)WATCHED(RAW(chmod, path, mode), chmod, path, NULL, mode);
 }
 
+WRAPPER int mknod(const char *path, mode_t mode, dev_t device)
+{
+    return (int)WATCHED(RAW(mknod, path, mode, device), mknod, path, NULL, mode, (int64_t)device);
+}
+
 WRAPPER int kill(pid_t pid, int number)
 {
     return (int)WATCHED(RAW(kill, pid, number), kill, NULL, NULL, pid, number);

@@ -1,0 +1,52 @@
+#include "zram/zram.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+#include "tests/support/private_root.h"
+
+namespace
+{
+
+constexpr std::uint64_t kMiB = 1 << 20, kGiB = kMiB << 10, kTiB = kGiB << 10;
+
+TEST(Zram, Size)
+{
+    const struct {
+        std::uint64_t memory, cores, mib;
+    } kCases[] = {
+        {8 * kGiB, 4, 1229},            // 1228.8
+        {100 * kMiB, 1, 61},            // even where the share is whole MiB
+        {kMiB, 1, 0},                   // less than one
+        {5 * kTiB / 3 + 1, 1, 1 << 20}, // whole TiB
+        {10 * kTiB / 3 + kMiB, 2, 1 << 20},
+        {5 * kTiB / 3 + 2 * kMiB, 1, (1 << 20) + 2},
+    };
+    for (const auto &[memory, cores, mib] : kCases)
+        EXPECT_EQ(zram_size(memory, static_cast<std::uint32_t>(cores)), mib * kMiB) << memory << " / " << cores;
+}
+
+TEST(Zram, Cores)
+{
+    if (!PrivateRoot::allowed())
+        GTEST_SKIP() << "no namespaces here";
+    const std::string kLong(150, 'x');
+    const struct {
+        std::string text;
+        int cores;
+    } kCases[] = {
+        {"processor\t: 0\ncpu cores\t: 6\nprocessor\t: 1\ncpu cores\t: 4\n", 6},
+        {"processor\t: 0\n\nprocessor\t: 1\n", 2},
+        {"processor\t: 0\ncpu cores\t:\nprocessor\t: 1\ncpu cores\t: 3", 3},
+        {"flags : " + kLong + "cpu cores : 5\n" + "processor : 0\n", 5}, // a long line is several
+        {"model name : processor of a name\n", 1},
+        {"", -1},
+    };
+    const PrivateRoot root;
+    for (const auto &[text, cores] : kCases) {
+        root.write("/proc/cpuinfo", text);
+        EXPECT_EQ(root.run([] { return zram_cores_get(); }), cores) << text;
+    }
+}
+
+} // namespace
