@@ -1,0 +1,73 @@
+// norvcleanpartition on machines with disks of several classes. No disk is real.
+#include <gtest/gtest.h>
+#include <string>
+
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+// Internal sda and sdc, USB sdb, an expansion unit's sdea, and a name that does not fit. sdd hangs on a hub.
+void machine_make(Sandbox &box, const std::string &keys)
+{
+    box.file("/etc.defaults/norvinfo.conf",
+             "internalportcfg=\"0x5\"\nusbportcfg=\"0x2\"\nesataportcfg=\"0x10\"\n" + keys);
+    for (const char *name : {"sda", "sdb", "sdc", "sdd", "sdea", "sysd12345678"})
+        box.directory(std::string("/sys/block/") + name);
+    for (const char *program : {"/bin/dd", "/sbin/mdadm"})
+        box.program(program);
+    box.compress_sleeps();
+    box.leaves({"/tmp/norv_swap_ctl.lock", "/tmp/norv_swap_status.json"});
+}
+
+std::string wiped(const std::string &path)
+{
+    return "run /bin/sh -c 'dd if=/dev/zero of=/dev/" + path + " bs=1M count=1 1>/dev/null 2>&1'";
+}
+
+// The record without the programs that a shell line runs and without the log.
+std::string steps(const Result &result)
+{
+    std::string lines;
+    for (const std::string &line : result.record.lines)
+        if (line.starts_with("run ") && !line.starts_with("run /bin/dd"))
+            lines += line + "\n";
+    return lines;
+}
+
+TEST(CleanPartition, WipesClassByClass)
+{
+    const struct {
+        const char *keys;
+        bool raid;
+    } kCases[] = {{"supportraid=\"yes\"\n", true}, {"supportraid=\"Yes\"\n", false}};
+    for (const auto &[keys, raid] : kCases) {
+        Sandbox box;
+        machine_make(box, keys);
+        box.program("/sbin/mdadm", {{.args = "--zero-superblock /dev/sdc", .exit_status = 2}});
+        const Result result = box.run({"norvcleanpartition"});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, "");
+        const auto zeroed = [=](const std::string &name) {
+            return raid ? "run /sbin/mdadm --zero-superblock /dev/" + name + "\n" : std::string();
+        };
+        EXPECT_EQ(steps(result), (raid ? std::string("run /sbin/mdadm -S /dev/md0\n") : std::string()) + wiped("sda") +
+                                     "\n" + wiped("sdc") + "\n" + zeroed("sdc") + wiped("sdea") + "\n" +
+                                     zeroed("sdea") + wiped("sdb") + "\n" + zeroed("sdb") + wiped("sysd123456") + "\n" +
+                                     zeroed("sysd123456"));
+        EXPECT_EQ(result.record.count("log err *Failed to zero RAID superblock '/dev/sdc'"), raid ? 1 : 0);
+    }
+}
+
+TEST(CleanPartition, GoesOnWhenSwapDoesNotStop)
+{
+    Sandbox box;
+    machine_make(box, "supportraid=\"yes\"\n");
+    box.file("/tmp/norv_swap_status.json", "no state");
+    const Result result = box.run({"norvcleanpartition"});
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_TRUE(result.record.in_order(
+        {"run /sbin/mdadm -S /dev/md0", "log err *Fail to swap stop!", wiped("sda"), "run /bin/dd *"}));
+}
+
+} // namespace
