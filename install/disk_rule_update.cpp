@@ -197,8 +197,9 @@ int disk_rule_update(DiskRuleUpdate *update)
     const ScopedLock lock(kLockPath, kLockSeconds);
     if (!lock.held())
         return fault(update, kErrLockTimeout, "%s: another update runs, or the lock cannot be had", kLockPath);
-    if (mkdir(kDiskRuleFolder, 0755) != 0 && errno != EEXIST)
-        return fault(update, kErrOpen, "%s: %s", kDiskRuleFolder, strerror(errno));
+    for (const char *path : {"/var/lib", kDiskRuleFolder})
+        if (mkdir(path, 0755) != 0 && errno != EEXIST)
+            return fault(update, kErrOpen, "%s: %s", path, strerror(errno));
     const UniqueFd folder(open(kDiskRuleFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder)
         return fault(update, kErrOpen, "%s: %s", kDiskRuleFolder, strerror(errno));

@@ -1,0 +1,212 @@
+// The update of the disk rules, against a true HTTPS server in the box.
+#include <cerrno>
+#include <gtest/gtest.h>
+#include <mbedtls/md5.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+constexpr char kFolder[] = "/var/lib/disk-compatibility/";
+constexpr char kServer[] = "https://127.0.0.1:8443/";
+constexpr char kTrusted[] = "/etc/ssl/certs/ca-certificates.crt";
+
+std::string database(const std::string &version, const std::string &rules = "")
+{
+    return R"({"format": 1, "version": ")" + version + R"(", "default": {"selectable": true}, "rules": [)" + rules +
+           "]}\n";
+}
+
+std::string md5(const std::string &text)
+{
+    unsigned char digest[16];
+    mbedtls_md5_ret(reinterpret_cast<const unsigned char *>(text.data()), text.size(), digest);
+    std::string shown;
+    for (const unsigned char byte : digest)
+        shown += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
+    return shown;
+}
+
+void loopback_up(const Sandbox &box)
+{
+    const int fd = box.socket(AF_INET, SOCK_DGRAM);
+    ifreq request = {};
+    request.ifr_name[0] = 'l';
+    request.ifr_name[1] = 'o';
+    request.ifr_flags = IFF_UP;
+    EXPECT_EQ(ioctl(fd, SIOCSIFFLAGS, &request), 0);
+    close(fd);
+}
+
+// A box with a server at 127.0.0.1:8443 that serves the files of /feed and whose certificate is trusted.
+class DiskRuleUpdate : public testing::Test
+{
+  protected:
+    DiskRuleUpdate()
+    {
+        box_.leaves({"/var/lock/disk_rule_update.lock", "/var/lib", "/var/lib/disk-compatibility",
+                     "/var/lib/disk-compatibility/*_rule.db"}); // and nothing half-made
+        server_set(kServer);
+    }
+
+    // False where the host lacks what the server needs; the test has then been skipped.
+    bool server_start()
+    {
+        if (access("/usr/bin/openssl", X_OK) != 0 || access("/usr/lib/x86_64-linux-gnu/libcurl.so.4", R_OK) != 0)
+            return false;
+        loopback_up(box_);
+        box_.host_program("/usr/bin/openssl");
+        box_.file("/feed/openssl.cnf", "[req]\ndistinguished_name=dn\n[dn]\n");
+        const Result made = box_.run({"/usr/bin/openssl",
+                                      "req",
+                                      "-config",
+                                      "/feed/openssl.cnf",
+                                      "-x509",
+                                      "-newkey",
+                                      "ec",
+                                      "-pkeyopt",
+                                      "ec_paramgen_curve:prime256v1",
+                                      "-nodes",
+                                      "-subj",
+                                      "/CN=box",
+                                      "-addext",
+                                      "subjectAltName=IP:127.0.0.1",
+                                      "-days",
+                                      "2",
+                                      "-keyout",
+                                      "/feed/key.pem",
+                                      "-out",
+                                      "/feed/certificate.pem"},
+                                     {.leaves = {"/feed/*"}});
+        EXPECT_EQ(made.exit_status, 0) << made.err;
+        box_.file(kTrusted, box_.read_file("/feed/certificate.pem"));
+        server_ = box_.start(
+            {"/usr/bin/openssl", "s_server", "-accept", "8443", "-WWW", "-cert", "certificate.pem", "-key", "key.pem"},
+            {.cwd = "/feed", .seconds = 120, .leaves = {"/feed/*"}});
+        for (int i = 0; i < 1000 && server_->out().find("ACCEPT") == std::string::npos; i++)
+            usleep(20000);
+        return true;
+    }
+    void server_set(const std::string &url)
+    {
+        box_.file("/etc.defaults/norvinfo.conf", "disk_rule_server=\"" + url + "\"\n");
+    }
+    void feed(const std::string &host, const std::string &unit)
+    {
+        box_.file("/feed/host_rule.db", host);
+        box_.file("/feed/eunit_rule.db", unit);
+        box_.file("/feed/disk_rules.md5", md5(host) + "  host_rule.db\n" + md5(unit) + "  eunit_rule.db\n");
+    }
+    [[nodiscard]] std::string in_place() const
+    {
+        std::string shown;
+        for (const std::string &name : box_.list(kFolder))
+            shown += name + " " + md5(box_.read_file(kFolder + name)) + "\n";
+        return shown;
+    }
+    static std::string placed(const std::string &host, const std::string &unit)
+    {
+        return "eunit_rule.db " + md5(unit) + "\nhost_rule.db " + md5(host) + "\n";
+    }
+    void TearDown() override
+    {
+        if (!server_)
+            return;
+        server_->signal(SIGKILL);
+        static_cast<void>(server_->wait());
+    }
+
+    Sandbox box_;
+    std::optional<Process> server_{};
+};
+
+TEST_F(DiskRuleUpdate, BringsBothDatabasesOrNone)
+{
+    if (!server_start())
+        GTEST_SKIP() << "no openssl or no libcurl here";
+    const std::string rule = R"({"model": "A*", "action": {"selectable": false}})";
+    const std::string host1 = database("1"), unit1 = database("1", rule), host2 = database("2", rule);
+
+    feed(host1, unit1);
+    Result result = box_.run({"norvdiskupdatehclport"});
+    EXPECT_EQ(result.exit_status, 0) << result.err;
+    EXPECT_EQ(result.out, "host_rule.db: updated to version 1\neunit_rule.db: updated to version 1\n");
+    EXPECT_EQ(in_place(), placed(host1, unit1));
+
+    const std::string bad = database("2", R"({"modle": "A*", "action": {"selectable": false}})");
+    const std::string large = database("2") + std::string(1 << 20, ' ');
+    const struct {
+        std::string host, unit;
+        std::string list;  // in place of the right one
+        std::string fault; // in the message
+    } refused[] = {
+        {host2, bad, "", "eunit_rule.db: rule 1: unknown key modle"},
+        {host2, large, "", "more than 1048576 bytes"},
+        {host2, unit1, md5(host1 + " ") + "  host_rule.db\n" + md5(unit1) + "  eunit_rule.db\n",
+         "host_rule.db: checksum"},
+        {host2, unit1, "<html>", "not a list of the checksums"},
+    };
+    for (const auto &row : refused) {
+        feed(row.host, row.unit);
+        if (!row.list.empty())
+            box_.file("/feed/disk_rules.md5", row.list);
+        result = box_.run({"norvdiskupdatehclport"});
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_EQ(result.out, "");
+        EXPECT_NE(result.err.find(row.fault), std::string::npos) << result.err;
+        EXPECT_NE(result.log_text().find(row.fault), std::string::npos) << result.log_text();
+        EXPECT_EQ(in_place(), placed(host1, unit1));
+    }
+
+    feed(host2, unit1);
+    box_.call({.call = "fsync", .error = EIO, .times = 1});
+    result = box_.run({"norvdiskupdatehclport"});
+    EXPECT_EQ(result.exit_status, 255);
+    EXPECT_EQ(in_place(), placed(host1, unit1));
+
+    result = box_.run({"norvdiskupdatehclport"});
+    EXPECT_EQ(result.exit_status, 0) << result.err;
+    EXPECT_EQ(result.out, "host_rule.db: updated to version 2\neunit_rule.db: up to date\n");
+    EXPECT_EQ(in_place(), placed(host2, unit1));
+
+    // A file in place that is damaged is fetched anew; one that nobody vouches for is not asked.
+    box_.file(std::string(kFolder) + "host_rule.db", "{");
+    result = box_.run({"norvdiskupdatehclport"});
+    EXPECT_EQ(result.exit_status, 0) << result.err;
+    EXPECT_EQ(in_place(), placed(host2, unit1));
+    box_.file(kTrusted, "");
+    result = box_.run({"norvdiskupdatehclport"});
+    EXPECT_EQ(result.exit_status, 255);
+    EXPECT_NE(result.err.find("https://127.0.0.1:8443/disk_rules.md5: "), std::string::npos) << result.err;
+    EXPECT_EQ(in_place(), placed(host2, unit1));
+}
+
+TEST_F(DiskRuleUpdate, RefusesWhatItCannotTrust)
+{
+    const std::string host = database("1");
+    box_.file(std::string(kFolder) + "host_rule.db", host);
+    const struct {
+        const char *url, *fault;
+    } cases[] = {
+        {"http://127.0.0.1:8443", "http://127.0.0.1:8443: does not begin with https://"},
+        {"file:///feed", "does not begin with https://"},
+        {"https://127.0.0.1:8443", "https://127.0.0.1:8443/disk_rules.md5: "}, // nobody listens
+    };
+    for (const auto &row : cases) {
+        server_set(row.url);
+        const Result result = box_.run({"norvdiskupdatehclport"});
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_NE(result.err.find(row.fault), std::string::npos) << result.err;
+        EXPECT_EQ(in_place(), "host_rule.db " + md5(host) + "\n");
+    }
+    const Result result = box_.run({"norvdiskupdatehclport", "now"});
+    EXPECT_EQ(result.exit_status, 255);
+    EXPECT_EQ(result.err, "Usage: norvdiskupdatehclport\n");
+}
+
+} // namespace
