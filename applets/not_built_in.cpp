@@ -19,7 +19,6 @@ int not_built_in(int argc, char *argv[])
         return not_built_in(argc, argv);                                                                               \
     }
 
-NOT_BUILT_IN(norvdiskport_main)
 NOT_BUILT_IN(norvupgrade_main)
 NOT_BUILT_IN(install_cgi_main)
 NOT_BUILT_IN(recover_cgi_main)

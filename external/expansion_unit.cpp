@@ -54,11 +54,6 @@ int expansion_unit_list_position(const char *names, const char *disk_name)
     return 0;
 }
 
-bool expansion_unit_list_holds(const char *names, const char *disk_name)
-{
-    return expansion_unit_list_position(names, disk_name) > 0;
-}
-
 int expansion_unit_place_get(const char *disk_name, ExpansionUnitPlace *place)
 {
     if (disk_name == nullptr || place == nullptr)

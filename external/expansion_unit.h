@@ -14,10 +14,7 @@ struct ExpansionUnitPlace {
 // 0x0100.
 [[nodiscard]] int expansion_unit_disks_get(char *names, size_t size);
 
-// Whether a list of names as above holds this name.
-[[nodiscard]] bool expansion_unit_list_holds(const char *names, const char *disk_name);
-
-// Place of a name in such a list, from 1; 0 when it is not there.
+// Place of a name in a list as above, from 1; 0 when it is not there.
 [[nodiscard]] int expansion_unit_list_position(const char *names, const char *disk_name);
 
 // The first unit that lists a disk. Returns 1; 0 when none does; -1 with 0x0d00.

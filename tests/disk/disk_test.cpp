@@ -9,11 +9,10 @@
 #include <string>
 #include <unistd.h>
 
-#include NORV_PRODUCT_HEADER
 #include "disk/disk_place.h"
 #include "external/adapter_card.h"
 #include "lib/file.h"
-#include "lib/report.h"
+#include "tests/support/adapter_chip.h"
 #include "tests/support/private_root.h"
 
 namespace
@@ -230,35 +229,10 @@ TEST_F(Disk, PlacesOfLetters)
     EXPECT_NE(root.log().find("# bad paramters: unknown device, disk path: hda\n"), std::string::npos);
 }
 
-// A device so many folders below a chip, shown under a name of its own.
-constexpr char kChip[] = "/sys/devices/pci0000:00/0000:00:1c.0";
-
-std::string hex(unsigned value)
+void chip_write(const PrivateRoot &root, const ProductAdapterCard &card, uint32_t value)
 {
-    char text[16];
-    snprintf(text, sizeof(text), "0x%04x\n", value);
-    return text;
-}
-
-void chip_write(const PrivateRoot &root, const ProductAdapterCard &card, unsigned shifted_value)
-{
-    const std::string chip = kChip;
-    root.write(chip + "/vendor", hex(card.vendor));
-    root.write(chip + "/device", hex(card.device));
-    root.write(chip + "/subsystem_vendor", hex(card.subsystem_vendor));
-    root.write(chip + "/subsystem_device", hex(card.subsystem_device));
-    std::string config(card.config.offset + 4, '\0');
-    for (unsigned i = 0; i < 4; i++)
-        config[card.config.offset + i] = static_cast<char>(shifted_value << card.config.shift >> 8 * i & 0xff);
-    root.write(chip + "/config", config);
-}
-
-std::string device_below(int levels, const std::string &name)
-{
-    std::string path = kChip;
-    for (int level = 1; level < levels; level++)
-        path += "/level" + std::to_string(level);
-    return levels == 0 ? path : path + "/" + name;
+    for (const auto &[path, content] : adapter_chip_files(card, value))
+        root.write(path, content);
 }
 
 TEST_F(Disk, CardsAreToldByTheirChip)
@@ -281,19 +255,19 @@ TEST_F(Disk, CardsAreToldByTheirChip)
         SCOPED_TRACE(card.card_id);
         chip_write(root, card, card.config.value);
         if (card.disk_levels >= 0) {
-            EXPECT_EQ(card_of("nvc1", device_below(card.disk_levels, "nvc1"), "/sys/block"), card.card_id);
-            EXPECT_EQ(card_of("sata1", device_below(card.disk_levels, "sata1"), "/sys/block"), card.card_id);
-            EXPECT_EQ(card_of("nvc1", device_below(card.disk_levels + 1, "nvc1"), "/sys/block"), kAdapterCardOnboard);
+            EXPECT_EQ(card_of("nvc1", adapter_device(card.disk_levels, "nvc1"), "/sys/block"), card.card_id);
+            EXPECT_EQ(card_of("sata1", adapter_device(card.disk_levels, "sata1"), "/sys/block"), card.card_id);
+            EXPECT_EQ(card_of("nvc1", adapter_device(card.disk_levels + 1, "nvc1"), "/sys/block"), kAdapterCardOnboard);
         }
         if (card.nvme_levels >= 0) {
-            EXPECT_EQ(card_of("nvme0n1", device_below(card.nvme_levels, "nvme0n1"), "/sys/block"), card.card_id);
+            EXPECT_EQ(card_of("nvme0n1", adapter_device(card.nvme_levels, "nvme0n1"), "/sys/block"), card.card_id);
         }
         if (card.eth_levels >= 0) {
-            EXPECT_EQ(card_of("eth0", device_below(card.eth_levels, "port"), "/sys/class/net"), card.card_id);
+            EXPECT_EQ(card_of("eth0", adapter_device(card.eth_levels, "port"), "/sys/class/net"), card.card_id);
         }
         if (card.config.mask != 0 && card.eth_levels >= 0) {
             chip_write(root, card, card.config.value ^ 1);
-            EXPECT_EQ(card_of("eth0", device_below(card.eth_levels, "port"), "/sys/class/net"), kAdapterCardOnboard);
+            EXPECT_EQ(card_of("eth0", adapter_device(card.eth_levels, "port"), "/sys/class/net"), kAdapterCardOnboard);
         }
     }
     EXPECT_EQ(adapter_card_get("sda"), kAdapterCardUnknown);
@@ -320,7 +294,7 @@ TEST_F(Disk, M2DisksCountByTheirPort)
         if (!row.is_on_card)
             chip.vendor = 1;
         chip_write(root, chip, 0);
-        const std::string disk = device_below(card.disk_levels, "nvc1");
+        const std::string disk = adapter_device(card.disk_levels, "nvc1");
         root.write(disk + "/uevent", "");
         std::string ata = disk;
         for (int i = 0; i < 5; i++)
