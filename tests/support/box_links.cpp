@@ -44,6 +44,12 @@ struct LinkMessage {
         reinterpret_cast<rtattr *>(bytes + at)->rta_len = static_cast<unsigned short>(header()->nlmsg_len - at);
         header()->nlmsg_len = NLMSG_ALIGN(header()->nlmsg_len);
     }
+    void number(unsigned short type, int value)
+    {
+        const size_t at = open(type);
+        raw(&value, sizeof(value));
+        close(at);
+    }
     void text(unsigned short type, const std::string &value)
     {
         const size_t at = open(type);
@@ -71,6 +77,8 @@ bool send(int netlink, LinkMessage *message)
 
 BoxLinks::BoxLinks(const Sandbox &box) : netlink_(box.socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE)) {}
 
+BoxLinks::BoxLinks(UniqueFd netlink) : netlink_(std::move(netlink)) {}
+
 bool BoxLinks::wire(const std::string &left, const std::string &right)
 {
     LinkMessage message(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL);
@@ -86,6 +94,39 @@ bool BoxLinks::wire(const std::string &left, const std::string &right)
     message.close(data);
     message.close(info);
     return send(netlink_.get(), &message);
+}
+
+bool BoxLinks::add(const std::string &name, const std::string &kind)
+{
+    LinkMessage message(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL);
+    message.text(IFLA_IFNAME, name);
+    const size_t info = message.open(IFLA_LINKINFO);
+    message.text(IFLA_INFO_KIND, kind);
+    message.close(info);
+    return send(netlink_.get(), &message);
+}
+
+bool BoxLinks::enslave(const std::string &name, const std::string &master)
+{
+    LinkMessage message(RTM_NEWLINK, 0);
+    message.text(IFLA_IFNAME, name);
+    message.number(IFLA_MASTER, index(master));
+    return send(netlink_.get(), &message);
+}
+
+int BoxLinks::index(const std::string &name)
+{
+    LinkMessage message(RTM_GETLINK, 0);
+    message.text(IFLA_IFNAME, name);
+    union { // the kernel's first answer is the link, or tells what is wrong
+        nlmsghdr header;
+        char bytes[16384];
+    } answer = {};
+    message.header()->nlmsg_flags = NLM_F_REQUEST;
+    if (::send(netlink_.get(), message.bytes, message.header()->nlmsg_len, 0) < 0 ||
+        recv(netlink_.get(), &answer, sizeof(answer), 0) < 0 || answer.header.nlmsg_type != RTM_NEWLINK)
+        return 0;
+    return static_cast<const ifinfomsg *>(NLMSG_DATA(&answer.header))->ifi_index;
 }
 
 bool BoxLinks::set(const std::string &name, bool is_up)
