@@ -48,7 +48,7 @@ struct NetBox : Sandbox {
     void port(const std::string &name, bool runs = true)
     {
         ASSERT_TRUE(links.wire(name, "tap-" + name) && links.set(name, true)) << strerror(errno);
-        ASSERT_TRUE(links.set("tap-" + name, runs));
+        ASSERT_TRUE(links.set("tap-" + name, runs) && links.settle(name, runs));
     }
 };
 

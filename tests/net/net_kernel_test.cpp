@@ -49,6 +49,9 @@ TEST(NetKernel, ListsWhatEachModeSees)
         for (const char *name : {"eth0", "eth1", "eth10", "eth2"})
             ASSERT_TRUE(links.wire(name, std::string("tap-") + name) && links.set(name, true)) << strerror(errno);
         ASSERT_TRUE(links.set("tap-eth10", true) && links.set("lo", true));
+        for (const char *name : {"eth0", "eth1", "eth2"})
+            ASSERT_TRUE(links.settle(name, false));
+        ASSERT_TRUE(links.settle("eth10", true));
         EXPECT_EQ(listed(kNetPhysical), "eth0 eth1 eth2 eth10+ ");
         EXPECT_EQ(listed(kNetVirtual), "eth0 eth1 eth2 eth10+ ");
         EXPECT_EQ(listed(kNetPointToPoint | 4 | 16), "eth0 eth1 eth2 eth10+ ");
@@ -75,7 +78,6 @@ TEST(NetKernel, ListsWhatEachModeSees)
 
 TEST(NetKernel, PortsOfABridgeAreListedNowhere)
 {
-    std::string refusal;
     const bool ran = in_own_network([](BoxLinks &links) {
         if (!links.add("br0", "bridge")) {
             fprintf(stderr, "SKIPPED: this kernel has no bridges: %s\n", strerror(errno));
@@ -84,7 +86,7 @@ TEST(NetKernel, PortsOfABridgeAreListedNowhere)
         ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "br0"));
         ASSERT_TRUE(links.set("eth0", true) && links.set("br0", true) && links.set("tap-eth0", true));
         for (const int mode : {1, 2, 3, 8})
-            EXPECT_EQ(listed(mode).substr(0, 3), "br0") << listed(mode);
+            EXPECT_TRUE(listed(mode) == "br0 " || listed(mode) == "br0+ ") << listed(mode);
     });
     if (!ran)
         GTEST_SKIP() << "the kernel gives no network of its own";

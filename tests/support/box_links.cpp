@@ -8,6 +8,7 @@
 #include <linux/veth.h>
 #include <net/if.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include "tests/support/sandbox.h"
 
@@ -73,6 +74,22 @@ bool send(int netlink, LinkMessage *message)
     return answer.header.nlmsg_type == NLMSG_ERROR && answer.error.error == 0;
 }
 
+// An interface as the kernel tells it, zeros when there is none.
+ifinfomsg link_get(int netlink, const std::string &name)
+{
+    LinkMessage message(RTM_GETLINK, 0);
+    message.text(IFLA_IFNAME, name);
+    union { // the kernel's first answer is the link, or tells what is wrong
+        nlmsghdr header;
+        char bytes[16384];
+    } answer = {};
+    message.header()->nlmsg_flags = NLM_F_REQUEST;
+    if (::send(netlink, message.bytes, message.header()->nlmsg_len, 0) < 0 ||
+        recv(netlink, &answer, sizeof(answer), 0) < 0 || answer.header.nlmsg_type != RTM_NEWLINK)
+        return {};
+    return *static_cast<const ifinfomsg *>(NLMSG_DATA(&answer.header));
+}
+
 } // namespace
 
 BoxLinks::BoxLinks(const Sandbox &box) : netlink_(box.socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE)) {}
@@ -116,17 +133,15 @@ bool BoxLinks::enslave(const std::string &name, const std::string &master)
 
 int BoxLinks::index(const std::string &name)
 {
-    LinkMessage message(RTM_GETLINK, 0);
-    message.text(IFLA_IFNAME, name);
-    union { // the kernel's first answer is the link, or tells what is wrong
-        nlmsghdr header;
-        char bytes[16384];
-    } answer = {};
-    message.header()->nlmsg_flags = NLM_F_REQUEST;
-    if (::send(netlink_.get(), message.bytes, message.header()->nlmsg_len, 0) < 0 ||
-        recv(netlink_.get(), &answer, sizeof(answer), 0) < 0 || answer.header.nlmsg_type != RTM_NEWLINK)
-        return 0;
-    return static_cast<const ifinfomsg *>(NLMSG_DATA(&answer.header))->ifi_index;
+    return link_get(netlink_.get(), name).ifi_index;
+}
+
+bool BoxLinks::settle(const std::string &name, bool runs)
+{
+    for (int tries = 0; tries < 1000; tries++, usleep(10000))
+        if (((link_get(netlink_.get(), name).ifi_flags & IFF_RUNNING) != 0) == runs)
+            return true;
+    return false;
 }
 
 bool BoxLinks::set(const std::string &name, bool is_up)

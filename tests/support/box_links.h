@@ -23,6 +23,8 @@ class BoxLinks
     // Switches an interface on or off. A wired interface runs while both ends are on.
     [[nodiscard]] bool set(const std::string &name, bool is_up);
 
+    // Waits until the kernel has seen that an interface runs, or that it does not. False after ten seconds.
+    [[nodiscard]] bool settle(const std::string &name, bool runs);
     // The number of an interface, which stays when it is renamed; 0 when there is none.
     [[nodiscard]] int index(const std::string &name);
 
