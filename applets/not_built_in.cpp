@@ -19,7 +19,9 @@ int not_built_in(int argc, char *argv[])
         return not_built_in(argc, argv);                                                                               \
     }
 
-NOT_BUILT_IN(norvupgrade_main)
 NOT_BUILT_IN(install_cgi_main)
 NOT_BUILT_IN(recover_cgi_main)
+NOT_BUILT_IN(start_telnet_cgi_main)
 NOT_BUILT_IN(clean_button_flags_cgi_main)
+NOT_BUILT_IN(norvnetseqadj_main)
+NOT_BUILT_IN(norvlanstatus_main)

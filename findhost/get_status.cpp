@@ -1,6 +1,3 @@
-#include <cstdio>
-
-#include "autocleanup/unique.h"
 #include "findhost/findhost.h"
 #include "install/install_lock.h"
 #include "install/system_status.h"
@@ -30,8 +27,6 @@ static int status_now()
 int FHOSTGetStatus()
 {
     const int status = status_now();
-    const UniqueFile file(fopen("/tmp/fhost.status", "we"));
-    if (file)
-        fprintf(file.get(), "%d", status);
+    client_status_write(status);
     return status;
 }

@@ -1,0 +1,39 @@
+#include "install/volume.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+#include "lib/report.h"
+
+template <typename... Words> static int shell_run(const char *format, Words... words)
+{
+    char line[256];
+    if (static_cast<size_t>(snprintf(line, sizeof(line), format, words...)) >= sizeof(line))
+        return -1;
+    return system(line);
+}
+
+int volume_mount(const char *device, const char *folder)
+{
+    errno = 0;
+    if (shell_run("/bin/mkdir -p %s > /dev/null 2>&1", folder) != 0 && errno != EEXIST) {
+        NORV_LOG(LOG_ERR, "fail to make directory :%s", folder);
+        return -1;
+    }
+    (void)shell_run("%s", "/bin/sync;/bin/sync;/bin/sync;");
+    if (shell_run("/bin/mount %s %s > /dev/null 2>&1", device, folder) != 0) {
+        NORV_LOG(LOG_ERR, "mount  partition failed. dev=%s, path=%s", device, folder);
+        return -1;
+    }
+    return 0;
+}
+
+void volume_unmount(const char *folder)
+{
+    (void)shell_run("/bin/umount -f %s > /dev/null 2>&1", folder);
+    if (strcmp(folder, "/mnt") != 0)
+        rmdir(folder);
+}

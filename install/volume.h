@@ -1,0 +1,8 @@
+// Volumes that are mounted for a while, by shell commands as the appliance's scripts do it.
+#pragma once
+
+// Makes the folder, flushes what is to be written and mounts the device there. Returns 0; -1, logged.
+[[nodiscard]] int volume_mount(const char *device, const char *folder);
+
+// Unmounts the folder by force and removes it, but for /mnt. Failures do not matter.
+void volume_unmount(const char *folder);
