@@ -1,0 +1,293 @@
+// Messages from datagrams, on a socket pair in place of the daemon's socket. What is sent stands in the daemon's test.
+#include "net/udpd.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <vector>
+
+#include "lib/report.h"
+#include "net/udpd_frame.h"
+#include "tests/support/alloc_fault.h"
+#include "tests/support/in_child.h"
+#include "tests/support/udpd_datagram.h"
+
+namespace
+{
+
+using Datagram = UdpdDatagram;
+using Datagrams = std::vector<Datagram>;
+
+std::string text(size_t bytes, char first = 'a')
+{
+    std::string result(bytes, '\0');
+    for (size_t i = 0; i < bytes; i++)
+        result[i] = static_cast<char>(first + static_cast<char>(i % 23));
+    return result;
+}
+
+struct Daemon {
+    UniqueFd station{}, own{};
+    UDPD_HANDLE *handle = NORVUdpdGetHandle();
+    std::string message{};
+
+    Daemon()
+    {
+        int pair[2];
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, pair), 0);
+        station.reset(pair[0]);
+        own.reset(pair[1]);
+        EXPECT_EQ(udpd_init(handle, "manutild", 1122), 0);
+        handle->nSocket = own.get();
+    }
+    Daemon(const Daemon &) = delete;
+    Daemon &operator=(const Daemon &) = delete;
+    ~Daemon() { EXPECT_EQ(udpd_release_handle(handle), 0); }
+
+    void send(const std::string &bytes) const
+    {
+        EXPECT_EQ(::send(station.get(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    }
+    int receive(int event, int *size)
+    {
+        message.assign(static_cast<size_t>(*size), '\0');
+        const int length = udpd_recv_data(handle, event, message.data(), size);
+        message.resize(length < 0 ? 0 : static_cast<size_t>(length));
+        return length;
+    }
+    int receive(int event = kUdpdEventAny, int size = 8192) { return receive(event, &size); }
+};
+
+// A message in datagrams that are as full as can be.
+Datagrams cut(uint16_t event, const std::string &whole, uint16_t id = 9)
+{
+    Datagrams parts;
+    for (size_t at = 0; at == 0 || at < whole.size(); at += 1024)
+        parts.push_back({.event = event,
+                         .payload = whole.substr(at, 1024),
+                         .flags = static_cast<uint16_t>(at + 1024 >= whole.size() ? 0x8000 : 0),
+                         .fragment = static_cast<uint32_t>(parts.size()),
+                         .id = id});
+    return parts;
+}
+
+TEST(Udpd, TakesWhatIsMeantForItAndWhole)
+{
+    const Datagram first{.payload = "one,", .flags = 0}, second{.payload = "two", .fragment = 1};
+    const Datagram noise{.payload = "noise", .name = "norvmanl"};
+    const Datagram good{.event = 5, .payload = "good"}; // closes each row: received when nothing before it is
+    const struct {
+        const char *what;
+        Datagrams sent;
+        std::string message; // "" for that of `good`
+    } kCases[] = {
+        {"one datagram", {second, {.payload = "whole"}}, "whole"},
+        {"two", {first, second}, "one,two"},
+        {"the first doubled", {first, first, second}, "one,two"},
+        {"the second ahead", {second, first, second}, "one,two"},
+        {"strangers between", {first, noise, noise, second}, "one,two"},
+        {"three strangers", {first, noise, noise, noise, second}, ""},
+        {"each datagram has its tries",
+         {first,
+          noise,
+          noise,
+          {.payload = "two,", .flags = 0, .fragment = 1},
+          noise,
+          noise,
+          {.payload = "three", .fragment = 2}},
+         "one,two,three"},
+        {"another's number", {first, {.payload = "x", .fragment = 1, .id = 8}, second}, "one,two"},
+        {"another event", {first, {.event = 71, .payload = "x", .fragment = 1}, second}, "one,two"},
+        {"one is lost", {first, {.payload = "three", .fragment = 2}, noise, noise, second}, ""},
+        {"begun again", {first, first, first, first, first, second}, "one,two"},
+        {"a name that only begins alike", {{.payload = "x", .name = std::string("manutil\0", 8)}}, ""},
+        {"no request", {{.payload = "x", .flags = 0xc000}}, ""},
+        {"not reserved", {{.payload = "x", .reserved = 1}}, ""},
+        {"another magic", {{.payload = "x", .magic = "NORVudpd"}}, ""},
+        {"no such event", {{.event = 144, .payload = "x"}}, ""},
+        {"the last event", {{.event = 143, .payload = "x"}}, "x"},
+        {"longer than a datagram may be", {{.payload = text(1025)}}, ""},
+        {"as long as it may be", {{.payload = text(1024)}}, text(1024)},
+        {"more told than sent", {{.payload = "exec", .length = 5}}, ""},
+        {"less told than sent", {{.payload = "execute", .length = 4}}, "exec"},
+        {"not the first", {{.payload = "x", .fragment = 1}}, ""},
+        {"a number below none", {{.payload = "x", .fragment = 0xffffffff}}, ""},
+    };
+    Daemon daemon;
+    for (const auto &[what, sent, message] : kCases) {
+        SCOPED_TRACE(what);
+        for (const Datagram &datagram : sent)
+            daemon.send(datagram.bytes());
+        daemon.send("");
+        daemon.send(good.bytes().substr(0, 31));
+        daemon.send(good.bytes());
+        daemon.receive();
+        EXPECT_EQ(daemon.message, message.empty() ? "good" : message);
+        if (!message.empty()) {
+            EXPECT_EQ(gUdpdLastEvent, sent.back().event);
+            EXPECT_EQ(daemon.handle->usId, sent.back().id);
+            daemon.receive();
+        }
+        EXPECT_EQ(gUdpdLastEvent, 5);
+    }
+}
+
+TEST(Udpd, WaitsForOneEventUntilAMessageIsGivenUp)
+{
+    Daemon daemon;
+    daemon.send(Datagram{.event = 6, .payload = "six"}.bytes());
+    daemon.send(Datagram{.event = 5, .payload = "five"}.bytes());
+    EXPECT_EQ(daemon.receive(5), 4);
+    EXPECT_EQ(daemon.message, "five");
+
+    NLIBCErrSet(0, "", 0);
+    daemon.send(Datagram{.event = 5, .flags = 0}.bytes());
+    for (int i = 0; i < 3; i++)
+        daemon.send("noise");
+    daemon.send(Datagram{.event = 6, .payload = "six"}.bytes());
+    EXPECT_EQ(daemon.receive(5), 3); // any event from then on
+    EXPECT_EQ(gUdpdLastEvent, 6);
+    EXPECT_EQ(NLIBCErrGet(), 0x7700);
+}
+
+TEST(Udpd, MessageThatDoesNotFitWaits)
+{
+    Daemon daemon, other;
+    for (const size_t bytes : {size_t{0}, size_t{1055}, size_t{1056}, size_t{1057}, size_t{5000}}) {
+        SCOPED_TRACE(bytes);
+        for (const Datagram &datagram : cut(19, text(bytes)))
+            daemon.send(datagram.bytes());
+        int size = 1056;
+        if (bytes >= 1056) {
+            EXPECT_EQ(daemon.receive(kUdpdEventAny, &size), -1);
+            EXPECT_EQ(NLIBCErrGet(), 0x7600);
+            EXPECT_EQ(size, static_cast<int>(bytes));
+            size--;
+            EXPECT_EQ(daemon.receive(19, &size), -1); // and goes on waiting
+            EXPECT_EQ(NLIBCErrGet(), 0x7600);
+        }
+        EXPECT_EQ(daemon.receive(19, &size), static_cast<int>(bytes));
+        EXPECT_EQ(daemon.message, text(bytes));
+        EXPECT_EQ(gUdpdLastEvent, 19);
+    }
+    // It waits for its own daemon and event; whoever else receives drops it.
+    daemon.send(Datagram{.event = 19, .payload = "gone"}.bytes());
+    EXPECT_EQ(daemon.receive(kUdpdEventAny, 4), -1);
+    other.send(Datagram{.event = 19, .payload = "other"}.bytes());
+    other.receive(19);
+    EXPECT_EQ(other.message, "other");
+    daemon.send(Datagram{.event = 19, .payload = "next"}.bytes());
+    daemon.receive(19);
+    EXPECT_EQ(daemon.message, "next");
+}
+
+// No sender takes the memory: what does not end is dropped, and the next message is served.
+TEST(Udpd, MessageWithoutEndIsDropped)
+{
+    constexpr uint32_t kDatagrams = 100000;
+    Daemon daemon;
+    std::thread station([&] {
+        Datagram part{.payload = text(1024), .flags = 0};
+        for (; part.fragment < kDatagrams; part.fragment++)
+            daemon.send(part.bytes());
+        daemon.send(Datagram{.payload = "good"}.bytes());
+    });
+    daemon.receive();
+    station.join();
+    EXPECT_EQ(daemon.message, "good");
+    EXPECT_EQ(NLIBCErrGet(), 0x7700);
+
+    UdpdMessage message = {};
+    ASSERT_EQ(udpd_message_start(&message, kUdpdEventAny), 0);
+    Datagram part{.payload = text(1024), .flags = 0};
+    UdpdTake take = UdpdTake::kTaken;
+    for (; take == UdpdTake::kTaken; part.fragment++) {
+        const std::string bytes = part.bytes();
+        take =
+            udpd_message_take(&message, daemon.handle, reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
+        ASSERT_LE(message.length, message.room);
+        ASSERT_LE(message.room, size_t{kUdpdMessageMax});
+    }
+    EXPECT_EQ(take, UdpdTake::kTooLong);
+    EXPECT_GT(message.length, size_t{4} << 20); // far above what a station sends
+    udpd_message_free(&message);
+}
+
+TEST(Udpd, ReceivesWithoutMemoryOrSocket)
+{
+    Daemon daemon;
+    for (int nth = 1, struck = 1; struck; nth++) {
+        for (const Datagram &datagram : cut(19, text(5000)))
+            daemon.send(datagram.bytes());
+        AllocFault fault(nth);
+        int size = 8192;
+        char buffer[8192];
+        const int length = udpd_recv_data(daemon.handle, 19, buffer, &size);
+        struck = fault.struck();
+        EXPECT_EQ(fault.held(), 0);
+        EXPECT_EQ(length, struck ? -1 : 5000);
+        EXPECT_TRUE(!struck || NLIBCErrGet() == 0x7500);
+        while (recv(daemon.own.get(), buffer, sizeof(buffer), MSG_DONTWAIT) > 0)
+            continue;
+    }
+    daemon.own.reset();
+    for (const int fd : {daemon.handle->nSocket, -1}) {
+        NLIBCErrSet(0, "", 0);
+        daemon.handle->nSocket = fd;
+        EXPECT_EQ(daemon.receive(), -1);
+        EXPECT_EQ(NLIBCErrGet(), 0x7a00);
+    }
+}
+
+TEST(Udpd, RefusesBadArguments)
+{
+    const auto code = [](int result) { return result == -1 ? NLIBCErrGet() : 0; };
+    UDPD_HANDLE *fresh = NORVUdpdGetHandle();
+    Daemon daemon;
+    UDPD_HANDLE *handle = daemon.handle;
+    const NET_UDP_FRAME frame = {};
+    char byte = 0;
+    EXPECT_EQ(code(udpd_init(fresh, nullptr, 1)), 0x7400);
+    EXPECT_EQ(code(udpd_init(fresh, "a", -1)), 0x7400);
+    EXPECT_EQ(code(udpd_init(handle, "a", 1)), 0x7100); // a second time
+    EXPECT_EQ(code(udpd_reg_event_handler(handle, -1, nullptr)), 0x7300);
+    EXPECT_EQ(code(udpd_reg_event_handler(handle, 128, nullptr)), 0x7300);
+    EXPECT_EQ(udpd_reg_event_handler(handle, 127, nullptr), 0);
+    EXPECT_EQ(code(udpd_run(fresh, nullptr)), 0x7100);
+    EXPECT_EQ(code(udpd_send_data(fresh, 1, &byte, 1, 0)), 0x7100);
+    EXPECT_EQ(code(udpd_send_data(handle, 144, &byte, 1, 0)), 0x7300);
+    EXPECT_EQ(code(udpd_send_data(handle, 1, nullptr, 1, 0)), 0x7400);
+    EXPECT_EQ(code(udpd_send_data(handle, 1, &byte, 0, 0)), 0x7400);
+    EXPECT_EQ(code(udpd_send_udp_broad_cast(0, &frame, &byte, 1, "eth0")), 0x0d00);
+    EXPECT_EQ(code(udpd_send_udp_broad_cast(1, &frame, &byte, 0, "eth0")), 0x0d00);
+    EXPECT_EQ(code(udpd_send_udp_broad_cast(1, &frame, &byte, 1, nullptr)), 0x0d00);
+    EXPECT_EQ(code(udpd_send_udp_broad_cast(1, &frame, &byte, 1, "none")), 0x8000);
+    EXPECT_EQ(udpd_release_handle(fresh), 0);
+    EXPECT_EQ(code(udpd_release_handle(fresh)), 0x7100);
+}
+
+TEST(Udpd, HandlesAreThirtyTwo)
+{
+    EXPECT_EQ(in_child([] {
+                  {
+                      AllocFault fault(1);
+                      UDPD_HANDLE *first = NORVUdpdGetHandle();
+                      EXPECT_TRUE(first == nullptr || udpd_release_handle(first) == 0);
+                      EXPECT_NE(first == nullptr, !fault.struck()); // a test before this one may have made the array
+                  }
+                  std::vector<UDPD_HANDLE *> handles;
+                  while (UDPD_HANDLE *handle = NORVUdpdGetHandle())
+                      handles.push_back(handle);
+                  EXPECT_EQ(handles.size(), 32U);
+                  EXPECT_EQ(udpd_init(handles[7], "norvmanlogd", 1123), 0);
+                  EXPECT_EQ(memcmp(handles[7]->szWireName, "norvmanl", 8), 0);
+                  EXPECT_EQ(udpd_release_handle(handles[7]), 0);
+                  EXPECT_EQ(NORVUdpdGetHandle(), handles[7]);
+                  return NORVUdpdGetHandle() == nullptr ? 0 : 1;
+              }),
+              0);
+}
+
+} // namespace
