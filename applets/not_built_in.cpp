@@ -21,7 +21,4 @@ int not_built_in(int argc, char *argv[])
 
 NOT_BUILT_IN(install_cgi_main)
 NOT_BUILT_IN(recover_cgi_main)
-NOT_BUILT_IN(start_telnet_cgi_main)
 NOT_BUILT_IN(clean_button_flags_cgi_main)
-NOT_BUILT_IN(norvnetseqadj_main)
-NOT_BUILT_IN(norvlanstatus_main)

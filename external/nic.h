@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+inline constexpr char kPciDevicesPrefix[] = "/sys/bus/pci/devices/"; // and the PCI name
+
 // The PCI name of an interface's device, "0000:00:1c.2". Returns 0; -1 with 0x0d00, 0x0700 when it has no device, as
 // virtual interfaces, or 0x0100.
 [[nodiscard]] int external_hw_find_NIC_PCI_name(const char *ifname, char *pci_name, size_t size);

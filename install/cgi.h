@@ -12,3 +12,7 @@ inline constexpr char kCgiJsonHeader[] = "Content-type: application/json; charse
 // The user's language as a three-letter code: the first of HTTP_ACCEPT_LANGUAGE that the key `supplang` of the model
 // description offers. NULL when none is. Of each of the two, 127 bytes are looked at; a longer `supplang` is none.
 [[nodiscard]] const char *GetPreferredLang();
+
+// Sets PATH for the programs that a request starts, and holds that its client, REMOTE_ADDR, is on a wire of ours.
+// Returns 0; -1 when it is not, logged when there is no REMOTE_ADDR.
+[[nodiscard]] int cgi_neighbour_check();

@@ -11,6 +11,7 @@
 #include "autocleanup/unique.h"
 #include "lib/report.h"
 #include "lib/text.h"
+#include "net/net_text.h"
 
 static constexpr char kDevPath[] = "/proc/net/dev";
 static constexpr int kInterfacesRead = 256;
@@ -79,19 +80,14 @@ void NetStatFree(NET_STAT *array)
     free(array);
 }
 
-int NetStatGetAll(NET_STAT *array, int count)
+int net_stat_read(FILE *file, NET_STAT *array, int count)
 {
-    if (array == nullptr || count <= 0)
-        return fail(kErrBadParameter);
-    const UniqueFile file(fopen(kDevPath, "re"));
-    if (!file)
-        return fail(kErrOpen);
     char line[512];
     for (int heading = 0; heading < 2; heading++)
-        if (fgets(line, sizeof(line), file.get()) == nullptr)
+        if (fgets(line, sizeof(line), file) == nullptr)
             return fail(kErrRead);
     int found = 0;
-    while (found < count && fgets(line, sizeof(line), file.get()) != nullptr) {
+    while (found < count && fgets(line, sizeof(line), file) != nullptr) {
         char *name = nullptr;
         const char *counters = line_cut(line, &name);
         if (counters == nullptr)
@@ -99,14 +95,24 @@ int NetStatGetAll(NET_STAT *array, int count)
         if (name_is_hidden(name))
             continue;
         NET_STAT *stat = &array[found++];
+        *stat = {};
+        stat->nVersion = 1;
         text_cut(stat->szName, name);
         sscanf(counters, "%lld %lld %*s %*s %*s %*s %*s %*s %lld %lld", &stat->llRxBytes, &stat->llRxPackets,
                &stat->llTxBytes, &stat->llTxPackets);
     }
-    if (ferror(file.get()) != 0)
+    if (ferror(file) != 0)
         return fail(kErrRead);
     std::sort(array, array + found, name_precedes);
     return found;
+}
+
+int NetStatGetAll(NET_STAT *array, int count)
+{
+    if (array == nullptr || count <= 0)
+        return fail(kErrBadParameter);
+    const UniqueFile file(fopen(kDevPath, "re"));
+    return file ? net_stat_read(file.get(), array, count) : static_cast<int>(fail(kErrOpen));
 }
 
 int NetStatGet(const char *name, NET_STAT *stat)

@@ -11,11 +11,6 @@
 inline constexpr char kNetConfigPrefix[] = "/etc/sysconfig/network-scripts/ifcfg-"; // and the name
 inline constexpr char kNetLeasePrefix[] = "/etc/dhcpc/dhcpcd-";                     // and the name, ".info" or ".pid"
 
-// Lock words of the network files.
-inline constexpr int kNetReadLockWord = 0x105;
-inline constexpr int kNetWriteLockWord = 0x106;
-inline constexpr int kNetUnlockWord = 0x100;
-
 enum NetCardMode : int { kNetDhcp = 0, kNetStatic = 1 };
 
 // One interface as the network files know it.
@@ -76,9 +71,6 @@ inline constexpr size_t kHostNameRoom = HOST_NAME_MAX + 1;
 [[nodiscard]] int NORVJNetSetGateway(const char *text);
 
 enum RouteAction : int { kRouteAdd = 0, kRouteRemove = 1 };
-
-// Waits up to three seconds for the lease of a DHCP interface to be written. Returns its path in `path`.
-void net_lease_wait(const char *name, char *path, size_t size);
 
 // Adds or removes (RouteAction) the route to the interface's own subnet. A DHCP interface gets no route here.
 // Returns 0; -1 when its address or mask is not known.

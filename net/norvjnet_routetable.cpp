@@ -1,96 +1,71 @@
-#include "net/norvjnet.h"
-
 #include <arpa/inet.h>
-#include <cstdlib>
 #include <netinet/in.h>
-#include <unistd.h>
 
 #include "lib/file.h"
-#include "lib/lock.h"
-#include "lib/report.h"
-#include "lib/string.h"
 #include "net/net.h"
-
-static constexpr int kLeaseWaitSeconds = 3;
+#include "net/net_files.h"
 
 namespace
 {
 
 struct Subnet {
-    char network[INET_ADDRSTRLEN], mask[20];
+    char network[INET_ADDRSTRLEN], mask[kNetAddressRoom]; // plain decimals: both go to a shell
 };
 
 // Reads the subnet that the interface's file tells. Returns 0; -1.
-int subnet_read(const char *path, const char *name, Subnet *subnet)
+int subnet_read(const char *path, Subnet *subnet)
 {
-    char ip[20];
+    char ip[kNetAddressRoom];
     in_addr address = {}, mask = {};
     if (NLIBCFileGetKeyValue(path, "IPADDR", ip, sizeof(ip), 0) <= 0 || inet_aton(ip, &address) == 0) {
-        NORV_LOG(LOG_ERR, "Get IP from %s fail", name);
+        NORV_LOG(LOG_ERR, "Get IP from %s fail", path);
         return fail(kErrBadAddress);
     }
     if (NLIBCFileGetKeyValue(path, "NETMASK", subnet->mask, sizeof(subnet->mask), 0) <= 0 ||
         inet_aton(subnet->mask, &mask) == 0) {
-        NORV_LOG(LOG_ERR, "Get netmask from %s fail", name);
+        NORV_LOG(LOG_ERR, "Get netmask from %s fail", path);
         return fail(kErrBadAddress);
     }
     address.s_addr &= mask.s_addr;
+    inet_ntop(AF_INET, &mask, subnet->mask, sizeof(subnet->mask));
     inet_ntop(AF_INET, &address, subnet->network, sizeof(subnet->network));
     return 0;
 }
 
-void route_run(const char *action, const Subnet &subnet, const char *name)
-{
-    char line[256];
-    if (NLIBCStrSnprintf(line, sizeof(line), "/sbin/route %s -net %s netmask %s dev %s > /dev/null 2>&1", action,
-                         subnet.network, subnet.mask, name) > 0 &&
-        system(line) != 0)
-        return; // a route that was not there, or is there already
-}
-
 } // namespace
-
-void net_lease_wait(const char *name, char *path, size_t size)
-{
-    NLIBCStrSnprintf(path, size, "%s%s.info", kNetLeasePrefix, name);
-    for (int second = 0; second < kLeaseWaitSeconds && access(path, F_OK) != 0; second++)
-        sleep(1);
-}
 
 int NORVJNetRoutetableHandler(int action, const char *name)
 {
     if (name == nullptr || name[0] == '\0')
         return fail(kErrBadParameter);
-    char path[128];
-    const bool is_dhcp = NORVJNetDeviceIsDHCP(name) == 1;
-    if (is_dhcp)
-        net_lease_wait(name, path, sizeof(path));
-    else
-        NLIBCStrSnprintf(path, sizeof(path), "%s%s", kNetConfigPrefix, name);
+    char path[kNetPathRoom];
+    const bool is_dhcp = net_address_file(name, path) == kNetDhcp;
     if ((action == kRouteAdd && is_dhcp) || (action != kRouteAdd && action != kRouteRemove))
         return 0;
     Subnet subnet = {};
-    if (subnet_read(path, name, &subnet) != 0)
+    if (subnet_read(path, &subnet) != 0)
         return -1;
-    route_run("del", subnet, name);
+    // A route that was not there, or is there already, is no fault.
+    static_cast<void>(
+        net_line_run("/sbin/route del -net %s netmask %s dev %s > /dev/null 2>&1", subnet.network, subnet.mask, name));
     if (action == kRouteAdd)
-        route_run("add", subnet, name);
+        static_cast<void>(net_line_run("/sbin/route add -net %s netmask %s dev %s > /dev/null 2>&1", subnet.network,
+                                       subnet.mask, name));
     return 0;
 }
 
 int NORVJNetRoutetableClean()
 {
     NET_IF_INFO interfaces[kNetInterfacesMax];
-    NLIBCFileLock(kNetReadLockWord, 30);
+    const NetFilesLock lock(kNetReadLockWord);
+    if (!lock.held())
+        return -1;
     const int count = NLIBNetGetInterfaceInfo(interfaces, kNetInterfacesMax, kNetVirtual);
-    int result = count < 0 ? -1 : 0;
     for (int i = 0; count >= 2 && i < count; i++) {
         if (interfaces[i].nLink == kNetLinkUp || NORVJNetRoutetableHandler(kRouteRemove, interfaces[i].szName) == 0)
             continue;
         NORV_LOG(LOG_ERR, "NORVJNetRoutetableHandler clear [%s] route table fail", interfaces[i].szName);
-        result = -1;
-        break;
+        return -1;
     }
-    NLIBCFileUnlock(kNetUnlockWord);
-    return result;
+    return count < 0 ? -1 : 0;
 }

@@ -5,6 +5,7 @@
 #include "lib/report.h"
 #include "lib/string.h"
 #include "storage/root_block.h"
+#include "storage/root_block_op.h"
 
 namespace
 {
@@ -19,12 +20,6 @@ constexpr int kContainers =
     kDiskContainerInternal | kDiskContainerExpansion | kDiskContainerEsata | kDiskContainerCache | kDiskContainerSystem;
 static_assert(kContainers == 0xab);
 
-// What the partitions of a disk take up, in sectors.
-struct Taken {
-    uint64_t lowest_start = UINT64_MAX;
-    uint64_t highest_end = 0;
-};
-
 bool is_block_device(const char *path)
 {
     struct stat status = {};
@@ -32,26 +27,23 @@ bool is_block_device(const char *path)
 }
 
 // Adds a partition; a whole disk takes nothing. Returns 0; -1 when it cannot be told.
-int taken_add(const char *path, Taken *taken)
+int taken_add(const char *path, PartitionsTaken *taken)
 {
     char disk[64];
     const int number = disk_partition_num_get(path, disk, sizeof(disk));
     if (number <= 0)
         return number;
-    uint64_t start = 0;
-    const int64_t size = PartitionInfoGet(number, disk, &start, nullptr);
+    PartitionExtent extent;
+    const int64_t size = PartitionInfoGet(number, disk, &extent.start, nullptr);
     if (size < 0)
         return -1;
-    uint64_t end = 0;
-    if (__builtin_add_overflow(start, static_cast<uint64_t>(size), &end))
-        return fail(kErrBadFormat);
-    taken->lowest_start = std::min(taken->lowest_start, start);
-    taken->highest_end = std::max(taken->highest_end, end);
+    extent.size = static_cast<uint64_t>(size);
+    taken->add(extent);
     return 0;
 }
 
 // Returns 0; -1 when a partition cannot be told.
-int partitions_walk(const char *disk, Taken *taken)
+int partitions_walk(const char *disk, PartitionsTaken *taken)
 {
     UniqueList paths(NLIBCSzListAlloc(kListBytes));
     const PartitionFilter filter = {disk_bare_name(disk), kContainers};
@@ -65,14 +57,26 @@ int partitions_walk(const char *disk, Taken *taken)
 
 } // namespace
 
-bool is_disk_offset_avail(const char *disk, uint64_t offset)
+void PartitionsTaken::add(const PartitionExtent &extent)
 {
-    Taken taken;
-    if (disk == nullptr || partitions_walk(disk, &taken) != 0)
-        return false;
+    uint64_t end = 0;
+    if (__builtin_add_overflow(extent.start, extent.size, &end))
+        end = UINT64_MAX;
+    lowest_start = std::min(lowest_start, extent.start);
+    highest_end = std::max(highest_end, end);
+}
+
+bool root_block_place_is_free(const PartitionsTaken &taken, uint64_t offset)
+{
     const uint64_t sector = offset / kSectorBytes;
     return taken.lowest_start == UINT64_MAX || sector > taken.highest_end ||
            (taken.lowest_start >= kModernStart && sector + kRoomSectors <= taken.lowest_start);
+}
+
+bool is_disk_offset_avail(const char *disk, uint64_t offset)
+{
+    PartitionsTaken taken;
+    return disk != nullptr && partitions_walk(disk, &taken) == 0 && root_block_place_is_free(taken, offset);
 }
 
 bool is_disk_offset_avail(const char *disk)

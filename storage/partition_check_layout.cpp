@@ -23,8 +23,7 @@ int partition_layout_from_root_block(const char *disk, const PartitionExtent &ro
     if (root_block_get(disk, block.address()) <= 0)
         return 0;
     const PartitionLayout *stored = block.get()->layout;
-    if (stored == nullptr || stored->version == 0 || !same_place(stored->partition[0], root) ||
-        !same_place(stored->partition[1], swap))
+    if (stored == nullptr || !partition_layout_describes(*stored, root, swap))
         return 0;
     *layout = *stored;
     return 1;

@@ -18,6 +18,12 @@ inline constexpr uint32_t kRootBlockVersion = 3;           // the newest body
 inline constexpr uint32_t kCapabilityShared = 1;   // those whose root is not on an isolated disk
 inline constexpr uint32_t kCapabilityIsolated = 2; // those with `root_on_isolated_disk`
 
+// Whether a system that has one of these may use a disk of this capability: when all its bits are the system's.
+[[nodiscard]] constexpr bool capability_fits(uint32_t capability, uint32_t system)
+{
+    return (capability & ~system) == 0;
+}
+
 // What a block carries. A member is NULL when its body has none; the block owns them.
 struct RootBlock {
     PartitionLayout *layout;

@@ -5,8 +5,8 @@ bool root_block_is_compatible(const RootBlock *block)
 {
     if (block == nullptr || block->capability == nullptr)
         return true;
-    const uint32_t mine = NLIBCConfIsYes("root_on_isolated_disk") ? kCapabilityIsolated : kCapabilityShared;
-    return (*block->capability & ~mine) == 0;
+    const bool is_isolated = NLIBCConfIsYes("root_on_isolated_disk");
+    return capability_fits(*block->capability, is_isolated ? kCapabilityIsolated : kCapabilityShared);
 }
 
 RootBlockVerdict root_block_is_compatible(const char *disk)

@@ -16,6 +16,16 @@ struct RootBlockOpInfo {
     uint32_t version; // of the body, 1 to kRootBlockVersion
 };
 
+// What the partitions of a disk take up, in sectors; without partitions as it begins.
+struct PartitionsTaken {
+    uint64_t lowest_start = UINT64_MAX;
+    uint64_t highest_end = 0;
+
+    void add(const PartitionExtent &extent); // an end beyond all sectors counts as the last
+};
+// Whether a byte offset is free of them, as is_disk_offset_avail says.
+[[nodiscard]] bool root_block_place_is_free(const PartitionsTaken &taken, uint64_t offset);
+
 // Where the header of a copy stands. Returns 1; 0 when the disk is too small to have it; -1.
 [[nodiscard]] int root_block_header_offset_get(const char *disk, int copy, uint64_t *offset);
 

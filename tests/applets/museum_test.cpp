@@ -1,5 +1,7 @@
 // The museum's disks through the roles that classify a disk, with the appliance's own partition tool.
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <json-c/json.h>
 #include <map>
 #include <sstream>
 #include <string>
@@ -13,6 +15,7 @@ namespace
 {
 
 constexpr char kMaker[] = NORV_SOURCE_DIR "/tests/museum/make_images.py";
+constexpr char kExplain[] = NORV_BINARY_DIR "/tools/disk_explain/disk-explain";
 constexpr char kSfdisk[] = NORV_BINARY_DIR "/platform/sfdisk/sfdisk";
 
 struct Exhibit {
@@ -76,6 +79,49 @@ TEST(Museum, ThroughTheRoles)
         EXPECT_EQ(result.out, word) << result.log_text();
         EXPECT_TRUE(result.files_changed.empty());
     }
+}
+
+std::string text_of(json_object *facts, const char *section, const char *key)
+{
+    json_object *value = nullptr;
+    if (json_object_object_get_ex(facts, section, &value) && json_object_object_get_ex(value, key, &value))
+        return json_object_get_string(value);
+    return "none";
+}
+
+// The explainer on the images themselves, which it leaves as they are.
+TEST(Museum, DiskExplain)
+{
+    const ScratchDir folder;
+    const auto verdict = [](const Exhibit &exhibit, const char *key) {
+        const auto found = exhibit.verdicts.find(key);
+        return found == exhibit.verdicts.end() ? "none" : found->second;
+    };
+    for (const Exhibit &exhibit : exhibits_make(folder)) {
+        SCOPED_TRACE(exhibit.name);
+        const std::string image = folder.path(exhibit.name);
+        const auto written = std::filesystem::last_write_time(image);
+        const Finished explained = run_program({kExplain, "--json", image});
+        EXPECT_EQ(explained.status, 0);
+        json_object *facts = json_tokener_parse(explained.out.c_str());
+        ASSERT_NE(facts, nullptr) << explained.out;
+        const std::string version = text_of(facts, "layout", "version");
+        EXPECT_EQ(version == "none" ? "0" : version, verdict(exhibit, "check"));
+        EXPECT_EQ(text_of(facts, "layout", "row"), verdict(exhibit, "row"));
+        EXPECT_EQ(text_of(facts, "root_block", "counts"), verdict(exhibit, "root"));
+        const std::string fits = text_of(facts, "root_block", "fits_shared_root");
+        const std::string usable = verdict(exhibit, "usable");
+        EXPECT_EQ(fits, usable == "yes" ? "true" : usable == "no" ? "false" : "none");
+        json_object_put(facts);
+        EXPECT_EQ(std::filesystem::last_write_time(image), written);
+    }
+    EXPECT_EQ(run_program({kExplain, folder.path("none")}).status, 1);
+    EXPECT_EQ(run_program({kExplain}).status, 2);
+    const std::string told = run_program({kExplain, folder.path("root-isolated")}).out;
+    EXPECT_NE(told.find("Capability 0x2: a system whose root is not on an isolated disk may not use it, one whose root "
+                        "is may."),
+              std::string::npos)
+        << told;
 }
 
 } // namespace

@@ -392,7 +392,7 @@ TEST(Ncemd, DhcpClientThatSurvivesIsNotStartedAgain)
     EXPECT_TRUE(box.wait_for("log err * Udhcp kill error"));
     EXPECT_TRUE(box.record().in_order({"kill 1 *15*", "sleep 1", "sleep 1", "sleep 1", "kill 1 *9*", "sleep 1",
                                        "log err net_dhcp_client.cpp:* killed failed",
-                                       "log err ncemd_netlink.cpp:* Udhcp kill error"}));
+                                       "log err link_event_handle.cpp:* Udhcp kill error"}));
     EXPECT_EQ(box.stop(), 0);
     EXPECT_EQ(box.record().count("run *"), 0);
 }

@@ -1,0 +1,16 @@
+#include <cstdlib>
+
+#include "install/cgi.h"
+#include "lib/report.h"
+#include "net/lan.h"
+
+int cgi_neighbour_check()
+{
+    setenv("PATH", "/sbin:/bin:/usr/sbin:/usr/bin:/usr/norv/sbin:/usr/norv/bin", 1);
+    const char *address = getenv("REMOTE_ADDR");
+    if (address == nullptr) {
+        NORV_LOG(LOG_ERR, "The remote addr is NULL");
+        return -1;
+    }
+    return norv_is_in_lan(address, 1);
+}

@@ -1,0 +1,144 @@
+// Interfaces of a kernel: wires, bridges, taps and bonds in a network of their own, with the kernel's own /sys.
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "net/net.h"
+#include "tests/support/box_links.h"
+#include "tests/support/in_child.h"
+
+namespace
+{
+
+// Runs `body` in a network of its own. Returns false where the kernel gives none.
+bool in_own_network(const std::function<void(BoxLinks &)> &body)
+{
+    return in_child([&] {
+               const int own_user = geteuid() == 0 ? 0 : CLONE_NEWUSER;
+               if (unshare(CLONE_NEWNET | CLONE_NEWNS | own_user) != 0 ||
+                   mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+                   mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
+                   return 0;
+               BoxLinks links(UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, AF_UNSPEC)));
+               body(links);
+               return 1;
+           }) == 1;
+}
+
+std::string listed(int mode)
+{
+    NET_IF_INFO table[kNetInterfacesMax];
+    const int count = NLIBNetGetInterfaceInfo(table, kNetInterfacesMax, mode);
+    EXPECT_EQ(NLIBNetGetInterfaceInfo(nullptr, kNetInterfacesMax, mode), count);
+    std::string names;
+    for (int i = 0; i < count; i++)
+        names += std::string(table[i].szName) + (table[i].nLink == kNetLinkUp ? "+ " : " ");
+    return names;
+}
+
+TEST(NetKernel, ListsWhatEachModeSees)
+{
+    const bool ran = in_own_network([](BoxLinks &links) {
+        EXPECT_EQ(listed(kNetPhysical), ""); // nothing but the loopback, which is down
+        for (const char *name : {"eth0", "eth1", "eth10", "eth2"})
+            ASSERT_TRUE(links.wire(name, std::string("tap-") + name) && links.set(name, true)) << strerror(errno);
+        ASSERT_TRUE(links.set("tap-eth10", true) && links.set("lo", true));
+        for (const char *name : {"eth0", "eth1", "eth2"})
+            ASSERT_TRUE(links.settle(name, false));
+        ASSERT_TRUE(links.settle("eth10", true));
+        EXPECT_EQ(listed(kNetPhysical), "eth0 eth1 eth2 eth10+ ");
+        EXPECT_EQ(listed(kNetVirtual), "eth0 eth1 eth2 eth10+ ");
+        EXPECT_EQ(listed(kNetPointToPoint | 4 | 16), "eth0 eth1 eth2 eth10+ ");
+        EXPECT_EQ(listed(3), "eth0 eth1 eth2 eth10+ ");
+        for (const int refused : {0, 4, 16, 20})
+            EXPECT_EQ(NLIBNetGetInterfaceInfo(nullptr, 1, refused), -1) << refused;
+        EXPECT_EQ(NLIBNetGetInterfaceInfo(nullptr, -1, kNetPhysical), -1);
+        NET_IF_INFO two[2];
+        EXPECT_EQ(NLIBNetGetInterfaceInfo(two, 2, kNetPhysical), 2);
+
+        for (const char *hidden : {"docker0", "tap0", "mon.wlan0", "gbr0", "xgwlan1"})
+            ASSERT_TRUE(links.wire(hidden, std::string("dnos-") + hidden) && links.set(hidden, true));
+        EXPECT_EQ(listed(kNetPhysical), "eth0 eth1 eth2 eth10+ ");
+        ASSERT_TRUE(links.set("eth1", false));
+        EXPECT_EQ(listed(kNetPhysical), "eth0 eth2 eth10+ ");
+
+        NET_STAT stat;
+        EXPECT_EQ(NetStatGet("eth10", &stat), 0);
+        EXPECT_EQ(NetStatGet("tap0", &stat), -1);
+    });
+    if (!ran)
+        GTEST_SKIP() << "the kernel gives no network of its own";
+}
+
+TEST(NetKernel, PortsOfABridgeAreListedNowhere)
+{
+    const bool ran = in_own_network([](BoxLinks &links) {
+        if (!links.add("br0", "bridge")) {
+            fprintf(stderr, "SKIPPED: this kernel has no bridges: %s\n", strerror(errno));
+            return;
+        }
+        ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "br0"));
+        ASSERT_TRUE(links.set("eth0", true) && links.set("br0", true) && links.set("tap-eth0", true));
+        for (const int mode : {1, 2, 3, 8})
+            EXPECT_TRUE(listed(mode) == "br0 " || listed(mode) == "br0+ ") << listed(mode);
+    });
+    if (!ran)
+        GTEST_SKIP() << "the kernel gives no network of its own";
+}
+
+TEST(NetKernel, MembersOfABondAndTheBondItself)
+{
+    const bool ran = in_own_network([](BoxLinks &links) {
+        if (!links.add("bond0", "bond")) {
+            fprintf(stderr, "SKIPPED: this kernel has no bonds: %s\n", strerror(errno));
+            return;
+        }
+        ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "bond0"));
+        ASSERT_TRUE(links.set("bond0", true) && links.set("tap-eth0", true));
+        EXPECT_EQ(listed(kNetPhysical).substr(0, 4), "eth0");
+        EXPECT_EQ(listed(kNetPhysical).find("bond0"), std::string::npos);
+        EXPECT_EQ(listed(kNetVirtual).substr(0, 5), "bond0");
+        EXPECT_EQ(listed(kNetVirtual).find("eth0"), std::string::npos);
+    });
+    if (!ran)
+        GTEST_SKIP() << "the kernel gives no network of its own";
+}
+
+TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
+{
+    const bool ran = in_own_network([](BoxLinks &links) {
+        ASSERT_TRUE(links.wire("eth0", "tap0") && links.wire("eth1", "tap1") && links.set("eth1", true));
+        const int eth0 = links.index("eth0");
+        EXPECT_EQ(NetIsIfUp("eth0"), 0);
+        EXPECT_EQ(NetIsIfUp("eth1"), 1);
+        EXPECT_EQ(NetIsIfUp("eth9"), 0);
+        static constexpr struct {
+            const char *from, *to;
+            int result;
+        } kCases[] = {
+            {"eth0", "eth7", 0},
+            {"eth0", "eth8", -1}, // is gone
+            {"eth7", "eth1", -1},
+            {"eth1", "eth8", -1}, // is up
+            {"eth7", "seventeen-letters", -1},
+            {"seventeen-letters", "eth8", -1},
+            {"sixteen-letters-", "eth8", -1},
+            {"eth7", "a/b", -1},
+            {nullptr, "eth8", -1},
+            {"eth7", nullptr, -1},
+        };
+        for (const auto &row : kCases)
+            EXPECT_EQ(net_rename_eth(row.from, row.to), row.result) << &row - kCases;
+        EXPECT_EQ(links.index("eth7"), eth0);
+    });
+    if (!ran)
+        GTEST_SKIP() << "the kernel gives no network of its own";
+}
+
+} // namespace

@@ -1,0 +1,235 @@
+// What the kernel and the system's files tell of the network, read from bytes.
+#include <cstring>
+#include <gtest/gtest.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "autocleanup/unique.h"
+#include "lib/report.h"
+#include "net/link_event.h"
+#include "net/net_process_scan.h"
+#include "net/net_text.h"
+#include "net/norvjnet.h"
+
+namespace
+{
+
+UniqueFile stream_of(const std::string &text)
+{
+    UniqueFile file(tmpfile());
+    fwrite(text.data(), 1, text.size(), file.get());
+    rewind(file.get());
+    return file;
+}
+
+TEST(NetStat, NamesInNaturalOrderWithoutHiddenOnes)
+{
+    static constexpr char kHeading[] = "Inter-| Receive\n face |bytes\n";
+    const struct {
+        std::string lines;
+        int room;
+        std::string found; // name rx-bytes rx-packets tx-bytes tx-packets
+        int result;
+    } kCases[] = {
+        {"  eth0: 1 2 0 0 0 0 0 0 3 4 0\n", 9, "eth0 1 2 3 4\n", 1},
+        {"eth0:9223372036854775807 2 0 0 0 0 0 0 -3 4\n", 9, "eth0 9223372036854775807 2 -3 4\n", 1},
+        {"a10:\n a9:\n a09:\n b:\n a:\n a9b:\n", 9, "a|a09|a9|a9b|a10|b|", 6},
+        {"tap0:\n dockerx:\n dnos1:\n wlmon.0:\n xtap0:\n mondo:\n", 9, "mondo|xtap0|", 2},
+        {"b:\n a:\n c:\n", 2, "a|b|", 2},
+        {"b:\n no colon\n a:\n", 9, "b|", 1},
+        {"a-name-of-twenty-char: 5\n", 9, "a-name-of-twent 5 0 0 0\n", 1},
+        {"eth0:" + std::string(600, ' ') + "\n eth1:\n", 9, "eth0|",
+         1}, // no colon in the rest of a line that is too long
+        {"", 9, "", 0},
+    };
+    for (const auto &row : kCases) {
+        NET_STAT stats[9];
+        const UniqueFile file = stream_of(kHeading + row.lines);
+        ASSERT_EQ(net_stat_read(file.get(), stats, row.room), row.result) << row.lines;
+        std::string found;
+        for (int i = 0; i < row.result; i++) {
+            const NET_STAT &stat = stats[i];
+            EXPECT_EQ(stat.nVersion, 1);
+            found += stat.szName;
+            found += row.found.find('|') != std::string::npos
+                         ? "|"
+                         : " " + std::to_string(stat.llRxBytes) + " " + std::to_string(stat.llRxPackets) + " " +
+                               std::to_string(stat.llTxBytes) + " " + std::to_string(stat.llTxPackets) + "\n";
+        }
+        EXPECT_EQ(found, row.found);
+    }
+    NET_STAT stat;
+    EXPECT_EQ(net_stat_read(stream_of("one heading\n").get(), &stat, 1), -1);
+    EXPECT_EQ(NLIBCErrGet(), kErrRead);
+}
+
+TEST(NetGateway, FirstDefaultRouteThatIsUp)
+{
+    static constexpr char kHeading[] = "Iface\tDestination\n";
+    static constexpr char kSubnet[] = "eth0\t0000000A\t00000000\t0001\t0\t0\t0\t000000FF\t0\t0\t0\n";
+    const struct {
+        std::string lines;
+        size_t room;
+        int result;
+        const char *text;
+    } kCases[] = {
+        {std::string(kSubnet) + "eth0\t00000000\t0102000A\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", 64, 0, "10.0.2.1"},
+        {"eth0\t00000000\t0102000A\t0002\t0\t0\t0\t00000000\t0\t0\t0\n" // down
+         "eth1\t00000000\t0202000A\t0003\t0\t0\t0\t00000080\t0\t0\t0\n" // half of all addresses
+         "eth2\t00000000\t0302000A\t0007\t0\t0\t9\t00000000\t0\t0\t0\n",
+         64, 0, "10.0.2.3"},
+        {kSubnet, 64, 0, ""},
+        {"eth0\t00000000\t0102000A\t0003\t0\t0\t0\t00000000\t0\t0\n", 64, -1, ""},
+        {"eth0\t00000000\t0102000A\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", 8, -1, ""},
+        {std::string(300, 'x') + "\n", 64, -1, ""},
+        {"", 64, 0, ""},
+    };
+    for (const auto &row : kCases) {
+        char text[64] = "";
+        EXPECT_EQ(net_gateway_read(stream_of(kHeading + row.lines).get(), text, row.room), row.result) << row.lines;
+        EXPECT_STREQ(text, row.text);
+    }
+    char text[64] = "";
+    EXPECT_EQ(net_gateway_read(stream_of("").get(), text, sizeof(text)), 0);
+}
+
+TEST(NetNameServer, FirstLineOfTheKey)
+{
+    static constexpr const char *kCases[][2] = {
+        {"search lan\nnameserver 10.0.0.1\nnameserver 10.0.0.2\n", "10.0.0.1"},
+        {"#nameserver 1.1.1.1\n nameserver 2.2.2.2\nnameserver\t \t::1 x", "::1"},
+        {"nameserver\nnameserver 10.0.0.2\n", ""}, // the first such line counts, whatever it holds
+        {"", ""},
+        {"nameserver", ""},
+    };
+    for (const auto &[text, server] : kCases)
+        EXPECT_EQ(net_name_server(text), server) << text;
+}
+
+TEST(NetProcessScan, ClientsOfOneInterface)
+{
+    static constexpr char kOutput[] = "  PID USER COMMAND\n"
+                                      "   12 root /sbin/udhcpc -i eth1 -p /etc/dhcpc/dhcpcd-eth1.pid -b\n"
+                                      "   13 root /sbin/udhcpc -i eth10 -p x\n"
+                                      "   14 root /bin/grep /sbin/udhcpc -i eth1\n"
+                                      "   15 root sh -c /bin/ps -Iwww | /bin/grep '/sbin/udhcpc -i eth1' > /tmp/x\n"
+                                      "    1 root /sbin/udhcpc -i eth1\n"
+                                      "   -1 root /sbin/udhcpc -i eth1\n"
+                                      "4294967295 root /sbin/udhcpc -i eth1\n"
+                                      "99999999999999999999 root /sbin/udhcpc -i eth1\n"
+                                      "2147483647 root /sbin/udhcpc -i eth1";
+    pid_t found[4] = {};
+    ASSERT_EQ(net_process_scan(kOutput, "/sbin/udhcpc -i eth1", found), 2);
+    EXPECT_EQ(found[0], 12);
+    EXPECT_EQ(found[1], 2147483647);
+    EXPECT_EQ(net_process_scan(kOutput, "/sbin/udhcpc -i eth1", std::span(found).first(1)), 1);
+    EXPECT_EQ(net_process_scan("", "/sbin/udhcpc -i eth1", found), 0);
+}
+
+TEST(NetIsValidIpMask, WhatAnInterfaceMayHave)
+{
+    static constexpr struct {
+        const char *ip, *mask, *rewritten; // NULL: refused
+    } kCases[] = {
+        {"192.168.1.5", "255.255.255.0", "255.255.255.0"},
+        {"192.168.1.0", "255.255.255.0", "255.255.255.0"},
+        {"192.168.1.255", "255.255.255.0", nullptr},
+        {"192.168.1.255", "255.255.0.0", "255.255.0.0"},
+        {"192.168.1.255", "255.255.255.255", "255.255.255.255"},
+        {"0x0a.012.1.1", "0xff.0377.0.0", "255.255.0.0"},
+        {"10.0.0.3", "255.255.255.254", nullptr},
+        {"10.0.0.2", "255.255.255.254", "255.255.255.254"},
+        {"127.0.0.5", "255.0.0.0", nullptr},
+        {"223.0.0.1", "255.0.0.0", "255.0.0.0"},
+        {"224.0.0.1", "255.0.0.0", nullptr},
+        {"0.0.0.1", "128.0.0.0", "128.0.0.0"},
+        {"10.0.0.1", "0.0.0.0", nullptr},
+        {"10.0.0.1", "255.0.255.0", nullptr},
+        {"10.0.0.1", "0.0.0.255", nullptr},
+        {"10.0.0.256", "255.0.0.0", nullptr},
+        {"10.0.0", "255.0.0.0", nullptr},
+        {"10.0.0.1.2", "255.0.0.0", nullptr},
+        {"10.0..1", "255.0.0.0", nullptr},
+        {"10.0.0.09", "255.0.0.0", nullptr},
+        {"10.0.0.-1", "255.0.0.0", nullptr},
+        {"10.0.0.1 ;reboot", "255.0.0.0", nullptr},
+        {"10.0.0.1", "255.0.0.0 ;reboot", nullptr},
+        {"", "255.0.0.0", nullptr},
+        {"10.0.0.1", "", nullptr},
+        {"10.0.0.1", "0x000ff.0.0.0.......", nullptr}, // fills the room to its last byte
+    };
+    for (const auto &row : kCases) {
+        char mask[kNetAddressRoom] = {};
+        memcpy(mask, row.mask, strnlen(row.mask, sizeof(mask)));
+        EXPECT_EQ(net_is_valid_ip_mask(row.ip, mask), row.rewritten != nullptr ? 1 : 0) << row.ip << " " << row.mask;
+        EXPECT_STREQ(mask, row.rewritten != nullptr ? row.rewritten : mask);
+    }
+}
+
+using Bytes = std::vector<uint8_t>;
+
+// A message of a type with the flags of its link and attributes, which may lie about their lengths.
+Bytes message(uint16_t type, uint32_t flags, const Bytes &attributes, uint32_t length = 0)
+{
+    Bytes bytes(NLMSG_LENGTH(sizeof(ifinfomsg)));
+    bytes.insert(bytes.end(), attributes.begin(), attributes.end());
+    length = length != 0 ? length : static_cast<uint32_t>(bytes.size());
+    memcpy(bytes.data(), &length, sizeof(length));
+    memcpy(bytes.data() + 4, &type, sizeof(type));
+    memcpy(bytes.data() + NLMSG_HDRLEN + 8, &flags, sizeof(flags));
+    bytes.resize(NLMSG_ALIGN(bytes.size()));
+    return bytes;
+}
+Bytes attribute(uint16_t type, const std::string &value, size_t length = 0)
+{
+    length = length != 0 ? length : sizeof(rtattr) + value.size();
+    Bytes bytes = {static_cast<uint8_t>(length), 0, static_cast<uint8_t>(type), 0};
+    bytes.insert(bytes.end(), value.begin(), value.end());
+    bytes.resize(NLMSG_ALIGN(bytes.size()));
+    return bytes;
+}
+Bytes joined(std::initializer_list<Bytes> parts)
+{
+    Bytes all;
+    for (const Bytes &part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+TEST(LinkEvent, WalksBatchesAndStopsAtALie)
+{
+    using namespace std::string_literals;
+    const Bytes kEth0 = message(RTM_NEWLINK, IFF_RUNNING, attribute(IFLA_IFNAME, "eth0\0"s));
+    const struct {
+        Bytes batch;
+        std::string events; // "name flags" each
+    } kCases[] = {
+        {joined({kEth0, message(RTM_NEWLINK, 1, joined({attribute(IFLA_MTU, "1234"), attribute(IFLA_IFNAME, "b")}))}),
+         "eth0 64|b 1|"},
+        {joined({message(RTM_DELLINK, 1, attribute(IFLA_IFNAME, "gone")), kEth0}), "eth0 64|"},
+        {joined({message(RTM_NEWLINK, 1, attribute(IFLA_MTU, "1234")), kEth0}), "eth0 64|"},
+        {joined({message(RTM_NEWLINK, 1, attribute(IFLA_IFNAME, "eth1", 200)), kEth0}), "eth0 64|"},
+        {joined({message(RTM_NEWLINK, 1, attribute(IFLA_IFNAME, "eth1", 3)), kEth0}), "eth0 64|"},
+        {joined({message(RTM_NEWLINK, 1, attribute(IFLA_IFNAME, "\0"s)), kEth0}), "eth0 64|"},
+        {message(RTM_NEWLINK, 1, attribute(IFLA_IFNAME, "a-name-of-twenty-chr")), "a-name-of-twent 1|"},
+        {joined({message(RTM_NEWLINK, 1, {}, 15), kEth0}), ""},
+        {joined({message(RTM_NEWLINK, 1, {}, 5000), kEth0}), ""},
+        {joined({message(RTM_NEWLINK, 1, {}, 16), kEth0}), ""}, // goes on inside the link's bytes
+        {Bytes(kEth0.begin(), kEth0.end() - 1), ""},
+        {Bytes(15), ""},
+        {{}, ""},
+    };
+    for (const auto &row : kCases) {
+        const Bytes exact(row.batch); // a sanitizer sees a byte too many
+        std::span<const uint8_t> rest(exact);
+        std::string events;
+        for (LinkEvent event; link_event_next(&rest, &event);)
+            events += std::string(event.name) + " " + std::to_string(event.flags) + "|";
+        EXPECT_EQ(events, row.events) << &row - kCases;
+    }
+}
+
+} // namespace
