@@ -67,6 +67,9 @@ TEST(Museum, ThroughTheRoles)
         box.host_file("/sbin/sfdisk", kSfdisk);
         box.host_file("/dev/sda", folder.path(exhibit.name), 0660);
         kernel_sees(box, folder.path(exhibit.name));
+        box.directory("/sys/block/sda");
+        box.program("/sbin/mdadm", {{.args = "-E /dev/sda1", .output = "UUID : 1:2:3:4\n"}});
+        box.leaves({"/tmp/.not.dualhead"});
 
         Result result = box.run({"norvcheckpartition", "sda"});
         EXPECT_EQ(std::to_string(result.exit_status), exhibit.verdicts.at("check")) << result.log_text();
@@ -78,6 +81,11 @@ TEST(Museum, ThroughTheRoles)
             word[dash] = ' ';
         EXPECT_EQ(result.out, word) << result.log_text();
         EXPECT_TRUE(result.files_changed.empty());
+
+        const auto ssd = exhibit.verdicts.find("ssd");
+        result = box.run({"norvssdcache", "--check"});
+        EXPECT_EQ(result.out, ssd == exhibit.verdicts.end() ? "" : ssd->second) << result.log_text();
+        EXPECT_EQ(result.exit_status, result.out == "-1" ? 255 : 0);
     }
 }
 
@@ -87,6 +95,25 @@ std::string text_of(json_object *facts, const char *section, const char *key)
     if (json_object_object_get_ex(facts, section, &value) && json_object_object_get_ex(value, key, &value))
         return json_object_get_string(value);
     return "none";
+}
+
+// ID:MODE:SIZE of each cache.
+std::string caches_of(json_object *facts)
+{
+    json_object *caches = nullptr;
+    std::string text;
+    json_object_object_get_ex(facts, "super_block", &caches);
+    if (!json_object_object_get_ex(caches, "caches", &caches))
+        return "none";
+    for (size_t i = 0; i < json_object_array_length(caches); i++) {
+        text += i > 0 ? "," : "";
+        for (const char *key : {"id", "mode", "size"}) {
+            json_object *value = nullptr;
+            json_object_object_get_ex(json_object_array_get_idx(caches, i), key, &value);
+            text += (key[0] == 'i' ? "" : ":") + std::string(json_object_get_string(value));
+        }
+    }
+    return text;
 }
 
 // The explainer on the images themselves, which it leaves as they are.
@@ -112,6 +139,12 @@ TEST(Museum, DiskExplain)
         const std::string fits = text_of(facts, "root_block", "fits_shared_root");
         const std::string usable = verdict(exhibit, "usable");
         EXPECT_EQ(fits, usable == "yes" ? "true" : usable == "no" ? "false" : "none");
+        const std::string super = verdict(exhibit, "super");
+        const bool has_block = super != "none" && super != "0" && super != "-1";
+        EXPECT_EQ(text_of(facts, "super_block", "found"), has_block ? "1" : super == "-1" ? super : "0");
+        EXPECT_EQ(text_of(facts, "super_block", "version"), has_block ? super : "none");
+        EXPECT_EQ(text_of(facts, "super_block", "space_type"), verdict(exhibit, "type"));
+        EXPECT_EQ(caches_of(facts), verdict(exhibit, "caches"));
         json_object_put(facts);
         EXPECT_EQ(std::filesystem::last_write_time(image), written);
     }

@@ -34,6 +34,7 @@ struct View {
 void explain_partitions(const ExaminedDisk &disk, View *view);
 void explain_layout(const ExaminedDisk &disk, View *view);
 void explain_root_block(const ExaminedDisk &disk, View *view);
+void explain_super_block(const ExaminedDisk &disk, View *view);
 
 // A layout as facts.
 [[nodiscard]] json_object *layout_facts(const PartitionLayout &layout);

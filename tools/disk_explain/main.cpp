@@ -21,6 +21,7 @@ constexpr ViewRow kViews[] = {
     {"label", "Partitions", explain_partitions},
     {"layout", "Layout", explain_layout},
     {"root_block", "Root block", explain_root_block},
+    {"super_block", "Super block", explain_super_block},
 };
 
 PartitionExtent extent_of(const PartitionTable &table, int number)
