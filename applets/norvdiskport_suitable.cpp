@@ -13,21 +13,19 @@
 #include "lib/text.h"
 
 // Adds the line of a group, unless all its disks suit.
-static int group_add(const DiskInterfaceGroup &group, int disks, bool *is_first, ResultText *result)
+static int group_add(const DiskInterfaceGroup &group, int disks, ResultText *result)
 {
     const auto name = text_view(group.name);
     bool is_begun = false;
     for (int i = 0; i < disks; i++) {
         if (group.is_incompatible[i] == 0)
             continue;
-        const char *line_end = *is_first ? "" : "\n";
-        const int status =
-            is_begun ? result_add(result, " %d", i + 1)
-                     : result_add(result, "%s%.*s: %d", line_end, static_cast<int>(name.size()), name.data(), i + 1);
-        if (status != 0)
+        const char *line_end = result->text == nullptr ? "" : "\n"; // of the line before
+        if (!is_begun && result_add(result, "%s%.*s:", line_end, static_cast<int>(name.size()), name.data()) != 0)
+            return -1;
+        if (result_add(result, " %d", i + 1) != 0)
             return -1;
         is_begun = true;
-        *is_first = false;
     }
     return 0;
 }
@@ -41,9 +39,8 @@ int option_incompatible_disk_list(char * /*args*/[], ResultText *result)
         return -1;
     const int disks =
         std::min(NLIBCConfMaxDisksGet(), static_cast<int>(std::size(interfaces.groups[0].is_incompatible)));
-    bool is_first = true;
     for (int i = 0; i < interfaces.count; i++)
-        if (group_add(interfaces.groups[i], disks, &is_first, result) != 0)
+        if (group_add(interfaces.groups[i], disks, result) != 0)
             return -1;
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "autocleanup/unique.h"
 #include "disk/disk_place.h"
 #include "external/adapter_card.h"
 #include "lib/file.h"
@@ -227,6 +228,53 @@ TEST_F(Disk, PlacesOfLetters)
         }
     });
     EXPECT_NE(root.log().find("# bad paramters: unknown device, disk path: hda\n"), std::string::npos);
+}
+
+// nvme0n1 in a bay, nvme1n1 in a slot for cache disks, both of the first model that has bays.
+TEST_F(Disk, ListsByFormFactor)
+{
+    const ProductNvmePort *bay = kProductNvmePorts, *slot = kProductNvmePorts;
+    while (bay->kind != 2)
+        bay++;
+    while (slot->kind != 3 || strcmp(slot->unique, bay->unique) != 0)
+        slot++;
+    const auto device = [](const ProductNvmePort &port, const std::string &name) {
+        return std::string("/sys/devices/pci0000:00/") + port.address + "/0000:05:00.0/nvme/nvme/" + name;
+    };
+    for (const std::string &path : {device(*bay, "nvme0n1"), device(*slot, "nvme1n1")})
+        root.write(path + "/uevent", "");
+    root.write("/proc/sys/kernel/norv_hw_version", "ANY\n");
+    for (const char *name : {"nvc1", "sda", "sdb"})
+        root.write(std::string("/sys/block/") + name + "/uevent", "");
+    root.run([&] {
+        link("/sys/block/nvme0n1", device(*bay, "nvme0n1"));
+        link("/sys/block/nvme1n1", device(*slot, "nvme1n1"));
+        return 0;
+    });
+    static constexpr struct {
+        const char *conf, *m2, *u2, *bays;
+    } kCases[] = {
+        {"supportnvme=yes\n", "nvc1 nvme1n1 ", "nvme0n1 ", "sda "},
+        {"supportnvme=yes\nblockm2sata=yes\n", "nvme1n1 ", "nvme0n1 ", "sda "},
+        {"", "nvc1 ", "nvme0n1 nvme1n1 ", "sda "}, // on other models they count as no NVMe disks
+    };
+    for (const auto &row : kCases)
+        with(row.conf + std::string("internalportcfg=1\nusbportcfg=2\nunique=") + bay->unique + "\n", [&row] {
+            const struct {
+                int (*enumerate)(PNLIBSZLIST *list);
+                const char *names;
+            } lists[] = {{external_disk_m2_enum, row.m2},
+                         {external_disk_u2_enum, row.u2},
+                         {external_disk_internal_bay_enum, row.bays}};
+            for (const auto &[enumerate, names] : lists) {
+                UniqueList list(NLIBCSzListAlloc(0));
+                EXPECT_EQ(enumerate(list.address()), 0);
+                std::string found;
+                for (int i = 0; i < list.get()->nItem; i++)
+                    found += std::string(NLIBCSzListGet(list.get(), i)) + " ";
+                EXPECT_EQ(found, names) << row.conf;
+            }
+        });
 }
 
 void chip_write(const PrivateRoot &root, const ProductAdapterCard &card, uint32_t value)
