@@ -17,6 +17,6 @@ int external_hw_find_NIC_PCI_name(const char *ifname, char *pci_name, size_t siz
     const char *name = base_name(device);
     if (strlen(name) >= size)
         return fail(kErrBufferTooSmall);
-    strcpy(pci_name, name);
+    memcpy(pci_name, name, strlen(name) + 1);
     return 0;
 }

@@ -101,7 +101,11 @@ bool link_event_next(Bytes *batch, LinkEvent *event)
 void LinkEventHandle(int netlink_fd)
 {
     uint8_t block[4096];
-    const auto received = recv(netlink_fd, block, sizeof(block), MSG_DONTWAIT);
+    iovec room = {block, sizeof(block)};
+    msghdr message = {};
+    message.msg_iov = &room;
+    message.msg_iovlen = 1;
+    const auto received = recvmsg(netlink_fd, &message, MSG_DONTWAIT);
     if (received <= 0)
         return;
     Bytes batch(block, static_cast<size_t>(received));

@@ -28,7 +28,7 @@ int net_seq_ports_read()
         *last = static_cast<PNETDEVSEQ>(calloc(1, sizeof(NetSeqPort)));
         if (*last == nullptr)
             return fail(kErrOutOfMemory);
-        strcpy((*last)->szPciPort, line);
+        memcpy((*last)->szPciPort, line, sizeof(line));
         last = &(*last)->next;
     }
     return 0;
