@@ -1,4 +1,3 @@
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 
@@ -35,13 +34,14 @@ template <size_t kRows> const char *word_of(const Word (&words)[kRows], int32_t 
     return "";
 }
 
-using ShortWord = char[16]; // longer words are printed cut
+using Printed = unsigned long long; // what %llu takes
+using ShortWord = char[16];         // longer words are printed cut
 
 void rebuild_word(const RaidRebuildStatus &rebuild, ShortWord &word)
 {
     char whole[64] = "None";
     if (rebuild.state == kRebuildRunning)
-        snprintf(whole, sizeof(whole), "Progressing...[%" PRIu64 "/%" PRIu64 "]", rebuild.done, rebuild.total);
+        snprintf(whole, sizeof(whole), "Progressing...[%llu/%llu]", Printed{rebuild.done}, Printed{rebuild.total});
     else if (rebuild.state == kRebuildWaiting)
         text_cut(whole, "Waiting...");
     text_cut(word, whole);
@@ -64,7 +64,7 @@ int raidtool_status(int argc, char *argv[])
     rebuild_word(info.rebuild, rebuild);
     printf("%s is running, status: %s, rebuilding: %s\n", device, word_of(kStatuses, info.status), rebuild);
     printf("Device level: %s\n", word_of(kLevels, info.level));
-    printf("Device size: %" PRIu64 " MB (%" PRIu64 " bytes) \n", info.size >> 20, info.size);
+    printf("Device size: %llu MB (%llu bytes) \n", Printed{info.size >> 20}, Printed{info.size});
     printf("Disk: \n");
     for (const RaidDisk *disk = info.disks.get(); disk != nullptr; disk = disk->next) {
         text_cut(state, word_of(kMemberStates, disk->state));

@@ -19,7 +19,7 @@ void space_command_text(char *const argv[], char *text, size_t size);
 void space_error_log(const char *command, FILE *output);
 
 // What is locked. Each has a file of its own in /run/space/lock.
-enum SpaceLockId : int {
+enum SpaceLock : int {
     kSpaceLockBatch = 0,
     kSpaceLockLvmGroup = 1,
     kSpaceLockService = 2,

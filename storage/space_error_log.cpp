@@ -2,6 +2,7 @@
 #include "storage/space.h"
 
 static constexpr size_t kKeptBytes = 2047;
+static constexpr size_t kCommandBytes = 1024;
 
 void space_error_log(const char *command, FILE *output)
 {
@@ -11,5 +12,7 @@ void space_error_log(const char *command, FILE *output)
         if (kept < kKeptBytes)
             text[kept++] = c == '\n' ? ' ' : static_cast<char>(c);
     text[kept] = '\0';
-    NORV_LOG(LOG_INFO, "SpaceCommand:command=\"%s\" Error=\"%s\"", command, text);
+    char told[kKeptBytes + kCommandBytes + 32];
+    snprintf(told, sizeof(told), "command=\"%s\" Error=\"%s\"", command, text);
+    NORV_LOG(LOG_INFO, "SpaceCommand:%s", told);
 }

@@ -10,7 +10,7 @@
 
 static constexpr char kFolder[] = "/run/space/lock";
 
-// By SpaceLockId. Other programs share the files, so their names stay as they are, slips included.
+// By SpaceLock. Other programs share the files, so their names stay as they are, slips included.
 static constexpr const char *kFiles[] = {
     "/run/space/lock/action_batch.lock",
     "/run/space/lock/action_lvm_vg.lock",
