@@ -60,13 +60,13 @@ constexpr BlockField kLvmFields[] = {
     BLOCK_FIELD(1, 4, NORVBlock, lvmValue),
 };
 constexpr BlockField kRaidHeadFields[] = {BLOCK_FIELD(2, 4, ListHead, count)};
-constexpr BlockField kRaidFields[] = {BLOCK_FIELD(2, 64, RaidIdentifier, text)}; // count times
+constexpr BlockField kRaidFields[] = {BLOCK_FIELD(2, 64, RaidIdentifier, text)}; // as often as the count says
 constexpr BlockField kLimitFields[] = {BLOCK_FIELD(5, 16, NORVBlock, raidGroupLimit)};
 
 // The second block behind magic, version, capability and feature.
 constexpr BlockField kCacheHeadFields[] = {BLOCK_FIELD(6, 4, ListHead, count)};
+// As often as the count says.
 constexpr BlockField kCacheFields[] = {
-    // count times
     BLOCK_FIELD(6, 64, StoredCache, id),
     BLOCK_FIELD(6, 4, StoredCache, mode),
     BLOCK_FIELD(6, 8, StoredCache, size),
