@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <netinet/in.h>
 
 #include "findhost/packet.h"
@@ -13,6 +14,9 @@ extern int gblDebug;            // messages on standard error
 extern int gblMemTest;          // the machine is under a memory test
 extern int gblAsstHasSySMigrat; // the last client announced system migration
 extern int gblReplyPort;        // port the current packet came in on, to which replies go
+extern time_t tvLastQuery;      // when the last query was answered or refused, 0: none
+extern uint32_t ulLastQueryIP;  // who was answered last, network order
+extern time_t tvLastNetSet;     // when the last network setting was done, 0: none
 
 // The debug channel.
 #define FHOST_DEBUG(...) (gblDebug != 0 ? static_cast<void>(fprintf(stderr, __VA_ARGS__)) : static_cast<void>(0))
@@ -29,6 +33,27 @@ enum FhostStatus : int {
 
 // The status at this moment. Writes it to /tmp/fhost.status.
 int FHOSTGetStatus();
+
+// Opens the sockets and serves datagrams. Returns -1 when a socket cannot be had or read; 0 when there is nothing left
+// to wait for.
+int FHOSTServerRun();
+void fhost_server_close();
+
+// Has signals noted; those that come before the last call are lost. A process that forks calls it once more.
+void fhost_signals_catch();
+// Readable while there are signals to serve.
+[[nodiscard]] int fhost_signal_fd();
+// Hands the signals noted to FHOSTDExit.
+void fhost_signals_serve();
+// Whether a signal that ends the daemon was noted.
+[[nodiscard]] bool fhost_is_ending();
+// Reports a signal; the ones that end the daemon end it here, with status 0.
+void FHOSTDExit(int signal);
+
+inline constexpr char kFhostPidPath[] = "/var/run/findhostd.pid";
+
+// Tells every ten seconds, unprompted, that the machine is there. Returns never.
+[[noreturn]] void fhost_notify();
 
 // Serves one datagram. Returns 0, or -1 when it was dropped or its request failed.
 int FHOSTHandlePacket(int len, const uint8_t *buffer, const sockaddr_in *peer);
@@ -69,6 +94,8 @@ int FHOSTSendReadyViaVface(const NET_IF_INFO &interface);
 // Broadcasts a packet twice at link level, from port 1234 to gblReplyPort. `ip`: the interface's address in network
 // order, 0 for none. Returns 0; -1.
 int FHOSTSendFrame(const NET_IF_INFO &interface, uint32_t ip, const FhostPacket &packet);
+// The same once, from the port's own MAC and no address.
+int fhost_physical_frame_send(const NET_IF_INFO &interface, const FhostPacket &packet);
 
 // The index of the interface whose MAC is that text, in either case; -1 when there is none. `mac` is read up to 32
 // characters.

@@ -1,0 +1,237 @@
+// The packets that the appliance sends, element by element.
+#include <arpa/inet.h>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <unistd.h>
+
+#include "findhost/findhost.h"
+#include "install/system_status.h"
+#include "lib/text.h"
+#include "tests/findhost/packet_bytes.h"
+#include "tests/support/private_root.h"
+
+namespace
+{
+
+constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf", kVersion[] = "/etc.defaults/VERSION",
+               kSerial[] = "/proc/sys/kernel/norv_serial";
+constexpr uint32_t kPeer = 0x0700000a; // 10.0.0.7
+
+std::string host_name()
+{
+    char name[65] = "";
+    gethostname(name, sizeof(name));
+    return std::string(name).substr(0, std::string(name).find('.')).substr(0, 31);
+}
+
+enum class Kind { kInterface, kPhysical, kReady };
+
+struct Case {
+    const char *what;
+    Kind kind;
+    std::map<std::string, std::string> files;
+    std::function<void(FhostReply *, NET_IF_INFO *, FHOST_RECORD *)> change; // what differs from the common ground
+    std::string elements;
+    std::string log;
+};
+
+// What every reply with all files missing holds at these places.
+const std::string kNoRelease = number(0x90, 0) + number(0x49, 0);
+const std::string kNoVersionLog = "3 reply_facts.cpp:# Fail to get productversion from /etc.defaults/VERSION\n";
+const std::string kMacs = "02:00:00:00:00:0a";
+const std::string kIdentity = number(0x01, 6) + number(0xa4, 0x01020000);
+const std::string kInterfaceIdentity = kIdentity + number(0xa6, 0x78) + number(0x48, 1);
+
+std::string capabilities(uint64_t bits)
+{
+    return number(0xb0, bits, 8) + number(0xb8, bits, 8);
+}
+
+// On migration: what the disks hold.
+const std::string kMigration = number(0xa7, 14) + element(0x7e, "9.8.765") + element(0x7f, "NS0999") +
+                               number(0x7d, 30000) + number(0x4d, 5) + capabilities(0x40);
+
+void migrates(FhostReply * /*reply*/, NET_IF_INFO * /*interface*/, FHOST_RECORD * /*request*/)
+{
+    gSysStatus = SYSTEM_NORMAL;
+    ulSysMigratType = 5;
+    gDiskSysInfo.build_num = 30000;
+    EXPECT_TRUE(text_set(gDiskSysInfo.version, "9.8.7654"));
+    EXPECT_TRUE(text_set(gDiskSysInfo.model, "NS0999"));
+}
+
+TEST(FhostReply, ElementsStandInOrder)
+{
+    if (!PrivateRoot::allowed())
+        GTEST_SKIP() << "no private root for this user";
+    const Case kCases[] = {
+        {"everything set, long form",
+         Kind::kInterface,
+         {{kDefaults, "upnpmodelname=\"NS0801\"\nunique=\"norv_one\"\nos_name=\"NOS7\"\nsupportraid=\"YES\"\n"
+                      "support_webinstall=yes\n"},
+          {kVersion, "majorversion=7\nminorversion=2\nproductversion=\"7.2.1234\"\nbuildnumber=25556\n"
+                     "smallfixnumber=3\n"},
+          {kSerial, "1234567890123\n"},
+          {"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=dhcp\n"}},
+         [](FhostReply *reply, NET_IF_INFO *, FHOST_RECORD *request) {
+             EXPECT_TRUE(text_set(request->szPcMac, "aa:bb"));
+             reply->request = request;
+         },
+         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x10, 1) +
+             number(0x13, 0x00ffffff) + number(0xba, 1) + number(0x18, 1) + number(0x1e, kPeer) + number(0x1f, 5) +
+             number(0xa3, 1) + kInterfaceIdentity + element(0x78, "NS0801") + element(0x70, "norv_one") +
+             element(0xc1, "NOS7") + number(0x71, 1) + element(0x7c, "aa:bb") + number(0xa7, 2) + capabilities(0) +
+             number(0x90, 3) + number(0x49, 25556) + element(0x77, "7.2.123") + element(0xc0, "1234567890123") +
+             element(0x73, "4567890123"),
+         ""},
+        {"nothing set, short form, no address",
+         Kind::kInterface,
+         {{"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\n"}},
+         [](FhostReply *reply, NET_IF_INFO *interface, FHOST_RECORD *request) {
+             reply->long_form = false;
+             reply->request = request; // its szPcMac is empty
+             interface->szIP[0] = '\0';
+         },
+         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0) + number(0x10, 0) + number(0x13, 0) +
+             number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) + number(0xa7, 2) +
+             capabilities(0) + kNoRelease,
+         "3 reply_build.cpp:#(FHOSTSendViaVface) nic_ip.s_addr=0\n"
+         "3 reply_build.cpp:#(FHOSTSendViaVface) nic_index=[1], PsIfaces[nic_index].szName=[eth0]\n" +
+             kNoVersionLog},
+        {"texts of the model that are too long, serials of another length",
+         Kind::kInterface,
+         {{kDefaults, "upnpmodelname=" + std::string(48, 'm') + "\nunique=" + std::string(64, 'u') +
+                          "\nos_name=LONGNAME\nsupportraid=no\n"},
+          {kVersion, "productversion=7\nbuildnumber=1\n"},
+          {kSerial, "123456789\n"},
+          {"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\n"}},
+         [](FhostReply *reply, NET_IF_INFO *, FHOST_RECORD *) {
+             reply->long_form = false;
+             gSysStatus = SYSTEM_CRASHED;
+         },
+         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x10, 0) +
+             number(0x13, 0x00ffffff) + number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) +
+             number(0xa7, 4) + capabilities(0) + number(0x90, 0) + number(0x49, 1) + element(0x77, "7") +
+             element(0xc0, "123456789"),
+         "3 reply_facts.cpp:# Serial number is 9 out of size\n"},
+        {"disks with a newer system",
+         Kind::kInterface,
+         {{kVersion, "productversion=7\nbuildnumber=29999\nsmallfixnumber=2\n"},
+          {kSerial, "AB34567890123456"},
+          {"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\n"}},
+         [](FhostReply *reply, NET_IF_INFO *interface, FHOST_RECORD *request) {
+             reply->long_form = false;
+             migrates(reply, interface, request);
+         },
+         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x10, 0) +
+             number(0x13, 0x00ffffff) + number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) +
+             kMigration + number(0x90, 2) + number(0x49, 30000) + element(0x77, "9.8.765") +
+             element(0xc0, "AB34567890123456") + element(0x73, "7890123456"),
+         ""},
+        {"physical, memory test",
+         Kind::kPhysical,
+         {{kVersion, "majorversion=7\nminorversion=2\nbuildnumber=25556\nsmallfixnumber=3\n"},
+          {"/tmp/memtester.progress", "50/100\n"}},
+         [](FhostReply *reply, NET_IF_INFO *, FHOST_RECORD *request) {
+             EXPECT_TRUE(text_set(request->szPcMac, "aa:bb"));
+             reply->request = request;
+             gblMemTest = 1;
+         },
+         element(0x11, host_name()) + element(0x19, kMacs) + number(0x18, 0) + number(0x1e, kPeer) + number(0x1f, 5) +
+             element(0xa2, "02:00:00:00:00:01") + number(0xa3, 1) + kIdentity + number(0xa7, 9) + number(0x79, 4950) +
+             capabilities(0) + number(0x90, 3) + number(0x49, 25556) + element(0x77, "7.2") + element(0x7c, "aa:bb"),
+         ""},
+        {"physical, unprompted, disks with an older system",
+         Kind::kPhysical,
+         {{kVersion, "majorversion=7\nbuildnumber=30000\n"}},
+         [](FhostReply *reply, NET_IF_INFO *interface, FHOST_RECORD *request) {
+             reply->code = 0;
+             reply->peer_ip = 0;
+             migrates(reply, interface, request);
+         },
+         element(0x11, host_name()) + element(0x19, kMacs) + number(0x18, 0) + number(0x1e, 0) +
+             element(0xa2, "02:00:00:00:00:01") + number(0xa3, 1) + kIdentity + kMigration + number(0x90, 0) +
+             number(0x49, 30000),
+         "3 reply_facts.cpp:# Failed to get minorversion from /etc.defaults/VERSION\n"},
+        {"ready",
+         Kind::kReady,
+         {},
+         [](FhostReply *, NET_IF_INFO *, FHOST_RECORD *) {},
+         element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x01, 18) + number(0xa4, 0x01020000),
+         ""},
+        {"ready without an address",
+         Kind::kReady,
+         {},
+         [](FhostReply *, NET_IF_INFO *interface, FHOST_RECORD *) { interface->szIP[0] = '\0'; },
+         element(0x19, kMacs) + number(0x12, 0) + number(0x01, 18) + number(0xa4, 0x01020000),
+         ""},
+    };
+    for (const Case &row : kCases) {
+        const PrivateRoot root;
+        for (const auto &[path, text] : row.files)
+            root.write(path, text);
+        root.run([&row] {
+            NET_IF_INFO table[2] = {};
+            memcpy(table[0].mac, "\x02\0\0\0\0\x01", 6);
+            memcpy(table[1].mac, "\x02\0\0\0\0\x0a", 6);
+            text_cut(table[1].szName, "eth0");
+            text_cut(table[1].szIP, "10.0.0.4");
+            text_cut(table[1].szMask, "255.255.255.0");
+            FHOST_RECORD request = {};
+            FhostReply reply = {table, 1, kPeer, 1, kFhostRefused, true, nullptr};
+            row.change(&reply, &table[1], &request);
+            FhostPacket packet;
+            switch (row.kind) {
+            case Kind::kInterface:
+                fhost_vface_reply_build(reply, &packet);
+                break;
+            case Kind::kPhysical:
+                fhost_phyface_reply_build(reply, &packet);
+                break;
+            case Kind::kReady:
+                fhost_ready_build(table[1], &packet);
+            }
+            EXPECT_EQ(std::string(packet.bytes, packet.bytes + packet.size), plain(row.elements)) << row.what;
+            return 0;
+        });
+        const std::string log = root.log();
+        EXPECT_NE(log.find(row.log), std::string::npos) << row.what << "\n" << log;
+    }
+}
+
+TEST(FhostStatus, FirstConditionThatHoldsDecides)
+{
+    if (!PrivateRoot::allowed())
+        GTEST_SKIP() << "no private root for this user";
+    struct Status {
+        int mem_test, system, recoverable, migration;
+        bool is_locked;
+        int status;
+    };
+    static constexpr Status kCases[] = {
+        {1, 1, 1, 1, true, 9},   {0, 1, 1, 1, true, 3},  {0, 1, 1, 1, false, 11},
+        {0, 1, 0, 1, false, 14}, {0, 1, 0, 0, false, 4}, {0, 2, 1, 1, false, 4},
+        {0, 3, 1, 1, false, 2},  {0, 7, 1, 1, false, 2}, {0, 0, 0, 0, false, 2},
+    };
+    for (const Status &row : kCases) {
+        const PrivateRoot root;
+        if (row.is_locked)
+            root.write("/tmp/install.lock/makes", "a folder, which cannot be opened for writing or locked\n");
+        root.run([&row] {
+            gblMemTest = row.mem_test;
+            gSysStatus = row.system;
+            gblSystemRecoverable = row.recoverable;
+            gblAsstHasSySMigrat = row.migration;
+            EXPECT_EQ(FHOSTGetStatus(), row.status);
+            return 0;
+        });
+        EXPECT_EQ(root.read("/tmp/fhost.status"), std::to_string(row.status));
+        EXPECT_EQ(root.log(), row.system == 7 || row.system == 0
+                                  ? "3 get_status.cpp:# unknown system status: " + std::to_string(row.system) + "\n"
+                                  : "");
+    }
+}
+
+} // namespace
