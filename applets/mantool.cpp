@@ -1,3 +1,5 @@
+#include "applets/mantool.h"
+
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -15,7 +17,8 @@ static constexpr Command kCommands[] = {
     {"-uart2", nullptr, "mantool -uart2 w <cmd>\n  ex: mantool -uart2 w 2\n"},
     {"-button_test", nullptr, "mantool -button_test <enable/disable>\n  ex: mantool -button_test enable\n"},
     {"-rtc_get", nullptr, "mantool -rtc_get\n"},
-    {"-rtc_set", nullptr, "mantool -rtc_set <yyyy/mm/dd> <hh:mm:ss>\n  ex: mantool -rtc_set 2021/08/04 12:30:00\n"},
+    {"-rtc_set", SetTimeCommand,
+     "mantool -rtc_set <yyyy/mm/dd> <hh:mm:ss>\n  ex: mantool -rtc_set 2021/08/04 12:30:00\n"},
     {"-temperature", nullptr, "mantool -temperature\n"},
     {"-cpu_temp", nullptr, "mantool -cpu_temp [core, from 1]\n  ex: mantool -cpu_temp 2\n"},
     {"-fan_status_get", nullptr, "mantool -fan_status_get\n"},
@@ -54,7 +57,7 @@ static constexpr Command kCommands[] = {
 };
 static_assert(std::size(kCommands) == 37);
 
-static void usage_print()
+void mantool_usage_print()
 {
     puts(kProductFactoryNotice);
     command_usage_print(kCommands);
@@ -63,13 +66,13 @@ static void usage_print()
 int mantool_main(int argc, char *argv[])
 {
     if (argc < 2 || strcmp(argv[1], "-h") == 0 || strcmp(argv[1], "-help") == 0) {
-        usage_print();
+        mantool_usage_print();
         return 0;
     }
     switch (command_run(kCommands, argc, argv)) {
     case CommandEnd::kUnknown:
         puts("Arguments err, please refer follow ");
-        usage_print();
+        mantool_usage_print();
         return 0;
     case CommandEnd::kNotBuiltIn:
         return not_built_in(argc, argv);

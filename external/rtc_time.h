@@ -1,11 +1,11 @@
-// The board's clock chip, which keeps Coordinated Universal Time.
+// The board's clock chip, which keeps Coordinated Universal Time. Both say what fails on standard output.
 #pragma once
 
 #include <ctime>
 
-// Sets the chip. Returns 0; -1 with 0x0900 or 0x8100, logged.
+// Sets the chip. Returns 0; -1 with 0x0900 or 0x8100.
 [[nodiscard]] int RtcTimeWrite(time_t time);
 
-// Reads the chip as local time: the zone's standard offset counts, daylight saving does not. In `tm` the year is the
-// full year and the month counts from 1. Returns 0; -1 with 0x0900 or 0x8100, logged.
+// Reads the chip as local time. In `tm` the year is the full year and the month counts from 1. Returns 0; -1 with
+// 0x0900 or 0x8100.
 [[nodiscard]] int RtcTimeRead(struct tm *tm);
