@@ -1,0 +1,661 @@
+// The discovery daemon on wires of its own: what goes in by UDP, and the frames that come out.
+#include <arpa/inet.h>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <map>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sodium.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "autocleanup/unique.h"
+#include "tests/findhost/packet_bytes.h"
+#include "tests/support/box_links.h"
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+using namespace std::string_literals;
+
+constexpr char kSealedMagic[] = "\x12\x34\x55\x66NORV";
+constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf";
+
+std::string mac_text(int wire)
+{
+    return "02:00:00:00:00:0" + std::to_string(wire);
+}
+
+// The ones' complement sum of 16-bit words, as IPv4 and UDP have it: 0 over bytes that hold their right checksum.
+unsigned checksum(std::string bytes)
+{
+    bytes.resize((bytes.size() + 1) / 2 * 2);
+    unsigned sum = 0;
+    for (size_t i = 0; i < bytes.size(); i += 2)
+        sum += static_cast<unsigned>(bytes_of(bytes)[i] << 8 | bytes_of(bytes)[i + 1]);
+    while (sum > 0xffff)
+        sum = (sum & 0xffff) + (sum >> 16);
+    return ~sum & 0xffff;
+}
+
+std::string big_endian(size_t value)
+{
+    return {static_cast<char>(value >> 8), static_cast<char>(value)};
+}
+
+// One frame of a reply.
+struct Frame {
+    int wire; // that it went out on
+    int port;
+    std::string source_ip; // four bytes
+    std::string payload;
+    std::map<int, std::string> elements{}; // of a plain payload
+
+    [[nodiscard]] uint32_t value(int tag) const
+    {
+        uint32_t number = 0xffffffff;
+        const auto found = elements.find(tag);
+        if (found != elements.end() && found->second.size() == 4)
+            memcpy(&number, found->second.data(), 4);
+        return number;
+    }
+};
+
+std::map<int, std::string> elements_of(const std::string &packet)
+{
+    std::map<int, std::string> elements;
+    for (size_t at = 8; at + 2 <= packet.size(); at += 2U + bytes_of(packet)[at + 1])
+        elements[bytes_of(packet)[at]] = packet.substr(at + 2, bytes_of(packet)[at + 1]);
+    return elements;
+}
+
+// A client's key pair.
+struct Client {
+    uint8_t public_key[32], secret_key[32];
+
+    Client() { crypto_box_keypair(public_key, secret_key); }
+    [[nodiscard]] std::string elements() const
+    {
+        char text[65];
+        sodium_bin2hex(text, sizeof(text), public_key, sizeof(public_key));
+        return element(0x7c, "02:cc:00:00:00:01") + element(0xc4, text) + number(0xc5, 0x1234);
+    }
+    // The plain packet in a sealed datagram; empty when it is not for this client.
+    [[nodiscard]] std::string open(const std::string &datagram) const
+    {
+        if (datagram.substr(0, 8) != kSealedMagic || datagram.size() < 56)
+            return "";
+        std::string packet(datagram.size() - 56, '\0');
+        return crypto_box_seal_open(reinterpret_cast<uint8_t *>(packet.data()), bytes_of(datagram) + 8,
+                                    datagram.size() - 8, public_key, secret_key) == 0
+                   ? packet
+                   : "";
+    }
+};
+
+std::string sealed(const std::string &packet, const std::string &hex_key)
+{
+    uint8_t key[32];
+    std::string bytes(packet.size() + 48, '\0');
+    EXPECT_EQ(sodium_hex2bin(key, sizeof(key), hex_key.data(), hex_key.size(), nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(crypto_box_seal(reinterpret_cast<uint8_t *>(bytes.data()), bytes_of(packet), packet.size(), key), 0);
+    return kSealedMagic + bytes;
+}
+
+// A machine with wires eth0 to eth2. The client is on the loopback interface, the frames are seen on the wires' other
+// ends, whose names no interface list takes up. The third wire has no link.
+struct Lan : Sandbox {
+    BoxLinks links{*this};
+    std::vector<UniqueFd> ends{};
+    int next_client = 2; // 127.0.0.N: one client each, so that no repeat limit strikes
+
+    explicit Lan(int wires = 3)
+    {
+        const UniqueFd control(socket(AF_INET, SOCK_DGRAM));
+        EXPECT_TRUE(links.set("lo", true));
+        for (int wire = 0; wire < wires; wire++) {
+            const std::string name = "eth" + std::to_string(wire), end = "tap" + std::to_string(wire);
+            EXPECT_TRUE(links.wire(name, end)) << strerror(errno);
+            ifreq request = {};
+            name.copy(request.ifr_name, IFNAMSIZ - 1);
+            request.ifr_hwaddr.sa_family = 1; // Ethernet
+            memcpy(request.ifr_hwaddr.sa_data, "\x02\0\0\0\0", 5);
+            request.ifr_hwaddr.sa_data[5] = static_cast<char>(wire);
+            EXPECT_EQ(ioctl(control.get(), SIOCSIFHWADDR, &request), 0);
+            EXPECT_TRUE(links.set(name, true) && (wire == 2 || links.set(end, true)));
+            file("/etc/sysconfig/network-scripts/ifcfg-" + name,
+                 "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.255.255.0\n");
+
+            memset(request.ifr_name, 0, sizeof(request.ifr_name));
+            end.copy(request.ifr_name, IFNAMSIZ - 1);
+            EXPECT_EQ(ioctl(control.get(), SIOCGIFINDEX, &request), 0);
+            sockaddr_ll address = {};
+            address.sll_family = AF_PACKET;
+            address.sll_protocol = htons(ETH_P_IP);
+            address.sll_ifindex = request.ifr_ifindex;
+            ends.emplace_back(socket(AF_PACKET, SOCK_RAW, htons(ETH_P_IP)));
+            EXPECT_EQ(bind(ends.back().get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        }
+        program("/bin/ping");
+        leaves({"/tmp/fhost.status", "/tmp/install.lock"});
+    }
+
+    void address_set(const std::string &name, const char *ip, const char *mask)
+    {
+        const UniqueFd control(socket(AF_INET, SOCK_DGRAM));
+        ifreq request = {};
+        name.copy(request.ifr_name, IFNAMSIZ - 1);
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        for (const auto &[what, text] : {std::pair(SIOCSIFADDR, ip), std::pair(SIOCSIFNETMASK, mask)}) {
+            inet_pton(AF_INET, text, &address.sin_addr);
+            memcpy(&request.ifr_addr, &address, sizeof(address));
+            EXPECT_EQ(ioctl(control.get(), static_cast<unsigned long>(what), &request), 0) << text;
+        }
+    }
+
+    // The daemon in debug mode, its sockets open.
+    Process launch(std::vector<std::string> options = {})
+    {
+        options.insert(options.begin(), {"findhostd", "-d"});
+        const int before = record().count("select 5.*");
+        Process daemon = start(options, {.seconds = 60});
+        for (int tries = 0; tries < 2000 && record().count("select 5.*") == before; tries++)
+            usleep(10000);
+        return daemon;
+    }
+
+    void send(const std::string &datagram, int port = 9999, int client = 0)
+    {
+        const UniqueFd fd(socket(AF_INET, SOCK_DGRAM));
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(0x7f000000U + static_cast<unsigned>(client != 0 ? client : next_client++));
+        ASSERT_EQ(bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<uint16_t>(port));
+        ASSERT_EQ(sendto(fd.get(), datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&address),
+                         sizeof(address)),
+                  static_cast<ssize_t>(datagram.size()));
+    }
+
+    // Checks all of a frame but what Frame holds.
+    void frame_check(const std::string &bytes, Frame *frame)
+    {
+        ASSERT_GE(bytes.size(), 42U);
+        frame->payload = bytes.substr(42);
+        frame->source_ip = bytes.substr(26, 4);
+        frame->port = bytes_of(bytes)[36] << 8 | bytes_of(bytes)[37];
+        const size_t udp_bytes = bytes.size() - 34;
+        const std::string mac{2, 0, 0, 0, 0, static_cast<char>(frame->wire)};
+        EXPECT_EQ(bytes.substr(0, 14), "\xff\xff\xff\xff\xff\xff" + mac + "\x08\0"s);
+        EXPECT_EQ(bytes.substr(14, 10), "\x45\0"s + big_endian(udp_bytes + 20) + "\0\xf2\0\0\x40\x11"s);
+        EXPECT_EQ(checksum(bytes.substr(14, 20)), 0U);
+        EXPECT_EQ(bytes.substr(30, 6), "\xff\xff\xff\xff\x04\xd2"); // to all, from port 1234
+        EXPECT_EQ(bytes.substr(38, 2), big_endian(udp_bytes));
+        EXPECT_EQ(checksum(bytes.substr(26, 8) + "\0\x11"s + big_endian(udp_bytes) + bytes.substr(34)), 0U);
+        frame->elements = elements_of(frame->payload);
+    }
+
+    // The next `count` frames of replies on all wires, in order of the wires.
+    std::vector<Frame> frames(size_t count)
+    {
+        std::vector<std::vector<Frame>> by_wire(ends.size());
+        std::vector<pollfd> waits;
+        for (const UniqueFd &end : ends)
+            waits.push_back({end.get(), POLLIN, 0});
+        for (size_t found = 0; found < count && poll(waits.data(), waits.size(), 20000) > 0;)
+            for (size_t wire = 0; wire < waits.size(); wire++) {
+                std::string bytes(2048, '\0');
+                if ((waits[wire].revents & POLLIN) == 0)
+                    continue;
+                const ssize_t length = recv(waits[wire].fd, bytes.data(), bytes.size(), 0);
+                bytes.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
+                Frame frame{static_cast<int>(wire), 0, "", ""};
+                frame_check(bytes, &frame);
+                by_wire[wire].push_back(frame);
+                found++;
+            }
+        std::vector<Frame> all;
+        for (const std::vector<Frame> &some : by_wire)
+            all.insert(all.end(), some.begin(), some.end());
+        EXPECT_EQ(all.size(), count) << record().text();
+        all.resize(count);
+        return all;
+    }
+
+    // Asks for one interface, as a client nobody has seen, and takes the reply: whatever was to be sent before has been
+    // sent by then.
+    void expect_silence()
+    {
+        const std::string marker = "02:ee:00:00:00:" + std::to_string(next_client);
+        send(plain(base(1) + element(0x19, mac_text(0)) + element(0x7c, marker)));
+        for (const Frame &frame : frames(2))
+            EXPECT_EQ(frame.elements.at(0x7c), marker);
+    }
+
+    int stop(Process *daemon, int number = SIGTERM)
+    {
+        daemon->signal(number);
+        return daemon->wait().exit_status;
+    }
+};
+
+TEST(Findhostd, AnswersAQueryFromEachPortWithTheWholeReplyTwice)
+{
+    Lan box;
+    box.file("/etc.defaults/VERSION", "productversion=\"7.2.1\"\nbuildnumber=25556\nsmallfixnumber=3\n");
+    box.file(kDefaults, "supportraid=yes\nupnpmodelname=NS0801\nunique=norv_one\n");
+    box.file("/proc/sys/kernel/norv_serial", "1234567890123\n");
+    box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.255.255.0\n");
+    box.file("/etc/sysconfig/network-scripts/ifcfg-eth1", "BOOTPROTO=static\n"); // settings that cannot be read
+    box.file("/etc/resolv.conf", "nameserver 10.0.0.2\nnameserver 10.0.0.3\n");
+    box.file("/proc/net/route", "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
+                                "eth0\t00000000\t0100000A\t0003\t0\t0\t0\t00000000\t0\t0\t0\n");
+    box.address_set("eth0", "10.0.0.4", "255.255.255.0");
+    box.program("/bin/ping", {{.args = "-c 2 -w 2 127.0.0.3", .exit_status = 1}, {}});
+    Process daemon = box.launch();
+    for (const int port : {9999, 9998, 9997}) {
+        const int client = box.next_client;
+        box.send(plain(base(1)), port);
+        const std::vector<Frame> frames = box.frames(4);
+        for (size_t i = 0; i < 4; i++) {
+            const bool is_first = i < 2;
+            EXPECT_EQ(frames[i].wire, is_first ? 0 : 1);
+            EXPECT_EQ(frames[i].port, port);
+            EXPECT_EQ(frames[i].source_ip, is_first ? "\x0a\0\0\x04"s : "\x01\x01\x01\x01");
+            std::string expected = element(0x19, mac_text(is_first ? 0 : 1)) + number(0x12, is_first ? 0x0400000a : 0) +
+                                   number(0x10, 0) + number(0x13, is_first ? 0x00ffffff : 0) + number(0xba, 0) +
+                                   number(0x18, client == 3 ? 0 : 1) +
+                                   number(0x1e, 0x7fU | static_cast<unsigned>(client) << 24) + number(0x1f, 0);
+            if (is_first)
+                expected += number(0x15, 0x0200000a) + number(0x14, 0x0100000a);
+            expected += number(0xa3, is_first ? 0 : 1) + number(0x01, 6) + number(0xa4, 0x01020000) +
+                        number(0xa6, 0x78) + number(0x48, 1) + element(0x78, "NS0801") + element(0x70, "norv_one") +
+                        element(0xc1, "NOS") + number(0x71, 1) + number(0xa7, 2) + number(0xb0, 0, 8) +
+                        number(0xb8, 0, 8) + number(0x90, 3) + number(0x49, 25556) + element(0x77, "7.2.1") +
+                        element(0xc0, "1234567890123") + element(0x73, "4567890123");
+            const std::string host = element(0x11, frames[i].elements.at(0x11)); // the box's own name
+            EXPECT_EQ(frames[i].payload, plain(host + expected));
+        }
+    }
+    EXPECT_EQ(box.read_file("/tmp/fhost.status"), "2");
+    EXPECT_EQ(box.read_file("/var/run/findhostd.pid"), std::to_string(daemon.pid()));
+    EXPECT_EQ(box.stop(&daemon), 0);
+    EXPECT_TRUE(box.record().in_order({"run /bin/ping -c 2 -w 2 127.0.0.2", "usleep 10"}));
+}
+
+TEST(Findhostd, RepliesWhereTheQuerySays)
+{
+    Lan box;
+    Process daemon = box.launch();
+    struct Case {
+        std::string elements;
+        std::vector<int> wires;
+    };
+    const Case kCases[] = {
+        {element(0x19, mac_text(1)), {1, 1}},
+        {element(0x29, "02:00:00:00:00:00"), {0, 0}},
+        {element(0x19, mac_text(0)) + element(0x29, mac_text(1)), {1, 1}},
+        {element(0x19, "02:00:00:00:00:77"), {0, 0, 1, 1}}, // nobody's
+        {element(0x29, ""), {0, 0, 1, 1}},
+    };
+    for (const Case &row : kCases) {
+        box.send(plain(base(1) + row.elements));
+        const std::vector<Frame> frames = box.frames(row.wires.size());
+        for (size_t i = 0; i < frames.size(); i++)
+            EXPECT_EQ(frames[i].wire, row.wires[i]) << testing::PrintToString(row.elements);
+    }
+    // What the machine can do follows the client; nothing on the disks, so nothing to migrate.
+    box.expect_silence();
+    EXPECT_EQ(box.stop(&daemon), 0);
+}
+
+TEST(Findhostd, DropsInSilenceWhatIsNoRequest)
+{
+    Lan box(1);
+    const std::string query = base(1);
+    struct Case {
+        std::string datagram;
+        std::string said;
+    };
+    const Case kCases[] = {
+        {"", "Unknown packet format -1\n"},
+        {plain(""), "Unknown packet format -1\n"},
+        {plain("\0\0"s), "v1 packet, dropped\n"},
+        {plain("\0"s), ""},
+        {plain("\0\0\0"s), ""},
+        {"\x12\x34\x56\x78NORW" + query, ""},
+        {plain(number(0x01, 1)), "Basic is not satifsfied\n"},
+        {plain(number(0x01, 1) + number(0xa4, 1)), ""},          // the stamp's last byte
+        {plain(number(0x01, 1) + number(0xa4, 0xfe000000)), ""}, // has bit 0 clear
+        {plain(base(6)), ""},
+        {plain(base(18)), ""},
+        {plain(base(77)), ""},
+        {plain(base(3) + number(0x10, 1) + element(0x11, "a") + element(0x19, mac_text(0))),
+         "not enough fields for netsetting 3\n"},
+        {kSealedMagic + std::string(100, 'x'), ""},
+        {kSealedMagic + "x"s, ""},
+        {std::string(2000, 'x'), ""},
+        {plain(query + std::string(1100, '\x99')), ""}, // cut at 1024 bytes, in the middle of an element
+    };
+    Process daemon = box.launch();
+    std::string said = daemon.err(); // the start has its own words
+    for (const Case &row : kCases) {
+        box.send(row.datagram);
+        said += row.said;
+    }
+    box.expect_silence();
+    EXPECT_EQ(daemon.err(), said);
+    // A query goes through with the one bit of its stamp.
+    box.send(plain(number(0x01, 1) + number(0xa4, 0x01000000)));
+    EXPECT_EQ(box.frames(2)[0].value(0x01), 6U);
+    EXPECT_EQ(box.stop(&daemon), 0);
+}
+
+TEST(Findhostd, SealedRoadShowsNothingAndServesWhatPlainMayNot)
+{
+    Lan box(1);
+    box.leaves({"*"});
+    box.program("/etc/norvgrinst.sh");
+    for (const char *path : {"/bin/ps", "/bin/grep", "/sbin/ifconfig"})
+        box.program(path);
+    const Client client;
+    const std::string setting = base(3) + number(0x20, 0) + element(0x21, "") + element(0x29, mac_text(0)) +
+                                number(0x22, 0x0500000a) + number(0x23, 0x00ffffff);
+    Process daemon = box.launch({"-C"});
+    box.send(plain(base(1))); // no key
+    box.send(plain(base(1) + number(0xc5, 1) + element(0xc4, std::string(63, 'a'))));
+    box.send(plain(base(1) + number(0xc5, 0) + element(0xc4, std::string(64, 'a'))));
+    box.send(plain(base(1) + element(0x7c, "x") + number(0xc5, 1) + element(0xc4, std::string(64, 'x')))); // no key
+    box.send(plain(base(1) + element(0x7c, "x") + number(0xc5, 2) + element(0xc4, std::string(64, '0')))); // a weak one
+    box.send(plain(setting));
+    box.send(plain(base(4) + element(0x29, mac_text(0))));
+    box.send(plain(base(11))); // this one is heard
+    ASSERT_TRUE(box.wait_for("run /etc/norvgrinst.sh"));
+    EXPECT_TRUE(box.record().in_order({"log err I got GRINST pkt!", "run /etc/norvgrinst.sh"}));
+    box.send(plain(base(1) + client.elements()));
+    std::vector<Frame> frames = box.frames(2);
+    EXPECT_EQ(frames[0].payload, frames[1].payload);
+    EXPECT_EQ(frames[0].payload.find("02:cc"), std::string::npos);
+    std::string reply = client.open(frames[0].payload);
+    ASSERT_NE(reply, "");
+    std::map<int, std::string> elements = elements_of(reply);
+    EXPECT_EQ(elements[0x7c], "02:cc:00:00:00:01");
+    const std::string key = elements[0xc4];
+    EXPECT_EQ(reply.substr(reply.size() - 72), element(0xc4, key) + element(0xc5, elements[0xc5]));
+    ASSERT_EQ(key.size(), 64U);
+
+    // Sealed to the machine's key the setting is served, and what comes back is sealed, too.
+    box.send(sealed(plain(setting + client.elements()), key));
+    for (const Frame &frame : box.frames(4)) {
+        elements = elements_of(client.open(frame.payload));
+        EXPECT_EQ(elements[0x1f], std::string(4, '\0'));
+        EXPECT_EQ(frame.payload.find("\x0a\0\0\x05"s), std::string::npos);
+    }
+    EXPECT_TRUE(box.record().in_order({"run /sbin/ifconfig eth0 10.0.0.5 netmask 255.255.255.0 broadcast 10.0.0.255"}));
+    EXPECT_EQ(box.stop(&daemon), 0);
+
+    Process next = box.launch(); // with a new key of its own
+    box.send(sealed(plain(base(1)), key));
+    box.expect_silence();
+    EXPECT_EQ(box.stop(&next), 0);
+    EXPECT_EQ(next.err().find("header"), std::string::npos);
+}
+
+TEST(Findhostd, SetsTheNetworkAndTellsHowItWent)
+{
+    struct Case {
+        const char *what;
+        std::string elements; // beside type, stamp and the MAC
+        std::string mac;
+        std::function<void(Lan *)> change;
+        std::vector<uint32_t> codes; // of the replies
+        std::vector<std::string> record;
+        std::string lines; // of /.tmpcfg; empty: no such file
+        std::string log;
+    };
+    const std::string address = number(0x20, 0) + number(0x22, 0x0500000a) + number(0x23, 0x00ffffff);
+    const std::string ifconfig = "run /sbin/ifconfig eth0 10.0.0.5 netmask 255.255.255.0 broadcast 10.0.0.255";
+    const auto nothing = [](Lan *) {};
+    const Case kCases[] = {
+        {"address, gateway, name server and host name",
+         address + element(0x21, "nas") + number(0x24, 0x0100000a) + number(0x25, 0x0200000a),
+         mac_text(0),
+         nothing,
+         {0, 0},
+         {ifconfig, "run /sbin/route delete default", "run /sbin/route add default gw 10.0.0.1", "sethostname nas*",
+          "usleep 300"},
+         "ip=10.0.0.5\nmask=255.255.255.0\ngateway=10.0.0.1\ndns=10.0.0.2\n",
+         ""},
+        {"gateway that is refused is not told",
+         address + element(0x21, "") + number(0x24, 0x0100000a),
+         mac_text(0),
+         [](Lan *box) { box->program("/sbin/route", {{.exit_status = 1}}); },
+         {0, 0},
+         {ifconfig},
+         "ip=10.0.0.5\nmask=255.255.255.0\ngateway=10.0.0.1\n",
+         ""},
+        {"address that is refused",
+         address + element(0x21, "nas"),
+         mac_text(0),
+         [](Lan *box) { box->program("/sbin/ifconfig", {{.exit_status = 1}}); },
+         {5},
+         {ifconfig},
+         "",
+         "Failed to set network manually! (0x*"},
+        {"no mask",
+         number(0x20, 0) + number(0x22, 0x0500000a) + element(0x21, "nas"),
+         mac_text(0),
+         nothing,
+         {5},
+         {},
+         "",
+         "ErrQCFSetManual(*): Bad parameters(ulIP=83886090, ulMask=0)"},
+        {"host name that cannot be set comes after the address",
+         address + element(0x21, "nas"),
+         mac_text(0),
+         [](Lan *box) { box->call({.call = "sethostname", .args = "nas*", .error = EPERM}); },
+         {5},
+         {ifconfig},
+         "ip=10.0.0.5\nmask=255.255.255.0\n",
+         "Failed to set host name! (0x*"},
+        {"DHCP, and the address is of no meaning",
+         number(0x20, 1) + number(0x22, 0x0500000a) + element(0x21, ""),
+         mac_text(0),
+         nothing,
+         {0, 0},
+         {"run /usr/bin/killall udhcpc", "run /sbin/udhcpc -i eth0 -p /etc/dhcpc/dhcpcd-eth0.pid -b", "sleep 30"},
+         "",
+         ""},
+        {"DHCP where there is no client",
+         number(0x20, 1) + element(0x21, ""),
+         mac_text(0),
+         [](Lan *box) { box->program("/sbin/udhcpc", {{.exit_status = 1}}); },
+         {5},
+         {},
+         "",
+         "Failed to set DHCP! (0x*"},
+        {"nobody's MAC", address + element(0x21, "nas"), "02:00:00:00:00:99", nothing, {5}, {}, "", ""},
+        {"lock that cannot be made",
+         address + element(0x21, ""),
+         mac_text(0),
+         [](Lan *box) { box->directory("/tmp/install.lock"); },
+         {7},
+         {},
+         "",
+         ""},
+        {"lock that somebody has",
+         address + element(0x21, ""),
+         mac_text(0),
+         [](Lan *box) { box->call({.call = "flock", .args = "*install.lock 0x6", .error = EWOULDBLOCK, .times = 1}); },
+         {7},
+         {},
+         "",
+         ""},
+    };
+    for (const Case &row : kCases) {
+        Lan box(1);
+        box.compress_sleeps();
+        box.file("/etc/sysconfig/network", "HOSTNAME=old\n");
+        box.leaves({"*"});
+        row.change(&box);
+        for (const char *path :
+             {"/bin/ps", "/bin/grep", "/sbin/ifconfig", "/sbin/route", "/sbin/udhcpc", "/usr/bin/killall"})
+            box.program(path);
+        Process daemon = box.launch();
+        box.send(plain(base(3) + row.elements + element(0x29, row.mac)));
+        for (const Frame &frame : box.frames(2 * row.codes.size()))
+            EXPECT_EQ(frame.value(0x1f), row.codes[0]) << row.what;
+        box.expect_silence();
+        EXPECT_TRUE(box.record().in_order(row.record)) << row.what;
+        if (row.record.empty()) {
+            EXPECT_EQ(box.record().count(ifconfig), 0) << row.what;
+        }
+        EXPECT_EQ(box.exists("/.tmpcfg") ? box.read_file("/.tmpcfg") : "", row.lines) << row.what;
+        if (!row.log.empty()) {
+            EXPECT_EQ(box.record().count("log err " + row.log), 1) << row.what << box.record().text("log *");
+        }
+        EXPECT_EQ(box.stop(&daemon), 0);
+    }
+}
+
+// Present mode and present name: nothing to do, and that is a success.
+TEST(Findhostd, LeavesAnInterfaceInDhcpModeAsItIs)
+{
+    Lan box(1);
+    box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=dhcp\n");
+    box.file("/etc/dhcpc/dhcpcd-eth0.info", "IPADDR=10.0.0.4\nNETMASK=255.255.255.0\n");
+    Process daemon = box.launch();
+    box.send(plain(base(1)));
+    const std::string host = box.frames(2)[0].elements.at(0x11);
+    box.send(plain(base(3) + number(0x20, 1) + element(0x21, host) + element(0x29, mac_text(0))));
+    for (const Frame &frame : box.frames(4))
+        EXPECT_EQ(frame.value(0x1f), 0U);
+    EXPECT_EQ(box.stop(&daemon), 0);
+    EXPECT_EQ(box.record().count("run /sbin/*"), 0);
+    EXPECT_EQ(box.record().count("sethostname *"), 0);
+}
+
+TEST(Findhostd, OpensTheMaintenanceShellForAnEmptyConfiguration)
+{
+    struct Case {
+        std::string elements;
+        std::vector<uint32_t> codes;
+        bool starts_inetd;
+    };
+    const std::string mac = element(0x29, mac_text(0));
+    const Case kCases[] = {
+        {mac, {5}, true},
+        {mac + number(0x13, 1), {5}, true}, // the mask is not looked at
+        {mac + element(0x11, "nas"), {5}, false},
+        {mac + number(0x10, 1), {5}, false},
+        {mac + number(0x12, 1), {5}, false},
+        {mac + number(0x14, 1), {5}, false},
+        {mac + number(0x15, 1), {5}, false},
+        {element(0x19, "02:00:00:00:00:99"), {5}, false},
+    };
+    for (const Case &row : kCases) {
+        Lan box(1);
+        box.leaves({"*"});
+        box.program("/usr/sbin/inetd");
+        Process daemon = box.launch();
+        box.send(plain(base(4) + row.elements));
+        for (const Frame &frame : box.frames(2)) {
+            EXPECT_EQ(frame.value(0x1f), 5U);
+            EXPECT_EQ(frame.value(0xa3), 0U);
+        }
+        box.expect_silence();
+        EXPECT_EQ(box.record().count("settimeofday 946684800*"), row.starts_inetd ? 1 : 0);
+        EXPECT_EQ(box.record().count("run /usr/sbin/inetd"), row.starts_inetd ? 1 : 0);
+        EXPECT_FALSE(box.exists("/.tmpcfg"));
+        EXPECT_EQ(box.stop(&daemon), 0);
+    }
+}
+
+TEST(Findhostd, MemoryTestAnswersQueriesAloneAndTellsOfItself)
+{
+    Lan box(1);
+    box.file("/.memtest", "");
+    box.file("/tmp/memtester.progress", "1/3\n");
+    box.program("/etc/norvgrinst.sh");
+    box.leaves({"process findhostd"});
+    Process daemon = box.launch();
+    const std::vector<Frame> first = box.frames(4); // once ready, once a short reply, each twice
+    EXPECT_EQ(first[0].payload,
+              plain(element(0x19, mac_text(0)) + number(0x12, 0) + number(0x01, 18) + number(0xa4, 0x01020000)));
+    EXPECT_EQ(first[2].value(0x01), 6U);
+    EXPECT_EQ(first[2].value(0xa7), 9U);
+    EXPECT_EQ(first[2].value(0x79), 2500U);
+    EXPECT_FALSE(first[2].elements.contains(0x1f));
+    ASSERT_TRUE(box.wait_for("sleep 10"));
+    for (const auto &[pid, name] : box.processes())
+        if (name == "findhostd")
+            box.signal(pid, SIGKILL);
+    box.send(plain(base(11)));
+    box.send(plain(base(1) + element(0x7c, "me")));
+    for (Frame frame : box.frames(2)) {
+        while (!frame.elements.contains(0x7c) || frame.elements[0x7c] != "me") // what the notifier had sent before
+            frame = box.frames(1)[0];
+        EXPECT_EQ(frame.value(0xa7), 9U);
+        break;
+    }
+    EXPECT_EQ(box.stop(&daemon), 0);
+    EXPECT_EQ(box.record().count("run /etc/norvgrinst.sh"), 0);
+}
+
+TEST(Findhostd, SignalsAreReportedAndThreeOfThemEndIt)
+{
+    Lan box(1);
+    for (const int last : {SIGTERM, SIGINT}) {
+        Process daemon = box.launch();
+        for (const int number : {SIGHUP, SIGQUIT, SIGPIPE, SIGALRM, SIGUSR1, SIGUSR2}) {
+            const std::string report = "exit.cpp:*(FHOSTDExit) exit on signal[" + std::to_string(number) + "]*";
+            daemon.signal(number);
+            ASSERT_TRUE(box.wait_for("log err " + report)) << number;
+        }
+        box.expect_silence(); // it goes on
+        EXPECT_TRUE(box.exists("/var/run/findhostd.pid"));
+        EXPECT_EQ(box.stop(&daemon, last), 0);
+        EXPECT_FALSE(box.exists("/var/run/findhostd.pid"));
+        EXPECT_EQ(box.record().count("log err exit.cpp:*(FHOSTDExit) exit on signal[" + std::to_string(last) + "]*"),
+                  1);
+        EXPECT_NE(daemon.err().find("(FHOSTDExit) exit on signal[1]\n"), std::string::npos);
+        EXPECT_NE(daemon.err().find("exit on signal[" + std::to_string(last) + "]\n"), std::string::npos);
+    }
+}
+
+TEST(Findhostd, StartsAsADaemonAndEndsWithoutASocket)
+{
+    const std::string stars(54, '*');
+    Lan box(1);
+    box.leaves({"/var/run/findhostd.pid"});
+    const Result wrong = box.run({"findhostd", "-c", "-x"});
+    EXPECT_EQ(wrong.exit_status, 0);
+    EXPECT_NE(wrong.err.find("Findhostd Ver. 258.0\n"), std::string::npos);
+    EXPECT_EQ(wrong.out, "");
+
+    box.call({.call = "bind", .error = EADDRINUSE, .skip = 1, .times = 1});
+    const Result ended = box.run({"findhostd", "-d"});
+    EXPECT_EQ(ended.exit_status, 0);
+    EXPECT_EQ(ended.out, "debug on\n" + stars + "\nrun udp serv\n" + stars + "\nQCF status = 2\n" + stars +
+                             "\nend udp serv\n" + stars + "\n");
+    EXPECT_NE(ended.err.find(": bind error\n"), std::string::npos);
+
+    box.leaves({"process findhostd"});
+    EXPECT_EQ(box.run({"findhostd"}).exit_status, 0);
+    ASSERT_TRUE(box.wait_for("select 5.*"));
+    const std::vector<Sandbox::Running> running = box.processes();
+    ASSERT_EQ(running.size(), 1U);
+    EXPECT_EQ(box.read_file("/var/run/findhostd.pid"), std::to_string(running[0].pid));
+    box.signal(running[0].pid, SIGTERM);
+    EXPECT_TRUE(box.wait_for_end(running[0].pid));
+}
+
+} // namespace
