@@ -12,7 +12,7 @@ enum NvmeSlotKind : int {
 struct NvmePlace {
     NvmeSlotKind kind;
     int index; // number of the disk within its kind, or on its card, from 1
-    int slot;  // extension slot of its card, from 1; 0 for an onboard M.2 slot; -1 for a bay
+    int slot;  // extension slot of its card, from 1; 0 for an onboard cache slot; -1 for any other
 };
 
 // The place of an NVMe disk by its name, whole or partition, "/dev/" allowed. Returns 0; -1 with 0x0d00, 0x0700 when
