@@ -4,20 +4,19 @@
 #include <cstring>
 
 #include "autocleanup/glob_matches.h"
+#include "disk/disk.h"
 #include "external/enclosure.h"
 #include "external/sys_attribute.h"
 #include "lib/report.h"
 #include "lib/text.h"
 
-static constexpr char kDevice[] = "/dev/";
 static constexpr char kClass[] = "/sys/class/enclosure/";
 
 int enclosure_slot_find(const char *disk_name, EnclosureSlot *slot)
 {
     if (disk_name == nullptr || slot == nullptr)
         return fail(kErrBadParameter);
-    if (strncmp(disk_name, kDevice, strlen(kDevice)) == 0)
-        disk_name += strlen(kDevice);
+    disk_name = disk_bare_name(disk_name);
     if (*disk_name == '\0' || strpbrk(disk_name, "/*?[\\") != nullptr || strlen(disk_name) > NAME_MAX)
         return fail(kErrBadParameter);
 

@@ -8,10 +8,11 @@
 
 #include "autocleanup/glob_matches.h"
 #include "autocleanup/unique.h"
+#include "disk/disk.h"
 #include "external/sys_attribute.h"
 #include "lib/report.h"
 
-static constexpr char kDevice[] = "/dev/", kMapper[] = "/dev/mapper/";
+static constexpr char kMapper[] = "/dev/mapper/";
 
 namespace
 {
@@ -46,11 +47,7 @@ int mapped_disk_parent_get(const char *name, char *parent, size_t size)
 {
     if (name == nullptr || parent == nullptr)
         return fail(kErrBadParameter);
-    for (const char *folder : {kMapper, kDevice})
-        if (strncmp(name, folder, strlen(folder)) == 0) {
-            name += strlen(folder);
-            break;
-        }
+    name = strncmp(name, kMapper, strlen(kMapper)) == 0 ? name + strlen(kMapper) : disk_bare_name(name);
     if (*name == '\0' || strchr(name, '/') != nullptr || strlen(name) > NAME_MAX)
         return fail(kErrBadParameter);
 

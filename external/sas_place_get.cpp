@@ -7,11 +7,10 @@
 #include <dirent.h>
 
 #include "autocleanup/unique.h"
+#include "disk/disk.h"
 #include "external/sys_attribute.h"
 #include "lib/report.h"
 #include "lib/text.h"
-
-static constexpr char kDevice[] = "/dev/";
 
 // The phy with the lowest number in the folder of a port.
 static bool port_phy_find(const char *folder, char (&phy)[32])
@@ -31,8 +30,7 @@ int sas_place_get(const char *disk, SasPlace *place)
 {
     if (disk == nullptr || place == nullptr)
         return fail(kErrBadParameter);
-    if (strncmp(disk, kDevice, strlen(kDevice)) == 0)
-        disk += strlen(kDevice);
+    disk = disk_bare_name(disk);
     if (*disk == '\0' || strchr(disk, '/') != nullptr || strlen(disk) > NAME_MAX)
         return fail(kErrBadParameter);
     char path[PATH_MAX], link[NAME_MAX + 32];
