@@ -5,7 +5,7 @@
 
 #include "net/udpd.h"
 
-enum ManEvent : int {
+enum ManEvent : uint16_t {
     kManMacSet = 2,
     kManGroupAction = 13,
     kManCustomSnSet = 19,

@@ -2,10 +2,8 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
 
 #include "lib/report.h"
-#include "lib/text.h"
 
 static UDPD_HANDLE *s_handles; // kUdpdHandlesMax of them, for the life of the process
 

@@ -17,7 +17,6 @@ namespace
 {
 
 constexpr uint16_t kPort = 1122;
-constexpr uint16_t kId = UdpdDatagram{}.id;
 constexpr char kGreen[] = "board 0xc0904b01 control 0x5200 0x0 \"\"";
 constexpr char kOrange[] = "board 0xc0904b01 control 0x5201 0x0 \"\"";
 constexpr char kBlinking[] = "board 0xc0904b01 control 0x5202 0x0 \"\"";

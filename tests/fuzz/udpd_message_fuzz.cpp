@@ -58,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Model model;
     check(udpd_message_start(&message, kUdpdEventAny) == 0);
     while (size >= 2) {
-        const size_t bytes = std::min<size_t>(data[0] | data[1] << 8, size - 2);
+        const size_t bytes = std::min(size_t{data[0]} | size_t{data[1]} << 8, size - 2);
         const std::vector<uint8_t> datagram(data + 2, data + 2 + bytes); // a sanitizer sees a byte too many
         data += 2 + bytes;
         size -= 2 + bytes;
