@@ -3,6 +3,7 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <linux/netlink.h>
 #include <sched.h>
 #include <string>
 #include <sys/mount.h>
@@ -16,19 +17,23 @@
 namespace
 {
 
-// Runs `body` in a network of its own. Returns false where the kernel gives none.
-bool in_own_network(const std::function<void(BoxLinks &)> &body)
+enum Outcome { kRan, kNoNetwork, kNoSuchKind };
+
+// Runs `body` in a network of its own, with one interface of a kind in it if a name is given.
+Outcome in_own_network(const std::string &name, const std::string &kind, const std::function<void(BoxLinks &)> &body)
 {
-    return in_child([&] {
-               const int own_user = geteuid() == 0 ? 0 : CLONE_NEWUSER;
-               if (unshare(CLONE_NEWNET | CLONE_NEWNS | own_user) != 0 ||
-                   mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-                   mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
-                   return 0;
-               BoxLinks links(UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, AF_UNSPEC)));
-               body(links);
-               return 1;
-           }) == 1;
+    return static_cast<Outcome>(in_child([&] {
+        const int own_user = geteuid() == 0 ? 0 : CLONE_NEWUSER;
+        if (unshare(CLONE_NEWNET | CLONE_NEWNS | own_user) != 0 ||
+            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
+            return kNoNetwork;
+        BoxLinks links(UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)));
+        if (!name.empty() && !links.add(name, kind))
+            return kNoSuchKind;
+        body(links);
+        return kRan;
+    }));
 }
 
 std::string listed(int mode)
@@ -44,7 +49,7 @@ std::string listed(int mode)
 
 TEST(NetKernel, ListsWhatEachModeSees)
 {
-    const bool ran = in_own_network([](BoxLinks &links) {
+    const Outcome outcome = in_own_network("", "", [](BoxLinks &links) {
         EXPECT_EQ(listed(kNetPhysical), ""); // nothing but the loopback, which is down
         for (const char *name : {"eth0", "eth1", "eth10", "eth2"})
             ASSERT_TRUE(links.wire(name, std::string("tap-") + name) && links.set(name, true)) << strerror(errno);
@@ -72,33 +77,25 @@ TEST(NetKernel, ListsWhatEachModeSees)
         EXPECT_EQ(NetStatGet("eth10", &stat), 0);
         EXPECT_EQ(NetStatGet("tap0", &stat), -1);
     });
-    if (!ran)
-        GTEST_SKIP() << "the kernel gives no network of its own";
+    if (outcome != kRan)
+        GTEST_SKIP() << "this kernel has no network of one's own";
 }
 
 TEST(NetKernel, PortsOfABridgeAreListedNowhere)
 {
-    const bool ran = in_own_network([](BoxLinks &links) {
-        if (!links.add("br0", "bridge")) {
-            fprintf(stderr, "SKIPPED: this kernel has no bridges: %s\n", strerror(errno));
-            return;
-        }
+    const Outcome outcome = in_own_network("br0", "bridge", [](BoxLinks &links) {
         ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "br0"));
         ASSERT_TRUE(links.set("eth0", true) && links.set("br0", true) && links.set("tap-eth0", true));
         for (const int mode : {1, 2, 3, 8})
             EXPECT_TRUE(listed(mode) == "br0 " || listed(mode) == "br0+ ") << listed(mode);
     });
-    if (!ran)
-        GTEST_SKIP() << "the kernel gives no network of its own";
+    if (outcome != kRan)
+        GTEST_SKIP() << "this kernel has no " << (outcome == kNoNetwork ? "network of one's own" : "bridges");
 }
 
 TEST(NetKernel, MembersOfABondAndTheBondItself)
 {
-    const bool ran = in_own_network([](BoxLinks &links) {
-        if (!links.add("bond0", "bond")) {
-            fprintf(stderr, "SKIPPED: this kernel has no bonds: %s\n", strerror(errno));
-            return;
-        }
+    const Outcome outcome = in_own_network("bond0", "bond", [](BoxLinks &links) {
         ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "bond0"));
         ASSERT_TRUE(links.set("bond0", true) && links.set("tap-eth0", true));
         EXPECT_EQ(listed(kNetPhysical).substr(0, 4), "eth0");
@@ -106,13 +103,13 @@ TEST(NetKernel, MembersOfABondAndTheBondItself)
         EXPECT_EQ(listed(kNetVirtual).substr(0, 5), "bond0");
         EXPECT_EQ(listed(kNetVirtual).find("eth0"), std::string::npos);
     });
-    if (!ran)
-        GTEST_SKIP() << "the kernel gives no network of its own";
+    if (outcome != kRan)
+        GTEST_SKIP() << "this kernel has no " << (outcome == kNoNetwork ? "network of one's own" : "bonds");
 }
 
 TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
 {
-    const bool ran = in_own_network([](BoxLinks &links) {
+    const Outcome outcome = in_own_network("", "", [](BoxLinks &links) {
         ASSERT_TRUE(links.wire("eth0", "tap0") && links.wire("eth1", "tap1") && links.set("eth1", true));
         const int eth0 = links.index("eth0");
         EXPECT_EQ(NetIsIfUp("eth0"), 0);
@@ -137,8 +134,8 @@ TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
             EXPECT_EQ(net_rename_eth(row.from, row.to), row.result) << &row - kCases;
         EXPECT_EQ(links.index("eth7"), eth0);
     });
-    if (!ran)
-        GTEST_SKIP() << "the kernel gives no network of its own";
+    if (outcome != kRan)
+        GTEST_SKIP() << "this kernel has no network of one's own";
 }
 
 } // namespace
