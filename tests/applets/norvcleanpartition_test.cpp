@@ -48,8 +48,8 @@ TEST(CleanPartition, WipesClassByClass)
         const Result result = box.run({"norvcleanpartition"});
         EXPECT_EQ(result.exit_status, 0);
         EXPECT_EQ(result.out, "");
-        const auto zeroed = [=](const std::string &name) {
-            return raid ? "run /sbin/mdadm --zero-superblock /dev/" + name + "\n" : std::string();
+        const auto zeroed = [zeroes = raid](const std::string &name) {
+            return zeroes ? "run /sbin/mdadm --zero-superblock /dev/" + name + "\n" : std::string();
         };
         EXPECT_EQ(steps(result), (raid ? std::string("run /sbin/mdadm -S /dev/md0\n") : std::string()) + wiped("sda") +
                                      "\n" + wiped("sdc") + "\n" + zeroed("sdc") + wiped("sdea") + "\n" +
