@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "lib/text.h"
-#include NORV_PRODUCT_HEADER
+#include "product.h"
 
 void banner_print(const char *date)
 {

@@ -7,7 +7,7 @@
 #include "applets/applets.h"
 #include "applets/command.h"
 #include "applets/not_built_in.h"
-#include NORV_PRODUCT_HEADER
+#include "product.h"
 
 static constexpr Command kCommands[] = {
     {"-mw", nullptr, "mantool -mw <offset> <value>\n  ex: mantool -mw 0x10 0xff\n"},

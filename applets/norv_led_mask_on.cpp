@@ -4,12 +4,12 @@
 #include <cstring>
 #include <sys/ioctl.h>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/unique.h"
 #include "external/board_device.h"
 #include "external/hardware_model.h"
 #include "lib/conf.h"
 #include "lib/report.h"
+#include "product.h"
 
 static constexpr char kSlotGroup[14] = "internal_slot"; // its length on the wire counts the NUL
 

@@ -8,12 +8,12 @@
 #include <unistd.h>
 #include <utility>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/glob_matches.h"
 #include "disk/disk.h"
 #include "external/sys_attribute.h"
 #include "lib/file.h"
 #include "lib/report.h"
+#include "product.h"
 
 static constexpr int kNoDevice = -1, kLastDevice = 14;
 static constexpr int kThawPasses = 20;

@@ -10,7 +10,7 @@
 #include "lib/text.h"
 #include "net/net.h"
 #include "net/net_seq.h"
-#include NORV_PRODUCT_HEADER
+#include "product.h"
 
 static constexpr char kOutOfBandPort[] = "0000:00:1c.2";
 

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/glob_matches.h"
 #include "external/adapter_card.h"
 #include "external/extension_slot.h"
@@ -13,6 +12,7 @@
 #include "external/sys_attribute.h"
 #include "lib/report.h"
 #include "lib/string.h"
+#include "product.h"
 
 static constexpr int kFirstOnboardPort = 5, kLastOnboardPort = 6;
 

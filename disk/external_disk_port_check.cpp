@@ -3,7 +3,6 @@
 #include <cstring>
 #include <span>
 
-#include NORV_PRODUCT_HEADER
 #include "disk/disk_port_masks.h"
 #include "external/adapter_card.h"
 #include "external/expansion_unit.h"
@@ -11,6 +10,7 @@
 #include "external/nvme_slot.h"
 #include "lib/conf.h"
 #include "lib/report.h"
+#include "product.h"
 
 namespace
 {

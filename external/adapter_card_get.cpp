@@ -7,11 +7,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/unique.h"
 #include "disk/disk.h"
 #include "external/sys_attribute.h"
 #include "lib/report.h"
+#include "product.h"
 
 namespace
 {

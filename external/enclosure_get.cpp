@@ -3,12 +3,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/unique.h"
 #include "external/enclosure.h"
 #include "external/sys_attribute.h"
 #include "lib/report.h"
 #include "lib/text.h"
+#include "product.h"
 
 static constexpr char kClass[] = "/sys/class/enclosure";
 

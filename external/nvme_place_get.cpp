@@ -4,7 +4,6 @@
 #include <cstring>
 #include <dirent.h>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/unique.h"
 #include "disk/disk.h"
 #include "external/extension_slot.h"
@@ -12,6 +11,7 @@
 #include "external/sys_attribute.h"
 #include "lib/file.h"
 #include "lib/report.h"
+#include "product.h"
 
 static constexpr long kPciBridgeClass = 0x0604; // linux/pci_ids.h, PCI_CLASS_BRIDGE_PCI
 

@@ -11,10 +11,10 @@
 #include <span>
 #include <sys/ioctl.h>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/scoped_lock.h"
 #include "autocleanup/unique.h"
 #include "lib/report.h"
+#include "product.h"
 
 static constexpr char kIpmiPath[] = "/dev/ipmi0";
 static constexpr char kOobLockPath[] = "/var/lock/oob_ioctl.lock";

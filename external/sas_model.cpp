@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/unique.h"
 #include "external/enclosure.h"
 #include "external/sas.h"
 #include "external/sys_attribute.h"
 #include "lib/report.h"
+#include "product.h"
 
 // A name that stands for one entry of a folder of the kernel's.
 static bool is_entry_name(const char *name)

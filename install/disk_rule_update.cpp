@@ -9,13 +9,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include NORV_PRODUCT_HEADER
 #include "autocleanup/scoped_lock.h"
 #include "autocleanup/unique.h"
 #include "lib/file.h"
 #include "lib/file_line.h"
 #include "lib/report.h"
 #include "lib/text.h"
+#include "product.h"
 
 static constexpr char kLockPath[] = "/var/lock/disk_rule_update.lock";
 static constexpr int kLockSeconds = 10;

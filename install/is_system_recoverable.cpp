@@ -9,7 +9,7 @@
 #include "lib/proc.h"
 #include "lib/report.h"
 
-#include NORV_PRODUCT_HEADER
+#include "product.h"
 
 static constexpr char kFlashVersionPath[] = "/etc.defaults/VERSION";
 static constexpr char kSpecialBuild[] = "42218";

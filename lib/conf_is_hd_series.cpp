@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "lib/file.h"
-#include NORV_PRODUCT_HEADER
+#include "product.h"
 
 bool NLIBCConfIsHdSeries()
 {

@@ -6,6 +6,7 @@
 #include <regex>
 #include <string>
 
+#include "build_paths.h"
 namespace
 {
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "build_paths.h"
 #include "tests/platform/run_program.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/scratch_dir.h"

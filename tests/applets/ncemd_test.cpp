@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "applets/ncemd.h"
+#include "build_paths.h"
 #include "platform/board/board.h"
 #include "tests/support/box_controller.h"
 #include "tests/support/box_links.h"

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "build_paths.h"
 #include "platform/board/board.h"
 #include "tests/support/sandbox.h"
 

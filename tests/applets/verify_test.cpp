@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "build_paths.h"
 #include "tests/support/sandbox.h"
 
 namespace

@@ -7,8 +7,8 @@
 
 #include "lib/file.h"
 #include "lib/report.h"
+#include "product.h"
 #include "tests/support/private_root.h"
-#include NORV_PRODUCT_HEADER
 
 namespace
 {

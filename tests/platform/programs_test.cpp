@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+#include "build_paths.h"
 #include "tests/platform/run_program.h"
 
 namespace fs = std::filesystem;

@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include "build_paths.h"
 #include "platform/sfdisk/actions.h"
 #include "platform/sfdisk/label.h"
 #include "tests/platform/run_program.h"

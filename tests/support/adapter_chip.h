@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include NORV_PRODUCT_HEADER
+#include "product.h"
 
 inline constexpr char kAdapterChip[] = "/sys/devices/pci0000:00/0000:00:1c.0";
 
