@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <unistd.h>
 
 #include "install/system_status.h"
@@ -33,4 +34,16 @@ int RootInfoCacheSet(const char *key, const char *value)
         return 0;
     NORV_LOG(LOG_ERR, "Failed to set key: [%s][0x%04X %s:%d]", key, NORV_ERR_ARGS);
     return -1;
+}
+
+int root_info_cache_delete()
+{
+    int lock = -1;
+    if (NLIBCFileLockTimeByFile(kLockPath, 1, kLockSeconds, &lock) != 1)
+        return -1;
+    const bool is_gone = unlink(kCachePath) == 0 || errno == ENOENT;
+    if (!is_gone)
+        NORV_LOG(LOG_ERR, "Failed to delete cache data: [%m]");
+    (void)NLIBCFileUnlockByFile(lock);
+    return is_gone ? 0 : -1;
 }

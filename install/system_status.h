@@ -62,3 +62,5 @@ void client_status_write(int status);
 // -1, logged.
 [[nodiscard]] int RootInfoCacheGet(const char *key, char *buffer, int size);
 int RootInfoCacheSet(const char *key, const char *value);
+// Removes them all. Returns 0, also when there were none; -1, logged.
+int root_info_cache_delete();

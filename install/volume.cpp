@@ -1,20 +1,11 @@
 #include "install/volume.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
+#include "install/shell.h"
 #include "lib/report.h"
-
-template <typename... Words> static int shell_run(const char *format, Words... words)
-{
-    char line[256];
-    if (static_cast<size_t>(snprintf(line, sizeof(line), format, words...)) >= sizeof(line))
-        return -1;
-    return system(line);
-}
 
 int volume_mount(const char *device, const char *folder)
 {
@@ -36,4 +27,10 @@ void volume_unmount(const char *folder)
     (void)shell_run("/bin/umount -f %s > /dev/null 2>&1", folder);
     if (strcmp(folder, "/mnt") != 0)
         rmdir(folder);
+}
+
+int MountPartition(const char *device, const char *folder)
+{
+    NORV_LOG(LOG_ERR, "Mount partion %s %s", device, folder);
+    return volume_mount(device, folder) == 0 ? 1 : 0;
 }

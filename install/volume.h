@@ -6,3 +6,6 @@
 
 // Unmounts the folder by force and removes it, but for /mnt. Failures do not matter.
 void volume_unmount(const char *folder);
+
+// volume_mount that says so in the log first. Returns 1; 0 when it failed.
+[[nodiscard]] int MountPartition(const char *device, const char *folder);

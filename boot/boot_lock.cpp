@@ -1,0 +1,68 @@
+#include "boot/boot_lock.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "autocleanup/unique.h"
+#include "boot/boot_partition.h"
+#include "lib/report.h"
+#include "lib/semaphore.h"
+
+static bool lock_is_held = false; // a second release would let two in
+
+static void install_flag_set(const char *function, bool is_set)
+{
+    static constexpr char kPath[] = "/proc/sys/kernel/norv_install_flag";
+    const UniqueFile file(fopen(kPath, "we"));
+    if (!file) {
+        NORV_LOG_OLD(LOG_ERR, function, ": failed to open %s", kPath);
+        return;
+    }
+    if (fputs(is_set ? "1" : "0", file.get()) >= 0 && fflush(file.get()) == 0)
+        return;
+    if (is_set)
+        NORV_LOG_OLD(LOG_ERR, function, ": failed to inc refcnt on %s", kPath);
+    else
+        NORV_LOG_OLD(LOG_ERR, function, ": failed to dec refcnt on %s", kPath);
+}
+
+// The id of the semaphore; -1, logged.
+static int NORVBootSemGet()
+{
+    const int id = semaphore_open(kBootSemaphoreKey);
+    if (id < 0)
+        syslog(LOG_ERR, "NORVBootSemGet fail\n");
+    return id;
+}
+
+static bool semaphore_changed(int id, int result)
+{
+    if (id >= 0 && result != 0)
+        syslog(LOG_ERR, "semop fail semid %d errno %d\n", id, errno);
+    return result == 0;
+}
+
+int boot_lock_take()
+{
+    if (lock_is_held)
+        return 0;
+    const int id = NORVBootSemGet();
+    if (!semaphore_changed(id, id >= 0 ? semaphore_take(id, kSemaphoreForever) : -1)) {
+        syslog(LOG_ERR, "Wait fail");
+        return -1;
+    }
+    lock_is_held = true;
+    install_flag_set(__func__, true);
+    return 0;
+}
+
+void boot_lock_give()
+{
+    if (!lock_is_held)
+        return;
+    install_flag_set(__func__, false);
+    lock_is_held = false;
+    const int id = NORVBootSemGet();
+    if (!semaphore_changed(id, id >= 0 ? semaphore_give(id) : -1))
+        syslog(LOG_ERR, "Signal fail");
+}
