@@ -10,7 +10,7 @@
 #include "lib/io.h"
 #include "lib/report.h"
 #include "lib/text.h"
-#include NORV_PRODUCT_HEADER
+#include "product.h"
 
 static constexpr char kVersionPath[] = "/etc.defaults/VERSION";
 

@@ -27,14 +27,20 @@ const std::vector<std::string> kRoles =
 
 constexpr char kModel[] = "/etc.defaults/norvinfo.conf";
 constexpr char kBanner[] = "Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\n";
-const std::vector<std::string> kLeaves = {"/tmp/install.lock",     "/var/lock/oob_ioctl.lock", "process manutild",
-                                          "/var/run/manutild.pid", "process findhostd",        "/var/run/findhostd.pid",
-                                          "/tmp/fhost.status"};
+const std::vector<std::string> kLeaves = {"/tmp/install.lock",
+                                          "/var/lock/oob_ioctl.lock",
+                                          "process manutild",
+                                          "/var/run/manutild.pid",
+                                          "process findhostd",
+                                          "/var/run/findhostd.pid",
+                                          "/tmp/fhost.status",
+                                          "/var/lib*",
+                                          "/var/lock/disk_rule_update.lock"};
 
 // The daemon answers a single --help with the banner and 0. Of the roles only manutild does so too.
 bool is_daemon(const Result &result)
 {
-    return result.exit_status == 0 && result.out == kBanner;
+    return result.exit_status == 0 && result.out == kBanner && result.err.empty();
 }
 
 TEST(Dispatch, EveryListedNameIsItsRole)

@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "build_paths.h"
 #include "net/link_event.h"
 #include "tests/support/box_links.h"
 #include "tests/support/sandbox.h"
