@@ -25,6 +25,10 @@ enum InstallCode : unsigned {
     kCodeVolume = 21, // the volume cannot be used
     kCodeFormat = 35,
     kCodeLock = 41, // another install runs
+    kCodeDownload = 46,
     kCodeLicence = 65,
     kCodePartitionVersion = 70, // the disks' layout is too old for the patch
 };
+
+// What the web page polls: a header and a JSON body, rewritten whole by each step.
+inline constexpr char kInstallProgressPath[] = "/tmp/install.progress";
