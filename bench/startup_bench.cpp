@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sched.h>
 #include <spawn.h>
 #include <string>
 #include <string_view>
@@ -19,7 +18,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "bench/private_mounts.h"
 #include "build_paths.h"
+
 namespace
 {
 
@@ -35,15 +36,7 @@ struct Program {
 
 bool root_make(const std::array<Program, 4> &programs)
 {
-    const uid_t uid = getuid();
-    const gid_t gid = getgid();
-    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-        return false;
-    std::ofstream("/proc/self/setgroups") << "deny";
-    std::ofstream("/proc/self/uid_map") << "0 " << uid << " 1";
-    std::ofstream("/proc/self/gid_map") << "0 " << gid << " 1";
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("root", "/mnt", "tmpfs", 0, nullptr) != 0)
+    if (!private_mounts_enter() || mount("root", "/mnt", "tmpfs", 0, nullptr) != 0)
         return false;
     for (const char *shared : {"/usr", "/lib", "/lib64", "/proc"}) {
         const std::string inside = std::string("/mnt") + shared;
