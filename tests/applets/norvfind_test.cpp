@@ -1,0 +1,162 @@
+// The discovery client against the real daemon, on a wire of their own.
+#include <arpa/inet.h>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+#include "autocleanup/unique.h"
+#include "build_paths.h"
+#include "tests/support/box_links.h"
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+// An appliance at eth0, the client at the wire's other end, which the appliance does not list. Neither has an address.
+struct Pair : Sandbox {
+    BoxLinks links{*this};
+    UniqueFd bystander; // hears all that the client sends
+
+    Pair()
+    {
+        EXPECT_TRUE(links.set("lo", true) && links.wire("eth0", "tap0") && links.set("eth0", true) &&
+                    links.set("tap0", true) && links.settle("tap0", true) && links.settle("eth0", true));
+        host_file("/bin/norvfind", NORV_BINARY_DIR "/tools/norvfind/norvfind");
+        for (const char *path : {"/bin/ping", "/sbin/ifconfig", "/sbin/route", "/usr/bin/killall", "/sbin/udhcpc",
+                                 "/bin/ps", "/bin/grep", "/usr/sbin/arping", "/bin/hostname"})
+            program(path);
+        file("/etc.defaults/VERSION", "productversion=\"7.2.1\"\nbuildnumber=25556\n");
+        file("/etc.defaults/norvinfo.conf", "upnpmodelname=NS0801\nunique=norv_one_1\n");
+        file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.0.0.0\n");
+        host_program("/usr/bin/flock");
+        file("/etc/hosts", "127.0.0.1 localhost\n");
+        leaves({"/tmp/*", "/etc/*", "/.tmpcfg", "/var/run/findhostd.pid"});
+        bystander = UniqueFd(socket(AF_PACKET, SOCK_RAW, htons(ETH_P_IP)));
+        sockaddr_ll address = {};
+        address.sll_family = AF_PACKET;
+        address.sll_protocol = htons(ETH_P_IP);
+        address.sll_ifindex = links.index("eth0");
+        EXPECT_EQ(bind(bystander.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    }
+
+    Process daemon(const std::vector<std::string> &options = {})
+    {
+        std::vector<std::string> line = {"findhostd", "-d"};
+        line.insert(line.end(), options.begin(), options.end());
+        Process process = start(line, {.seconds = 120});
+        for (int tries = 0; tries < 2000 && record().count("select 5.*") == 0; tries++)
+            usleep(10000);
+        return process;
+    }
+
+    Result find(std::vector<std::string> words)
+    {
+        words.insert(words.begin(), "/bin/norvfind");
+        words.insert(words.end(), {"--interface", "tap0"});
+        return run(words, {.seconds = 60});
+    }
+
+    // The client until it succeeds: on a busy machine an answer may come after its time. The daemon serves one address
+    // again after a pause.
+    Result find_at_last(const std::vector<std::string> &words)
+    {
+        Result result = find(words);
+        for (int tries = 0; tries < 10 && result.exit_status != 0; tries++) {
+            sleep(2);
+            result = find(words);
+        }
+        sleep(2);
+        return result;
+    }
+
+    // The appliance's MAC, as a scan tells it.
+    std::string mac()
+    {
+        const std::string out = find_at_last({"scan", "--json", "--seconds", "1"}).out;
+        const size_t at = out.find("\"mac\":\"");
+        return at != out.npos ? out.substr(at + 7, 17) : "none";
+    }
+
+    // Whether the bystander heard these bytes.
+    bool heard(const std::string &text) const
+    {
+        bool is_heard = false;
+        char bytes[2048];
+        for (ssize_t got; (got = recv(bystander.get(), bytes, sizeof(bytes), MSG_DONTWAIT)) > 0;)
+            is_heard |= memmem(bytes, static_cast<size_t>(got), text.data(), text.size()) != nullptr;
+        return is_heard;
+    }
+};
+
+void end(Process &daemon)
+{
+    daemon.signal(SIGTERM);
+    daemon.wait();
+}
+
+TEST(Norvfind, ScansAndShowsWhatHasNoAddress)
+{
+    Pair box;
+    EXPECT_EQ(box.find({"scan", "--seconds", "1"}).exit_status, 1);
+    Process daemon = box.daemon();
+    const Result table = box.find_at_last({"scan", "--seconds", "1"});
+    EXPECT_EQ(table.exit_status, 0) << table.err;
+    EXPECT_NE(table.out.find("NS0801"), std::string::npos) << table.out;
+    EXPECT_NE(table.out.find("7.2.1-25556"), std::string::npos);
+    EXPECT_NE(table.out.find("not installed"), std::string::npos);
+    EXPECT_NE(table.out.find("yes"), std::string::npos) << "sealed";
+    EXPECT_FALSE(box.heard("norv_one_1")) << "the reply can be read on the way";
+    const Result shown = box.find_at_last({"show", box.mac()});
+    EXPECT_EQ(shown.exit_status, 0) << shown.err;
+    EXPECT_NE(shown.out.find("norv_one_1"), std::string::npos) << shown.out;
+    EXPECT_EQ(box.find({"show", "02:00:00:00:00:99", "--seconds", "1"}).exit_status, 1);
+    end(daemon);
+}
+
+TEST(Norvfind, SetsTheNetworkSealed)
+{
+    Pair box;
+    Process daemon = box.daemon({"-C"}); // it takes nothing in the clear but queries
+    const std::string mac = box.mac();
+    sleep(2);
+    const Result set = box.find(
+        {"set", mac, "--ip", "10.9.8.7/24", "--gateway", "10.9.8.1", "--dns", "10.9.8.2", "--hostname", "secretname"});
+    EXPECT_EQ(set.out, mac + ": done\n") << set.err << box.record().text();
+    EXPECT_EQ(set.exit_status, 0);
+    EXPECT_FALSE(box.heard("secretname"));
+    EXPECT_NE(box.read_file("/etc/sysconfig/network-scripts/ifcfg-eth0").find("10.9.8.7"), std::string::npos);
+    EXPECT_EQ(box.find({"set", mac, "--dhcp", "--plain", "--seconds", "1"}).exit_status, 1); // plain: not even found
+    sleep(2);
+    Process holder = box.start({"/usr/bin/flock", "-x", "/tmp/install.lock", "-c", "echo held; read line"},
+                               {.input_open = true, .leaves = {"/tmp/*"}});
+    while (holder.running() && holder.out() != "held\n")
+        usleep(1000);
+    const Result locked = box.find({"set", mac, "--ip", "10.9.8.8/24"});
+    EXPECT_EQ(locked.exit_status, 4) << locked.err;
+    holder.close_input();
+    holder.wait();
+    end(daemon);
+}
+
+TEST(Norvfind, WrongUse)
+{
+    Pair box;
+    for (const std::vector<std::string> &words : {std::vector<std::string>{"set", "02:00:00:00:00:00"},
+                                                  {"set", "02:00:00:00:00:00", "--dhcp", "--ip", "1.2.3.4/8"},
+                                                  {"set", "02:00:00:00:00:00", "--ip", "1.2.3.4/33"},
+                                                  {"set", "02:00:00:00:00:00", "--ip", "1.2.3/8"},
+                                                  {"scan", "x"},
+                                                  {"scan", "--port", "1"},
+                                                  {"find"}}) {
+        const Result result = box.find(words);
+        EXPECT_EQ(result.exit_status, 2) << words.back();
+        EXPECT_NE(result.err.find("usage: norvfind"), std::string::npos);
+    }
+}
+
+} // namespace

@@ -1,0 +1,317 @@
+// Finds appliances on the LAN, shows one, and sets its network.
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <getopt.h>
+#include <sodium.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include "findhost/keys.h"
+#include "lib/text.h"
+#include "tools/norvfind/wire.h"
+
+namespace
+{
+
+constexpr char kUsage[] =
+    "usage: norvfind scan [--json] [common options]\n"
+    "       norvfind show MAC [--json] [common options]\n"
+    "       norvfind set MAC --dhcp [--hostname NAME] [common options]\n"
+    "       norvfind set MAC --ip ADDRESS/BITS [--gateway ADDRESS] [--dns ADDRESS] [--hostname NAME] [common options]\n"
+    "\n"
+    "  scan  asks on every interface and lists the appliances that answer\n"
+    "  show  tells all that one appliance says of itself\n"
+    "  set   sets an appliance's network, sealed to the key that it tells; no word of it can be read on the way\n"
+    "\n"
+    "  --interface NAME  ask there only; may be given several times\n"
+    "  --port N          9999 (default), 9998 or 9997\n"
+    "  --seconds N       how long to listen: 4, for set 60\n"
+    "  --plain           for appliances without keys: ask and set in the clear\n"
+    "\n"
+    "With the right to use frames (root, or cap_net_raw) appliances without an address and on foreign subnets are "
+    "heard.\n"
+    "\n"
+    "Exit status: 0 done; 1 nobody answered; 2 wrong use, or no network; 3 the appliance refused, or it failed;\n"
+    "4 an install is running there.\n";
+
+enum ExitStatus : int { kDone = 0, kNobody = 1, kWrongUse = 2, kRefused = 3, kLocked = 4 };
+
+struct Options {
+    std::vector<std::string> interfaces;
+    uint16_t port = 9999;
+    int seconds = 0; // 0: the command's own
+    bool json = false, plain = false, dhcp = false;
+    std::string hostname;
+    uint32_t ip = 0, mask = 0, gateway = 0, dns = 0; // network order
+};
+
+int usage()
+{
+    fputs(kUsage, stderr);
+    return kWrongUse;
+}
+
+void packet_begin(uint32_t type, FhostPacket *packet)
+{
+    fhost_packet_begin(packet);
+    fhost_put_number(packet, PKT_ID_PTYPE, type);
+    fhost_put_number(packet, PKT_ID_STAMP, kFhostStamp);
+}
+
+// Who asks: the MAC of the port, and the number of the key that answers are to be sealed with.
+void asker_put(const Port &port, bool with_key, FhostPacket *packet)
+{
+    fhost_put_mac(packet, PKT_ID_PC_MAC, port.mac);
+    if (with_key)
+        fhost_put_number(packet, PKT_ID_KEY_ID, FHOSTProcessKeyId());
+}
+
+// Asks on every port; `mac` empty: everybody.
+bool query_send(const Wire &wire, const std::string &mac, bool plain)
+{
+    bool is_sent = false;
+    for (const Port &port : wire.ports) {
+        FhostPacket packet;
+        packet_begin(PKT_ID_PTYPE_QUERY, &packet);
+        fhost_put_number(&packet, PKT_ID_CAPS1, kFhostCapsMigration);
+        fhost_put_number(&packet, PKT_ID_CAPS2, kFhostCapsMigration);
+        if (!mac.empty())
+            fhost_put_text(&packet, PKT_ID_MAC, mac);
+        asker_put(port, !plain, &packet);
+        if (!plain) {
+            char key[2 * kFhostKeyBytes + 1];
+            sodium_bin2hex(key, sizeof(key), FHOSTProcessPublicKey(), kFhostKeyBytes);
+            fhost_put_text(&packet, PKT_ID_PUBKEY, key);
+        }
+        is_sent |= wire_send(wire, port, packet);
+    }
+    return is_sent;
+}
+
+bool mac_is(const Appliance &appliance, const std::string &mac)
+{
+    const std::string_view own = text_view(appliance.record.szMac);
+    return own.size() == mac.size() && strncasecmp(own.data(), mac.data(), mac.size()) == 0;
+}
+
+// Listens to the end; of several answers with one MAC the one that tells most counts: a sealed one before a plain one.
+std::vector<Appliance> answers_collect(const Wire &wire, int seconds)
+{
+    std::vector<Appliance> found;
+    const int64_t end = now_ms() + seconds * int64_t{1000};
+    Appliance heard;
+    for (int64_t left = end - now_ms(); left > 0 && wire_receive(wire, static_cast<int>(left), &heard);
+         left = end - now_ms()) {
+        const std::string mac(text_view(heard.record.szMac));
+        const auto known =
+            std::find_if(found.begin(), found.end(), [&](const Appliance &one) { return mac_is(one, mac); });
+        if (known == found.end())
+            found.push_back(heard);
+        else if (heard.is_sealed || !known->is_sealed)
+            *known = heard;
+    }
+    std::sort(found.begin(), found.end(), [](const Appliance &a, const Appliance &b) {
+        return text_view(a.record.szMac) < text_view(b.record.szMac);
+    });
+    return found;
+}
+
+int scan(const Wire &wire, const Options &options)
+{
+    if (!query_send(wire, "", options.plain))
+        return kWrongUse;
+    const std::vector<Appliance> found = answers_collect(wire, options.seconds != 0 ? options.seconds : 4);
+    if (options.json)
+        appliances_print_json(found);
+    else if (!found.empty())
+        appliances_print_table(found);
+    if (found.empty())
+        fprintf(stderr, "norvfind: nobody answered\n");
+    return found.empty() ? kNobody : kDone;
+}
+
+// Waits for the answer of one appliance. False, told, when it does not come.
+bool answer_wait(const Wire &wire, const std::string &mac, bool is_sealed, int seconds, Appliance *out)
+{
+    const int64_t end = now_ms() + seconds * int64_t{1000};
+    for (int64_t left = end - now_ms(); left > 0 && wire_receive(wire, static_cast<int>(left), out);
+         left = end - now_ms())
+        if (mac_is(*out, mac) && (out->is_sealed || !is_sealed))
+            return true;
+    fprintf(stderr, "norvfind: %s did not answer%s\n", mac.c_str(), is_sealed ? " with a sealed reply" : "");
+    return false;
+}
+
+int show(const Wire &wire, const Options &options, const std::string &mac)
+{
+    Appliance appliance;
+    if (!query_send(wire, mac, options.plain))
+        return kWrongUse;
+    if (!answer_wait(wire, mac, false, options.seconds != 0 ? options.seconds : 4, &appliance))
+        return kNobody;
+    if (options.json)
+        appliances_print_json({appliance});
+    else
+        appliance_print(appliance);
+    return kDone;
+}
+
+// The packet that sets the network.
+void setting_build(const Options &options, const Port &port, const Appliance &appliance, FhostPacket *packet)
+{
+    packet_begin(PKT_ID_PTYPE_NETSETTING, packet);
+    fhost_put_number(packet, PKT_ID_NET_DHCP, options.dhcp ? 1 : 0);
+    const std::string_view hostname =
+        options.hostname.empty() ? text_view(appliance.record.szHostName) : std::string_view(options.hostname);
+    fhost_put_text(packet, PKT_ID_NET_HOSTNAME, hostname);
+    fhost_put_text(packet, PKT_ID_NET_MAC, text_view(appliance.record.szMac));
+    if (!options.dhcp) {
+        fhost_put_number(packet, PKT_ID_NET_IP, options.ip);
+        fhost_put_number(packet, PKT_ID_NET_MASK, options.mask);
+        fhost_put_number(packet, PKT_ID_NET_GATEWAY, options.gateway);
+        fhost_put_number(packet, PKT_ID_NET_DNS, options.dns);
+    }
+    asker_put(port, !options.plain, packet);
+}
+
+bool setting_seal(const Appliance &appliance, FhostPacket *packet)
+{
+    uint8_t key[kFhostKeyBytes];
+    const std::string_view text = text_view(appliance.record.szPubKey);
+    FhostPacket sealed;
+    if (sodium_hex2bin(key, sizeof(key), text.data(), text.size(), nullptr, nullptr, nullptr) != 0 ||
+        text.size() != 2 * sizeof(key) || fhost_seal(*packet, key, &sealed) != 0) {
+        fprintf(stderr, "norvfind: the appliance's key is no good\n");
+        return false;
+    }
+    *packet = sealed;
+    return true;
+}
+
+// The port on which an appliance was heard.
+const Port &port_of(const Wire &wire, const Appliance &appliance)
+{
+    for (const Port &port : wire.ports)
+        if (port.name == appliance.interface)
+            return port;
+    return wire.ports.front();
+}
+
+int set(const Wire &wire, const Options &options, const std::string &mac)
+{
+    constexpr int kQuietMs = 500; // repeats of the first answer come in it
+    constexpr int kFindSeconds = 8;
+    Appliance appliance;
+    if (!query_send(wire, mac, options.plain))
+        return kWrongUse;
+    if (!answer_wait(wire, mac, !options.plain, options.seconds != 0 ? options.seconds : kFindSeconds, &appliance))
+        return kNobody;
+    for (Appliance repeat; wire_receive(wire, kQuietMs, &repeat);)
+        continue;
+    const Port &port = port_of(wire, appliance);
+    FhostPacket packet;
+    setting_build(options, port, appliance, &packet);
+    if ((!options.plain && !setting_seal(appliance, &packet)) || !wire_send(wire, port, packet))
+        return kWrongUse;
+    if (!answer_wait(wire, mac, !options.plain, options.seconds != 0 ? options.seconds : 60, &appliance))
+        return kNobody;
+    const int64_t code = appliance.result_code >= 0 ? appliance.result_code : int64_t{kFhostDone};
+    if (options.json)
+        appliances_print_json({appliance});
+    printf("%s: %s\n", mac.c_str(), result_words(code));
+    return code == kFhostDone ? kDone : code == kFhostLocked ? kLocked : kRefused;
+}
+
+// An address with the length of its network, "192.168.1.5/24".
+bool network_parse(const char *text, Options *options)
+{
+    const char *slash = strchr(text, '/');
+    char *end = nullptr;
+    const unsigned long bits = slash != nullptr ? strtoul(slash + 1, &end, 10) : 0;
+    if (slash == nullptr || *end != '\0' || bits < 1 || bits > 31)
+        return false;
+    options->mask = htonl(~0U << (32 - bits));
+    return inet_pton(AF_INET, std::string(text, slash).c_str(), &options->ip) == 1;
+}
+
+// Takes one option. False when its value is no good.
+bool option_take(int option, const char *value, Options *options)
+{
+    switch (option) {
+    case 'j':
+        return options->json = true;
+    case 'p':
+        return options->plain = true;
+    case 'd':
+        return options->dhcp = true;
+    case 'i':
+        options->interfaces.emplace_back(value);
+        return true;
+    case 'P':
+        options->port = static_cast<uint16_t>(atoi(value));
+        return options->port >= 9997 && options->port <= 9999;
+    case 's':
+        options->seconds = atoi(value);
+        return options->seconds > 0;
+    case 'h':
+        options->hostname = value;
+        return !options->hostname.empty() && options->hostname.size() <= 32;
+    case 'a':
+        return network_parse(value, options);
+    case 'g':
+        return inet_pton(AF_INET, value, &options->gateway) == 1;
+    case 'n':
+        return inet_pton(AF_INET, value, &options->dns) == 1;
+    default:
+        return false;
+    }
+}
+
+constexpr option kOptions[] = {
+    {"json", no_argument, nullptr, 'j'},
+    {"plain", no_argument, nullptr, 'p'},
+    {"dhcp", no_argument, nullptr, 'd'},
+    {"interface", required_argument, nullptr, 'i'},
+    {"port", required_argument, nullptr, 'P'},
+    {"seconds", required_argument, nullptr, 's'},
+    {"hostname", required_argument, nullptr, 'h'},
+    {"ip", required_argument, nullptr, 'a'},
+    {"gateway", required_argument, nullptr, 'g'},
+    {"dns", required_argument, nullptr, 'n'},
+    {nullptr, 0, nullptr, 0},
+};
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    Options options;
+    for (int option; (option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;)
+        if (!option_take(option, optarg, &options))
+            return usage();
+    const int words = argc - optind;
+    const std::string command = words > 0 ? argv[optind] : "", mac = words > 1 ? argv[optind + 1] : "";
+    const bool is_setting = options.dhcp || options.ip != 0;
+    if ((command == "scan" && words != 1) || (command != "scan" && words != 2) ||
+        (command == "set" && (!is_setting || (options.dhcp && options.ip != 0))))
+        return usage();
+    if (FHOSTProcessKeyInit() != 0 && !options.plain) {
+        fprintf(stderr, "norvfind: cannot make a key\n");
+        return kWrongUse;
+    }
+    Wire wire;
+    int result = kWrongUse;
+    if (wire_open(options.interfaces, options.port, &wire)) {
+        if (command == "scan")
+            result = scan(wire, options);
+        else if (command == "show")
+            result = show(wire, options, mac);
+        else
+            result = command == "set" ? set(wire, options, mac) : usage();
+    }
+    FHOSTProcessKeyFree();
+    return result;
+}
