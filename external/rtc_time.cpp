@@ -15,37 +15,56 @@ struct RtcRecord {
 };
 static_assert(sizeof(RtcRecord) == 7);
 
-int rtc_request(BoardRequest request, RtcRecord *record, const char *failure)
+void failure_tell(const char *failure)
 {
-    if (board_request(request, record) >= 0)
-        return 0;
     if (NLIBCErrGet() == kErrOpen)
         printf("open %s error!\n", kBoardPath);
     else
         puts(failure);
-    return -1;
+}
+
+// Returns false for a time that no calendar has.
+bool record_fill(time_t time, RtcRecord *record)
+{
+    struct tm utc;
+    if (gmtime_r(&time, &utc) == nullptr)
+        return false;
+    const auto byte = [](int value) { return static_cast<uint8_t>(value); };
+    *record = {byte(utc.tm_sec),  byte(utc.tm_min), byte(utc.tm_hour), byte(utc.tm_wday),
+               byte(utc.tm_mday), byte(utc.tm_mon), byte(utc.tm_year)};
+    return true;
 }
 
 } // namespace
 
+int rtc_time_set(time_t time)
+{
+    RtcRecord record;
+    if (!record_fill(time, &record))
+        return fail(kErrSystemCall);
+    return board_request(NORVIO_RTC_TIME_WRITE, &record) >= 0 ? 0 : -1;
+}
+
 int RtcTimeWrite(time_t time)
 {
-    struct tm utc;
-    if (gmtime_r(&time, &utc) == nullptr) {
+    RtcRecord record;
+    if (!record_fill(time, &record)) {
         puts("gmtime_r fail!");
         return fail(kErrSystemCall);
     }
-    const auto byte = [](int value) { return static_cast<uint8_t>(value); };
-    RtcRecord record = {byte(utc.tm_sec),  byte(utc.tm_min), byte(utc.tm_hour), byte(utc.tm_wday),
-                        byte(utc.tm_mday), byte(utc.tm_mon), byte(utc.tm_year)};
-    return rtc_request(NORVIO_RTC_TIME_WRITE, &record, "ioctl error with cmd NORVIO_RTC_TIME_WRITE !");
+    if (board_request(NORVIO_RTC_TIME_WRITE, &record) >= 0)
+        return 0;
+    failure_tell("ioctl error with cmd NORVIO_RTC_TIME_WRITE !");
+    return -1;
 }
 
 int RtcTimeRead(struct tm *tm)
 {
     RtcRecord record = {};
-    if (rtc_request(NORVIO_RTC_TIME_READ, &record, "ioctl error with cmd NORVIO_RTC_TIME_READ !") != 0)
+    if (board_request(NORVIO_RTC_TIME_READ, &record) < 0) {
+        failure_tell("ioctl error with cmd NORVIO_RTC_TIME_READ !");
         return -1;
+    }
     struct tm utc = {};
     utc.tm_sec = record.seconds;
     utc.tm_min = record.minutes;

@@ -13,6 +13,9 @@ inline constexpr char kCgiJsonHeader[] = "Content-type: application/json; charse
 // description offers. NULL when none is. Of each of the two, 127 bytes are looked at; a longer `supplang` is none.
 [[nodiscard]] const char *GetPreferredLang();
 
-// Sets PATH for the programs that a request starts, and holds that its client, REMOTE_ADDR, is on a wire of ours.
+// Sets PATH for the programs that a request starts.
+void cgi_path_set();
+
+// The same, and holds that its client, REMOTE_ADDR, is on a wire of ours.
 // Returns 0; -1 when it is not, logged when there is no REMOTE_ADDR.
 [[nodiscard]] int cgi_neighbour_check();

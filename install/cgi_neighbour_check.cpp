@@ -4,9 +4,14 @@
 #include "lib/report.h"
 #include "net/lan.h"
 
-int cgi_neighbour_check()
+void cgi_path_set()
 {
     setenv("PATH", "/sbin:/bin:/usr/sbin:/usr/bin:/usr/norv/sbin:/usr/norv/bin", 1);
+}
+
+int cgi_neighbour_check()
+{
+    cgi_path_set();
     const char *address = getenv("REMOTE_ADDR");
     if (address == nullptr) {
         NORV_LOG(LOG_ERR, "The remote addr is NULL");

@@ -26,6 +26,8 @@ enum InstallCode : unsigned {
     kCodeFormat = 35,
     kCodeLock = 41, // another install runs
     kCodeDownload = 46,
+    kCodeMemoryTest = 47, // a memory test runs
+    kCodeUpload = 54,
     kCodeLicence = 65,
     kCodePartitionVersion = 70, // the disks' layout is too old for the patch
 };

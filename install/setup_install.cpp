@@ -1,0 +1,31 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "autocleanup/unique.h"
+#include "install/cgi.h"
+#include "install/install_lock.h"
+#include "install/progress.h"
+#include "install/web_progress.h"
+#include "lib/report.h"
+
+int SetupInstall(int *fd_out)
+{
+    cgi_path_set();
+    if (access("/.memtest", F_OK) == 0) {
+        web_error_set_code(kCodeMemoryTest);
+        return -1;
+    }
+    // Not close-on-exec: should this process be killed, no other install begins to format while installer.sh still
+    // does.
+    UniqueFd lock(open(kInstallLockPath, O_RDWR | O_CREAT, 0644)); // NOLINT(android-cloexec-open)
+    if (!lock)
+        NORV_LOG(LOG_ERR, "create lock file fail [%m]");
+    if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        web_error_set_code(kCodeLock);
+        return -1;
+    }
+    unlink(kInstallProgressPath);
+    *fd_out = lock.release();
+    return 0;
+}
