@@ -53,7 +53,7 @@ static int folder_verify(void *sign, const char *folder)
 int norvcodesign_main(int argc, char *argv[])
 {
     const CodesignLibrary *library = codesign_library();
-    const UniqueSign sign(library != nullptr ? library->norvcodesign_init() : nullptr);
+    UniqueSign sign(library != nullptr ? library->norvcodesign_init() : nullptr);
     const UniqueText working_directory(getcwd(nullptr, 0));
     if (!working_directory) {
         syslog(LOG_ERR, "getcwd fail, reason=%m");
@@ -66,6 +66,7 @@ int norvcodesign_main(int argc, char *argv[])
     if (signature_is_waived())
         return 0;
     const int result = folder_verify(sign.get(), argv[1]);
+    sign.reset();
     if (chdir(working_directory.get()) != 0)
         syslog(LOG_ERR, "chdir fail, reason=%m");
     return result;

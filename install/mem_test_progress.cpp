@@ -32,6 +32,7 @@ int GetMemTestProgress(unsigned long *current, unsigned long *total)
     char line[1024];
     if (fgets(line, sizeof(line), file.get()) == nullptr)
         line[0] = '\0';
+    line[strcspn(line, "\n")] = '\0';
     char *slash = strchr(line, '/');
     if (slash == nullptr) {
         NORV_LOG(LOG_ERR, "cannot find '/' in [%s]", line);

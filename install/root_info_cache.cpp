@@ -1,9 +1,9 @@
 #include <cerrno>
 #include <unistd.h>
 
+#include "autocleanup/scoped_lock.h"
 #include "install/system_status.h"
 #include "lib/file.h"
-#include "lib/lock.h"
 #include "lib/report.h"
 
 static constexpr char kCachePath[] = "/tmp/root_info.cache";
@@ -12,25 +12,19 @@ static constexpr int kLockSeconds = 10;
 
 int RootInfoCacheGet(const char *key, char *buffer, int size)
 {
-    int lock = -1;
-    if (NLIBCFileLockTimeByFile(kLockPath, 1, kLockSeconds, &lock) != 1)
+    const ScopedLock lock(kLockPath, kLockSeconds);
+    if (!lock.held())
         return -1;
-    int result = 0;
-    if (access(kCachePath, F_OK) == 0)
-        result = NLIBCFileGetKeyValue(kCachePath, key, buffer, size, 0);
-    (void)NLIBCFileUnlockByFile(lock);
+    if (access(kCachePath, F_OK) != 0)
+        return 0;
+    const int result = NLIBCFileGetKeyValue(kCachePath, key, buffer, size, 0);
     return result > 0 ? 1 : result;
 }
 
 int RootInfoCacheSet(const char *key, const char *value)
 {
-    int lock = -1;
-    int result = -1;
-    if (NLIBCFileLockTimeByFile(kLockPath, 1, kLockSeconds, &lock) == 1) {
-        result = NLIBCFileSetKeyValue(kCachePath, key, value, kConfFormat);
-        (void)NLIBCFileUnlockByFile(lock);
-    }
-    if (result == 1)
+    const ScopedLock lock(kLockPath, kLockSeconds);
+    if (lock.held() && NLIBCFileSetKeyValue(kCachePath, key, value, kConfFormat) == 1)
         return 0;
     NORV_LOG(LOG_ERR, "Failed to set key: [%s][0x%04X %s:%d]", key, NORV_ERR_ARGS);
     return -1;
@@ -38,12 +32,11 @@ int RootInfoCacheSet(const char *key, const char *value)
 
 int root_info_cache_delete()
 {
-    int lock = -1;
-    if (NLIBCFileLockTimeByFile(kLockPath, 1, kLockSeconds, &lock) != 1)
+    const ScopedLock lock(kLockPath, kLockSeconds);
+    if (!lock.held())
         return -1;
-    const bool is_gone = unlink(kCachePath) == 0 || errno == ENOENT;
-    if (!is_gone)
-        NORV_LOG(LOG_ERR, "Failed to delete cache data: [%m]");
-    (void)NLIBCFileUnlockByFile(lock);
-    return is_gone ? 0 : -1;
+    if (unlink(kCachePath) == 0 || errno == ENOENT)
+        return 0;
+    NORV_LOG(LOG_ERR, "Failed to delete cache data: [%m]");
+    return -1;
 }

@@ -58,8 +58,8 @@ int CheckSysStatus();
 void client_status_write(int status);
 
 // Values that are found once: /tmp/root_info.cache, under a lock that is waited for 10 seconds.
-// Get returns 1 when found; 0 without a cache; else what NLIBCFileGetKeyValue does; -1 without the lock. Set returns 0;
-// -1, logged.
+// Get returns 1 when found; 0 without a cache; else what NLIBCFileGetKeyValue does; -1 without the lock, logged. Set
+// returns 0; -1, logged.
 [[nodiscard]] int RootInfoCacheGet(const char *key, char *buffer, int size);
 int RootInfoCacheSet(const char *key, const char *value);
 // Removes them all. Returns 0, also when there were none; -1, logged.

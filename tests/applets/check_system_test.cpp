@@ -42,6 +42,34 @@ void healthy(Sandbox &box)
     box.program("/tmpRoot/.norv/patch/updater", {{}});
 }
 
+// Puts a root block on sda that leaves the disk to systems whose root is on a disk of its own.
+void root_block_put(Sandbox &box)
+{
+    using namespace std::string_literals;
+    std::string disk(2 << 20, '\0');
+    disk.replace(256000, 19, "NORVESSA_ROOT_BLOCK").replace(256064, 12, "\0\0\0\3\0\0\0\0\0\4\0\0"s);
+    disk[262144 + 103] = 2;
+    box.device("/dev/sda", disk.size());
+    box.file("/dev/sda", disk);
+}
+
+// The model whose one array is on fixed disks, with their first partitions of this many sectors.
+void fixed_model(Sandbox &box, const std::string &sectors)
+{
+    const std::string model = "usbportcfg=\"10\"\ninternalportcfg=\"3\"\nunique=\"norv_x86_hd60\"\n";
+    box.file(kConf, model + "supportraid=yes\n");
+    box.file("/tmpRoot/etc.defaults/norvinfo.conf", model);
+    box.file("/tmpRoot/.norv/patch/VERSION", kNewer + "unique=norv_x86_hd60\n");
+    box.file("/proc/partitions", "   9 0 1 md0\n");
+    for (const char *disk : {"sda", "sdb"}) {
+        const std::string path = std::string("/dev/") + disk;
+        box.directory(std::string("/sys/block/md0/md/dev-") + disk + "1");
+        box.program("/sbin/sfdisk",
+                    {{.args = "-l -uS -N1 " + path,
+                      .output = path + "1 8192 " + (path == "/dev/sda" ? "209715200" : sectors) + " fd\n"}});
+    }
+}
+
 struct Outcome {
     const char *what;
     std::function<void(Sandbox &)> change;
@@ -130,6 +158,73 @@ TEST(CheckSystem, Outcomes)
          "not_install",
          {"log err *SYSTEM_CRASHED: .system_crashed in disk",
           "log err *SYSTEM_NOT_INSTALLED: Not NorvParitition and Not Recoverable"}},
+        {"lost+found is no folder",
+         [](Sandbox &box) {
+             box.remove("/tmpRoot/lost+found");
+             box.file("/tmpRoot/lost+found", "");
+         },
+         "sys_crash",
+         {"log err *open /tmpRoot/lost+found dir fail Not a directory", "run /bin/umount -f /tmpRoot",
+          "log err *Check Lost and Found Fail"}},
+        {"boot disk of another kind of system",
+         root_block_put,
+         "not_install",
+         {"log err *SYSTEM_NOT_INSTALLED: Migration with incompatible root block", "run /bin/umount -f /tmpRoot"}},
+        {"such a disk in the boot array",
+         [](Sandbox &box) {
+             root_block_put(box);
+             box.file("/proc/cmdline", "root=/dev/md0 root=/dev/none");
+             box.device("/dev/md0", 3 << 20);
+             box.request({.device = "/dev/md0", .request = 0x80480911, .bytes = std::string(72, '\1')});
+             for (const char *member : {"sda1", "sdb1"}) {
+                 box.file(std::string("/sys/block/md0/md/dev-") + member + "/state", "in_sync\n");
+                 box.file(std::string("/sys/block/md0/md/dev-") + member + "/slot", "0\n");
+             }
+         },
+         "not_install",
+         {"log err *Find incompatible root block on disk: [/dev/sda1]",
+          "log err *SYSTEM_NOT_INSTALLED: Migration with incompatible root block"}},
+        {"boot array unknown",
+         [](Sandbox &box) {
+             root_block_put(box);
+             box.file("/proc/cmdline", "root=/dev/md0\n");
+         },
+         "sys_recoverable",
+         {"log err *Failed to get root device from /dev/md0, skip"}},
+        {"boot arguments unknown",
+         [](Sandbox &box) {
+             root_block_put(box);
+             box.remove("/proc/cmdline");
+         },
+         "sys_recoverable",
+         {"log err *Failed to get boot arguments"}},
+        {"fixed model",
+         [](Sandbox &box) { fixed_model(box, "209715200"); },
+         "sys_recoverable",
+         {"run /sbin/sfdisk -l -uS -N1 /dev/sdb", "log err *SYSTEM_NORMAL, [Recoverable=1]"}},
+        {"fixed model, one disk of another size, not recoverable",
+         [](Sandbox &box) {
+             fixed_model(box, "209715201");
+             box.file("/tmp/recover_fail", "");
+         },
+         "not_install",
+         {"log err *SYSTEM_NORMAL, [Recoverable=0]", "log err *Not NorvParitition and Not Recoverable"}},
+        {"fixed model without its array",
+         [](Sandbox &box) {
+             fixed_model(box, "209715200");
+             box.file("/proc/partitions", "   9 1 1 md1\n   9 0 1 md0p1 md0\n");
+         },
+         "not_install",
+         {"log err *SYSTEM_NOT_INSTALLED: Raid but md0 not exist"}},
+        {"healthy without RAID on a foreign layout, not recoverable",
+         [](Sandbox &box) {
+             box.file(kConf, kModel);
+             box.program("/sbin/sfdisk", {{.exit_status = 1}});
+             box.program("/tmpRoot/.norv/patch/updater", {{.exit_status = 1}});
+         },
+         "not_install",
+         {"log err *SYSTEM_NORMAL, [Recoverable=0]", "log err *Not NorvParitition and Not Recoverable",
+          "log err *gblSupportRaid: 0, gSysStatus: 3, gblCreateDataVol: 1, gblSystemRecoverable: 0"}},
         {"memory test", [](Sandbox &box) { box.file("/.memtest", ""); }, "mem_testing", {}},
         {"blank disk without RAID",
          [](Sandbox &box) {
@@ -234,6 +329,23 @@ TEST(CheckSystem, TellsOfTheDisksAndKeepsTheAnswer)
     holder.close_input();
     holder.wait();
     EXPECT_EQ(box.run({"norvupgrade", "--check-system"}, kLeaves).out, "sys_migrat");
+
+    // Who cannot have the cache finds out anew, and keeps nothing.
+    box.compress_sleeps();
+    holder = box.start({"/usr/bin/flock", "-x", "/tmp/root_info.cache.lock", "-c", "echo held; read line"},
+                       {.input_open = true, .leaves = {"/tmp/*"}});
+    while (holder.running() && holder.out() != "held\n")
+        usleep(1000);
+    result = box.run({"norvupgrade", "--check-system"}, kLeaves);
+    EXPECT_EQ(result.out, "sys_recoverable");
+    EXPECT_TRUE(
+        result.record.in_order({"log err scoped_lock.cpp:* Failed to get lock[0x0400 *]", "log err *SYSTEM_NORMAL*",
+                                "log err scoped_lock.cpp:* Failed to get lock[0x0400 *]",
+                                "log err *Failed to set key: [fhost_status_static_part][0x0400 *]",
+                                "log err *Failed to save system status cache"}));
+    holder.close_input();
+    holder.wait();
+    EXPECT_EQ(box.read_file("/tmp/root_info.cache"), "fhost_status_static_part=14\n");
 }
 
 TEST(CheckSystem, AdminPort)
