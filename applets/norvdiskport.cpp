@@ -126,15 +126,6 @@ struct Option {
     int (*run)(char *args[], ResultText *result);
 };
 constexpr Option kOptions[] = {
-    {"-internal", "", 0, option_class},
-    {"-esata", "", 0, option_class},
-    {"-usb", "", 0, option_class},
-    {"-eunit", "", 0, option_class},
-    {"-iscsi", "", 0, option_class},
-    {"-norvboot", "", 0, option_class},
-    {"-cache", "", 0, option_class},
-    {"-sys", "", 0, option_class},
-    {"-invalid", "", 0, option_class},
     {"-enum_port", " <-internal/-esata/-usb/-eunit/-cache>", 1, option_enum_port},
     {"-portcheck", " <device>", 1, option_port_check},
     {"-atatodevice", " <ata link>", 1, option_ata_to_device},
@@ -146,10 +137,24 @@ constexpr Option kOptions[] = {
     {"-missing_system_disk_list", "", 0, option_missing_system_disk_list},
     {"-invalid_disk_list", "", 0, option_invalid_disk_list},
 };
+constexpr Option kClassOption = {"", "", 0, option_class};
+
+// The option of a word with so many words behind it; NULL for none.
+const Option *option_find(const char *word, int words)
+{
+    if (words == 0 && class_find(word) != kDiskPortUnknown)
+        return &kClassOption;
+    for (const Option &option : kOptions)
+        if (words == option.words && strcmp(option.word, word) == 0)
+            return &option;
+    return nullptr;
+}
 
 int usage_print()
 {
     puts("Usage:");
+    for (const ClassOption &option : kClassOptions)
+        printf("    norvdiskport %s\n", option.word);
     for (const Option &option : kOptions)
         printf("    norvdiskport %s%s\n", option.word, option.behind);
     return -1;
@@ -159,15 +164,13 @@ int usage_print()
 
 int norvdiskport_main(int argc, char *argv[])
 {
-    for (const Option &option : kOptions) {
-        if (argc != option.words + 2 || strcmp(option.word, argv[1]) != 0)
-            continue;
-        ResultText result;
-        const int status = option.run(argv + 1, &result);
-        const UniqueText owner(result.text);
-        if (status == 0)
-            puts(owner ? owner.get() : "");
-        return status;
-    }
-    return usage_print();
+    const Option *option = argc < 2 ? nullptr : option_find(argv[1], argc - 2);
+    if (option == nullptr)
+        return usage_print();
+    ResultText result;
+    const int status = option->run(argv + 1, &result);
+    const UniqueText owner(result.text);
+    if (status == 0)
+        puts(owner ? owner.get() : "");
+    return status;
 }

@@ -39,7 +39,7 @@ int option_device_info(char *args[], ResultText *result)
     if (port != 0)
         return port < 0 ? -1 : result_add(result, "ESATA%d", port);
     ExpansionUnitPlace place;
-    if (unit_find(disk, &place) != 1)
+    if (unit_find(disk, &place) != 1 || place.unit <= 0)
         return fail(kErrNoDevice);
     if (strlen(disk) == kPortNameLength)
         return result_add(result, "EUnit%d", place.unit);

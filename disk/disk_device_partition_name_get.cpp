@@ -12,7 +12,7 @@ using DiskName = char[32];
 // Takes the bare name of a disk whose partitions can be named. Returns false, with 0x0d00, for others.
 static bool disk_take(const char *disk, int number, DiskName &name)
 {
-    if (disk == nullptr || number <= 0) {
+    if (disk == nullptr || *disk_bare_name(disk) == '\0' || number <= 0) {
         fail(kErrBadParameter);
         return false;
     }

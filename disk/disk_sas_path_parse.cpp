@@ -34,14 +34,13 @@ void usb_port_num_load()
     is_loaded = true;
 }
 
+// A disk on a host that the table does not know has no expander, and waits in vain.
 int expander_model_wait(const char *expander)
 {
     for (int tries = 0; tries < kEnclosureTries; tries++) {
         const int model = sas_expander_model_id_get(expander);
         if (model >= 0)
             return model;
-        if (NLIBCErrGet() != kErrNoDevice)
-            return -1;
         NORV_LOG(LOG_ERR, "Try to wait for enclosure ready.");
         sleep(kEnclosureWaitSeconds);
     }

@@ -5,11 +5,13 @@
 #include <glob.h>
 
 #include "autocleanup/glob_matches.h"
+#include "disk/disk.h"
 #include "lib/file.h"
 #include "lib/report.h"
 #include "lib/text.h"
 
 static constexpr char kUnitPattern[] = "/tmp/eunitinfo_*";
+static constexpr size_t kDisksRoom = 1024;
 
 // The names in a unit's file. Returns their length with the NUL; 0 or less without any.
 template <size_t kRoom> static int unit_disks_read(const char *file, char (&disks)[kRoom])
@@ -27,7 +29,7 @@ int expansion_unit_disks_get(char *names, size_t size)
     if (glob(kUnitPattern, 0, nullptr, &units.found) != 0)
         return 0;
     for (size_t i = 0; i < units.found.gl_pathc; i++) {
-        char disks[256];
+        char disks[kDisksRoom];
         const int bytes = unit_disks_read(units.found.gl_pathv[i], disks);
         if (bytes <= 1)
             continue;
@@ -46,10 +48,12 @@ int expansion_unit_list_position(const char *names, const char *disk_name)
     const size_t length = strlen(disk_name);
     int position = 1;
     for (const char *at = names; *at != '\0'; position++) {
-        const size_t item = strcspn(at, ",");
-        if (item == length && strncmp(at, disk_name, length) == 0)
+        at = disk_bare_name(at + strspn(at, " "));
+        const size_t item = strcspn(at, ", ");
+        if (item > 0 && item == length && strncmp(at, disk_name, length) == 0)
             return position;
-        at += item + (at[item] == ',' ? 1 : 0);
+        at += strcspn(at, ",");
+        at += *at == ',' ? 1 : 0;
     }
     return 0;
 }
@@ -63,7 +67,7 @@ int expansion_unit_place_get(const char *disk_name, ExpansionUnitPlace *place)
         return 0;
     for (size_t i = 0; i < units.found.gl_pathc; i++) {
         const char *file = units.found.gl_pathv[i];
-        char disks[256], model[sizeof(place->model)];
+        char disks[kDisksRoom], model[sizeof(place->model)];
         if (unit_disks_read(file, disks) <= 1)
             continue;
         const int position = expansion_unit_list_position(disks, disk_name);

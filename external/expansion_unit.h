@@ -1,5 +1,6 @@
 // Expansion units on eSATA ports. Whoever watches those ports leaves a file for each unit: /tmp/eunitinfo_*, with the
 // keys EUnitModel, its model with a number behind a '-', and EUnitDisks, the names of its disks with commas between.
+// Blanks around a name and "/dev/" in front of it do not count.
 #pragma once
 
 #include <cstddef>

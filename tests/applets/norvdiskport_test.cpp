@@ -47,7 +47,7 @@ void sata_make(Sandbox &box, const std::string &more = "")
     box.leaves({"/tmp/.dualhead", "/tmp/.not.dualhead"});
     disks_make(box, {"sda", "sdb", "sdc", "sde", "sdg", "sdi", "sdja", "sdjb", "sdk", "isda", "norvboot", "mmcblk0"});
     disks_make(box, {"sysd1", "nvme0n1", "md0", "usb1", "sas1"});
-    box.file("/tmp/eunitinfo_sdj", "EUnitModel=NX5-2\nEUnitDisks=sdja,sdjb\n");
+    box.file("/tmp/eunitinfo_sdj", "EUnitModel=NX5-2\nEUnitDisks=sdja, /dev/sdjb,,\n");
 }
 
 TEST(Norvdiskport, SataDisksByTheirMasks)
@@ -95,13 +95,16 @@ TEST(Norvdiskport, SataDisksByTheirMasks)
                       {{"-deviceinfo", "sdj"}, "ESATA2"},
                       {{"-deviceinfo", "sdjb"}, "EUnit2 HDD2"},
                       {{"-deviceinfo", "sdjc"}, "", 255},
+                      {{"-deviceinfo", ""}, "", 255},
                       {{"-part_name_get", "3", "/dev/sda"}, "sda3"},
                       {{"-part_name_get", "2", "nvme0n1"}, "nvme0n1p2"},
                       {{"-part_name_get", "0", "sda"}, "", 255},
                       {{"-part_name_get", "1", "norvboot"}, "", 255},
+                      {{"-part_name_get", "1", "/dev/"}, "", 255},
                   });
     box.file("/tmp/eunitinfo_sdk", "EUnitModel=NX5-4\nEUnitDisks=sdka\n");
-    rows_run(box, {{{"-deviceinfo", "sdk"}, "EUnit4"}});
+    box.file("/tmp/eunitinfo_sdl", "EUnitModel=NX5\nEUnitDisks=sdla\n"); // which unit it is, is not told
+    rows_run(box, {{{"-deviceinfo", "sdk"}, "EUnit4"}, {{"-deviceinfo", "sdla"}, "", 255}});
     const Result unknown = box.run({"norvdiskport", "-portcheck", "hda"});
     EXPECT_TRUE(
         unknown.record.in_order({"log err external_disk_port_check.cpp:* expected sdx or /dev/sdx, not hda, not "
@@ -294,6 +297,30 @@ void sas_disk_make(Sandbox &box, const std::string &name, int expander, int phy)
     box.symlink("/sys/block/x" + name + "/device", disk);
 }
 
+// The same on a phy of a host adapter that is, or is not, of the product's table.
+void sas_host_disk_make(Sandbox &box, const std::string &name, int host, int phy, bool is_known)
+{
+    const std::string number = std::to_string(host), place = number + ":" + std::to_string(phy);
+    const std::string adapter = "/sys/devices/adapter" + number, port = adapter + "/host" + number + "/port-" + place;
+    const auto hex = [](int id) {
+        char text[8];
+        snprintf(text, sizeof(text), "0x%04x\n", static_cast<unsigned>(id));
+        return std::string(text);
+    };
+    const ProductSasHost &row = kProductSasHosts[0];
+    box.file(adapter + "/vendor", hex(row.vendor));
+    box.file(adapter + "/device", hex(is_known ? row.device : row.device + 1));
+    box.file(adapter + "/subsystem_vendor", hex(row.subsystem_vendor));
+    box.file(adapter + "/subsystem_device", hex(row.subsystem_device));
+    box.directory("/sys/class/scsi_host/host" + number);
+    box.symlink("/sys/class/scsi_host/host" + number + "/device", adapter + "/host" + number);
+    box.directory(port + "/end_device-" + place + "/target/" + name);
+    box.directory(port + "/phy-" + place);
+    box.file("/sys/class/sas_phy/phy-" + place + "/phy_identifier", std::to_string(phy) + "\n");
+    box.directory("/sys/block/" + name);
+    box.symlink("/sys/block/" + name + "/device", port + "/end_device-" + place + "/target/" + name);
+}
+
 void sas_enclosure_make(Sandbox &box, int expander, const ProductEnclosure &row)
 {
     const std::string number = "0:" + std::to_string(expander);
@@ -325,11 +352,13 @@ TEST(Norvdiskport, SasDisksByTheirPhy)
     sas_disk_make(box, "sas2", 1, 8);  // bay 2
     sas_disk_make(box, "sas3", 1, 69);
     sas_disk_make(box, "sas4", 2, 10);
-    sas_disk_make(box, "sas5", 3, 10); // the enclosure never comes
+    sas_disk_make(box, "sas5", 3, 10);           // the enclosure never comes
+    sas_host_disk_make(box, "sas6", 1, 2, true); // bay 3
+    sas_host_disk_make(box, "sas7", 2, 2, false);
     disks_make(box, {"usb1", "iscsi1", "norvboot", "sda", "sysd1"});
     box.compress_sleeps();
     rows_run(box, {
-                      {{"-installable_disk_list"}, " sas2 sas1"},
+                      {{"-installable_disk_list"}, " sas2 sas6 sas1"},
                       {{"-portcheck", "/dev/sas1p3"}, "SAS"},
                       {{"-portcheck", "sas3"}, "CACHE"},
                       {{"-portcheck", "sas4"}, "EUNIT"},
@@ -340,7 +369,7 @@ TEST(Norvdiskport, SasDisksByTheirPhy)
                       {{"-portcheck", "norvboot"}, "NORVBOOT"},
                       {{"-portcheck", "sda"}, "UNKNOWN"},
                       {{"-portcheck", "sysd1"}, "SYS"},
-                      {{"-internal"}, " sas1 sas2"},
+                      {{"-internal"}, " sas1 sas2 sas6"},
                       {{"-eunit"}, " sas4"},
                       {{"-cache"}, " sas3"},
                       {{"-usb"}, " usb1"},
@@ -351,10 +380,12 @@ TEST(Norvdiskport, SasDisksByTheirPhy)
                       {{"-deviceinfo", "sas1"}, "", 255},
                       {{"-part_name_get", "2", "/dev/sas3"}, "sas3p2"},
                   });
-    const Result waited = box.run({"norvdiskport", "-portcheck", "sas5"});
-    EXPECT_EQ(waited.out, "UNKNOWN\n");
-    EXPECT_EQ(waited.record.count("log err disk_sas_path_parse.cpp:* Try to wait for enclosure ready."), 6);
-    EXPECT_EQ(waited.record.count("sleep 2"), 6);
+    for (const char *disk : {"sas5", "sas7"}) {
+        const Result waited = box.run({"norvdiskport", "-portcheck", disk});
+        EXPECT_EQ(waited.out, "UNKNOWN\n");
+        EXPECT_EQ(waited.record.count("log err disk_sas_path_parse.cpp:* Try to wait for enclosure ready."), 6);
+        EXPECT_EQ(waited.record.count("sleep 2"), 6);
+    }
 }
 
 TEST(Norvdiskport, AtaLinksAndTheirDisks)
