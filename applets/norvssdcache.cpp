@@ -6,6 +6,7 @@
 #include "lib/conf.h"
 #include "lib/report.h"
 #include "lib/string.h"
+#include "lib/text.h"
 #include "storage/raid.h"
 #include "storage/space_block.h"
 
@@ -77,7 +78,7 @@ int caches_list(char (&text)[4096])
         if (held == 0)
             continue;
         if (NLIBCConfSupportDualHead() == 1) {
-            strcpy(text, "true");
+            text_cut(text, "true");
             return 0;
         }
         if (number_append(device, text, &length) != 0)

@@ -8,6 +8,7 @@
 #include "lib/file.h"
 #include "lib/report.h"
 #include "lib/system/system.h"
+#include "lib/text.h"
 
 static constexpr char kRoot[] = "/tmpRoot"; // kSystemMountPoint, to be joined with what lies below it
 static constexpr char kDefaultPort[] = "5000";
@@ -59,7 +60,7 @@ static void admin_port_fill()
     const UniqueFile settings(fopen("/tmpRoot/usr/norv/etc/www/NOS.json", "re"));
     char port[8];
     const bool is_found = settings && port_scan(settings.get(), port) && port_is_valid(port);
-    strcpy(gDiskSysInfo.admin_port, is_found ? port : kDefaultPort);
+    text_cut(gDiskSysInfo.admin_port, is_found ? port : kDefaultPort);
 }
 
 void disk_sys_info_fill()

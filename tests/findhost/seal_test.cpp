@@ -197,16 +197,12 @@ TEST(FhostKeyCache, TellsClientsApartAndCutsTheirTexts)
         uint32_t id;
         const char *key; // NULL: none
     };
+    const std::string cut = mac.substr(0, 59);
     const Case kCases[] = {
-        {"", 1, key.c_str()},
-        {"", 2, nullptr},
-        {mac.c_str(), 2, "bbbb"},
+        {"", 1, key.c_str()},        {"", 2, nullptr},      {mac.c_str(), 2, "bbbb"},
         {mac.c_str(), 0x25, "bbbb"}, // the 63rd character is the last of the name: "+0"
-        {mac.substr(0, 59).c_str(), 2, nullptr},
-        {"m", 1, nullptr},
-        {"m", 0xffffffff, "one"},
-        {"m", 0, nullptr},
-        {nullptr, 1, nullptr},
+        {cut.c_str(), 2, nullptr},   {"m", 1, nullptr},     {"m", 0xffffffff, "one"},
+        {"m", 0, nullptr},           {nullptr, 1, nullptr},
     };
     for (const Case &row : kCases)
         for (int round = 0; round < 2; round++) { // a lookup changes nothing but the entry's age
