@@ -74,3 +74,5 @@ int NLIBCFileGetSection(const char *file, const char *section, PNLIBSZHASH *hash
 
 // Whether stat says a regular file; false for NULL too.
 [[nodiscard]] bool NLIBCFileIsRegular(const char *path);
+// Whether stat says a block device.
+[[nodiscard]] bool file_is_block_device(const char *path);

@@ -1,7 +1,7 @@
 #include <algorithm>
-#include <sys/stat.h>
 
 #include "disk/disk.h"
+#include "lib/file.h"
 #include "lib/report.h"
 #include "lib/string.h"
 #include "storage/root_block.h"
@@ -19,12 +19,6 @@ constexpr int kListBytes = 4096;
 constexpr int kContainers =
     kDiskContainerInternal | kDiskContainerExpansion | kDiskContainerEsata | kDiskContainerCache | kDiskContainerSystem;
 static_assert(kContainers == 0xab);
-
-bool is_block_device(const char *path)
-{
-    struct stat status = {};
-    return stat(path, &status) == 0 && S_ISBLK(status.st_mode);
-}
 
 // Adds a partition; a whole disk takes nothing. Returns 0; -1 when it cannot be told.
 int taken_add(const char *path, PartitionsTaken *taken)
@@ -50,7 +44,7 @@ int partitions_walk(const char *disk, PartitionsTaken *taken)
     if (!paths || partition_path_enum(&filter, paths.address()) < 0)
         return -1;
     for (int i = 0; i < paths.get()->nItem; i++)
-        if (is_block_device(paths.get()->items[i]) && taken_add(paths.get()->items[i], taken) != 0)
+        if (file_is_block_device(paths.get()->items[i]) && taken_add(paths.get()->items[i], taken) != 0)
             return -1;
     return 0;
 }

@@ -13,9 +13,6 @@
 // compressed swap out of use. Returns 0; -1, logged.
 [[nodiscard]] int swap_stop();
 
-// Whether there is a block device of this path.
-[[nodiscard]] bool is_block_device(const char *path);
-
 // Runs /sbin/mkswap on a device and swaps it on. Neither takes a lock nor touches the state file.
 //   priority  1 to 32767; 0 or below lets the kernel choose
 // Returns 0; -1, logged: 0x0d00 for NULL, 0x2a00 when mkswap fails, else as swap_on.

@@ -59,7 +59,7 @@ int disk_swap_start()
     const char *device = swap_device_path();
     if (conf_supportraid() && raid_is_detected(device) != 1 && array_assemble(device) != 0)
         return -1;
-    if (is_block_device(device) && is_swap_on(device) == 0 && swap_make_and_on(device, 0) != 0)
+    if (file_is_block_device(device) && is_swap_on(device) == 0 && swap_make_and_on(device, 0) != 0)
         return -1;
     return swap_json_file_write(file.object.get(), kSwapRunning);
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "lib/file.h"
 #include "lib/report.h"
 #include "lib/string.h"
 #include "swap/swap.h"
@@ -37,7 +38,7 @@ int size_set(int index, uint64_t size)
 void device_on(int index)
 {
     const ZramPath path = zram_path(index);
-    if (!is_block_device(path.text))
+    if (!file_is_block_device(path.text))
         static_cast<void>(mknod(path.text, S_IFBLK | 0600, makedev(kZramMajor, static_cast<unsigned>(index))));
     if (is_swap_on(path.text) == 0)
         static_cast<void>(swap_make_and_on(path.text, kPriority));
