@@ -23,7 +23,9 @@ static std::string_view column_take(std::string_view *line)
 
 static bool number_take(std::string_view *line, int base, uint64_t *value)
 {
-    const std::string_view column = column_take(line);
+    std::string_view column = column_take(line);
+    if (base == 16 && column.starts_with("0x"))
+        column.remove_prefix(2);
     const char *end = column.data() + column.size();
     const auto [stop, error] = std::from_chars(column.data(), end, *value, base);
     return error == std::errc() && stop == end;

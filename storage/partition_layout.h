@@ -60,7 +60,8 @@ inline constexpr int kPartitionVersionMax = 9;
 // Whether the system array has members and each has its partition 1 as kPartitionHdSeriesSystem.
 [[nodiscard]] bool partition_hd_series_check();
 
-// The layout of a disk; on a model that boots from eMMC that of its third and fourth partition, whatever the disk.
+// The layout of a disk; on a model that boots from eMMC that of partitions 1, 3 and 4 of the first disk, whatever the
+// disk.
 // Returns 1; 0 when it is unknown.
 [[nodiscard]] int partition_system_layout(const char *disk, PartitionLayout *layout);
 // The layout version of the installed system: of the members of its array with `raid`, else of the first disk; 1 on the

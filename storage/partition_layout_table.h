@@ -76,7 +76,7 @@ constexpr bool rows_are_sound()
 }
 static_assert(rows_are_sound());
 
-// Models that boot from eMMC have this one behind their boot partitions.
+// Models that boot from eMMC have this one.
 inline constexpr const PartitionLayout &kEmmc = kRows[10];
 static_assert(kEmmc.version == 6 && kEmmc.blRaidType == 1);
 

@@ -7,6 +7,9 @@
 static constexpr char kFirstDisk[] = "sda";
 static constexpr int kListBytes = 1024;
 
+// Numbers of root, swap and data on a model that boots from eMMC.
+static constexpr int kEmmcNumbers[] = {1, 3, 4};
+
 static bool extent_get(const char *disk, int n, PartitionExtent *extent)
 {
     const int64_t size = PartitionInfoGet(n, disk, &extent->start, &extent->fsId);
@@ -14,15 +17,22 @@ static bool extent_get(const char *disk, int n, PartitionExtent *extent)
     return size >= 0;
 }
 
+// Whether a partition is the one of a layout, where one that takes what is left may lie anywhere.
+static bool extent_fits(const PartitionExtent &found, const PartitionExtent &wanted)
+{
+    return found == wanted || (wanted.start == kPartitionToTheEnd && found.fsId == wanted.fsId);
+}
+
 int partition_system_layout(const char *disk, PartitionLayout *layout)
 {
     if (!NLIBCConfIsYes("support_emmc_boot"))
         return partition_check_layout(disk, layout, nullptr) == 1 ? 1 : 0;
     const PartitionLayout &emmc = partition_layout_table::kEmmc;
-    PartitionExtent boot, root, swap;
-    if (!extent_get(kFirstDisk, 1, &boot) || !extent_get(kFirstDisk, 3, &root) || !extent_get(kFirstDisk, 4, &swap) ||
-        root != emmc.partition[0] || swap != emmc.partition[1])
-        return 0;
+    for (size_t i = 0; i < std::size(kEmmcNumbers); i++) {
+        PartitionExtent extent;
+        if (!extent_get(kFirstDisk, kEmmcNumbers[i], &extent) || !extent_fits(extent, emmc.partition[i]))
+            return 0;
+    }
     *layout = emmc;
     return 1;
 }

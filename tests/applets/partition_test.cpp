@@ -95,9 +95,9 @@ TEST(NorvCheckPartition, OfTheSystem)
         disk_is(box, "sdc", 9);
         disk_is(box, "sas3", 9);
         disk_is(box, "sdx", 0);
-        box.program("/sbin/sfdisk",
-                    {listed("sda", 1, "2048 4980480 fd"), listed("sda", 2, "1 1 fd"), listed("sda", 3, "63 4980087 fd"),
-                     listed("sda", 4, "4980150 4192965 fd"), listed("sdh", 1, "8192 209715200 fd")});
+        box.program("/sbin/sfdisk", {listed("sda", 1, "63 4980087 fd"), listed("sda", 2, "1 1 fd"),
+                                     listed("sda", 3, "4980150 4192965 fd"), listed("sda", 4, "9173115 1 fd"),
+                                     listed("sdh", 1, "8192 209715200 fd")});
         EXPECT_EQ(box.run({"norvcheckpartition"}).exit_status, exit_status);
     }
 }
@@ -118,15 +118,19 @@ TEST(NorvCheckPartition, OfADisk)
         {"", "sdb", {listed("sdb", 1, "63 530082 83")}, 0},
         {"support_emmc_boot=\"Yes\"\n",
          "sdb",
-         {listed("sda", 1, "8 1 1"), listed("sda", 3, "63 4980087 fd"), listed("sda", 4, "4980150 4192965 fd")},
+         {listed("sda", 1, "63 4980087 fd"), listed("sda", 3, "4980150 4192965 fd"), listed("sda", 4, "9400000 8 fd")},
          6},
-        {"support_emmc_boot=\"yes\"\n",
+        {"support_emmc_boot=\"yes\"\n", // the last one must be there, and for an array
          "sda",
-         {listed("sda", 3, "63 4980087 fd"), listed("sda", 4, "4980150 4192965 fd")},
+         {listed("sda", 1, "63 4980087 fd"), listed("sda", 3, "4980150 4192965 fd")},
          0},
         {"support_emmc_boot=\"yes\"\n",
          "sda",
-         {listed("sda", 1, "8 1 1"), listed("sda", 3, "63 4980087 fd"), listed("sda", 4, "4980150 4192965 82")},
+         {listed("sda", 1, "63 4980087 fd"), listed("sda", 3, "4980150 4192965 fd"), listed("sda", 4, "9400000 8 83")},
+         0},
+        {"support_emmc_boot=\"yes\"\n",
+         "sda",
+         {listed("sda", 1, "63 4980087 fd"), listed("sda", 3, "4980150 4192964 fd"), listed("sda", 4, "9400000 8 fd")},
          0},
         {kHdSeries, "sdb", {listed("sdb", 1, "8192 209715200 fd")}, 0}, // only the system's disks are judged by it
     };

@@ -17,6 +17,8 @@ TEST(Partition, ListingLine)
     } kCases[] = {
         {"/dev/sda1 2048 4980480 83\n", 0, {2048, 4980480, 0x83}},
         {"  /dev/sda1\t8192   16777216  FD more\n", 0, {8192, 16777216, 0xfd}},
+        {"/dev/sda1 2048 4980480 0xfd\n", 0, {2048, 4980480, 0xfd}},
+        {"/dev/sda1 2048 4980480 0x\n", -1, {}},
         {"/dev/sda1 0 9223372036854775807 0", 0, {0, INT64_MAX, 0}},
         {"/dev/sda1 2048 4980480\n", -1, {}}, // a column is missing
         {"\n", -1, {}},
