@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -85,7 +86,7 @@ int volume_create(int level, int count, const char *list)
         return fail(kErrOutOfMemory);
     fflush(stdout);
     if (system(command.get()) != 0) {
-        NORV_LOG(LOG_ERR, "Failed to create RAID '%s' on '%s', errno=%d", kDevice, list, NLIBCErrGet());
+        NORV_LOG(LOG_ERR, "Failed to create RAID '%s' on '%s', errno=%d", kDevice, list, errno);
         return fail(kErrRaidDiskCreate);
     }
     return 0;

@@ -52,10 +52,11 @@ int semaphore_take(int id, int seconds)
     struct sembuf take = {.sem_num = 0, .sem_op = -1, .sem_flg = SEM_UNDO};
     if (seconds == kSemaphoreNoWait)
         take.sem_flg |= IPC_NOWAIT;
+    const bool has_limit = seconds != kSemaphoreNoWait && seconds != kSemaphoreForever;
     const timespec limit = {.tv_sec = seconds, .tv_nsec = 0};
     int result;
     do
-        result = seconds >= 0 ? semtimedop(id, &take, 1, &limit) : semop(id, &take, 1);
+        result = has_limit ? semtimedop(id, &take, 1, &limit) : semop(id, &take, 1);
     while (result != 0 && errno == EINTR);
     return result == 0 ? 0 : static_cast<int>(fail(kErrStorageLock));
 }

@@ -13,7 +13,7 @@ inline constexpr int kSemaphoreNoWait = -2;
 [[nodiscard]] int semaphore_open(key_t key);
 
 // Takes the semaphore. `seconds`: how long to wait, or one of the two words above. An interrupted wait goes on.
-// Returns 0; -1 with 0x2e00 and errno, EAGAIN when the time is over.
+// Returns 0; -1 with 0x2e00 and errno: EAGAIN when the time is over, EINVAL for another number below 0.
 [[nodiscard]] int semaphore_take(int id, int seconds);
 
 // Gives it back. Returns 0; -1 with 0x0500 and errno.

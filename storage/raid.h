@@ -68,8 +68,8 @@ struct RaidInfo {
 // The state of its rebuild. Results as of raid_info_get.
 [[nodiscard]] int raid_rebuild_status_get(const char *path, RaidRebuildStatus *status);
 
-// Reads the file `name` below the array's folder in sysfs, trimmed. Returns 0; 1 when there is no such file; -1 with
-// 0x0d00, 0x0900, 0x0a00, or 0x0100 when it does not fit.
+// Reads the file `name` below the array's folder in sysfs, trimmed. Returns 0; 1 when there is no such file, or
+// it goes away with its array; -1 with 0x0d00, 0x0900, 0x0a00, or 0x0100 when it does not fit.
 [[nodiscard]] int raid_sysfs_get(const char *path, const char *name, char *out, size_t size);
 
 // What the array is doing to its members, of its file `sync_action`.

@@ -31,7 +31,7 @@ unsigned partitioned_major()
     return static_cast<unsigned>(known);
 }
 
-// Bytes of one member, for an array of `info->size` bytes. Returns 1; -1 with 0x8000.
+// Bytes of one member, for an array of `info->size` bytes. Returns 1; 0 when the array is gone by now; -1 with 0x8000.
 int component_size_read(int fd, const mdu_array_info_t &array, RaidInfo *info)
 {
     info->componentSize = uint64_t{static_cast<uint32_t>(array.size)} << 10;
@@ -44,9 +44,10 @@ int component_size_read(int fd, const mdu_array_info_t &array, RaidInfo *info)
             return fail(kErrRaidRead);
         const bool partitioned = partitioned_major() != 0 && major(device.st_rdev) == partitioned_major();
         const int number = partitioned ? static_cast<int>(minor(device.st_rdev) >> kPartitionBits) : info->number;
-        if (NLIBCStrSnprintf(name, sizeof(name), partitioned ? "md_d%d" : "md%d", number) < 0 ||
-            raid_sysfs_get(name, "component_size", text, sizeof(text)) != 0)
+        if (NLIBCStrSnprintf(name, sizeof(name), partitioned ? "md_d%d" : "md%d", number) < 0)
             return fail(kErrRaidRead);
+        if (const int read = raid_sysfs_get(name, "component_size", text, sizeof(text)); read != 0)
+            return read > 0 ? 0 : static_cast<int>(fail(kErrRaidRead));
         info->componentSize = strtoull(text, nullptr, 10) << 10;
     }
     return 1;

@@ -52,12 +52,15 @@ bool is_lost(int32_t level, const MemberCount &count, int lost_places)
     }
 }
 
-// The word of the status request, from sysfs and the members. Returns 1; -1 with 0x8000.
+// The word of the status request, from sysfs and the members. Returns 1; 0 when the array is gone by now; -1 with
+// 0x8000.
 int word_of_sysfs(const RaidInfo &info, int32_t *word)
 {
     char state[32], degraded[32] = "0"; // the latter is there for levels with redundancy
-    if (raid_sysfs_get(info.path, "array_state", state, sizeof(state)) != 0 ||
-        raid_sysfs_get(info.path, "degraded", degraded, sizeof(degraded)) < 0)
+    const int read = raid_sysfs_get(info.path, "array_state", state, sizeof(state));
+    if (read > 0)
+        return 0;
+    if (read < 0 || raid_sysfs_get(info.path, "degraded", degraded, sizeof(degraded)) < 0)
         return fail(kErrRaidRead);
     const MemberCount count = members_count(info.disks.get());
     int lost_places = count.rebuilding + count.failed;

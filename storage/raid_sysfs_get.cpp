@@ -1,9 +1,9 @@
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "disk/disk.h"
-#include "lib/io.h"
 #include "lib/report.h"
 #include "lib/string.h"
 #include "storage/raid.h"
@@ -17,11 +17,16 @@ int raid_sysfs_get(const char *path, const char *name, char *out, size_t size)
         return -1;
     const UniqueFd fd(open(file, O_RDONLY | O_CLOEXEC));
     if (!fd) {
-        if (errno == ENOENT)
+        if (errno == ENOENT || errno == ENODEV) // the latter while the array goes away
             return 1;
         return fail(kErrOpen);
     }
-    const ssize_t length = NLIBCRead(fd.get(), out, size);
+    ssize_t length;
+    do
+        length = read(fd.get(), out, size);
+    while (length < 0 && errno == EINTR);
+    if (length < 0 && errno == ENODEV)
+        return 1;
     if (length < 0)
         return fail(kErrRead);
     if (static_cast<size_t>(length) == size)

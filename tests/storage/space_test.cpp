@@ -76,9 +76,9 @@ TEST(Semaphore, OneHolderAtATime)
         EXPECT_EQ(semaphore_open(kKey), id);
         EXPECT_EQ(semctl(id, 0, GETVAL), 1);
         EXPECT_EQ(semaphore_take(id, kSemaphoreForever), 0);
-        for (const int seconds : {kSemaphoreNoWait, 0}) {
+        for (const int seconds : {kSemaphoreNoWait, 0, -3}) {
             EXPECT_EQ(semaphore_take(id, seconds), -1);
-            EXPECT_EQ(errno, EAGAIN);
+            EXPECT_EQ(errno, seconds == -3 ? EINVAL : EAGAIN);
             EXPECT_EQ(NLIBCErrGet(), 0x2e00);
         }
         EXPECT_EQ(semaphore_give(id), 0);
