@@ -13,17 +13,6 @@ namespace
 
 constexpr int kMade = 1; // exit status of a child whose disk has its system partitions
 
-// Where a disk with data to keep is there, disks of unknown layout are left alone.
-void unknown_leave(const NLIBSZLIST *disks, int *types)
-{
-    bool keeps_data = false;
-    for (int i = 0; i < disks->nItem; i++)
-        keeps_data = keeps_data || types[i] == kDiskFormatSystem;
-    for (int i = 0; keeps_data && i < disks->nItem; i++)
-        if (types[i] == kDiskFormatUnknown)
-            types[i] = kDiskFormatLeave;
-}
-
 bool is_formatted(const DiskWork &task, int index)
 {
     const int type = task.types[index];
@@ -86,7 +75,7 @@ int initsys(bool with_dd)
     const UniqueInts results(static_cast<int *>(calloc(count + 1, sizeof(int))));
     if (!disks || !types || !results || format_types_find(disks.get(), version, types.get()) != 0)
         return 1;
-    unknown_leave(disks.get(), types.get());
+    disk_format_settle(types.get(), disks.get()->nItem);
     const DiskWork format = {.disks = disks.get(),
                              .work = format_work,
                              .chosen = is_formatted,

@@ -1,5 +1,6 @@
 #include "storage/disk_format_type.h"
 
+#include <algorithm>
 #include <cstring>
 #include <unistd.h>
 
@@ -28,48 +29,65 @@ bool is_ours(const char *partition)
            root_block_is_compatible(partition) != kRootBlockIncompatible;
 }
 
-// A disk of layout `found`, which is known, has a partition of ours.
-DiskFormatType type_by_version(const char *disk, int found, int wanted)
+// About a disk of a known layout, of which a partition is ours.
+void decide_by_layout(const char *disk, int wanted, DiskFormatDecision *decision)
 {
-    const bool equal = found == wanted || (found == 7 && wanted == 8); // 8 only starts later, and in place
-    if (equal)
-        return kDiskFormatSystem;
-    return raid_disk_is_used_by_raid(disk, nullptr) == 1 ? kDiskFormatLeave : kDiskFormatWhole;
-}
-
-DiskFormatType type_find(const char *disk, int wanted, const NLIBSZLIST *partitions)
-{
-    char path[128];
-    if (disk == nullptr || NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0) {
-        NORV_LOG(LOG_ERR, "Null List Error");
-        return kDiskFormatLeave;
+    const int found = decision->layout;
+    if (found == wanted || (found == 7 && wanted == 8)) { // 8 only starts later, and in place
+        decision->type = kDiskFormatSystem;
+        decision->reason = kFormatSameLayout;
+    } else if (raid_disk_is_used_by_raid(disk, nullptr) == 1) {
+        decision->type = kDiskFormatLeave;
+        decision->reason = kFormatOtherLayoutUsed;
+    } else {
+        decision->type = kDiskFormatWhole;
+        decision->reason = kFormatOtherLayout;
     }
-    if (access(kForceFlag, F_OK) == 0 || !has_system_partition(disk))
-        return kDiskFormatWhole;
-    int found = 0;
-    if (PartitionLayoutDetect(disk, true, &found) != 1)
-        return kDiskFormatUnknown;
-    if (partitions == nullptr) {
-        NORV_LOG(LOG_ERR, "Null List Error");
-        return kDiskFormatLeave;
-    }
-    for (int i = 0; i < partitions->nItem; i++) {
-        // Anywhere in the path, so that the partitions of sdaa are looked at for sda too.
-        if (strstr(partitions->items[i], path) == nullptr || !is_ours(partitions->items[i]))
-            continue;
-        if (found == wanted && found == 1) // of the oldest layout nothing can be kept
-            continue;
-        return type_by_version(disk, found, wanted);
-    }
-    return kDiskFormatWhole;
 }
 
 } // namespace
 
+DiskFormatDecision disk_format_decide(const char *disk, int version, const NLIBSZLIST *partitions)
+{
+    char path[128];
+    if (disk == nullptr || NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0) {
+        NORV_LOG(LOG_ERR, "Null List Error");
+        return {kDiskFormatLeave, kFormatNotNamed, 0, nullptr};
+    }
+    if (access(kForceFlag, F_OK) == 0)
+        return {kDiskFormatWhole, kFormatForced, 0, nullptr};
+    if (!has_system_partition(disk))
+        return {kDiskFormatWhole, kFormatNoPartitions, 0, nullptr};
+    int found = 0;
+    if (PartitionLayoutDetect(disk, true, &found) != 1)
+        return {kDiskFormatUnknown, kFormatNoLayout, 0, nullptr};
+    if (partitions == nullptr) {
+        NORV_LOG(LOG_ERR, "Null List Error");
+        return {kDiskFormatLeave, kFormatNoListing, found, nullptr};
+    }
+    const bool is_oldest = found == version && found == 1;
+    DiskFormatDecision decision = {kDiskFormatWhole, is_oldest ? kFormatOldestLayout : kFormatNotOurs, found, nullptr};
+    for (int i = 0; i < partitions->nItem && decision.partition == nullptr; i++) {
+        // Anywhere in the path, so that the partitions of sdaa are looked at for sda too.
+        if (strstr(partitions->items[i], path) == nullptr || !is_ours(partitions->items[i]) || is_oldest)
+            continue;
+        decision.partition = partitions->items[i];
+        decide_by_layout(disk, version, &decision);
+    }
+    return decision;
+}
+
 DiskFormatType disk_format_type(const char *disk, int version, const NLIBSZLIST *partitions)
 {
-    const DiskFormatType type = type_find(disk, version, partitions);
+    const DiskFormatType type = disk_format_decide(disk, version, partitions).type;
     if (type == kDiskFormatLeave)
         NORV_LOG(LOG_ERR, "Failed to get format type");
     return type;
+}
+
+void disk_format_settle(int *types, int count)
+{
+    const bool keeps_data = std::find(types, types + count, int{kDiskFormatSystem}) != types + count;
+    if (keeps_data)
+        std::replace(types, types + count, int{kDiskFormatUnknown}, int{kDiskFormatLeave});
 }

@@ -3,14 +3,17 @@
 #include <climits>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <json-c/json.h>
 #include <string>
 #include <vector>
 
+#include "build_paths.h"
 #include "tests/support/sandbox.h"
 
 namespace
 {
 
+constexpr const char *kPlan = "/bin/norv-plan";
 constexpr const char *kDefaults = "/etc.defaults/norvinfo.conf";
 constexpr const char *kUsage = "usage:\n\traidtool destroy <RAID ID> \n\traidtool status <RAID ID> \n"
                                "\traidtool newvol \n\traidtool initsys \n\traidtool initsys-dd ";
@@ -42,6 +45,7 @@ struct Machine : Sandbox {
                                "usbportcfg=\"0x10000\"\n"); // of two lines with one key the first counts
         for (const char *program : {"/sbin/mdadm", "/sbin/sfdisk", "/bin/norvdd", "/bin/mkdir"})
             this->program(program);
+        host_file(kPlan, NORV_BINARY_DIR "/tools/norv-plan/norv-plan");
         compress_sleeps();
         leaves({"/tmp/.*dualhead"});
     }
@@ -270,13 +274,29 @@ TEST(Raidtool, InitsysHdSeries)
     EXPECT_EQ(result.record.count("log err *Success to init system on [/dev/sysd1p1 ]"), 1) << result.record.text();
 }
 
-// What initsys does to each disk tells the type that was found for it.
+// What is foreseen for a disk: W whole, S system partitions in place, - nothing; and why.
+std::string forecast_of(json_object *plan, const std::string &disk)
+{
+    json_object *disks = json_object_object_get(plan, "disks");
+    for (size_t i = 0; i < json_object_array_length(disks); i++) {
+        json_object *facts = json_object_array_get_idx(disks, i);
+        if (disk != json_object_get_string(json_object_object_get(facts, "disk")))
+            continue;
+        const bool formatted = json_object_get_boolean(json_object_object_get(facts, "formatted")) != 0;
+        const int type = json_object_get_int(json_object_object_get(facts, "type"));
+        return std::string(formatted ? type == 1 ? "W " : "S " : "- ") +
+               json_object_get_string(json_object_object_get(facts, "reason"));
+    }
+    return "not told";
+}
+
+// What initsys does to each disk tells the type that was found for it. The forecast says the same before, and why.
 TEST(Raidtool, FormatTypes)
 {
     struct DiskCase {
         int version;
         const char *members;
-        char done; // W whole, S system partitions in place, - nothing
+        std::string done; // W whole, S system partitions in place, - nothing; and why
     };
     const struct {
         const char *what;
@@ -284,17 +304,17 @@ TEST(Raidtool, FormatTypes)
         int made;
         bool force = false;
     } kCases[] = {
-        {"of no layout, alone", {{0, "", 'S'}}, 8},
-        {"of no layout beside one that keeps data", {{0, "", '-'}, {8, "123", 'S'}}, 8},
-        {"nothing of ours on it", {{8, "", 'W'}}, 8},
-        {"another layout, not used", {{6, "1", 'W'}}, 8},
-        {"another layout, used", {{6, "13", '-'}, {8, "13", 'S'}}, 8},
-        {"another layout, used as partition 5", {{6, "15", '-'}, {9, "1235", 'S'}}, 9},
-        {"the same layout", {{9, "13", 'S'}}, 9},
-        {"layout 7 for 8", {{7, "123", 'S'}, {8, "3", 'S'}}, 8},
-        {"layout 8 for 7 cannot be", {{7, "3", 'S'}}, 7},
-        {"the oldest layout", {{1, "13", 'W'}}, 1},
-        {"all of it by force", {{8, "13", 'W'}, {0, "", 'W'}}, 8, true},
+        {"of no layout, alone", {{0, "", "S no-layout"}}, 8},
+        {"of no layout beside one that keeps data", {{0, "", "- no-layout"}, {8, "123", "S same-layout"}}, 8},
+        {"nothing of ours on it", {{8, "", "W not-ours"}, {-1, "", "W no-system-partitions"}}, 8},
+        {"another layout, not used", {{6, "1", "W other-layout"}}, 8},
+        {"another layout, used", {{6, "13", "- other-layout-used"}, {8, "13", "S same-layout"}}, 8},
+        {"used as partition 5", {{6, "15", "- other-layout-used"}, {9, "1235", "S same-layout"}}, 9},
+        {"the same layout", {{9, "13", "S same-layout"}}, 9},
+        {"layout 7 for 8", {{7, "123", "S same-layout"}, {8, "3", "S same-layout"}}, 8},
+        {"layout 8 for 7 cannot be", {{7, "3", "S same-layout"}}, 7},
+        {"the oldest layout", {{1, "13", "W oldest-layout"}}, 1},
+        {"all of it by force", {{8, "13", "W forced"}, {0, "", "W forced"}}, 8, true},
     };
     for (const auto &[what, disks, made, force] : kCases) {
         SCOPED_TRACE(what);
@@ -303,14 +323,97 @@ TEST(Raidtool, FormatTypes)
             box.disk(std::string("sd") + static_cast<char>('a' + i), disks[i].version, disks[i].members);
         if (force)
             box.file("/.force_clean_all_disk", "");
+        const Result told = box.run({kPlan, "--json"});
+        EXPECT_EQ(told.exit_status, 0);
+        EXPECT_EQ(Machine::done(told), "");
+        json_object *plan = json_tokener_parse(told.out.c_str());
+        ASSERT_NE(plan, nullptr) << told.out;
         const Result result = box.run({"raidtool", "initsys"});
         EXPECT_EQ(result.exit_status, 0);
+        std::string members;
         for (size_t i = 0; i < disks.size(); i++) {
             const std::string name = std::string("sd") + static_cast<char>('a' + i);
-            EXPECT_EQ(of_disk(Machine::done(result), name),
-                      disks[i].done == '-' ? "" : format_done(name, disks[i].done == 'W', made));
+            const char done = disks[i].done[0];
+            EXPECT_EQ(of_disk(Machine::done(result), name), done == '-' ? "" : format_done(name, done == 'W', made));
+            EXPECT_EQ(forecast_of(plan, name), disks[i].done);
+            members += done == '-' ? "" : "/dev/" + name + "1 ";
         }
+        EXPECT_NE(box.shell().find(" -n4 " + members), std::string::npos) << box.shell();
+        json_object_put(plan);
     }
+}
+
+TEST(Raidtool, ForecastForPeople)
+{
+    Machine box("maxdisks=5\nmax_sys_raid_disks=2\n");
+    box.disk("sda", 8, "123");
+    box.disk("sdb", 0);
+    box.disk("sdc");
+    box.disk("sde");
+    box.file("/sys/block/sda/sda3/start", "9437184\n");
+    box.file("/sys/block/sda/sda3/size", "1000\n");
+    const Result told = box.run({kPlan});
+    EXPECT_EQ(told.exit_status, 0);
+    EXPECT_EQ(told.out,
+              "bay 1: sda, 1024.0 GiB, layout 8\n"
+              "  partition 1: sectors 2048 to 4982527, metadata of /dev/md2\n"
+              "  partition 2: sectors 4982528 to 9176831, metadata of /dev/md2\n"
+              "  partition 3: sectors 9437184 to 9438183, metadata of /dev/md2\n"
+              "  type 2: it has the wanted layout, or one that lies as well, and an array that this system may use "
+              "(/dev/sda1)\n"
+              "  erases partitions 1 2, keeps partition 3\n"
+              "  gets system partitions, place 0 of /dev/md0 and /dev/md1\n"
+              "bay 2: sdb, 1024.0 GiB\n"
+              "  partition 1: sectors 100 to 4999\n"
+              "  partition 2: sectors 5000 to 10999\n"
+              "  type 4: its partitions 1 and 2 lie as in no layout\n"
+              "  erases nothing, keeps partitions 1 2\n"
+              "  left alone, since another disk has data to keep\n"
+              "bay 3: sdc, 1024.0 GiB\n"
+              "  type 1: it has neither partition 1 nor partition 2\n"
+              "  erases nothing, keeps nothing\n"
+              "  gets system partitions, place 1 of /dev/md0 and /dev/md1\n"
+              "bay 5: sde, 1024.0 GiB\n"
+              "  type 1: it has neither partition 1 nor partition 2\n"
+              "  erases nothing, keeps nothing\n"
+              "  gets system partitions, but the arrays have no place for it: their metadata is wiped\n"
+              "bay 4: empty\n"
+              "layout 8, /dev/md0 and /dev/md1 with 2 places, free: none\n");
+}
+
+// No disk can take the system: no room before the data, a disk too small, a model without that layout, no disk.
+TEST(Raidtool, ForecastOfAFailure)
+{
+    const struct {
+        const char *keys;
+        int layout;
+        std::uint64_t bytes;
+        const char *line;
+    } kCases[] = {
+        {"maxdisks=4\n", 0, 1ULL << 40, "  no system partitions can be made: partition 3 is in the way\n"},
+        {"maxdisks=4\n", -1, 4ULL << 30, "  no system partitions can be made: the disk is too small\n"},
+        {"maxdisks=4\npartition_curr_version=4\n", -1, 1ULL << 40,
+         "  no system partitions can be made: the model has no layout of this version\n"},
+        {"", -1, 1ULL << 40, "but the arrays have no place for it"},
+        {"maxdisks=1\n", -2, 0, "bay 1: empty\nno disk can take the system: initsys would fail\n"},
+    };
+    for (const auto &[keys, layout, bytes, line] : kCases) {
+        Machine box(keys);
+        if (layout != -2)
+            box.disk("sda", layout);
+        if (layout == 0)
+            box.file("/sys/block/sda/sda3/start", "11000\n");
+        if (layout == 0)
+            box.file("/sys/block/sda/sda3/size", "1000\n");
+        if (bytes != 0)
+            box.device("/dev/sda", bytes);
+        const Result told = box.run({kPlan});
+        EXPECT_EQ(told.exit_status, 1);
+        EXPECT_NE(told.out.find(line), std::string::npos) << told.out;
+    }
+    Machine box;
+    EXPECT_EQ(box.run({kPlan, "--help"}).exit_status, 0);
+    EXPECT_EQ(box.run({kPlan, "--jason"}).exit_status, 2);
 }
 
 // A root block that only systems on isolated disks may use.
@@ -459,6 +562,27 @@ TEST(Raidtool, Newvol)
         EXPECT_EQ(result.out, out);
         EXPECT_EQ(box.shell(), std::string("/sbin/mdadm -C /dev/md2 -amd -R ") + command + "> /dev/null 2>&1\n");
         EXPECT_TRUE(Machine::done(result).starts_with(made)) << Machine::done(result);
+    }
+}
+
+// Expansion disks beyond the split are told and taken; beyond what the list holds the command gives up.
+TEST(Raidtool, NewvolOnTwoHeads)
+{
+    const struct {
+        int disks;
+        const char *split;
+        int told, exit_status;
+    } kCases[] = {{13, "", 1, 0}, {3, "raidgroup_split_units=1\n", 2, 0}, {47, "raidgroup_split_units=60\n", 0, 1}};
+    for (const auto &[disks, split, told, exit_status] : kCases) {
+        Machine box(std::string("support_dual_head=\"yes\"\nesataportcfg=\"3\"\n") + split);
+        for (int i = 0; i < disks; i++)
+            box.disk({'s', 'd', static_cast<char>('a' + i / 26), static_cast<char>('a' + i % 26)});
+        const Result result = box.run({"raidtool", "newvol"});
+        EXPECT_EQ(result.exit_status, exit_status);
+        EXPECT_EQ(result.record.count("log err *Get * disks, more than raid group split unit"), told);
+        EXPECT_EQ(box.shell().find(" -n" + std::to_string(disks) + " /dev/sdaa3 ") != std::string::npos,
+                  exit_status == 0);
+        EXPECT_EQ(result.record.count("log err *Too many disks for one array, /dev/sdbu3 does not fit"), exit_status);
     }
 }
 
