@@ -40,14 +40,6 @@ int card_is_dhcp(const char *step, const char *name)
     return found == 1 && current.nMode == kNetDhcp ? 1 : 0; // without a card there is no mode to keep
 }
 
-int card_apply(const char *step, const NORV_CARD &card)
-{
-    if (NORVJNetSetCard1(&card) >= 0)
-        return 0;
-    NORV_LOG_OLD(LOG_ERR, step, " NORVJNetSetCard1 failed.(%X)", static_cast<unsigned>(NLIBCErrGet()));
-    return -1;
-}
-
 int dhcp_apply(const char *step, const char *name)
 {
     const int is_dhcp = card_is_dhcp(step, name);
@@ -56,7 +48,10 @@ int dhcp_apply(const char *step, const char *name)
     NORV_CARD card = {};
     card.nMode = kNetDhcp;
     text_cut(card.szName, name);
-    return card_apply(step, card);
+    if (NORVJNetSetCard1(&card) >= 0)
+        return 0;
+    NORV_LOG_OLD(LOG_ERR, step, " NORVJNetSetCard1 failed.(%X)", static_cast<unsigned>(NLIBCErrGet()));
+    return -1;
 }
 
 int NETSetDHCP(const char *name)
@@ -79,7 +74,7 @@ int address_apply(const char *step, const FHOST_RECORD &record, const char *name
     text_cut(card.szMask, mask.text);
     fprintf(lines, "ip=%s\n", ip.text);
     fprintf(lines, "mask=%s\n", mask.text);
-    return card_apply(step, card);
+    return NORVJNetSetCard1(&card) >= 0 ? 0 : -1;
 }
 
 int ErrQCFSetManual(const FHOST_RECORD &record, const char *name)

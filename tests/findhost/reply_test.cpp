@@ -2,14 +2,19 @@
 #include <arpa/inet.h>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <linux/if_packet.h>
 #include <map>
+#include <net/ethernet.h>
+#include <sched.h>
 #include <string>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "findhost/findhost.h"
 #include "install/system_status.h"
 #include "lib/text.h"
 #include "tests/findhost/packet_bytes.h"
+#include "tests/support/box_links.h"
 #include "tests/support/private_root.h"
 
 namespace
@@ -199,6 +204,60 @@ TEST(FhostReply, ElementsStandInOrder)
         const std::string log = root.log();
         EXPECT_NE(log.find(row.log), std::string::npos) << row.what << "\n" << log;
     }
+}
+
+// Each running port replies on its own wire, once, under its own MAC and with no address.
+TEST(FhostReply, PhysicalPortsReplyEachForItself)
+{
+    if (!PrivateRoot::allowed())
+        GTEST_SKIP() << "no private root for this user";
+    const PrivateRoot root;
+    root.write("/proc/net/dev",
+               "\n\neth0: 0 0 0 0 0 0 0 0 0 0\neth1: 0 0 0 0 0 0 0 0 0 0\neth2: 0 0 0 0 0 0 0 0 0 0\n");
+    root.write(kVersion, "majorversion=7\nminorversion=2\n");
+    const int result = root.run([] {
+        if (unshare(CLONE_NEWNET) != 0)
+            return 1;
+        BoxLinks links(UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, AF_UNSPEC)));
+        UniqueFd ends[3];
+        for (int wire = 0; wire < 3; wire++) {
+            const std::string name = "eth" + std::to_string(wire), end = "tap" + std::to_string(wire);
+            EXPECT_TRUE(links.wire(name, end) && links.set(name, true) && (wire == 1 || links.set(end, true)));
+            EXPECT_TRUE(links.settle(name, wire != 1));
+            ends[wire].reset(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_IP)));
+            sockaddr_ll address = {};
+            address.sll_family = AF_PACKET;
+            address.sll_protocol = htons(ETH_P_IP);
+            address.sll_ifindex = links.index(end);
+            EXPECT_EQ(bind(ends[wire].get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        }
+        NET_IF_INFO table[3] = {};
+        EXPECT_EQ(NLIBNetGetInterfaceInfo(table, 3, kNetPhysical), 3);
+        gblReplyPort = 9997;
+        EXPECT_EQ(FHOSTSendViaPhyface({nullptr, -1, kPeer, 0, kFhostRefused, true, nullptr}), 0);
+        for (int wire = 0; wire < 3; wire++) {
+            char frame[2048], mac[kFhostMacTextRoom], first[kFhostMacTextRoom];
+            const ssize_t length = recv(ends[wire].get(), frame, sizeof(frame), 0);
+            if (wire == 1) {
+                EXPECT_EQ(length, -1);
+                continue;
+            }
+            fhost_mac_format(table[wire].mac, mac);
+            fhost_mac_format(table[0].mac, first);
+            const std::string payload =
+                plain(element(0x11, host_name()) + element(0x19, mac) + number(0x18, 0) + number(0x1e, kPeer) +
+                      number(0x1f, 5) + element(0xa2, first) + number(0xa3, static_cast<uint64_t>(wire)) + kIdentity +
+                      number(0xa7, 2) + capabilities(0) + kNoRelease + element(0x77, "7.2"));
+            EXPECT_EQ(length, static_cast<ssize_t>(42 + payload.size()));
+            EXPECT_EQ(std::string(frame + 6, 6), std::string(table[wire].mac, table[wire].mac + 6));
+            EXPECT_EQ(std::string(frame + 26, 12), "\x01\x01\x01\x01\xff\xff\xff\xff\x04\xd2\x27\x0d");
+            EXPECT_EQ(std::string(frame + 42, payload.size()), payload);
+            EXPECT_EQ(recv(ends[wire].get(), frame, sizeof(frame), 0), -1);
+        }
+        return 0;
+    });
+    if (result == 1)
+        GTEST_SKIP() << "the kernel gives no network of its own";
 }
 
 TEST(FhostStatus, FirstConditionThatHoldsDecides)
