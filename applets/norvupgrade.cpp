@@ -6,8 +6,8 @@
 
 #include "applets/applets.h"
 #include "applets/banner.h"
-#include "applets/not_built_in.h"
 #include "autocleanup/unique.h"
+#include "install/download.h"
 #include "install/format.h"
 #include "install/install_lock.h"
 #include "install/patch.h"
@@ -50,6 +50,40 @@ static UniqueFd install_lock_take()
     if (!lock)
         progress(kStageFailed, kCodeLock, 0);
     return lock;
+}
+
+static int auto_run(int /*argc*/, char * /*argv*/[])
+{
+    char mount[sizeof(gszUpgradeVolMnt)] = "";
+    const UniqueFd lock = install_lock_take();
+    if (lock && DownloadAndInstall(kDownloadFresh, mount, sizeof(mount), progress) == 0)
+        return 0;
+    TELL("Auto Upgrade Fail.\n");
+    return -1;
+}
+
+static int check_run(int /*argc*/, char * /*argv*/[])
+{
+    if (CheckNewVersionCgi(kDownloadFresh) == 0)
+        return 0;
+    TELL("Check New NOS for [Install] Fail.\n");
+    return -1;
+}
+
+static int check_reinstall_run(int /*argc*/, char * /*argv*/[])
+{
+    if (CheckNewVersionCgi(kDownloadReinstall) == 0)
+        return 0;
+    TELL("Check New NOS for [Reinstall] Fail.\n");
+    return -1;
+}
+
+static int check_migrate_run(int /*argc*/, char * /*argv*/[])
+{
+    if (CheckNewVersionCgi(kDownloadMigrate) == 0)
+        return 0;
+    TELL("Check New NOS for [Migration] Fail.\n");
+    return -1;
 }
 
 // The arguments of a mode are those behind the options.
@@ -96,10 +130,10 @@ struct UpgradeMode {
     int (*run)(int argc, char *argv[]);
 };
 static constexpr UpgradeMode kModes[] = {
-    {"auto", not_built_in},
-    {"check", not_built_in},
-    {"check-reinstall", not_built_in},
-    {"check-migrate", not_built_in},
+    {"auto", auto_run},
+    {"check", check_run},
+    {"check-reinstall", check_reinstall_run},
+    {"check-migrate", check_migrate_run},
     {"patch", patch_run},
     {"buildin-install", buildin_install_run},
     {"check-system", check_system_run},
@@ -115,8 +149,7 @@ int norvupgrade_main(int argc, char *argv[])
         i++;
     }
     if (getopt_long_only(argc, argv, "", options, nullptr) == 0 && mode != 0) {
-        const UpgradeMode &chosen = kModes[mode - 1];
-        return chosen.run == not_built_in ? not_built_in(argc, argv) : chosen.run(argc - optind, argv + optind);
+        return kModes[mode - 1].run(argc - optind, argv + optind);
     }
     banner_print();
     fflush(stdout);

@@ -43,40 +43,36 @@ size_t bytes_receive(char *bytes, size_t size, size_t count, void *context)
     return added;
 }
 
-bool options_set(const CurlLibrary &curl, CURL *handle, const char *url, Receiver *receiver)
+bool options_set(CurlTransfer *transfer, const char *url, Receiver *receiver)
 {
-    const auto set = [&curl, handle](CURLoption option, auto value) {
-        return curl.easy_setopt(handle, option, value) == CURLE_OK;
-    };
-    return set(CURLOPT_URL, url) && set(CURLOPT_PROTOCOLS_STR, "https") && set(CURLOPT_REDIR_PROTOCOLS_STR, "https") &&
-           set(CURLOPT_FOLLOWLOCATION, 1L) && set(CURLOPT_MAXREDIRS, kRedirectionsMax) &&
-           set(CURLOPT_FAILONERROR, 1L) && set(CURLOPT_CONNECTTIMEOUT, kConnectSeconds) &&
-           set(CURLOPT_TIMEOUT, kSeconds) && set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_WRITEFUNCTION, &bytes_receive) &&
-           set(CURLOPT_WRITEDATA, receiver);
+    return transfer->set(CURLOPT_URL, url) && transfer->set(CURLOPT_PROTOCOLS_STR, "https") &&
+           transfer->set(CURLOPT_REDIR_PROTOCOLS_STR, "https") && transfer->set(CURLOPT_FOLLOWLOCATION, 1L) &&
+           transfer->set(CURLOPT_MAXREDIRS, kRedirectionsMax) && transfer->set(CURLOPT_FAILONERROR, 1L) &&
+           transfer->set(CURLOPT_CONNECTTIMEOUT, kConnectSeconds) && transfer->set(CURLOPT_TIMEOUT, kSeconds) &&
+           transfer->set(CURLOPT_NOSIGNAL, 1L) && transfer->set(CURLOPT_WRITEFUNCTION, &bytes_receive) &&
+           transfer->set(CURLOPT_WRITEDATA, receiver);
 }
 
 } // namespace
 
 int https_get(const char *url, size_t bytes_max, FileText *text, char *why, size_t why_size)
 {
-    const CurlLibrary *curl = curl_library();
-    CURL *handle = curl == nullptr ? nullptr : curl->easy_init();
-    if (handle == nullptr) {
+    CurlTransfer transfer;
+    if (!transfer) {
         snprintf(why, why_size, "%s: libcurl is not available", url);
         return fail(kErrOpen);
     }
     text->size = 0;
     Receiver receiver = {.text = text, .bytes_max = bytes_max, .is_over = false};
     CURLcode result = CURLE_BAD_FUNCTION_ARGUMENT;
-    if (options_set(*curl, handle, url, &receiver))
-        result = curl->easy_perform(handle);
-    curl->easy_cleanup(handle);
+    if (options_set(&transfer, url, &receiver))
+        result = transfer.perform();
     if (receiver.is_over) {
         snprintf(why, why_size, "%s: more than %zu bytes", url, bytes_max);
         return fail(kErrBufferTooSmall);
     }
     if (result != CURLE_OK) {
-        snprintf(why, why_size, "%s: %s", url, curl->easy_strerror(result));
+        snprintf(why, why_size, "%s: %s", url, transfer.reason(result));
         return fail(kErrNetwork);
     }
     return 0;

@@ -22,18 +22,21 @@ static unsigned code_of(std::span<const CodeRow> rows, int result)
     return kCodePatch;
 }
 
+int patch_upgrade(const char *path, const char *mount, InstallProgress progress)
+{
+    progress(kStageInstall, 0, 0);
+    const int result = ErrFHOSTDoUpgrade(path, mount);
+    if (result == kPatchGood)
+        return 0;
+    progress(kStageInstall, code_of(kUpgradeCodes, result), 0);
+    return -1;
+}
+
 int InstallPatch(const char *path, const char *mount, InstallProgress progress)
 {
-    int result = IsPatchCompatible(path);
-    if (result != kPatchGood) {
-        progress(kStageInstall, code_of(kCheckCodes, result), 0);
-        return -1;
-    }
-    progress(kStageInstall, 0, 0);
-    result = ErrFHOSTDoUpgrade(path, mount);
-    if (result != kPatchGood) {
-        progress(kStageInstall, code_of(kUpgradeCodes, result), 0);
-        return -1;
-    }
-    return 0;
+    const int result = IsPatchCompatible(path);
+    if (result == kPatchGood)
+        return patch_upgrade(path, mount, progress);
+    progress(kStageInstall, code_of(kCheckCodes, result), 0);
+    return -1;
 }

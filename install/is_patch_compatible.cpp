@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "install/download_state.h"
 #include "install/patch.h"
 #include "lib/conf.h"
 #include "lib/file.h"
@@ -22,10 +23,9 @@
 // Tells the download side of a patch that needs no download.
 static bool download_state_write(const char *patch)
 {
-    static constexpr char kPath[] = "/var/run/downloadNOS.status";
-    const UniqueFile file(fopen(kPath, "we"));
+    const UniqueFile file(fopen(kDownloadStatusPath, "we"));
     if (!file) {
-        TELL("Fail to open file %s\n", kPath);
+        TELL("Fail to open file %s\n", kDownloadStatusPath);
         return false;
     }
     fprintf(file.get(), "100 0 %s Link", patch);

@@ -32,6 +32,9 @@ int InstallPatch(const char *path, const char *mount, InstallProgress progress);
 // whatever happened, unless it could not be moved. Returns a PatchResult.
 [[nodiscard]] int ErrFHOSTDoUpgrade(const char *path, const char *mount);
 
+// The same, told by `progress` in stage 5. Returns 0; -1.
+int patch_upgrade(const char *path, const char *mount, InstallProgress progress);
+
 // Whether a patch takes the layout that the disks have. Returns 1 or 0.
 [[nodiscard]] int CheckPartitionVersion(const char *version_path);
 

@@ -2,11 +2,9 @@
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <mbedtls/md5.h>
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <optional>
 
+#include "tests/support/https_server.h"
 #include "tests/support/sandbox.h"
 
 namespace
@@ -14,7 +12,6 @@ namespace
 
 constexpr char kFolder[] = "/var/lib/disk-compatibility/";
 constexpr char kServer[] = "https://127.0.0.1:8443/";
-constexpr char kTrusted[] = "/etc/ssl/certs/ca-certificates.crt";
 
 std::string database(const std::string &version, const std::string &rules = "")
 {
@@ -32,17 +29,6 @@ std::string md5(const std::string &text)
     return shown;
 }
 
-void loopback_up(const Sandbox &box)
-{
-    const int fd = box.socket(AF_INET, SOCK_DGRAM);
-    ifreq request = {};
-    request.ifr_name[0] = 'l';
-    request.ifr_name[1] = 'o';
-    request.ifr_flags = IFF_UP;
-    EXPECT_EQ(ioctl(fd, SIOCSIFFLAGS, &request), 0);
-    close(fd);
-}
-
 // A box with a server at 127.0.0.1:8443 that serves the files of /feed and whose certificate is trusted.
 class DiskRuleUpdate : public testing::Test
 {
@@ -55,43 +41,7 @@ class DiskRuleUpdate : public testing::Test
     }
 
     // False where the host lacks what the server needs; the test has then been skipped.
-    bool server_start()
-    {
-        if (access("/usr/bin/openssl", X_OK) != 0 || access("/usr/lib/x86_64-linux-gnu/libcurl.so.4", R_OK) != 0)
-            return false;
-        loopback_up(box_);
-        box_.host_program("/usr/bin/openssl");
-        box_.file("/feed/openssl.cnf", "[req]\ndistinguished_name=dn\n[dn]\n");
-        const Result made = box_.run({"/usr/bin/openssl",
-                                      "req",
-                                      "-config",
-                                      "/feed/openssl.cnf",
-                                      "-x509",
-                                      "-newkey",
-                                      "ec",
-                                      "-pkeyopt",
-                                      "ec_paramgen_curve:prime256v1",
-                                      "-nodes",
-                                      "-subj",
-                                      "/CN=box",
-                                      "-addext",
-                                      "subjectAltName=IP:127.0.0.1",
-                                      "-days",
-                                      "2",
-                                      "-keyout",
-                                      "/feed/key.pem",
-                                      "-out",
-                                      "/feed/certificate.pem"},
-                                     {.leaves = {"/feed/*"}});
-        EXPECT_EQ(made.exit_status, 0) << made.err;
-        box_.file(kTrusted, box_.read_file("/feed/certificate.pem"));
-        server_ = box_.start(
-            {"/usr/bin/openssl", "s_server", "-accept", "8443", "-WWW", "-cert", "certificate.pem", "-key", "key.pem"},
-            {.cwd = "/feed", .seconds = 120, .leaves = {"/feed/*"}});
-        for (int i = 0; i < 1000 && server_->out().find("ACCEPT") == std::string::npos; i++)
-            usleep(20000);
-        return true;
-    }
+    bool server_start() { return server_.emplace(box_, "-WWW").runs(); }
     void server_set(const std::string &url)
     {
         box_.file("/etc.defaults/norvinfo.conf", "disk_rule_server=\"" + url + "\"\n");
@@ -113,16 +63,9 @@ class DiskRuleUpdate : public testing::Test
     {
         return "eunit_rule.db " + md5(unit) + "\nhost_rule.db " + md5(host) + "\n";
     }
-    void TearDown() override
-    {
-        if (!server_)
-            return;
-        server_->signal(SIGKILL);
-        static_cast<void>(server_->wait());
-    }
 
     Sandbox box_;
-    std::optional<Process> server_{};
+    std::optional<HttpsServer> server_{};
 };
 
 TEST_F(DiskRuleUpdate, BringsBothDatabasesOrNone)
@@ -179,7 +122,7 @@ TEST_F(DiskRuleUpdate, BringsBothDatabasesOrNone)
     result = box_.run({"norvdiskupdatehclport"});
     EXPECT_EQ(result.exit_status, 0) << result.err;
     EXPECT_EQ(in_place(), placed(host2, unit1));
-    box_.file(kTrusted, "");
+    box_.file(kTrustedCertificates, "");
     result = box_.run({"norvdiskupdatehclport"});
     EXPECT_EQ(result.exit_status, 255);
     EXPECT_NE(result.err.find("https://127.0.0.1:8443/disk_rules.md5: "), std::string::npos) << result.err;

@@ -1,0 +1,343 @@
+// Asking the update server, and installing from it.
+#include <arpa/inet.h>
+#include <cerrno>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+#include "tests/support/https_server.h"
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+constexpr char kStatus[] = "/var/run/downloadNOS.status";
+constexpr char kPid[] = "/var/run/downloadNOS.pid";
+constexpr char kError[] = "/var/run/checkNewNOS.error";
+constexpr char kChecksum[] = "/tmp/last_patch.md5";
+const std::string kModel = "unique=\"norv_avoton_1817\"\nusbportcfg=\"10\"\ninternalportcfg=\"1\"\n";
+const std::string kVersion = "majorversion=7\nminorversion=1\nbuildphase=hotfix\nbuildnumber=200\n"
+                             "builddate=2020/1/1\nproductversion=\"7.1.1\"\n";
+
+std::string feed(const std::string &link)
+{
+    return "<rss>\n<MajorVer>7</MajorVer>\n<MinorVer>2</MinorVer>\n<BuildNum>300</BuildNum>\n"
+           "<mUnique>norv_avoton_1817</mUnique>\n<mLink>" +
+           link + "</mLink>\n<mCheckSum>12ab</mCheckSum>\n</rss>\n";
+}
+constexpr char kLink[] = "https://127.0.0.1:8443/pat/a.pat";
+const std::string kTold =
+    "Download link: https://127.0.0.1:8443/pat/a.pat\nCheckSum:      12ab\nVersion:       NOS 7.2-300\n";
+
+// A machine whose feed lies on itself.
+void machine(Sandbox &box, const std::string &server = "file:///feed/rss.xml")
+{
+    box.file("/etc.defaults/norvinfo.conf", kModel + "rss_server_ssl=\"" + server + "\"\n");
+    box.file("/etc.defaults/VERSION", kVersion);
+    box.file("/feed/rss.xml", feed(kLink));
+    box.program("/sbin/sfdisk", {{.exit_status = 1}});
+    box.file(kError, "");
+    box.file(kChecksum, "");
+}
+
+// A socket at 127.0.0.1:8080 of the box to which everybody can connect, and where nobody answers.
+int mute_server(const Sandbox &box)
+{
+    loopback_up(box);
+    const int fd = box.socket(AF_INET, SOCK_STREAM);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(8080);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    EXPECT_EQ(listen(fd, 8), 0);
+    return fd;
+}
+
+// What the first client sent, who is gone by now.
+std::string request_received(int server)
+{
+    const int client = accept(server, nullptr, nullptr);
+    char text[4096];
+    const ssize_t count = recv(client, text, sizeof(text), 0);
+    close(client);
+    return count > 0 ? std::string(text, static_cast<size_t>(count)) : "";
+}
+
+TEST(UpdateCheck, StateOfAnEarlierDownload)
+{
+    const struct {
+        const char *what;
+        std::string status, pid; // empty: no file
+        bool goes_on, stays;
+        std::vector<std::string> record{};
+    } kRows[] = {
+        {"none", "", "", true, false},
+        {"dead",
+         "30 1000 /vol/a.pat https://h/a.pat",
+         "99999",
+         true,
+         false,
+         {"log err *Percent = 30, Process = 1000, FilePath = /vol/a.pat, FileLink = https://h/a.pat*",
+          "log err *Invalid pid: 99999*"}},
+        {"no pid file", "30 1000 /vol/a.pat https://h/a.pat", "", true, false},
+        {"alive", "30 1000 /vol/a.pat https://h/a.pat", "1", true, true},
+        {"whole", "100 0 /vol/a.pat Link", "", true, true},
+        {"beyond two gigabytes", "30 3000000000 /vol/a.pat https://h/a.pat", "1", true, true},
+        {"pid 0", "30 1000 /vol/a.pat https://h/a.pat", "0", true, false, {"log err *Invalid pid: 0*"}},
+        {"no pid", "30 1000 /vol/a.pat https://h/a.pat", "x", true, false, {"log err *Invalid pid: 0*"}},
+        {"three fields",
+         "30 1000 /vol/a.pat",
+         "",
+         false,
+         true,
+         {"log err *Failed to get process status for /var/run/downloadNOS.status, ret = 3, errno = *"}},
+        {"percentage below 0",
+         "-1 1000 /vol/a.pat https://h/a.pat",
+         "",
+         false,
+         true,
+         {"log err *Invalid status value for /var/run/downloadNOS.status.*"}},
+        {"bytes below 0", "0 -1 /vol/a.pat https://h/a.pat", "1", false, true, {"log err *Invalid status value for *"}},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        Sandbox box;
+        machine(box);
+        if (!row.status.empty())
+            box.file(kStatus, row.status);
+        if (!row.pid.empty())
+            box.file(kPid, row.pid);
+        const Result result = box.run({"norvupgrade", "--check"}, {.env = {"QUERY_STRING="}});
+        EXPECT_EQ(result.exit_status, row.goes_on ? 0 : 255);
+        EXPECT_EQ(result.out == kTold, row.goes_on);
+        std::vector<std::string> record = row.record;
+        if (!row.goes_on)
+            record.emplace_back("log err *Fail in UpdateDownloadStatus*");
+        EXPECT_TRUE(result.record.in_order(record));
+        EXPECT_EQ(box.exists(kStatus), row.stays);
+        EXPECT_EQ(box.exists(kChecksum), row.stays);
+        EXPECT_EQ(box.exists(kError), !row.goes_on);
+    }
+}
+
+TEST(UpdateCheck, StateIsLocked)
+{
+    Sandbox box;
+    machine(box);
+    box.file(kStatus, "100 0 /vol/a.pat Link");
+    box.host_program("/usr/bin/flock");
+    box.compress_sleeps();
+    Process holder = box.start({"/usr/bin/flock", "-x", kStatus, "-c", "echo held; read line"}, {.input_open = true});
+    while (holder.running() && holder.out() != "held\n")
+        usleep(1000);
+    const Result result = box.run({"norvupgrade", "--check-reinstall"});
+    holder.close_input();
+    holder.wait();
+    EXPECT_EQ(result.exit_status, 255);
+    EXPECT_EQ(result.record.count("usleep 10000"), 150);
+    EXPECT_TRUE(result.record.in_order({"log err *Failed to get lock*", "log err *Fail in UpdateDownloadStatus*"}));
+    EXPECT_NE(result.out.find(" Check New NOS for [Reinstall] Fail.\n"), std::string::npos);
+}
+
+TEST(UpdateCheck, Clock)
+{
+    const struct {
+        const char *query; // NULL: none at all
+        std::vector<std::string> record;
+        int times_set;
+        int error = 0;
+    } kRows[] = {
+        {nullptr, {"log err check_new_version_cgi.cpp:* getenv(QUERY_STRING) fail. [*]"}, 0},
+        {"", {}, 0},
+        {"status=sys_crash&utctime=1700000000&x=y", {"settimeofday 1700000000.*"}, 1},
+        {"utctime=0", {}, 0},
+        {"outctime=5&utctime", {}, 0},
+        {"utctime=1700000000", {"log err *settimeofday(1700000000) fail"}, 1, EPERM},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.query == nullptr ? "(none)" : row.query);
+        Sandbox box;
+        machine(box);
+        if (row.error != 0)
+            box.call({.call = "settimeofday", .error = row.error});
+        const Result result =
+            box.run({"norvupgrade", "--check"},
+                    {.env = row.query == nullptr ? std::vector<std::string>()
+                                                 : std::vector{std::string("QUERY_STRING=") + row.query}});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, kTold);
+        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_EQ(result.record.count("settimeofday*"), row.times_set);
+    }
+}
+
+// What each mode asks, where the file that answers stands under the whole query.
+TEST(UpdateCheck, QueryOverTls)
+{
+    const struct {
+        const char *option, *query;
+        std::function<void(Sandbox &)> change;
+        std::vector<std::string> record{};
+    } kRows[] = {
+        {"--check", "?root_partition_version=8", [](Sandbox &) {}, {"log err *Failed to get root partition version"}},
+        {"--check", "?root_partition_version=9",
+         [](Sandbox &box) {
+             box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"},
+                                          {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"}});
+         }},
+        {"--check-reinstall", "?root_partition_version=8", [](Sandbox &) {}},
+        {"--check-migrate", "?root_partition_version=8&disk_version=25556",
+         [](Sandbox &box) { box.file("/tmp/root_info.cache", "nos_version=\"25556\"\n"); }},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.query);
+        Sandbox box;
+        row.change(box);
+        machine(box, "https://127.0.0.1:8443/autoupdate/genRSS.php");
+        box.remove("/feed/rss.xml");
+        const HttpsServer server(box, "-WWW");
+        if (!server.runs())
+            GTEST_SKIP() << "no openssl or no libcurl here";
+        box.file(std::string("/feed/autoupdate/genRSS.php") + row.query, feed(kLink));
+        const Result result = box.run({"norvupgrade", row.option}, {.leaves = {"/tmp/root_info.cache*"}});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, kTold);
+        EXPECT_TRUE(result.record.in_order(row.record));
+        box.file(kTrustedCertificates, "");
+        const Result refused = box.run({"norvupgrade", row.option}, {.leaves = {"/tmp/root_info.cache*"}});
+        EXPECT_EQ(refused.exit_status, 255);
+        EXPECT_TRUE(refused.record.in_order(
+            {"log err url_fetch.cpp:* fail to perform curl, CURLcode returns *", "log err *Check NEW NOS fail*"}));
+    }
+}
+
+// The version of the system on the disks, which is looked up once.
+TEST(UpdateCheck, DiskVersion)
+{
+    Sandbox box;
+    machine(box);
+    box.program("/usr/bin/mount", {{.exit_status = 32, .times = 1}, {}});
+    box.program("/usr/bin/umount", {{}});
+    const auto check = [&box] {
+        return box.run({"norvupgrade", "--check-migrate"}, {.leaves = {"/tmp/root_info.cache*"}}).record;
+    };
+    const std::vector<std::string> kUnknown = {"log err *unable to append query string of disk nos version"};
+    EXPECT_TRUE(check().in_order(kUnknown));
+    EXPECT_FALSE(box.exists("/_disk"));
+    box.directory("/_disk"); // nothing is mounted there
+    EXPECT_TRUE(check().in_order(kUnknown));
+    box.file("/_disk/etc.defaults/VERSION", "buildnumber=\"25556\"\n");
+    Record record = check();
+    EXPECT_TRUE(record.in_order({"run /usr/bin/mount /dev/sda1 /_disk", "run /usr/bin/umount -l /_disk"}));
+    EXPECT_EQ(record.count("*unable to append*"), 0);
+    EXPECT_EQ(box.read_file("/tmp/root_info.cache"), "nos_version=\"25556\"\n");
+    record = check();
+    EXPECT_EQ(record.count("run /usr/bin/mount*"), 0);
+    EXPECT_EQ(record.count("*unable to append*"), 0);
+}
+
+TEST(UpdateCheck, Faults)
+{
+    const struct {
+        const char *what;
+        std::function<void(Sandbox &)> change;
+        std::vector<std::string> record;
+        bool is_good = false;
+        std::vector<std::string> env{};
+    } kRows[] = {
+        {"server name too long",
+         [](Sandbox &box) { machine(box, "file:///feed/rss.xml?" + std::string(4100, 'x')); },
+         {"log err *Get rss server value fail*", "log err *Check NEW NOS fail*"}},
+        {"no room for the query",
+         [](Sandbox &box) { machine(box, "file:///feed/rss.xml?" + std::string(4060, 'x')); },
+         {"log err *string truncated, no enough space to ctore query string",
+          "log err *failed to append query string to URL",
+          "log err *unable to append query string of root partition version"},
+         true},
+        {"not even for a byte",
+         [](Sandbox &box) { machine(box, "file:///feed/rss.xml?" + std::string(4073, 'x')); },
+         {"log err *no enough space to store query string", "log err *failed to append query string to URL"},
+         true},
+        {"no layout",
+         [](Sandbox &box) {
+             box.file("/etc.defaults/norvinfo.conf", kModel + "support_buildin_storage=\"yes\"\nsupportraid=yes\n"
+                                                              "rss_server_ssl=\"file:///feed/rss.xml\"\n");
+         },
+         {"log err *Failed to get root partition version", "log err *Failed to get current junior partition version",
+          "log err *unable to append query string of root partition version"},
+         true},
+        {"no feed",
+         [](Sandbox &box) { box.remove("/feed/rss.xml"); },
+         {"log err *fail to perform curl, CURLcode returns 37", "log err *Check NEW NOS fail*"}},
+        {"nobody there",
+         [](Sandbox &box) { machine(box, "https://127.0.0.1:8443/"); },
+         {"log err *fail to perform curl, CURLcode returns 7", "log err *Check NEW NOS fail*"}},
+        {"the place that a product names",
+         [](Sandbox &box) { box.file("/etc.defaults/norvinfo.conf", kModel); },
+         {"log err *fail to perform curl, CURLcode returns 6", "log err *Check NEW NOS fail*"}},
+        {"no library",
+         [](Sandbox &box) { box.file("/lib.bad/libcurl.so.4", "no library"); },
+         {"log err curl_library.cpp:* Failed to open libcurl.so.4: *", "log err *CURLcode returns 2",
+          "log err *Check NEW NOS fail*"},
+         false,
+         {"LD_LIBRARY_PATH=/lib.bad"}},
+        {"library in the process already",
+         [](Sandbox &) {},
+         {},
+         true,
+         {"LD_PRELOAD=/usr/lib/x86_64-linux-gnu/libcurl.so.4", "LD_LIBRARY_PATH=/lib.bad"}},
+        {"other model",
+         [](Sandbox &box) { box.file("/feed/rss.xml", "<mUnique>other</mUnique>\n"); },
+         {"log err *The RSS file parse fail*", "log err *No new NOS*"}},
+        {"half a tag",
+         [](Sandbox &box) { box.file("/feed/rss.xml", "x\n<rss\n"); },
+         {"log err feed_parse.cpp:* can not find < in [x]*", "log err *No Tag Found*", "log err *can not find >*",
+          "log err *get tag from rss file fail*", "log err *The RSS file parse fail*", "log err *No new NOS*"}},
+        {"own version not whole",
+         [](Sandbox &box) { box.file("/etc.defaults/VERSION", "majorversion=7\n"); },
+         {"log err *Get minorversion value fail*", "log err *get local value fail*", "log err *No new NOS*"}},
+        {"versions in the log",
+         [](Sandbox &) {},
+         {"log err *LocalMajor = 7, ServerMajor = 7*", "log err *Localminor = 1, Serverminor = 2*",
+          "log err *LocalInfo = 200, ServerInfo = 300*"},
+         true},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        Sandbox box;
+        machine(box);
+        row.change(box);
+        const Result result =
+            box.run({"norvupgrade", "--check-migrate"}, {.env = row.env, .leaves = {"/tmp/root_info.cache.lock"}});
+        EXPECT_EQ(result.exit_status, row.is_good ? 0 : 255);
+        EXPECT_TRUE(result.record.in_order(row.record));
+        if (row.is_good) {
+            EXPECT_EQ(result.out, kTold);
+            continue;
+        }
+        EXPECT_TRUE(result.out.starts_with("norvupgrade.cpp:")) << result.out;
+        EXPECT_TRUE(result.out.ends_with(" Check New NOS for [Migration] Fail.\n")) << result.out;
+    }
+}
+
+TEST(UpdateCheck, ServerIsMute)
+{
+    Sandbox box;
+    machine(box, "http://127.0.0.1:8080/autoupdate/genRSS.php");
+    const int server = mute_server(box);
+    box.compress_sleeps(100);
+    const Result result = box.run({"norvupgrade", "--check"});
+    EXPECT_EQ(result.exit_status, 255);
+    EXPECT_NE(result.out.find(" Check New NOS for [Install] Fail.\n"), std::string::npos);
+    EXPECT_TRUE(result.record.in_order({"log err *CURLcode returns 28", "log err *Check NEW NOS fail*"}));
+    const std::string request = request_received(server);
+    EXPECT_NE(request.find("GET /autoupdate/genRSS.php?root_partition_version=8 HTTP/1.1\r\n"), std::string::npos);
+    EXPECT_NE(request.find("User-Agent: norv_avoton_1817 NOS7.1.1 200 (webinstaller)\r\n"), std::string::npos);
+    close(server);
+}
+
+} // namespace
