@@ -55,7 +55,8 @@ void fhost_release_read_parts(FhostRelease *release)
 {
     char major[16], minor[16];
     numbers_read(release);
-    if (part_read("majorversion", major) && part_read("minorversion", minor))
+    const bool has_major = part_read("majorversion", major), has_minor = part_read("minorversion", minor);
+    if (has_major && has_minor)
         snprintf(release->version, sizeof(release->version), "%s.%s", major, minor);
 }
 

@@ -24,8 +24,12 @@ void lock_release(int fd)
 }
 using InstallLock = Unique<int, -1, lock_release>;
 
+// What the debug channel is told of a lock that is not had, around the reply about it.
+struct LockFailure {
+    const char *before_reply, *after_reply;
+};
 struct LockFailures {
-    const char *create, *take;
+    LockFailure create, take;
 };
 
 // Takes the install lock; a client whose request finds it taken is told so.
@@ -34,8 +38,10 @@ InstallLock lock_take(mode_t mode, const LockFailures &failures, const FHOST_REC
     InstallLock lock(open(kInstallLockPath, O_RDWR | O_CREAT | O_CLOEXEC, mode));
     if (lock && flock(lock.get(), LOCK_EX | LOCK_NB) == 0)
         return lock;
-    FHOST_DEBUG("%s", lock ? failures.take : failures.create);
+    const LockFailure &failure = lock ? failures.take : failures.create;
+    FHOST_DEBUG("%s", failure.before_reply);
     FHOSTReply(0, &peer, kFhostLocked, true, &record);
+    FHOST_DEBUG("%s", failure.after_reply);
     return {};
 }
 
@@ -58,8 +64,8 @@ bool has_no_settings(const FHOST_RECORD &record)
 
 int fhost_serve_netsetting(const FHOST_RECORD &record, const sockaddr_in &peer)
 {
-    static constexpr LockFailures kFailures = {"create lock file fail in PKT_ID_PTYPE_NETSETTING\n",
-                                               "Get file lock fail in PKT_ID_PTYPE_NETSETTING\n"};
+    static constexpr LockFailures kFailures = {{"", "create lock file fail in PKT_ID_PTYPE_NETSETTING\n"},
+                                               {"", "Get file lock fail in PKT_ID_PTYPE_NETSETTING\n"}};
     const InstallLock lock = lock_take(0644, kFailures, record, peer);
     if (!lock)
         return -1;
@@ -80,8 +86,8 @@ int fhost_serve_netsetting(const FHOST_RECORD &record, const sockaddr_in &peer)
 // Configures nothing: with a packet that sets nothing a client asks for the maintenance shell.
 int fhost_serve_quickconf(const FHOST_RECORD &record, const sockaddr_in &peer)
 {
-    static constexpr LockFailures kFailures = {"create lock file fail in PKT_ID_PTYPE_QUICKCONF\n",
-                                               "Get file lock fail in PKT_ID_PTYPE_QUICKCONF\n"};
+    static constexpr LockFailures kFailures = {{"", "create lock file fail in PKT_ID_PTYPE_QUICKCONF\n"},
+                                               {"Get file lock fail in PKT_ID_PTYPE_QUICKCONF\n", ""}};
     NET_IF_INFO table[kNetInterfacesMax] = {};
     const int count = NLIBNetGetInterfaceInfo(table, kNetInterfacesMax, kNetVirtual);
     if (count <= 0) {

@@ -531,6 +531,38 @@ TEST(Findhostd, SetsTheNetworkAndTellsHowItWent)
     }
 }
 
+// The words about a lock that is not had stand before or after those about the reply, which cannot go out here.
+TEST(Findhostd, TellsOfTheLockAroundTheReply)
+{
+    struct Case {
+        std::string datagram, word;
+        bool is_taken, comes_first;
+    };
+    const std::string mac = element(0x29, mac_text(0)),
+                      setting = plain(base(3) + mac + number(0x20, 1) + element(0x21, ""));
+    const Case kCases[] = {
+        {setting, "create lock file fail in PKT_ID_PTYPE_NETSETTING\n", false, false},
+        {setting, "Get file lock fail in PKT_ID_PTYPE_NETSETTING\n", true, false},
+        {plain(base(4) + mac), "create lock file fail in PKT_ID_PTYPE_QUICKCONF\n", false, false},
+        {plain(base(4) + mac), "Get file lock fail in PKT_ID_PTYPE_QUICKCONF\n", true, true},
+    };
+    for (const Case &row : kCases) {
+        Lan box(1);
+        if (row.is_taken)
+            box.call({.call = "flock", .args = "*install.lock 0x6", .error = EWOULDBLOCK, .times = 1});
+        else
+            box.directory("/tmp/install.lock");
+        box.call({.call = "socket", .args = "17 *", .error = EPERM, .times = 1});
+        Process daemon = box.launch();
+        box.send(row.datagram);
+        box.expect_silence();
+        const size_t word = daemon.err().find(row.word), reply = daemon.err().find("NORVNetSendUDPBroadCast failed");
+        ASSERT_TRUE(word != std::string::npos && reply != std::string::npos) << daemon.err();
+        EXPECT_EQ(word < reply, row.comes_first) << daemon.err();
+        EXPECT_EQ(box.stop(&daemon), 0);
+    }
+}
+
 // Present mode and present name: nothing to do, and that is a success.
 TEST(Findhostd, LeavesAnInterfaceInDhcpModeAsItIs)
 {

@@ -150,7 +150,7 @@ TEST(FhostReply, ElementsStandInOrder)
          ""},
         {"physical, unprompted, disks with an older system",
          Kind::kPhysical,
-         {{kVersion, "majorversion=7\nbuildnumber=30000\n"}},
+         {{kVersion, "buildnumber=30000\n"}},
          [](FhostReply *reply, NET_IF_INFO *interface, FHOST_RECORD *request) {
              reply->code = 0;
              reply->peer_ip = 0;
@@ -159,6 +159,7 @@ TEST(FhostReply, ElementsStandInOrder)
          element(0x11, host_name()) + element(0x19, kMacs) + number(0x18, 0) + number(0x1e, 0) +
              element(0xa2, "02:00:00:00:00:01") + number(0xa3, 1) + kIdentity + kMigration + number(0x90, 0) +
              number(0x49, 30000),
+         "3 reply_facts.cpp:# Failed to get majorversion from /etc.defaults/VERSION\n"
          "3 reply_facts.cpp:# Failed to get minorversion from /etc.defaults/VERSION\n"},
         {"ready",
          Kind::kReady,
