@@ -3,6 +3,8 @@
 
 #include "lib/hash.h"
 
+inline constexpr int kCgiParamBytes = 512; // pool of a new hash of parameters
+
 struct CgiRequest {
     PNLIBSZHASH params; // NULL: one is made. The caller releases it, whatever the result
 };

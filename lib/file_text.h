@@ -14,6 +14,9 @@ struct FileText {
     [[nodiscard]] std::string_view view() const { return {bytes.get(), size}; }
 };
 
+// Makes room for so many bytes in all. Returns false without memory, the text unchanged.
+[[nodiscard]] bool file_text_grow(FileText *text, size_t room);
+
 // Reads on until `room` bytes are in `bytes` or the file ends; `*size` counts them.
 // Returns 0; -1 with no code when it cannot be read: what came before that stays.
 [[nodiscard]] int file_read_on(int fd, char *bytes, size_t room, size_t *size);

@@ -9,7 +9,7 @@
 
 static constexpr size_t kLeastRoom = 4096;
 
-static bool room_grow(FileText *text, size_t room)
+bool file_text_grow(FileText *text, size_t room)
 {
     char *bytes = text->bytes.release();
     char *grown = static_cast<char *>(realloc(bytes, room));
@@ -33,7 +33,7 @@ int file_read_on(int fd, char *bytes, size_t room, size_t *size)
 int file_text_read(int fd, std::string_view begun, size_t expected_bytes, FileText *text)
 {
     // One byte more than expected, so that the end shows without growing.
-    if (!room_grow(text, std::max({expected_bytes + 1, begun.size() * 2, kLeastRoom})))
+    if (!file_text_grow(text, std::max({expected_bytes + 1, begun.size() * 2, kLeastRoom})))
         return fail(kErrOutOfMemory);
     text->size = begun.copy(text->bytes.get(), begun.size());
     for (;;) {
@@ -43,7 +43,7 @@ int file_text_read(int fd, std::string_view begun, size_t expected_bytes, FileTe
             text->bytes.get()[text->size] = '\0';
             return 0;
         }
-        if (!room_grow(text, text->room * 2))
+        if (!file_text_grow(text, text->room * 2))
             return fail(kErrOutOfMemory);
     }
 }

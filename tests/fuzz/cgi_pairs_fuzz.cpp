@@ -1,0 +1,74 @@
+// The pairs of a request against a plain model. The first byte tells whether "+" stays, the rest is the text.
+#include <cctype>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+
+#include "autocleanup/unique.h"
+#include "install/cgi_param.h"
+
+namespace
+{
+
+void require(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    fprintf(stderr, "cgi_pairs_fuzz: %s\n", what);
+    abort();
+}
+
+// What a value becomes: decoded up to a bad escape, from where what lay in the buffer shows.
+std::string decoded(const std::string &raw, bool keep_plus)
+{
+    std::string value;
+    for (size_t at = 0; at < raw.size(); at++) {
+        if (raw[at] != '%') {
+            value += raw[at] == '+' && !keep_plus ? ' ' : raw[at];
+            continue;
+        }
+        if (at + 2 >= raw.size() || isxdigit(static_cast<unsigned char>(raw[at + 1])) == 0 ||
+            isxdigit(static_cast<unsigned char>(raw[at + 2])) == 0) {
+            value += raw.substr(value.size());
+            break;
+        }
+        value += static_cast<char>(strtol(raw.substr(at + 1, 2).c_str(), nullptr, 16));
+        at += 2;
+    }
+    return value.c_str();
+}
+
+std::map<std::string, std::string> model(std::string rest, bool keep_plus)
+{
+    std::map<std::string, std::string> values;
+    for (size_t equals; (equals = rest.find('=')) != rest.npos;) {
+        const size_t end = rest.find('&', equals);
+        values[rest.substr(0, equals)] = decoded(rest.substr(equals + 1, end - equals - 1), keep_plus);
+        if (end == rest.npos)
+            break;
+        rest.erase(0, end + 1);
+    }
+    return values;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size == 0)
+        return 0;
+    const bool keep_plus = data[0] % 2 == 0;
+    const UniqueText text(strndup(reinterpret_cast<const char *>(data) + 1, size - 1)); // of exactly its size
+    const auto expected = model(text.get(), keep_plus);
+    UniqueHash params(NLIBCSzHashAlloc(0));
+    cgi_pairs_load(text.get(), keep_plus, params.address());
+    require(NLIBCSzHashPairNum(params.get()) == static_cast<int>(expected.size()), "another number of pairs");
+    for (const auto &[name, value] : expected) {
+        const char *found = NLIBCSzHashGetValue(params.get(), name.c_str());
+        require(found != nullptr && value == found, "another value");
+    }
+    return 0;
+}

@@ -1,0 +1,81 @@
+// Forms with files. The first two bytes are added to the length that is promised, the first line behind them is the
+// boundary, and the rest is the body.
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+#include "autocleanup/unique.h"
+#include "install/cgi_param.h"
+#include "install/upload.h"
+#include "tests/support/form_input.h"
+
+namespace
+{
+
+void require(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    fprintf(stderr, "upload_fuzz: %s\n", what);
+    abort();
+}
+
+std::string folder_make()
+{
+    std::string path = access("/dev/shm", W_OK) == 0 ? "/dev/shm/upload_fuzz.XXXXXX" : "/tmp/upload_fuzz.XXXXXX";
+    require(mkdtemp(path.data()) != nullptr, "no folder");
+    atexit([] { std::filesystem::remove_all(getenv("UPLOAD_FUZZ_FOLDER")); });
+    setenv("UPLOAD_FUZZ_FOLDER", path.c_str(), 1);
+    return path;
+}
+
+// A file is a stretch of the body, from behind a line to the first delimiter.
+void file_check(const std::filesystem::path &path, const std::string &body, const std::string &delimiter)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream stream;
+    stream << file.rdbuf();
+    const std::string content = stream.str();
+    require(content.find(delimiter) == content.npos, "a file goes on behind its end");
+    for (const char *end : {"", "\r"})
+        if (body.find("\n" + content + end + delimiter) != body.npos)
+            return;
+    require(false, "a file is no stretch of the body");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static const FormInput input;
+    static const std::string folder = folder_make();
+    if (size < 2)
+        return 0;
+    const std::string_view rest(reinterpret_cast<const char *>(data) + 2, size - 2);
+    const std::string boundary(rest.substr(0, rest.find('\n')));
+    const std::string body(rest.substr(std::min(boundary.size() + 1, rest.size())));
+    const size_t promised = body.size() + data[0] + size_t{data[1]} * 256;
+    setenv("CONTENT_LENGTH", std::to_string(promised).c_str(), 1);
+    setenv("CONTENT_TYPE", ("multipart/form-data; boundary=" + boundary).c_str(), 1);
+    FormInput::bytes(body);
+    UniqueHash params(NLIBCSzHashAlloc(kCgiParamBytes)), files(NLIBCSzHashAlloc(kCgiParamBytes));
+    const int status = NorvUploadParse(params.address(), files.address(), folder.c_str());
+    require(status == kUploadGood || status < 0, "no status");
+    require(status != kUploadGood || promised == body.size(), "good in spite of its length");
+    char byte;
+    require(read(STDIN_FILENO, &byte, 1) == 0, "the body was not read to its end");
+    const std::string delimiter = "\n--" + std::string(boundary.c_str());
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        file_check(entry.path(), body, delimiter);
+        std::filesystem::remove(entry.path());
+    }
+    return 0;
+}

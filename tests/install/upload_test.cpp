@@ -1,0 +1,318 @@
+// Forms with files, cut and split in every way: what is stored is what was sent, or nothing.
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <vector>
+
+#include "autocleanup/unique.h"
+#include "install/cgi_param.h"
+#include "install/upload.h"
+#include "install/upload_buffer.h"
+#include "tests/support/alloc_fault.h"
+#include "tests/support/form_input.h"
+
+namespace
+{
+
+const std::string kEnd = "\r\n--B--\r\n";
+
+std::string part(const std::string &disposition, const std::string &content)
+{
+    return "--B\r\nContent-Disposition: form-data; " + disposition + "\r\nX: y\r\n\r\n" + content;
+}
+
+std::string file_form(const std::string &content)
+{
+    return part("name=\"f\"; filename=\"a.pat\"", content) + kEnd;
+}
+
+mode_t umask_now()
+{
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mask;
+}
+
+class Upload : public testing::Test
+{
+  protected:
+    struct Outcome {
+        int status;
+        std::map<std::string, std::string> values; // fields; and of "<name>_tmp" what the file holds
+    };
+
+    // Parses what stands on standard input.
+    Outcome parse(const std::string &length)
+    {
+        setenv("CONTENT_LENGTH", length.c_str(), 1);
+        UniqueHash params(NLIBCSzHashAlloc(kCgiParamBytes)), files(NLIBCSzHashAlloc(kCgiParamBytes));
+        const mode_t mask = umask_now();
+        Outcome outcome = {NorvUploadParse(params.address(), files.address(), folder.c_str()), {}};
+        EXPECT_EQ(umask_now(), mask);
+        collect(
+            params.get(), [](const std::string &value) { return value; }, &outcome);
+        collect(
+            files.get(),
+            [](const std::string &path) {
+                std::ifstream file(path, std::ios::binary);
+                std::ostringstream content;
+                content << (file ? "" : "(none)") << file.rdbuf();
+                std::filesystem::remove(path);
+                return content.str();
+            },
+            &outcome);
+        EXPECT_TRUE(std::filesystem::is_empty(folder)) << "a file that nobody knows of";
+        for (const auto &entry : std::filesystem::directory_iterator(folder))
+            std::filesystem::remove(entry);
+        return outcome;
+    }
+    Outcome parse_bytes(const std::string &form)
+    {
+        FormInput::bytes(form);
+        return parse(std::to_string(form.size()));
+    }
+
+    template <typename Read> static void collect(const NLIBSZHASH *hash, Read read, Outcome *outcome)
+    {
+        UniqueList keys(NLIBCSzListAlloc(0));
+        const int count = NLIBCSzHashEnumKey(hash, keys.address());
+        for (int i = 0; i < count; i++) {
+            const char *key = NLIBCSzListGet(keys.get(), i);
+            outcome->values[key] = read(NLIBCSzHashGetValue(hash, key));
+        }
+    }
+
+    Upload()
+    {
+        setenv("CONTENT_TYPE", "multipart/form-data; boundary=B", 1);
+        if (mkdtemp(folder.data()) == nullptr)
+            abort();
+    }
+    ~Upload() override { std::filesystem::remove_all(folder); }
+    FormInput input;
+    std::string folder = "/dev/shm/norv_upload.XXXXXX"; // where to flush a file is nothing
+};
+
+using Values = std::map<std::string, std::string>;
+
+TEST_F(Upload, Forms)
+{
+    const std::string nul(1, '\0');
+    const std::string long_name(63, 'n');
+    const struct {
+        std::string form;
+        int status;
+        Values values;
+    } kRows[] = {
+        // what a browser sends
+        {part("name=\"h\"", "nas") + "\r\n" + part("name=\"f\"; filename=\"a.pat\"", "12") + "\r\n" +
+             part("name=\"g\"; filename=\"\"", "") + kEnd,
+         1,
+         {{"h", "nas"}, {"f", "a.pat"}, {"f_tmp", "12"}, {"g", ""}}},
+        {part("name=\"f\"; filename=\"a\"", "1") + "\r\n" + part("name=\"e\"; filename=\"b\"", "2") + kEnd,
+         1,
+         {{"f", "a"}, {"f_tmp", "1"}, {"e", "b"}, {"e_tmp", "2"}}},
+        {"--B--\r\n", 1, {}},
+        {file_form(""), 1, {{"f", "a.pat"}, {"f_tmp", ""}}},
+        {part("name=\"h\"", "") + kEnd, 1, {{"h", ""}}},
+        {"--B\nname=\"h\"\n\na\n--B\nname=\"f\"; filename=\"x\"\n\nb\n--B--\n",
+         1,
+         {{"h", "a"}, {"f", "x"}, {"f_tmp", "b"}}},
+        // one CR before the delimiter is its own
+        {file_form("a\r"), 1, {{"f", "a.pat"}, {"f_tmp", "a\r"}}},
+        {file_form("a\n"), 1, {{"f", "a.pat"}, {"f_tmp", "a\n"}}},
+        {part("name=\"h\"", "a\r") + kEnd, 1, {{"h", "a\r"}}},
+        // what only begins like the delimiter is content, what goes on behind it ends the content
+        {file_form("a\r\n--\n--A\n\n-"), 1, {{"f", "a.pat"}, {"f_tmp", "a\r\n--\n--A\n\n-"}}},
+        {part("name=\"f\"; filename=\"a\"", "1\n--Bx\r\nname=\"h\"\r\n\r\n2") + kEnd,
+         1,
+         {{"f", "a"}, {"f_tmp", "1"}, {"h", "2"}}},
+        // bytes of every value in a file, while a text ends at a NUL, and hides an end that comes with it
+        {file_form(nul + "\xff" + nul), 1, {{"f", "a.pat"}, {"f_tmp", nul + "\xff" + nul}}},
+        {part("name=\"h\"", "a" + nul + "b") + kEnd, kUploadFailed, {}},
+        // names
+        {part("name=\"" + long_name + "\"", "1") + kEnd, 1, {{long_name, "1"}}},
+        {part("name=\"" + long_name + "n\"", "1") + kEnd, kUploadFailed, {}},
+        {part("filename=\"a\"; name=\"f\"", "1") + kEnd, 1, {{"a", "a"}, {"a_tmp", "1"}}}, // the first name=" there is
+        {part("name=\"f\"; filename=\"" + std::string(4095, 'x') + "\"", "1") + kEnd,
+         1,
+         {{"f", std::string(4095, 'x')}, {"f_tmp", "1"}}},
+        {part("name=\"f\"; filename=\"" + std::string(4096, 'x') + "\"", "1") + kEnd, kUploadFailed, {}},
+        {part("name=h", "1") + kEnd, kUploadFailed, {}},
+        {part("name=\"h", "1") + kEnd, kUploadFailed, {}},
+        // any line begins a part, also one that fills the buffer
+        {"Hello\r\nname=\"h\"\r\n\r\n1\r\n--B--\r\n", 1, {{"h", "1"}}},
+        {std::string(65536, 'x') + "name=\"h\"\r\n\r\n1\r\n--B--\r\n", 1, {{"h", "1"}}},
+        {"Hello\r\n" + part("name=\"h\"", "1") + kEnd, kUploadFailed, {}},
+        // not a form to its end
+        {"", kUploadLength, {}},
+        {"--B--", kUploadFailed, {}},
+        {"--B--\r\nmore", kUploadSize, {}},
+        {"--B", kUploadFailed, {}},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.form.substr(0, 100));
+        const Outcome outcome = parse_bytes(row.form);
+        EXPECT_EQ(outcome.status, row.status);
+        if (row.status == kUploadGood) {
+            EXPECT_EQ(outcome.values, row.values);
+        }
+    }
+}
+
+TEST_F(Upload, Environment)
+{
+    const std::string form = file_form("12345");
+    const std::string right = std::to_string(form.size());
+    const struct {
+        const char *what;
+        std::string length, type;
+        int status;
+        std::string file; // what is left of it
+    } kRows[] = {
+        {"right", right, "x; boundary=B", 1, "12345"},
+        {"quotes are part of it", right, "boundary=\"B\"", kUploadFailed, "(none)"},
+        {"no boundary", right, "multipart/form-data", kUploadFailed, ""},
+        {"boundary too long", right, "boundary=" + std::string(253, 'B'), kUploadFailed, ""},
+        {"no length", "", "boundary=B", kUploadLength, ""},
+        {"zero", "0", "boundary=B", kUploadLength, ""},
+        {"no number", "x1", "boundary=B", kUploadLength, ""},
+        {"minus zero", "-0", "boundary=B", kUploadLength, ""},
+        {"negative", "-1", "boundary=B", kUploadSize, "12345"},
+        {"all ones", "18446744073709551615", "boundary=B", kUploadSize, "12345"},
+        {"too many promised", std::to_string(form.size() + 1), "boundary=B", kUploadSize, "12345"},
+        {"more than promised", std::to_string(form.size() - 1), "boundary=B", kUploadFailed, "(none)"},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        FormInput::bytes(form);
+        setenv("CONTENT_TYPE", row.type.c_str(), 1);
+        Outcome outcome = parse(row.length);
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_EQ(outcome.values["f_tmp"], row.file);
+        char byte;
+        EXPECT_EQ(read(STDIN_FILENO, &byte, 1), 0) << "all of it is read, whatever comes of it";
+    }
+    setenv("CONTENT_TYPE", "boundary=B", 1);
+    FormInput::bytes(form);
+    UniqueHash hash(NLIBCSzHashAlloc(0));
+    PNLIBSZHASH none = nullptr;
+    EXPECT_EQ(NorvUploadParse(&none, hash.address(), folder.c_str()), kUploadFailed);
+    EXPECT_EQ(NorvUploadParse(hash.address(), nullptr, folder.c_str()), kUploadFailed);
+    EXPECT_EQ(NorvUploadParse(hash.address(), hash.address(), ""), kUploadFailed);
+    EXPECT_EQ(NorvUploadParse(hash.address(), hash.address(), "/nowhere"), kUploadNoDestination);
+}
+
+// A body that ends anywhere ends the upload, and leaves no part of a file.
+TEST_F(Upload, CutAtEveryByte)
+{
+    const std::string form = part("name=\"h\"", "text") + "\r\n" + part("name=\"e\"; filename=\"\"", "") + "\r\n" +
+                             file_form("first\nsecond\r\nthird");
+    const size_t content_end = form.size() - kEnd.size();
+    for (size_t cut = 1; cut < form.size(); cut++) {
+        SCOPED_TRACE(cut);
+        FormInput::bytes(form.substr(0, cut));
+        Outcome outcome = parse(std::to_string(form.size()));
+        EXPECT_EQ(outcome.status, kUploadFailed);
+        EXPECT_TRUE(cut >= content_end + strlen("\r\n--B") || outcome.values["f_tmp"].empty() ||
+                    outcome.values["f_tmp"] == "(none)");
+    }
+}
+
+TEST_F(Upload, SplitAtEveryByte)
+{
+    const std::string form = part("name=\"h\"", "text") + "\r\n" + part("name=\"e\"; filename=\"\"", "") + "\r\n" +
+                             file_form("first\nsecond\r\nthird\r");
+    const Values expected = {{"h", "text"}, {"e", ""}, {"f", "a.pat"}, {"f_tmp", "first\nsecond\r\nthird\r"}};
+    for (size_t at = 1; at < form.size(); at++) {
+        SCOPED_TRACE(at);
+        FormInput::pieces({std::string_view(form).substr(0, at), std::string_view(form).substr(at)});
+        const Outcome outcome = parse(std::to_string(form.size()));
+        EXPECT_EQ(outcome.status, kUploadGood);
+        EXPECT_EQ(outcome.values, expected);
+    }
+}
+
+// The end of the content passes over the edge of the buffer, byte by byte, as reads of every small size bring it.
+TEST_F(Upload, EveryLengthAroundTheEdgeOfTheBuffer)
+{
+    constexpr size_t kAround = 100;
+    std::mt19937 random(3);
+    std::string filler(65836, 'x'), lines = filler;
+    for (size_t i = 0; i < lines.size(); i++)
+        lines[i] = "\r\n--BA\n\r"[random() % 8];
+    for (size_t i = lines.find("\n--B"); i != lines.npos; i = lines.find("\n--B", i))
+        lines[i] = 'x';
+    for (const std::string &content : {filler, lines})
+        for (size_t length = 65236; length <= 65836; length++) {
+            const std::string form = file_form(content.substr(0, length));
+            const size_t step = length % 7 + 1, from = form.size() - kEnd.size() - kAround;
+            std::vector<std::string_view> pieces = {std::string_view(form).substr(0, from)};
+            for (size_t at = from; at < form.size(); at += step)
+                pieces.push_back(std::string_view(form).substr(at, step));
+            FormInput::pieces(pieces);
+            Outcome outcome = parse(std::to_string(form.size()));
+            ASSERT_EQ(outcome.status, kUploadGood) << length;
+            ASSERT_TRUE(outcome.values["f_tmp"] == content.substr(0, length)) << length;
+        }
+}
+
+// Why a file is refused is told apart, and nothing of it stays.
+TEST_F(Upload, FileFaults)
+{
+    const rlim_t kNoLimit = RLIM_INFINITY;
+    const struct {
+        std::string name;
+        rlim_t most_bytes;
+        int status;
+    } kRows[] = {
+        {"f", kNoLimit, kUploadGood},
+        {"none/f", kNoLimit, kUploadFailed},
+        {std::string(300, 'x'), kNoLimit, kUploadNameTooLong},
+        {"f", 70000, kUploadFailed}, // a short write
+        {"f", 0, kUploadFileTooLarge},
+    };
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, SIG_IGN);
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(testing::Message() << row.name << " " << row.most_bytes);
+        FormInput::bytes(std::string(100000, 'x') + kEnd);
+        static UploadBuffer buffer;
+        UploadStats stats = {.done = 0, .total = 200000, .status = kUploadGood};
+        EXPECT_TRUE(upload_buffer_start(&buffer, "B", &stats));
+        const rlimit limit = {.rlim_cur = std::min(row.most_bytes, before.rlim_cur), .rlim_max = before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(upload_file_take(&buffer, (folder + "/" + row.name).c_str()), row.status == kUploadGood);
+        setrlimit(RLIMIT_FSIZE, &before);
+        EXPECT_EQ(stats.status, row.status);
+        EXPECT_EQ(std::filesystem::remove(folder + "/f"), row.status == kUploadGood);
+    }
+    signal(SIGXFSZ, SIG_DFL);
+}
+
+// Without memory at any place the form is refused, and nothing stays behind.
+TEST_F(Upload, NoMemory)
+{
+    const std::string form = part("name=\"h\"", std::string(3000, 'x')) + "\r\n" + file_form("12");
+    setenv("CONTENT_LENGTH", std::to_string(form.size()).c_str(), 1);
+    for (int nth = 1, struck = 1; struck; nth++) {
+        FormInput::bytes(form);
+        UniqueHash params(NLIBCSzHashAlloc(0)), files(NLIBCSzHashAlloc(0));
+        AllocFault fault(nth);
+        const int status = NorvUploadParse(params.address(), files.address(), folder.c_str());
+        struck = fault.struck();
+        EXPECT_EQ(status, struck ? kUploadFailed : kUploadGood) << nth;
+    }
+}
+
+} // namespace
