@@ -1,14 +1,18 @@
 #include "tests/support/private_root.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "tests/support/in_child.h"
 
@@ -64,26 +68,41 @@ std::string PrivateRoot::read(std::string_view path) const
 
 int PrivateRoot::run(const std::function<int()> &body) const
 {
-    return in_child([&] {
+    std::atomic<bool> has_ended = false;
+    std::thread reader([&] { // the kernel holds some ten lines, and who logs one more waits
+        while (!has_ended) {
+            pollfd ready = {.fd = log_socket_, .events = POLLIN, .revents = 0};
+            poll(&ready, 1, 10);
+            log_take();
+        }
+    });
+    const int result = in_child([&] {
         if (root_enter(dir_.path()))
             return body();
         ADD_FAILURE() << "no private root";
         return -1;
     });
+    has_ended = true;
+    reader.join();
+    return result;
 }
 
-std::string PrivateRoot::log() const
+void PrivateRoot::log_take() const
 {
-    std::string lines;
-    for (;;) {
-        char line[4096] = {};
-        if (recv(log_socket_, line, sizeof(line) - 1, 0) < 0)
-            return lines;
+    char line[8192] = {};
+    for (ssize_t bytes; (bytes = recv(log_socket_, line, sizeof(line) - 1, 0)) >= 0;) {
+        line[bytes] = '\0';
         int priority = 0;
         int rest = 0;
         char unit[64];
         if (sscanf(line, "<%d>%*15c %*[^:]: %63[^:]:%*d%n", &priority, unit, &rest) == 2)
-            lines += std::to_string(priority & 7) + " " + unit + ":#";
-        lines += std::string(line + rest) + "\n";
+            lines_ += std::to_string(priority & 7) + " " + unit + ":#";
+        lines_ += std::string(line + rest) + "\n";
     }
+}
+
+std::string PrivateRoot::log() const
+{
+    log_take();
+    return std::exchange(lines_, {});
 }

@@ -30,6 +30,9 @@ class PrivateRoot
     [[nodiscard]] std::string log() const;
 
   private:
+    void log_take() const;
+
     ScratchDir dir_;
     int log_socket_;
+    mutable std::string lines_{}; // of the log, taken so far
 };
