@@ -52,13 +52,15 @@ static bool device_bytes_get(const char *device, uint64_t *bytes)
     char path[64];
     snprintf(path, sizeof(path), device[0] == '/' ? "%s" : "/dev/%s", device);
     struct stat status;
-    const UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
-    if (!fd || fstat(fd.get(), &status) != 0)
+    if (stat(path, &status) != 0)
         return false;
     if (!S_ISBLK(status.st_mode)) {
         NORV_LOG(LOG_ERR, "[%s] is not a block device.", path);
         return false;
     }
+    const UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+    if (!fd)
+        return false;
     const off_t end = lseek(fd.get(), 0, SEEK_END);
     *bytes = static_cast<uint64_t>(end);
     return end >= 0;

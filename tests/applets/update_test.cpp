@@ -1,6 +1,7 @@
 // Asking the update server, and installing from it.
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
@@ -8,8 +9,11 @@
 #include <unistd.h>
 #include <vector>
 
+#include "build_paths.h"
+#include "tests/platform/run_program.h"
 #include "tests/support/https_server.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/scratch_dir.h"
 
 namespace
 {
@@ -338,6 +342,225 @@ TEST(UpdateCheck, ServerIsMute)
     EXPECT_NE(request.find("GET /autoupdate/genRSS.php?root_partition_version=8 HTTP/1.1\r\n"), std::string::npos);
     EXPECT_NE(request.find("User-Agent: norv_avoton_1817 NOS7.1.1 200 (webinstaller)\r\n"), std::string::npos);
     close(server);
+}
+
+constexpr char kFile[] = "/tmpData//@autoupdate/a.pat";
+constexpr char kProgress[] = "/tmp/install.progress";
+const RunOptions kAutoLeaves = {.leaves = {"/tmp/install.lock", kProgress, "/tmp/installer_sh.log", "/tmpData*",
+                                           "/tmpRoot*", kStatus, "/tmp/update.progress"}};
+
+// The same with an empty disk, which is formatted and takes a patch.
+void blank_machine(Sandbox &box, const std::string &server, const std::string &link)
+{
+    machine(box, server);
+    box.file("/feed/rss.xml", feed(link));
+    for (const char *program : {"/bin/mount", "/bin/umount", "/bin/echo", "/bin/sync", "/sbin/e2fsck", "/bin/tar",
+                                "/bin/ps", "/usr/norv/sbin/installer.sh"})
+        box.program(program, {{.exit_status = strcmp(program, "/bin/tar") == 0 ? 1 : 0}});
+    for (const char *program : {"/bin/mkdir", "/bin/rm", "/bin/mv"})
+        box.host_program(program);
+}
+
+TEST(UpdateAuto, Faults)
+{
+    const struct {
+        const char *what, *steps;
+        std::string status; // of the download, afterwards; empty: none
+        std::function<void(Sandbox &)> change;
+        std::vector<std::string> record;
+        const char *link = "file:///feed/a.pat";
+    } kRows[] = {
+        {"format",
+         "2 0 02 35 0",
+         "",
+         [](Sandbox &box) { box.program("/usr/norv/sbin/installer.sh", {{.exit_status = 3}}); },
+         {"run /usr/norv/sbin/installer.sh -r -d", "log err download_and_install.cpp:* FormatPartition fail"}},
+        {"no feed",
+         "2 0 012 0 012 46 0",
+         "",
+         [](Sandbox &box) { box.remove("/feed/rss.xml"); },
+         {"run /usr/norv/sbin/installer.sh *", "log err *Check NEW NOS fail*"}},
+        {"feed ends early",
+         "2 0 012 0 013 0 013 46 0",
+         "",
+         [](Sandbox &box) {
+             const std::string text = feed("");
+             box.file("/feed/rss.xml", text.substr(0, text.find("<mLink>")));
+         },
+         {"log err *Get out file path fail *"}},
+        {"link without a name",
+         "2 0 012 0 013 0 013 46 0",
+         "",
+         [](Sandbox &) {},
+         {"log err *Get out file path fail *"},
+         "https://127.0.0.1:8443/"},
+        {"patch missing",
+         "2 0 012 0 013 0 013 46 0",
+         std::string("0 0 ") + kFile + " file:///feed/a.pat",
+         [](Sandbox &box) { box.remove("/feed/a.pat"); },
+         {"log err url_fetch.cpp:* fail to perform curl, CURLcode returns 37"}},
+        {"no patch",
+         "2 0 012 0 013 0 05 0 05 13 0",
+         std::string("100 5 ") + kFile + " file:///feed/a.pat",
+         [](Sandbox &) {},
+         {"run /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat", "log err *Extraction failed *"}},
+        {"a download runs",
+         "2 0 012 0 013 0 013 46 0",
+         "0 0 /a https://h/a",
+         [](Sandbox &box) {
+             box.file(kStatus, "0 0 /a https://h/a");
+             box.file(kPid, "1");
+             box.program("/bin/ps", {{.output = "  PID USER\n    1 root init\n   12 root ps\n"}});
+         },
+         {"run /bin/sh -c ps", "log err *Is Downloading, no need to Download"}},
+        {"leftovers",
+         "2 0 012 0 013 0 05 0 05 13 0",
+         std::string("100 5 ") + kFile + " file:///feed/a.pat",
+         [](Sandbox &box) {
+             box.file(kStatus, "100 0 /keep/b.pat Link");
+             box.file("/keep/b.pat", "");
+             box.file("/@autoupdate", "");
+             box.file("/tmpData/@autoupdate/old.pat", "");
+             box.file("/var/run/downloadprogress", "");
+             box.file(kPid, "");
+         },
+         {"log err *scanf /var/run/downloadNOS.pid fail *", "run /bin/rm -rf /tmpData//@autoupdate"}},
+        {"leftovers stay",
+         "2 0 012 0 013 0 013 46 0",
+         "",
+         [](Sandbox &box) {
+             box.directory("/tmpData/@autoupdate");
+             box.program("/bin/rm", {{.args = "-rf /tmpData*", .exit_status = 1}, {}});
+         },
+         {"log err *ClearPosibleResult(/tmpData) Fail"}},
+        {"server mute",
+         "2 0 012 0 013 0 013 46 0",
+         std::string("0 0 ") + kFile + " http://127.0.0.1:8080/a.pat",
+         [](Sandbox &box) { box.compress_sleeps(100); },
+         {"log err *fail to perform curl, CURLcode returns 28"},
+         "http://127.0.0.1:8080/a.pat"},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        Sandbox box;
+        box.file("/feed/a.pat", "patch");
+        row.change(box); // of two answers of a program the first counts, of two files the last
+        blank_machine(box, "file:///feed/rss.xml", row.link);
+        row.change(box);
+        const int server = mute_server(box);
+        const bool runs = strcmp(row.what, "a download runs") == 0;
+        const Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
+        close(server);
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_TRUE(result.err.ends_with(std::string("\n") + row.steps)) << result.err;
+        EXPECT_TRUE(result.out.ends_with(" Auto Upgrade Fail.\n")) << result.out;
+        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_EQ(box.exists(kStatus) ? box.read_file(kStatus) : "", row.status);
+        EXPECT_EQ(box.exists(kPid), runs);
+        for (const char *path : {"/keep/b.pat", "/@autoupdate", "/tmpData/@autoupdate/old.pat"})
+            EXPECT_FALSE(box.exists(path)) << path;
+    }
+}
+
+TEST(UpdateAuto, AnotherInstallRuns)
+{
+    Sandbox box;
+    blank_machine(box, "file:///feed/rss.xml", kLink);
+    box.host_program("/usr/bin/flock");
+    Process holder = box.start({"/usr/bin/flock", "-x", "/tmp/install.lock", "-c", "echo held; read line"},
+                               {.input_open = true, .leaves = {"/tmp/install.lock"}});
+    while (holder.running() && holder.out() != "held\n")
+        usleep(1000);
+    const Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
+    holder.close_input();
+    holder.wait();
+    EXPECT_EQ(result.exit_status, 255);
+    EXPECT_EQ(result.err, "11 41 0");
+    EXPECT_TRUE(result.record.in_order({"log err norvupgrade.cpp:* Get file lock fail"}));
+    EXPECT_EQ(result.record.count("run *"), 0);
+}
+
+// A server with whatever answers, and after each of its faults the same machine is installed.
+TEST(UpdateAuto, OverTls)
+{
+    const ScratchDir scratch;
+    scratch.write("firmware/VERSION", kModel + kVersion + "extractsize=1000\npartitionversionlimit=0\n");
+    scratch.write("firmware/hda1.tgz", std::string(300000, 'x'));
+    scratch.write("firmware/updater", "#!/bin/sh\necho updated >> /tmp/update.progress\n", 0755);
+    const Finished made = run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
+                                       scratch.path("a.pat"), "--keys", scratch.path("keys")});
+    ASSERT_EQ(made.status, 0) << made.out;
+    const std::string patch = scratch.read("a.pat");
+
+    Sandbox box;
+    const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
+    box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
+    box.host_file("/usr/norv/etc/codesign/0.pem", scratch.path("keys/0.pem"), 0644);
+    box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
+    box.device("/dev/sda1", 4ULL << 30);
+    blank_machine(box, "https://127.0.0.1:8443/autoupdate/genRSS.php", kLink);
+    const HttpsServer server(box, "-HTTP");
+    if (!server.runs())
+        GTEST_SKIP() << "no openssl or no libcurl here";
+    const auto answer = [](const std::string &content, size_t length) {
+        return "HTTP/1.0 200 ok\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + content;
+    };
+    // So long that the loop ends soon, however many redirections a version of the library follows.
+    const auto redirection = [](const std::string &path) {
+        return "HTTP/1.0 302 there\r\nLocation: https://127.0.0.1:8443/" + path + "\r\nX: " + std::string(30000, 'x') +
+               "\r\n\r\n";
+    };
+    const std::string kFeedPath = "autoupdate/genRSS.php?root_partition_version=8", kPatchPath = "pat/a.pat";
+    const std::string kNotFound = "HTTP/1.0 404 Not Found\r\n\r\n<html>\n<body>404</body>\n</html>\n";
+    const std::string kGoodFeed = answer(feed(kLink), feed(kLink).size());
+    const std::string kGoodPatch = answer(patch, patch.size());
+    constexpr char kFeedFailed[] = "2 0 012 0 012 46 0", kDownloadFailed[] = "2 0 012 0 013 0 013 46 0";
+    const struct {
+        const char *what;
+        std::string feed, patch;
+        const char *steps, *record;
+    } kRows[] = {
+        {"feed: not found", kNotFound, "", kFeedFailed, "log err *No new NOS*"},
+        {"feed: closed early", answer(feed(kLink), 9999), "", kFeedFailed, "log err *CURLcode returns 18"},
+        {"feed: nothing", "", "", kFeedFailed, "log err *CURLcode returns 52"},
+        {"feed: redirected for ever", redirection(kFeedPath), "", kFeedFailed, "log err *CURLcode returns *"},
+        {"patch: not found", kGoodFeed, kNotFound, "2 0 012 0 013 0 05 0 05 13 0", "log err *Extraction failed *"},
+        {"patch: closed early", kGoodFeed, answer(patch.substr(0, patch.size() / 2), patch.size()), kDownloadFailed,
+         "log err *CURLcode returns 18"},
+        {"patch: redirected for ever", kGoodFeed, redirection(kPatchPath), kDownloadFailed,
+         "log err *CURLcode returns *"},
+        {"patch: damaged", kGoodFeed, answer(patch.substr(1) + "x", patch.size()), "2 0 012 0 013 0 05 0 05 13 0",
+         "log err *Extraction failed *"},
+    };
+    const auto install = [&](const std::string &feed_answer, const std::string &patch_answer) {
+        box.file("/feed/" + kFeedPath, feed_answer);
+        box.file("/feed/" + kPatchPath, patch_answer);
+        box.remove("/mnt/var"); // the note of the install before
+        Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
+        EXPECT_FALSE(box.exists(kPid));
+        return result;
+    };
+    const std::string kState = std::string(" ") + kFile + " " + kLink;
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        const Result failed = install(row.feed, row.patch);
+        EXPECT_EQ(failed.exit_status, 255);
+        EXPECT_TRUE(failed.err.ends_with(std::string("\n") + row.steps)) << failed.err;
+        EXPECT_TRUE(failed.record.in_order({row.record}));
+
+        box.file("/feed/there", kGoodPatch);
+        const Result good = install(kGoodFeed, redirection("there"));
+        EXPECT_EQ(good.exit_status, 0) << good.log_text();
+        EXPECT_EQ(good.out, "");
+        EXPECT_TRUE(good.err.ends_with("\n2 0 012 0 013 0 05 0 0")) << good.err;
+        EXPECT_EQ(box.read_file(kStatus), "100 " + std::to_string(patch.size()) + kState);
+        EXPECT_EQ(box.read_file(kProgress), "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n"
+                                            "{\"success\": true, \"data\": {\"stage\": \"download\", "
+                                            "\"progress\": \"100\"}}");
+        EXPECT_EQ(box.read_file("/tmp/update.progress"), "updated\n");
+        EXPECT_EQ(box.list("/tmpData"), std::vector<std::string>{"@autoupdate"});
+        EXPECT_EQ(box.mode("/tmpData/@autoupdate"), 0700U);
+    }
 }
 
 } // namespace
