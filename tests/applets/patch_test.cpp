@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ namespace
 
 const std::string kLibraryName = "libnorvcodesign-ng-virtual-junior-wins.so.7";
 const std::string kBuilder = NORV_BINARY_DIR "/tools/norv-patch/norv-patch";
+const std::string kFirmwareMaker = NORV_SOURCE_DIR "/tools/sample-firmware/make_firmware.py";
 
 // A folder as a patch is made of, and the keys that it is signed with.
 class Patch : public testing::Test
@@ -149,6 +151,29 @@ TEST_F(Patch, OldForm)
         appliance_prepare(other);
         unpack(other, bad);
         EXPECT_NE(check(other), 0);
+    }
+}
+
+// The sample firmware makes a good patch of either form, and the same bytes each time.
+TEST_F(Patch, SampleFirmware)
+{
+    const auto bytes_of = [](const std::string &path) {
+        std::ifstream file(path, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    };
+    std::string first[2];
+    for (int round = 0; round < 2; round++) {
+        std::filesystem::remove_all(scratch.path("firmware"));
+        const Finished made =
+            run_program({"/usr/bin/python3", kFirmwareMaker, scratch.path("firmware"), "unique=norv_x86_sample"});
+        ASSERT_EQ(made.status, 0) << made.out;
+        for (int form = 0; form < 2; form++) {
+            const std::string patch = make(form == 0 ? std::vector<std::string>{} : std::vector<std::string>{"--old"});
+            EXPECT_EQ(verify(patch), 0);
+            EXPECT_TRUE(round == 0 || bytes_of(patch) == first[form]);
+            first[form] = bytes_of(patch);
+            EXPECT_GT(first[form].size(), 100000U);
+        }
     }
 }
 

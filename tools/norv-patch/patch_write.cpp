@@ -16,6 +16,7 @@ using codesign::Member;
 using codesign::MemberKind;
 
 static constexpr size_t kCopyBytes = 128 * 1024;
+static constexpr time_t kMemberTime = 1735689600; // of all members, so that a folder makes one patch: 2025-01-01
 
 static void writer_free(archive *writer)
 {
@@ -49,14 +50,13 @@ static bool content_write(archive *writer, const std::string &path)
 static bool member_write(archive *writer, const std::string &folder, const Member &member)
 {
     const std::string path = folder + "/" + member.path;
-    struct stat status;
     const UniqueEntry entry(archive_entry_new());
-    if (!entry || lstat(path.c_str(), &status) != 0)
+    if (!entry)
         return complain(path);
     archive_entry_set_pathname(entry.get(), member.path.c_str());
     archive_entry_set_filetype(entry.get(), member.kind == MemberKind::kFolder ? AE_IFDIR : AE_IFREG);
     archive_entry_set_perm(entry.get(), static_cast<__LA_MODE_T>(member.mode));
-    archive_entry_set_mtime(entry.get(), status.st_mtime, 0);
+    archive_entry_set_mtime(entry.get(), kMemberTime, 0);
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(member.bytes));
     if (archive_write_header(writer, entry.get()) != ARCHIVE_OK ||
         (member.kind == MemberKind::kFile && !content_write(writer, path)))
