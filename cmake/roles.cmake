@@ -27,4 +27,7 @@ function(install_roles executable)
     file(CREATE_LINK ${target} ${links}/${kind}/${role} SYMBOLIC)
     install(FILES ${links}/${kind}/${role} DESTINATION ${${kind}_dir})
   endforeach()
+  # The upgrade calls this one by a path of its own.
+  file(CREATE_LINK ../../${CMAKE_INSTALL_LIBEXECDIR}/norv/norv ${links}/norvcodesign SYMBOLIC)
+  install(FILES ${links}/norvcodesign DESTINATION norv/bin)
 endfunction()

@@ -25,10 +25,11 @@ WORK = SOURCE / "build/lab"
 # The guest has one folder of programs, as Debian has: these names lead into usr.
 _MERGED = ("bin", "sbin", "lib", "lib64")
 _HOST_LIBRARIES = (Path("/lib/x86_64-linux-gnu"), Path("/usr/lib/x86_64-linux-gnu"), Path("/lib64"))
-# Opened late by name, so that no executable's list of libraries tells of them.
-_LATE_LIBRARIES = ("libcurl.so.4",)
+# Opened late by name, so that no executable's list of libraries tells of them; or large, and so kept in the lower part.
+_LATE_LIBRARIES = ("libcurl.so.4", "libarchive.so.13")
 _LOADER = "ld-linux-x86-64.so.2"
 _LIBRARY_DIR = "usr/lib/x86_64-linux-gnu"
+_SYSTEM_KEY = "0.pem"  # the key of a whole system's patches, as the builder of patches names it
 
 
 @dataclass(frozen=True)
@@ -70,7 +71,7 @@ def _compile(build_dir: Path) -> None:
     if not (build_dir / "CMakeCache.txt").exists():
         tool("cmake", "--preset", "release", "-S", str(SOURCE), "-B", str(build_dir))
     around = [f"platform/{path.parent.name}/all" for path in (SOURCE / "platform").glob("*/CMakeLists.txt")]
-    tool("cmake", "--build", str(build_dir), "--target", "norv", "tools/norv-plan/all", *around)
+    tool("cmake", "--build", str(build_dir), "--target", "norv", "norv-patch", "tools/norv-plan/all", *around)
 
 
 def _base(kernel: Kernel) -> tuple[Path, set[str]]:
@@ -116,6 +117,10 @@ def _root(root: Path, build_dir: Path, kernel: Kernel) -> None:
             raise LabError(f"the build in {build_dir} could not be installed:\n{done.stderr}")
     if (SOURCE / "web").is_dir():
         shutil.copytree(SOURCE / "web", root / "usr/share/norv/web", dirs_exist_ok=True)
+    keys = root / "usr/norv/etc/codesign"
+    keys.mkdir(parents=True)
+    tool(str(build_dir / "tools/norv-patch/norv-patch"), "keys", "--keys", str(build_dir / "keys"))
+    shutil.copy2(build_dir / "keys" / _SYSTEM_KEY, keys)
     programs = root / "usr/libexec/lab"
     programs.mkdir(parents=True, exist_ok=True)
     for name in ("agent", "logger"):
