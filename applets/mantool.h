@@ -1,9 +1,53 @@
-// Commands of the factory tool that are units of their own. They take the process's arguments.
+// Commands of the factory tool. They take the process's arguments, print their answer on standard output and return 0;
+// -1 when something failed or was wrong, which they say there too.
 #pragma once
+
+#include <cstdint>
 
 // Prints the tool's usage text.
 void mantool_usage_print();
+// The same for wrong arguments. Returns -1.
+int mantool_usage_error();
+
+// Reads a number: hexadecimal behind "0x" or "0X", else decimal. False when something else is left, or it does not fit.
+[[nodiscard]] bool ParseNumber(const char *text, uint32_t *value);
 
 // Sets the system's clock and the board's to a local date and time, "yyyy/mm/dd" and "hh:mm:ss", and prints what the
-// board then tells. Says on standard output what is wrong. Returns 0; -1.
+// board then tells.
 int SetTimeCommand(int argc, char *argv[]);
+
+// The board.
+int man_byte_write(int argc, char *argv[]);
+int man_byte_read(int argc, char *argv[]);
+int man_gpio_write(int argc, char *argv[]);
+int man_gpio_read(int argc, char *argv[]);
+int man_memory_write(int argc, char *argv[]);
+int man_memory_read(int argc, char *argv[]);
+int man_uart_write(int argc, char *argv[]);
+int man_button_test(int argc, char *argv[]);
+int man_rtc_get(int argc, char *argv[]);
+int man_temperature(int argc, char *argv[]);
+int man_disk_fault_led(int argc, char *argv[]);
+int man_led_mask_on(int argc, char *argv[]);
+
+// Power-on schedules and wake-on-LAN.
+int man_auto_poweron_enable(int argc, char *argv[]);
+int man_auto_poweron_disable(int argc, char *argv[]);
+int man_auto_poweron_get(int argc, char *argv[]);
+int man_wol_enable(int argc, char *argv[]);
+int man_wol_disable(int argc, char *argv[]);
+int man_wol_get(int argc, char *argv[]);
+
+// The factory's record.
+int man_mac_get(int argc, char *argv[]);
+int man_mac_set(int argc, char *argv[]);
+int man_sn_get(int argc, char *argv[]);
+int man_sn_set(int argc, char *argv[]);
+int man_vender_version_get(int argc, char *argv[]);
+int man_custom_sn_set(int argc, char *argv[]);
+int man_test_flag_init(int argc, char *argv[]);
+int man_test_flag_reset(int argc, char *argv[]);
+int man_test_flag_list(int argc, char *argv[]);
+int man_test_flag_help(int argc, char *argv[]);
+int man_test_flag_set(int argc, char *argv[]);
+int man_test_flag_get(int argc, char *argv[]);

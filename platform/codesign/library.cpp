@@ -8,7 +8,6 @@
 #define CODESIGN_KEY_FOLDER "/usr/norv/etc/codesign"
 #endif
 
-using codesign::ArchiveError;
 using codesign::SignedArchive;
 
 struct TreeSign {

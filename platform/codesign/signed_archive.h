@@ -77,7 +77,7 @@ enum ExtractFlag : int { kExtractModes = 1, kExtractReplace = 4 };
 
 // Extracts members into the archive's folder; `wanted` NULL: all, else NULL-ended names. A member that is not what the
 // manifest says does not stay. Returns an ArchiveError.
-[[nodiscard]] int32_t archive_extract(SignedArchive *archive, const char *const *wanted, int flags);
+[[nodiscard]] int32_t archive_extract(SignedArchive *from, const char *const *wanted, int flags);
 
 // Whether a file is a tar: its first block has the mark of one.
 [[nodiscard]] bool file_is_tar(const char *path);
