@@ -19,7 +19,7 @@ class Status(Scenario):
         told = json.loads(machine.must("cat /tmp/disk_sysinfo"))
         self.assertEqual(told, {"model": "NS0400", "version": "7.2-sample", "build_num": 64570, "admin_port": 5000})
 
-        # Rows leave the disks as they found them, but the last one.
+        # Each change is undone behind its row.
         for change, back, word in (
             ("touch .restore_to_default .system_crashed", "rm .restore_to_default .system_crashed", "not_install"),
             ("touch .system_crashed", "rm .system_crashed", "sys_crash"),
