@@ -1,0 +1,182 @@
+// What people are told of the packet: the documentation, and the dissector on captures written here.
+#include <gtest/gtest.h>
+#include <sodium.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "build_paths.h"
+#include "tests/findhost/packet_bytes.h"
+#include "tests/platform/run_program.h"
+#include "tests/support/scratch_dir.h"
+
+namespace
+{
+
+constexpr char kDissector[] = NORV_SOURCE_DIR "/tools/wireshark/norvfind.lua", kTshark[] = "/usr/bin/tshark";
+
+std::string file_text(const char *path)
+{
+    return run_program({"/bin/cat", path}).out;
+}
+
+TEST(Discovery, TablesOfTagsAreTheParsersOwn)
+{
+    struct Row {
+        const char *tag, *name, *kind;
+        int longest;
+        bool is_read;
+        const char *sent, *meaning;
+    };
+#define FHOST_TAG(tag, name, kind, max_bytes, seen_bit, place, sent, meaning)                                          \
+    {#tag, #name, #kind, max_bytes, std::string_view(#place) != "FHOST_SKIPPED", sent, meaning},
+    static constexpr Row kRows[] = {
+#include "findhost/tags.def"
+    };
+#undef FHOST_TAG
+    std::string in_document, in_dissector;
+    for (const Row &row : kRows) {
+        const std::string longest = std::to_string(row.longest), tag = row.tag, name = row.name, meaning = row.meaning;
+        const std::string kind = row.kind == std::string("kText") ? "text"
+                                 : row.kind[1] == 'U'             ? "u" + std::to_string(row.longest * 8)
+                                                                  : "IPv4";
+        in_document += "| " + tag + " | `" + name + "` | " + kind + (kind == "text" ? " " + longest : "") + " | " +
+                       (row.is_read ? "yes" : "") + " | " + row.sent + " | " + meaning + " |\n";
+        in_dissector +=
+            "    [" + tag + "] = { \"" + name + "\", \"" + kind + "\", " + longest + ", \"" + meaning + "\" },\n";
+    }
+    const std::string document = file_text(NORV_SOURCE_DIR "/docs/discovery.md");
+    EXPECT_NE(document.find("|---|\n" + in_document + "\n"), std::string::npos) << "run scripts/tag-tables";
+    EXPECT_NE(file_text(kDissector).find("{\n" + in_dissector + "}\n"), std::string::npos) << "run scripts/tag-tables";
+
+    std::string digits; // of the query that the document shows
+    for (const char byte : plain(base(1))) {
+        char text[4];
+        snprintf(text, sizeof(text), "%02x ", static_cast<uint8_t>(byte));
+        digits += text + std::string(digits.size() == 21 || digits.size() == 40 ? " " : "");
+    }
+    EXPECT_NE(document.find(digits.substr(0, digits.size() - 1) + "\n"), std::string::npos) << digits;
+}
+
+std::string big_endian(size_t value)
+{
+    return {static_cast<char>(value >> 8), static_cast<char>(value)};
+}
+
+std::string little_endian(size_t value)
+{
+    return number(0, value).substr(2);
+}
+
+// A capture of Ethernet frames (pcap 2.4), each with one datagram from port 1234.
+struct Capture {
+    std::string bytes = std::string("\xd4\xc3\xb2\xa1\x02\0\x04\0\0\0\0\0\0\0\0\0\xff\xff\0\0\x01\0\0\0", 24);
+
+    void add(const std::string &payload, int port)
+    {
+        using namespace std::string_literals;
+        const std::string udp =
+            "\x04\xd2" + big_endian(static_cast<size_t>(port)) + big_endian(payload.size() + 8) + "\0\0"s + payload;
+        const std::string frame = "\xff\xff\xff\xff\xff\xff\x02\0\0\0\0\0\x08\0\x45\0"s + big_endian(udp.size() + 20) +
+                                  "\0\xf2\0\0\x40\x11\0\0\x01\x01\x01\x01\xff\xff\xff\xff"s + udp;
+        bytes += std::string(8, '\0') + little_endian(frame.size()) + little_endian(frame.size()) + frame;
+    }
+};
+
+std::string hex(const uint8_t *key)
+{
+    char text[65];
+    return sodium_bin2hex(text, sizeof(text), key, 32);
+}
+
+struct Pair {
+    uint8_t public_key[32], secret_key[32];
+    Pair() { crypto_box_keypair(public_key, secret_key); }
+
+    [[nodiscard]] std::string seal(const std::string &packet) const
+    {
+        std::string bytes(packet.size() + 48, '\0');
+        EXPECT_EQ(
+            crypto_box_seal(reinterpret_cast<uint8_t *>(bytes.data()), bytes_of(packet), packet.size(), public_key), 0);
+        return "\x12\x34\x55\x66NORV" + bytes;
+    }
+};
+
+TEST(Discovery, DissectorShowsPacketsAndOpensSealedOnes)
+{
+    if (access(kTshark, X_OK) != 0)
+        GTEST_SKIP() << "no " << kTshark << ": the dissector was not run";
+    struct Packet {
+        std::string datagram;
+        std::string shown; // info, type, host name, address, bits, client, expert messages
+        int port = 9999;
+    };
+    const Pair client, appliance, stranger;
+    const std::string cut = "Element runs past the end", mac = element(0x7c, "02:cc:00:00:00:01");
+    std::vector<Packet> packets = {
+        {plain(base(1)), "Query|1|||||"},
+        {plain(base(18) + number(0x12, 0x0400000a)), "Ready|18||10.0.0.4|||", 9998},
+        {plain(base(6) + element(0x11, "nas") + number(0xb0, 0x8000000000000040, 8) + mac + element(0x19, "")),
+         "Reply|6|nas||0x8000000000000040|02:cc:00:00:00:01|", 9997},
+        {plain(base(77) + element(0x99, "abc") + number(0x01, 3, 2)), "Type 77|77|||||Number of another width"},
+        {plain(base(3) + element(0x11, std::string(33, 'h'))),
+         "Network setting|3|" + std::string(33, 'h') + "||||Text longer than is taken"},
+        {plain("\x11"), "No type||||||" + cut + ""},
+        {plain(base(11) + "\x11\x02x"), "Run script|11|||||" + cut + ""},
+        {client.seal("no packet"), "Sealed||||||What was sealed is no plain packet"},
+        {client.seal(""), "Sealed||||||What was sealed is no plain packet"},
+        {stranger.seal(plain(base(6))), "Sealed||||||"},
+        {client.seal(plain(base(6))).substr(0, 55), "Sealed||||||" + cut + ""},
+        {std::string("\x12\x34\x56\x78NORW\x01\x04", 10), "1234 \xe2\x86\x92 9999 Len=10||||||"},
+    };
+    std::string many;
+    for (int i = 0; i < 63; i++)
+        many += element(0x99, "");
+    packets.push_back(
+        {plain(base(4) + many), "Quick configuration|4|||||More than 64 elements: nobody takes this packet"});
+    // Around the ends of blocks of 16 and of 64 bytes, and the longest; each under a fresh key.
+    for (const size_t length : {6U, 7U, 8U, 54U, 55U, 56U})
+        packets.push_back({(length % 2 == 0 ? client : appliance)
+                               .seal(plain(base(6) + element(0x2a, std::string(length, 'b')) + mac)),
+                           "Sealed Reply|6||||02:cc:00:00:00:01|"});
+    const std::string blob = element(0x2a, std::string(255, 'b'));
+    packets.push_back({appliance.seal(plain(base(1) + blob + blob + blob + element(0x2a, std::string(155, 'c')) + mac)),
+                       "Sealed Query|1||||02:cc:00:00:00:01|"});
+    ASSERT_EQ(packets.back().datagram.size(), 1023U);
+    for (const size_t at : {8U, 40U, 55U, 56U, 70U}) { // one bit of key, authenticator or text
+        packets.push_back({client.seal(plain(base(6))), "Sealed||||||"});
+        packets.back().datagram[at] = static_cast<char>(packets.back().datagram[at] ^ 1);
+    }
+
+    Capture capture;
+    std::string expected;
+    for (const Packet &packet : packets) {
+        capture.add(packet.datagram, packet.port);
+        expected += packet.shown + "\n";
+    }
+    const ScratchDir folder;
+    const std::string path = folder.write("capture.pcap", capture.bytes);
+    std::vector<std::string> words = {"/usr/bin/env",
+                                      "LC_ALL=C.UTF-8",
+                                      "HOME=" + folder.path(),
+                                      kTshark,
+                                      "-X",
+                                      std::string("lua_script:") + kDissector,
+                                      "-o",
+                                      "norvfind.keys:" + hex(client.secret_key) + " " + hex(appliance.secret_key),
+                                      "-r",
+                                      path,
+                                      "-T",
+                                      "fields",
+                                      "-E",
+                                      "separator=|"};
+    for (const char *field : {"_ws.col.Info", "norvfind.ptype", "norvfind.hostname", "norvfind.ip", "norvfind.caps1",
+                              "norvfind.pc_mac", "_ws.expert.message"})
+        words.insert(words.end(), {"-e", field});
+    std::string out = run_program(words).out;
+    for (size_t at; (at = out.find("Running as user")) != std::string::npos;) // a word to root
+        out.erase(at, out.find('\n', at) + 1 - at);
+    EXPECT_EQ(out, expected);
+}
+
+} // namespace
