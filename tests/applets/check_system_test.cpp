@@ -176,6 +176,7 @@ TEST(CheckSystem, Outcomes)
              box.file("/proc/cmdline", "root=/dev/md0 root=/dev/none");
              box.device("/dev/md0", 3 << 20);
              box.request({.device = "/dev/md0", .request = 0x80480911, .bytes = std::string(72, '\1')});
+             box.file("/sys/block/md0/md/array_state", "clean\n");
              for (const char *member : {"sda1", "sdb1"}) {
                  box.file(std::string("/sys/block/md0/md/dev-") + member + "/state", "in_sync\n");
                  box.file(std::string("/sys/block/md0/md/dev-") + member + "/slot", "0\n");
