@@ -7,5 +7,5 @@ int norvcheckpartition_main(int argc, char *argv[])
     if (argc < 2)
         return partition_system_version(conf_supportraid());
     PartitionLayout layout;
-    return partition_system_layout(argv[1], &layout) == 1 ? layout.version : 0;
+    return GetPartitionLayout(argv[1], &layout) == 1 ? layout.version : 0;
 }

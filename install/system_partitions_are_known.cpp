@@ -12,7 +12,7 @@
 static bool single_disk_is_known()
 {
     PartitionLayout layout;
-    return partition_system_layout("sda", &layout) == 1 && layout.blRaidType == 0 &&
+    return GetPartitionLayout("sda", &layout) == 1 && layout.blRaidType == 0 &&
            (layout.version == 2 || layout.version > 5);
 }
 
@@ -21,7 +21,7 @@ static bool disk_is_known(const char *disk)
     char path[64];
     snprintf(path, sizeof(path), "/dev/%s", disk);
     PartitionLayout layout;
-    if (partition_system_layout(disk, &layout) != 1) {
+    if (GetPartitionLayout(disk, &layout) != 1) {
         NORV_LOG(LOG_ERR, "Dev: %s, DiskPath: %s, Partition version: %s", disk, path, "[not norv partition]");
         return false;
     }

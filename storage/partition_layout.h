@@ -63,7 +63,7 @@ inline constexpr int kPartitionVersionMax = 9;
 // The layout of a disk; on a model that boots from eMMC that of partitions 1, 3 and 4 of the first disk, whatever the
 // disk.
 // Returns 1; 0 when it is unknown.
-[[nodiscard]] int partition_system_layout(const char *disk, PartitionLayout *layout);
+[[nodiscard]] int GetPartitionLayout(const char *disk, PartitionLayout *layout);
 // The layout version of the installed system: of the members of its array with `raid`, else of the first disk; 1 on the
 // platform with fixed built-in storage. 0 when it is unknown.
 [[nodiscard]] int partition_system_version(bool raid);

@@ -23,7 +23,7 @@ static bool extent_fits(const PartitionExtent &found, const PartitionExtent &wan
     return found == wanted || (wanted.start == kPartitionToTheEnd && found.fsId == wanted.fsId);
 }
 
-int partition_system_layout(const char *disk, PartitionLayout *layout)
+int GetPartitionLayout(const char *disk, PartitionLayout *layout)
 {
     if (!NLIBCConfIsYes("support_emmc_boot"))
         return partition_check_layout(disk, layout, nullptr) == 1 ? 1 : 0;
@@ -55,11 +55,11 @@ int partition_system_version(bool raid)
         return partition_hd_series_check() ? 1 : 0;
     PartitionLayout layout = {};
     if (!raid)
-        return partition_system_layout(kFirstDisk, &layout) == 1 ? layout.version : 0;
+        return GetPartitionLayout(kFirstDisk, &layout) == 1 ? layout.version : 0;
     UniqueList disks(NLIBCSzListAlloc(kListBytes));
     const int members = disks ? partition_system_members(0, disks.address()) : -1;
     for (int i = 0; i < members; i++)
-        if (partition_system_layout(disks.get()->items[i], &layout) != 1)
+        if (GetPartitionLayout(disks.get()->items[i], &layout) != 1)
             return 0;
     return layout.version;
 }
