@@ -16,22 +16,18 @@ static constexpr size_t kProcessesMax = 256;
 namespace
 {
 
-// Whether the line holds the words, not a longer word that begins with them: eth1 is not eth10.
-bool line_has(std::string_view line, std::string_view words)
+// Whether the line runs the command: it holds these words, not a longer word that begins with them (eth1 is not eth10),
+// and nowhere as what a search looks for.
+bool line_runs(std::string_view line, std::string_view command)
 {
-    for (size_t at = line.find(words); at != line.npos; at = line.find(words, at + 1))
-        if (at + words.size() == line.size() || text_is_white(line[at + words.size()]))
-            return true;
-    return false;
-}
-
-bool line_is_search(std::string_view line, std::string_view words)
-{
-    const size_t at = line.find("grep ");
-    if (at == line.npos)
-        return false;
-    line.remove_prefix(at + sizeof("grep ") - 1);
-    return line.starts_with(words) || (line.starts_with('\'') && line.substr(1).starts_with(words));
+    bool is_found = false;
+    for (size_t at = line.find(command); at != line.npos; at = line.find(command, at + 1)) {
+        const std::string_view before = line.substr(0, at), behind = line.substr(at + command.size());
+        if (before.ends_with("grep ") || before.ends_with("grep '"))
+            return false;
+        is_found = is_found || behind.empty() || text_is_white(behind[0]);
+    }
+    return is_found;
 }
 
 // The number that a line begins with; 0 when it is none, or that of init, which is nobody's to kill.
@@ -65,7 +61,7 @@ int net_process_scan(std::string_view output, std::string_view command, std::spa
     while (!output.empty() && count < found.size()) {
         const std::string_view line = line_next(&output);
         const pid_t id = process_id(line);
-        if (id > 0 && line_has(line, command) && !line_is_search(line, command))
+        if (id > 0 && line_runs(line, command))
             found[count++] = id;
     }
     return static_cast<int>(count);

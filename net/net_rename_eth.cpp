@@ -42,7 +42,7 @@ int net_rename_eth(const char *old_name, const char *new_name)
         NORV_LOG(LOG_ERR, "%s is already exist, can't rename to it", new_name);
         return fail(kErrNetwork);
     }
-    if (NetIsIfUp(old_name) == 1) {
+    if (NetIsIfUp(request.ifr_name) == 1) {
         NORV_LOG(LOG_ERR, "%s is up, please down it before rename", old_name);
         return fail(kErrNetwork);
     }

@@ -44,6 +44,7 @@ int NORVJNetGetDNS(char *text, size_t size)
 
 int NORVJNetSetDNS(const char *text)
 {
+    const UniqueFileName copy(kResolvNewPath); // goes on every way out, also one that an earlier run left
     in6_addr address;
     if (text == nullptr || (inet_pton(AF_INET, text, &address) != 1 && inet_pton(AF_INET6, text, &address) != 1)) {
         NORV_LOG(LOG_ERR, "FALSE != checkDNSIp(szDNS)");
@@ -52,7 +53,6 @@ int NORVJNetSetDNS(const char *text)
     const NetFilesLock lock(kNetWriteLockWord);
     if (!lock.held())
         return -1;
-    const UniqueFileName copy(kResolvNewPath);
     UniqueFile file(fopen(kResolvNewPath, "we"));
     if (!file)
         return fail(kErrOpen);

@@ -23,7 +23,7 @@ int net_gateway_read(FILE *file, char *text, size_t size)
         int references = 0, uses = 0, metric = 0, mtu = 0, window = 0, irtt = 0;
         if (sscanf(line, "%63s%lx%lx%X%d%d%d%lx%d%d%d", interface, &destination, &gateway, &flags, &references, &uses,
                    &metric, &mask, &mtu, &window, &irtt) != kRouteFields) {
-            syslog(LOG_ERR, "%s (%d) Unknow kernel routing table format, errno=[%s/%d]", __FILE_NAME__, __LINE__,
+            syslog(LOG_ERR, "%s (%d) Unknow kernel routing table format, errno=[%s/%d]", "NORVJNetGetGateway", __LINE__,
                    strerror(errno), errno);
             return fail(kErrBadFormat);
         }

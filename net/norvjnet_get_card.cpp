@@ -11,7 +11,7 @@ static const NET_IF_INFO *interface_find(const NET_IF_INFO *table, int count, in
     if (ip == nullptr)
         return index < count ? &table[index] : nullptr;
     for (int i = 0; i < count; i++)
-        if (strcmp(table[i].szIP, ip) == 0)
+        if (table[i].szIP[0] != '\0' && strcmp(table[i].szIP, ip) == 0)
             return &table[i];
     return nullptr;
 }

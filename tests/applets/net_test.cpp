@@ -70,6 +70,7 @@ TEST(NetCard, ReadsStaticAndLeasedAddresses)
     EXPECT_EQ(box.call_net({"card", "3"}), "/0// 0");
     EXPECT_EQ(box.call_net({"card", "32"}).substr(4), " -1");
     EXPECT_EQ(box.call_net({"card", "10.1.2.3"}), "/0// 0"); // what counts is what the interface holds now
+    EXPECT_EQ(box.call_net({"card", ""}), "/0// 0");         // nobody holds no address
     EXPECT_EQ(box.record().count("sleep 1"), 0);
     box.remove("/etc/dhcpc/dhcpcd-eth1.info");
     EXPECT_EQ(box.call_net({"card", "1"}), "eth1/0// -1");
@@ -184,9 +185,12 @@ TEST(NetNames, DnsAndGateway)
     EXPECT_EQ(box.read_file("/etc/resolv.conf"), "nameserver\tfe80::1\n");
     EXPECT_EQ(box.call_net({"dns"}), "fe80::1 0");
     box.call({.call = "rename", .error = EIO});
-    EXPECT_EQ(box.call_net({"dns_set", "10.0.0.1"}), "-1");
-    EXPECT_FALSE(box.exists("/etc/resolv.conf.static.tmp"));
-    EXPECT_EQ(box.record().count("log err * FALSE != checkDNSIp(szDNS)"), 2);
+    for (const char *text : {"10.0.0.1", "10.0.0.256"}) {
+        box.file("/etc/resolv.conf.static.tmp", "from an earlier run\n");
+        EXPECT_EQ(box.call_net({"dns_set", text}), "-1");
+        EXPECT_FALSE(box.exists("/etc/resolv.conf.static.tmp"));
+    }
+    EXPECT_EQ(box.record().count("log err * FALSE != checkDNSIp(szDNS)"), 3);
 
     EXPECT_EQ(box.call_net({"gateway"}), " 0");
     box.program(
@@ -366,6 +370,20 @@ TEST(NetSeqAdjust, PortsFollowTheLabels)
         {"wlan is no port", "1", "", "wlan0=01.0/01:00.0 eth1=02.0/02:00.0 ", "wlan0 eth0 "},
         {"out-of-band port", "2", "support_oob_ctl=yes\nunique=norv_x86_oob1\noob_interface=oob0\n",
          "eth0=1c.2/09:00.0 eth1=1d.0/0a:00.0 ", "oob0 eth0 "},
+        {"too many built in, then a card",
+         "1",
+         "",
+         std::string(kTwo) + "eth2=03.0/03:00.0 ",
+         "eth0 eth1 eth2 ",
+         "log err * Error internal NIC devices 2 does not equal to internal NIC number 1*",
+         {nullptr, "[pci]\na=0000:00:03.0\n"}},
+        {"cards on listed ports",
+         "1",
+         "",
+         "eth0=01.0/02:00.0 eth1=01.0/01:00.1 eth2=03.0/03:00.0 eth3=04.0/04:00.0 ",
+         "eth3 eth2 eth1 eth0 ",
+         "*",
+         {"0000:00:03.0\r\n\n  0000:00:01.0\n", "[other]\nx=0000:00:04.0\n[pci]\na=0000:00:01.0\nb=0000:00:03.0\n"}},
         {"spare name is taken", "2", "netif_seq=1 0\n", kTwo + std::string("eth5= "), "eth0 eth1 eth5 ",
          "log err * failed to rename eth1 to eth5*"},
     };

@@ -1,5 +1,6 @@
 // Makes one call of the network library and shows what came of it: `net_calls CALL ARGUMENT ...` prints the result and
 // the texts that were returned, each behind a blank. It stands in a box, where such calls can do no harm.
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,7 +27,7 @@ int list(char *argv[])
 int card(char *argv[])
 {
     NORV_CARD card;
-    const bool by_index = strchr(argv[0], '.') == nullptr;
+    const bool by_index = isdigit(static_cast<unsigned char>(argv[0][0])) != 0 && strchr(argv[0], '.') == nullptr;
     const int result = NORVJNetGetCard1(atoi(argv[0]), by_index ? nullptr : argv[0], &card);
     printf("%s/%d/%s/%s ", card.szName, card.nMode, card.szIP, card.szMask);
     return result;

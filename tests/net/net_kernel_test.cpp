@@ -110,7 +110,8 @@ TEST(NetKernel, MembersOfABondAndTheBondItself)
 TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
 {
     const Outcome outcome = in_own_network("", "", [](BoxLinks &links) {
-        ASSERT_TRUE(links.wire("eth0", "tap0") && links.wire("eth1", "tap1") && links.set("eth1", true));
+        ASSERT_TRUE(links.wire("eth0", "tap0") && links.wire("eth1", "fifteen-letters"));
+        ASSERT_TRUE(links.set("eth1", true) && links.set("fifteen-letters", true));
         const int eth0 = links.index("eth0");
         EXPECT_EQ(NetIsIfUp("eth0"), 0);
         EXPECT_EQ(NetIsIfUp("eth1"), 1);
@@ -126,6 +127,7 @@ TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
             {"eth7", "seventeen-letters", -1},
             {"seventeen-letters", "eth8", -1},
             {"sixteen-letters-", "eth8", -1},
+            {"fifteen-letters-", "eth8", -1}, // is up, as the kernel takes the name
             {"eth7", "a/b", -1},
             {nullptr, "eth8", -1},
             {"eth7", nullptr, -1},

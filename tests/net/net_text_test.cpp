@@ -117,6 +117,7 @@ TEST(NetProcessScan, ClientsOfOneInterface)
                                       "   13 root /sbin/udhcpc -i eth10 -p x\n"
                                       "   14 root /bin/grep /sbin/udhcpc -i eth1\n"
                                       "   15 root sh -c /bin/ps -Iwww | /bin/grep '/sbin/udhcpc -i eth1' > /tmp/x\n"
+                                      "   16 root sh -c grep x y | grep '/sbin/udhcpc -i eth1' # /sbin/udhcpc -i eth1\n"
                                       "    1 root /sbin/udhcpc -i eth1\n"
                                       "   -1 root /sbin/udhcpc -i eth1\n"
                                       "4294967295 root /sbin/udhcpc -i eth1\n"
