@@ -10,11 +10,14 @@
 #include "storage/disk_format_type.h"
 #include "storage/partition.h"
 
-static pid_t child_start(const DiskWork &task, int index)
+// `mask`: signals that the programs of the work are to have blocked.
+static pid_t child_start(const DiskWork &task, int index, const sigset_t &mask)
 {
     const pid_t pid = NLIBCFork(kForkNullStreams | kForkCloseAll);
-    if (pid == 0)
+    if (pid == 0) {
+        sigprocmask(SIG_SETMASK, &mask, nullptr);
         _exit(task.work(task, index));
+    }
     if (pid < 0)
         NORV_LOG(LOG_ERR, "Failed to fork.");
     return pid;
@@ -43,7 +46,7 @@ int disks_work(const DiskWork &task, int *results)
         return fail(kErrOutOfMemory);
     const SigchldHold hold;
     for (int i = 0; i < count; i++)
-        pids.get()[i] = task.chosen == nullptr || task.chosen(task, i) ? child_start(task, i) : -1;
+        pids.get()[i] = task.chosen == nullptr || task.chosen(task, i) ? child_start(task, i, hold.mask_before()) : -1;
     for (int i = 0; i < count; i++)
         if (pids.get()[i] > 0)
             child_collect(pids.get()[i], task.disks->items[i], &results[i]);

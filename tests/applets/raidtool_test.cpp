@@ -474,6 +474,18 @@ TEST(Raidtool, DisksAreAskedAtTheSameTimeAndACrashLeavesADiskAlone)
     EXPECT_NE(box.shell().find("-f -n4 /dev/sdb1 "), std::string::npos);
 }
 
+// A program of theirs that waits for its own children would wait for ever with the signal blocked.
+TEST(Raidtool, ProgramsOfTheChildrenHearOfTheirOwn)
+{
+    Machine box;
+    box.disk("sda");
+    box.host_file("/bin/plain_sh", "/bin/sh");
+    box.file("/sbin/sfdisk", "#!/bin/plain_sh\ntrap 'echo heard >/tmp/heard' CHLD\n(exit 0) &\nwait\n", 0755);
+    box.leaves({"/tmp/heard"});
+    EXPECT_EQ(box.run({"raidtool", "enumformatalldisks"}).out, "1 ");
+    EXPECT_EQ(box.read_file("/tmp/heard"), "heard\n");
+}
+
 TEST(Raidtool, NoChildLeavesADiskAlone)
 {
     Machine box;
