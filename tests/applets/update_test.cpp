@@ -18,6 +18,7 @@
 namespace
 {
 
+constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
 constexpr char kStatus[] = "/var/run/downloadNOS.status";
 constexpr char kPid[] = "/var/run/downloadNOS.pid";
 constexpr char kError[] = "/var/run/checkNewNOS.error";
@@ -39,12 +40,46 @@ const std::string kTold =
 // A machine whose feed lies on itself.
 void machine(Sandbox &box, const std::string &server = "file:///feed/rss.xml")
 {
-    box.file("/etc.defaults/norvinfo.conf", kModel + "rss_server_ssl=\"" + server + "\"\n");
+    box.file(kConf, kModel + "rss_server_ssl=\"" + server + "\"\n");
     box.file("/etc.defaults/VERSION", kVersion);
     box.file("/feed/rss.xml", feed(kLink));
     box.program("/sbin/sfdisk", {{.exit_status = 1}});
     box.file(kError, "");
     box.file(kChecksum, "");
+}
+
+using Change = std::function<void(Sandbox &)>;
+
+Change nothing()
+{
+    return [](Sandbox &) {};
+}
+Change file(const std::string &path, const std::string &content)
+{
+    return [=](Sandbox &box) { box.file(path, content); };
+}
+Change gone(const std::string &path)
+{
+    return [=](Sandbox &box) { box.remove(path); };
+}
+Change program(const std::string &path, const ProgramRow &row)
+{
+    return [=](Sandbox &box) { box.program(path, {row}); };
+}
+Change server_name(const std::string &name)
+{
+    return [=](Sandbox &box) { machine(box, name); };
+}
+
+// Somebody who locks a file until the end of the input.
+Process lock_holder(Sandbox &box, const char *path)
+{
+    box.host_program("/usr/bin/flock");
+    Process holder =
+        box.start({"/usr/bin/flock", "-x", path, "-c", "echo held; read line"}, {.input_open = true, .leaves = {path}});
+    while (holder.running() && holder.out() != "held\n")
+        usleep(1000);
+    return holder;
 }
 
 // A socket at 127.0.0.1:8080 of the box to which everybody can connect, and where nobody answers.
@@ -73,39 +108,26 @@ std::string request_received(int server)
 
 TEST(UpdateCheck, StateOfAnEarlierDownload)
 {
+    const std::string kHalf = "30 1000 /vol/a.pat https://h/a.pat", kWhole = "100 0 /vol/a.pat Link";
+    enum Outcome { kRemoved, kKept, kRefused };
     const struct {
         const char *what;
         std::string status, pid; // empty: no file
-        bool goes_on, stays;
-        std::vector<std::string> record{};
+        Outcome outcome;
+        const char *record = "";
     } kRows[] = {
-        {"none", "", "", true, false},
-        {"dead",
-         "30 1000 /vol/a.pat https://h/a.pat",
-         "99999",
-         true,
-         false,
-         {"log err *Percent = 30, Process = 1000, FilePath = /vol/a.pat, FileLink = https://h/a.pat*",
-          "log err *Invalid pid: 99999*"}},
-        {"no pid file", "30 1000 /vol/a.pat https://h/a.pat", "", true, false},
-        {"alive", "30 1000 /vol/a.pat https://h/a.pat", "1", true, true},
-        {"whole", "100 0 /vol/a.pat Link", "", true, true},
-        {"beyond two gigabytes", "30 3000000000 /vol/a.pat https://h/a.pat", "1", true, true},
-        {"pid 0", "30 1000 /vol/a.pat https://h/a.pat", "0", true, false, {"log err *Invalid pid: 0*"}},
-        {"no pid", "30 1000 /vol/a.pat https://h/a.pat", "x", true, false, {"log err *Invalid pid: 0*"}},
-        {"three fields",
-         "30 1000 /vol/a.pat",
-         "",
-         false,
-         true,
-         {"log err *Failed to get process status for /var/run/downloadNOS.status, ret = 3, errno = *"}},
-        {"percentage below 0",
-         "-1 1000 /vol/a.pat https://h/a.pat",
-         "",
-         false,
-         true,
-         {"log err *Invalid status value for /var/run/downloadNOS.status.*"}},
-        {"bytes below 0", "0 -1 /vol/a.pat https://h/a.pat", "1", false, true, {"log err *Invalid status value for *"}},
+        {"none", "", "", kRemoved},
+        {"dead", kHalf, "99999", kRemoved, "log err *Invalid pid: 99999*"},
+        {"no pid file", kHalf, "", kRemoved,
+         "log err *Percent = 30, Process = 1000, FilePath = /vol/a.pat, FileLink = *"},
+        {"pid 0", kHalf, "0", kRemoved, "log err *Invalid pid: 0*"},
+        {"no pid", kHalf, "x", kRemoved, "log err *Invalid pid: 0*"},
+        {"alive", kHalf, "1", kKept},
+        {"whole", kWhole, "", kKept},
+        {"beyond two gigabytes", "30 3000000000 /vol/a.pat https://h/a.pat", "1", kKept},
+        {"three fields", "30 1000 /vol/a.pat", "", kRefused, "log err *Failed to get process status for *, ret = 3, *"},
+        {"percentage below 0", "-1 1 /vol/a.pat Link", "", kRefused, "log err *Invalid status value for *.status.*"},
+        {"bytes below 0", "0 -1 /vol/a.pat Link", "1", kRefused, "log err *Invalid status value for *"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -116,15 +138,13 @@ TEST(UpdateCheck, StateOfAnEarlierDownload)
         if (!row.pid.empty())
             box.file(kPid, row.pid);
         const Result result = box.run({"norvupgrade", "--check"}, {.env = {"QUERY_STRING="}});
-        EXPECT_EQ(result.exit_status, row.goes_on ? 0 : 255);
-        EXPECT_EQ(result.out == kTold, row.goes_on);
-        std::vector<std::string> record = row.record;
-        if (!row.goes_on)
-            record.emplace_back("log err *Fail in UpdateDownloadStatus*");
-        EXPECT_TRUE(result.record.in_order(record));
-        EXPECT_EQ(box.exists(kStatus), row.stays);
-        EXPECT_EQ(box.exists(kChecksum), row.stays);
-        EXPECT_EQ(box.exists(kError), !row.goes_on);
+        EXPECT_EQ(result.exit_status, row.outcome == kRefused ? 255 : 0);
+        EXPECT_EQ(result.out == kTold, row.outcome != kRefused);
+        EXPECT_EQ(result.record.count("log err *Fail in UpdateDownloadStatus*"), row.outcome == kRefused ? 1 : 0);
+        EXPECT_TRUE(*row.record == '\0' || result.record.in_order({row.record}));
+        EXPECT_EQ(box.exists(kStatus), row.outcome != kRemoved);
+        EXPECT_EQ(box.exists(kChecksum), row.outcome != kRemoved);
+        EXPECT_EQ(box.exists(kError), row.outcome == kRefused);
     }
 }
 
@@ -133,11 +153,8 @@ TEST(UpdateCheck, StateIsLocked)
     Sandbox box;
     machine(box);
     box.file(kStatus, "100 0 /vol/a.pat Link");
-    box.host_program("/usr/bin/flock");
     box.compress_sleeps();
-    Process holder = box.start({"/usr/bin/flock", "-x", kStatus, "-c", "echo held; read line"}, {.input_open = true});
-    while (holder.running() && holder.out() != "held\n")
-        usleep(1000);
+    Process holder = lock_holder(box, kStatus);
     const Result result = box.run({"norvupgrade", "--check-reinstall"});
     holder.close_input();
     holder.wait();
@@ -184,18 +201,17 @@ TEST(UpdateCheck, QueryOverTls)
 {
     const struct {
         const char *option, *query;
-        std::function<void(Sandbox &)> change;
-        std::vector<std::string> record{};
+        Change change;
     } kRows[] = {
-        {"--check", "?root_partition_version=8", [](Sandbox &) {}, {"log err *Failed to get root partition version"}},
+        {"--check", "?root_partition_version=8", nothing()},
         {"--check", "?root_partition_version=9",
          [](Sandbox &box) {
              box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"},
                                           {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"}});
          }},
-        {"--check-reinstall", "?root_partition_version=8", [](Sandbox &) {}},
+        {"--check-reinstall", "?root_partition_version=8", nothing()},
         {"--check-migrate", "?root_partition_version=8&disk_version=25556",
-         [](Sandbox &box) { box.file("/tmp/root_info.cache", "nos_version=\"25556\"\n"); }},
+         file("/tmp/root_info.cache", "nos_version=\"25556\"\n")},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.query);
@@ -210,7 +226,6 @@ TEST(UpdateCheck, QueryOverTls)
         const Result result = box.run({"norvupgrade", row.option}, {.leaves = {"/tmp/root_info.cache*"}});
         EXPECT_EQ(result.exit_status, 0);
         EXPECT_EQ(result.out, kTold);
-        EXPECT_TRUE(result.record.in_order(row.record));
         box.file(kTrustedCertificates, "");
         const Result refused = box.run({"norvupgrade", row.option}, {.leaves = {"/tmp/root_info.cache*"}});
         EXPECT_EQ(refused.exit_status, 255);
@@ -246,69 +261,47 @@ TEST(UpdateCheck, DiskVersion)
 
 TEST(UpdateCheck, Faults)
 {
+    const std::string kOwn = "file:///feed/rss.xml";
+    constexpr bool kGood = true;
     const struct {
         const char *what;
-        std::function<void(Sandbox &)> change;
+        Change change;
         std::vector<std::string> record;
         bool is_good = false;
         std::vector<std::string> env{};
     } kRows[] = {
-        {"server name too long",
-         [](Sandbox &box) { machine(box, "file:///feed/rss.xml?" + std::string(4100, 'x')); },
-         {"log err *Get rss server value fail*", "log err *Check NEW NOS fail*"}},
+        {"server name too long", server_name(kOwn + "?" + std::string(4100, 'x')), {"*Get rss server value fail*"}},
         {"no room for the query",
-         [](Sandbox &box) { machine(box, "file:///feed/rss.xml?" + std::string(4060, 'x')); },
-         {"log err *string truncated, no enough space to ctore query string",
-          "log err *failed to append query string to URL",
-          "log err *unable to append query string of root partition version"},
-         true},
-        {"not even for a byte",
-         [](Sandbox &box) { machine(box, "file:///feed/rss.xml?" + std::string(4073, 'x')); },
-         {"log err *no enough space to store query string", "log err *failed to append query string to URL"},
-         true},
+         server_name(kOwn + "?" + std::string(4060, 'x')),
+         {"*string truncated, no enough space to ctore query string", "*failed to append query string to URL",
+          "*unable to append query string of root partition version"},
+         kGood},
         {"no layout",
-         [](Sandbox &box) {
-             box.file("/etc.defaults/norvinfo.conf", kModel + "support_buildin_storage=\"yes\"\nsupportraid=yes\n"
-                                                              "rss_server_ssl=\"file:///feed/rss.xml\"\n");
-         },
-         {"log err *Failed to get root partition version", "log err *Failed to get current junior partition version",
-          "log err *unable to append query string of root partition version"},
-         true},
-        {"no feed",
-         [](Sandbox &box) { box.remove("/feed/rss.xml"); },
-         {"log err *fail to perform curl, CURLcode returns 37", "log err *Check NEW NOS fail*"}},
-        {"nobody there",
-         [](Sandbox &box) { machine(box, "https://127.0.0.1:8443/"); },
-         {"log err *fail to perform curl, CURLcode returns 7", "log err *Check NEW NOS fail*"}},
-        {"the place that a product names",
-         [](Sandbox &box) { box.file("/etc.defaults/norvinfo.conf", kModel); },
-         {"log err *fail to perform curl, CURLcode returns 6", "log err *Check NEW NOS fail*"}},
+         file(kConf, kModel + "support_buildin_storage=yes\nsupportraid=yes\nrss_server_ssl=" + kOwn + "\n"),
+         {"*Failed to get root partition version", "*Failed to get current junior partition version",
+          "*unable to append query string of root partition version"},
+         kGood},
+        {"no feed", gone("/feed/rss.xml"), {"*fail to perform curl, CURLcode returns 37", "*Check NEW NOS fail*"}},
+        {"nobody there", server_name("https://127.0.0.1:8443/"), {"*CURLcode returns 7", "*Check NEW NOS fail*"}},
+        {"the product's server", file(kConf, kModel), {"*CURLcode returns 6", "*Check NEW NOS fail*"}},
         {"no library",
-         [](Sandbox &box) { box.file("/lib.bad/libcurl.so.4", "no library"); },
-         {"log err curl_library.cpp:* Failed to open libcurl.so.4: *", "log err *CURLcode returns 2",
-          "log err *Check NEW NOS fail*"},
-         false,
+         file("/lib.bad/libcurl.so.4", "no library"),
+         {"*Failed to open libcurl.so.4: *", "*CURLcode returns 2", "*Check NEW NOS fail*"},
+         !kGood,
          {"LD_LIBRARY_PATH=/lib.bad"}},
-        {"library in the process already",
-         [](Sandbox &) {},
-         {},
-         true,
-         {"LD_PRELOAD=/usr/lib/x86_64-linux-gnu/libcurl.so.4", "LD_LIBRARY_PATH=/lib.bad"}},
-        {"other model",
-         [](Sandbox &box) { box.file("/feed/rss.xml", "<mUnique>other</mUnique>\n"); },
-         {"log err *The RSS file parse fail*", "log err *No new NOS*"}},
+        {"other model", file("/feed/rss.xml", "<mUnique>other</mUnique>\n"), {"*RSS file parse fail*", "*No new NOS*"}},
         {"half a tag",
-         [](Sandbox &box) { box.file("/feed/rss.xml", "x\n<rss\n"); },
-         {"log err feed_parse.cpp:* can not find < in [x]*", "log err *No Tag Found*", "log err *can not find >*",
-          "log err *get tag from rss file fail*", "log err *The RSS file parse fail*", "log err *No new NOS*"}},
+         file("/feed/rss.xml", "x\n<rss\n"),
+         {"*can not find < in [x]*", "*No Tag Found*", "*can not find >*", "*get tag from rss file fail*",
+          "*The RSS file parse fail*"}},
         {"own version not whole",
-         [](Sandbox &box) { box.file("/etc.defaults/VERSION", "majorversion=7\n"); },
-         {"log err *Get minorversion value fail*", "log err *get local value fail*", "log err *No new NOS*"}},
+         file("/etc.defaults/VERSION", "majorversion=7\n"),
+         {"*Get minorversion value fail*", "*get local value fail*", "*No new NOS*"}},
         {"versions in the log",
-         [](Sandbox &) {},
-         {"log err *LocalMajor = 7, ServerMajor = 7*", "log err *Localminor = 1, Serverminor = 2*",
-          "log err *LocalInfo = 200, ServerInfo = 300*"},
-         true},
+         nothing(),
+         {"*LocalMajor = 7, ServerMajor = 7*", "*Localminor = 1, Serverminor = 2*",
+          "*LocalInfo = 200, ServerInfo = 300*"},
+         kGood},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -319,12 +312,8 @@ TEST(UpdateCheck, Faults)
             box.run({"norvupgrade", "--check-migrate"}, {.env = row.env, .leaves = {"/tmp/root_info.cache.lock"}});
         EXPECT_EQ(result.exit_status, row.is_good ? 0 : 255);
         EXPECT_TRUE(result.record.in_order(row.record));
-        if (row.is_good) {
-            EXPECT_EQ(result.out, kTold);
-            continue;
-        }
-        EXPECT_TRUE(result.out.starts_with("norvupgrade.cpp:")) << result.out;
-        EXPECT_TRUE(result.out.ends_with(" Check New NOS for [Migration] Fail.\n")) << result.out;
+        EXPECT_EQ(result.out == kTold, row.is_good) << result.out;
+        EXPECT_EQ(result.out.ends_with(" Check New NOS for [Migration] Fail.\n"), !row.is_good) << result.out;
     }
 }
 
@@ -361,84 +350,73 @@ void blank_machine(Sandbox &box, const std::string &server, const std::string &l
         box.host_program(program);
 }
 
+// What `progress` tells of one that fails on its way.
+constexpr char kNoFeed[] = "\n2 0 012 0 012 46 0", kNoPatch[] = "\n2 0 012 0 013 0 013 46 0",
+               kBadPatch[] = "\n2 0 012 0 013 0 05 0 05 13 0";
+
 TEST(UpdateAuto, Faults)
 {
+    const std::string kOwn = "file:///feed/a.pat", kMute = "http://127.0.0.1:8080/a.pat",
+                      kAt = std::string(kFile) + " ";
+    const std::string kWhole = feed(kOwn);
     const struct {
         const char *what, *steps;
         std::string status; // of the download, afterwards; empty: none
-        std::function<void(Sandbox &)> change;
+        Change change;
         std::vector<std::string> record;
-        const char *link = "file:///feed/a.pat";
+        std::string link = "file:///feed/a.pat";
     } kRows[] = {
         {"format",
-         "2 0 02 35 0",
+         "\n2 0 02 35 0",
          "",
-         [](Sandbox &box) { box.program("/usr/norv/sbin/installer.sh", {{.exit_status = 3}}); },
-         {"run /usr/norv/sbin/installer.sh -r -d", "log err download_and_install.cpp:* FormatPartition fail"}},
-        {"no feed",
-         "2 0 012 0 012 46 0",
-         "",
-         [](Sandbox &box) { box.remove("/feed/rss.xml"); },
-         {"run /usr/norv/sbin/installer.sh *", "log err *Check NEW NOS fail*"}},
+         program("/usr/norv/sbin/installer.sh", {.exit_status = 3}),
+         {"*FormatPartition fail"}},
+        {"no feed", kNoFeed, "", gone("/feed/rss.xml"), {"run /usr/norv/sbin/installer.sh *", "*Check NEW NOS fail*"}},
         {"feed ends early",
-         "2 0 012 0 013 0 013 46 0",
+         kNoPatch,
          "",
-         [](Sandbox &box) {
-             const std::string text = feed("");
-             box.file("/feed/rss.xml", text.substr(0, text.find("<mLink>")));
-         },
-         {"log err *Get out file path fail *"}},
-        {"link without a name",
-         "2 0 012 0 013 0 013 46 0",
-         "",
-         [](Sandbox &) {},
-         {"log err *Get out file path fail *"},
-         "https://127.0.0.1:8443/"},
-        {"patch missing",
-         "2 0 012 0 013 0 013 46 0",
-         std::string("0 0 ") + kFile + " file:///feed/a.pat",
-         [](Sandbox &box) { box.remove("/feed/a.pat"); },
-         {"log err url_fetch.cpp:* fail to perform curl, CURLcode returns 37"}},
+         file("/feed/rss.xml", kWhole.substr(0, kWhole.find("<mLink>"))),
+         {"*Get out file path fail *"}},
+        {"link without a name", kNoPatch, "", nothing(), {"*Get out file path fail *"}, "https://127.0.0.1:8443/"},
         {"no patch",
-         "2 0 012 0 013 0 05 0 05 13 0",
-         std::string("100 5 ") + kFile + " file:///feed/a.pat",
-         [](Sandbox &) {},
-         {"run /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat", "log err *Extraction failed *"}},
+         kNoPatch,
+         "0 0 " + kAt + kOwn,
+         gone("/feed/a.pat"),
+         {"*fail to perform curl, CURLcode returns 37"}},
+        {"server mute",
+         kNoPatch,
+         "0 0 " + kAt + kMute,
+         [](Sandbox &box) { box.compress_sleeps(100); },
+         {"*CURLcode returns 28"},
+         kMute},
         {"a download runs",
-         "2 0 012 0 013 0 013 46 0",
+         kNoPatch,
          "0 0 /a https://h/a",
          [](Sandbox &box) {
              box.file(kStatus, "0 0 /a https://h/a");
              box.file(kPid, "1");
              box.program("/bin/ps", {{.output = "  PID USER\n    1 root init\n   12 root ps\n"}});
          },
-         {"run /bin/sh -c ps", "log err *Is Downloading, no need to Download"}},
+         {"run /bin/sh -c ps", "*Is Downloading, no need to Download"}},
         {"leftovers",
-         "2 0 012 0 013 0 05 0 05 13 0",
-         std::string("100 5 ") + kFile + " file:///feed/a.pat",
+         kBadPatch,
+         "100 5 " + kAt + kOwn,
          [](Sandbox &box) {
              box.file(kStatus, "100 0 /keep/b.pat Link");
-             box.file("/keep/b.pat", "");
-             box.file("/@autoupdate", "");
-             box.file("/tmpData/@autoupdate/old.pat", "");
-             box.file("/var/run/downloadprogress", "");
-             box.file(kPid, "");
+             for (const char *path :
+                  {kPid, "/keep/b.pat", "/@autoupdate", "/tmpData/@autoupdate/old.pat", "/var/run/downloadprogress"})
+                 box.file(path, "");
          },
-         {"log err *scanf /var/run/downloadNOS.pid fail *", "run /bin/rm -rf /tmpData//@autoupdate"}},
+         {"*scanf /var/run/downloadNOS.pid fail *", "run /bin/rm -rf /tmpData//@autoupdate",
+          "run /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat", "*Extraction failed *"}},
         {"leftovers stay",
-         "2 0 012 0 013 0 013 46 0",
+         kNoPatch,
          "",
          [](Sandbox &box) {
              box.directory("/tmpData/@autoupdate");
              box.program("/bin/rm", {{.args = "-rf /tmpData*", .exit_status = 1}, {}});
          },
-         {"log err *ClearPosibleResult(/tmpData) Fail"}},
-        {"server mute",
-         "2 0 012 0 013 0 013 46 0",
-         std::string("0 0 ") + kFile + " http://127.0.0.1:8080/a.pat",
-         [](Sandbox &box) { box.compress_sleeps(100); },
-         {"log err *fail to perform curl, CURLcode returns 28"},
-         "http://127.0.0.1:8080/a.pat"},
+         {"*ClearPosibleResult(/tmpData) Fail"}},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -452,12 +430,13 @@ TEST(UpdateAuto, Faults)
         const Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
         close(server);
         EXPECT_EQ(result.exit_status, 255);
-        EXPECT_TRUE(result.err.ends_with(std::string("\n") + row.steps)) << result.err;
+        EXPECT_TRUE(result.err.ends_with(row.steps)) << result.err;
         EXPECT_TRUE(result.out.ends_with(" Auto Upgrade Fail.\n")) << result.out;
         EXPECT_TRUE(result.record.in_order(row.record));
         EXPECT_EQ(box.exists(kStatus) ? box.read_file(kStatus) : "", row.status);
         EXPECT_EQ(box.exists(kPid), runs);
-        for (const char *path : {"/keep/b.pat", "/@autoupdate", "/tmpData/@autoupdate/old.pat"})
+        for (const char *path :
+             {"/keep/b.pat", "/@autoupdate", "/tmpData/@autoupdate/old.pat", "/var/run/downloadprogress"})
             EXPECT_FALSE(box.exists(path)) << path;
     }
 }
@@ -466,11 +445,7 @@ TEST(UpdateAuto, AnotherInstallRuns)
 {
     Sandbox box;
     blank_machine(box, "file:///feed/rss.xml", kLink);
-    box.host_program("/usr/bin/flock");
-    Process holder = box.start({"/usr/bin/flock", "-x", "/tmp/install.lock", "-c", "echo held; read line"},
-                               {.input_open = true, .leaves = {"/tmp/install.lock"}});
-    while (holder.running() && holder.out() != "held\n")
-        usleep(1000);
+    Process holder = lock_holder(box, "/tmp/install.lock");
     const Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
     holder.close_input();
     holder.wait();
@@ -507,30 +482,27 @@ TEST(UpdateAuto, OverTls)
     };
     // So long that the loop ends soon, however many redirections a version of the library follows.
     const auto redirection = [](const std::string &path) {
-        return "HTTP/1.0 302 there\r\nLocation: https://127.0.0.1:8443/" + path + "\r\nX: " + std::string(30000, 'x') +
+        return "HTTP/1.0 302 there\r\nLocation: https://127.0.0.1:8443/" + path + "\r\nX: " + std::string(90000, 'x') +
                "\r\n\r\n";
     };
     const std::string kFeedPath = "autoupdate/genRSS.php?root_partition_version=8", kPatchPath = "pat/a.pat";
     const std::string kNotFound = "HTTP/1.0 404 Not Found\r\n\r\n<html>\n<body>404</body>\n</html>\n";
     const std::string kGoodFeed = answer(feed(kLink), feed(kLink).size());
     const std::string kGoodPatch = answer(patch, patch.size());
-    constexpr char kFeedFailed[] = "2 0 012 0 012 46 0", kDownloadFailed[] = "2 0 012 0 013 0 013 46 0";
     const struct {
         const char *what;
         std::string feed, patch;
         const char *steps, *record;
     } kRows[] = {
-        {"feed: not found", kNotFound, "", kFeedFailed, "log err *No new NOS*"},
-        {"feed: closed early", answer(feed(kLink), 9999), "", kFeedFailed, "log err *CURLcode returns 18"},
-        {"feed: nothing", "", "", kFeedFailed, "log err *CURLcode returns 52"},
-        {"feed: redirected for ever", redirection(kFeedPath), "", kFeedFailed, "log err *CURLcode returns *"},
-        {"patch: not found", kGoodFeed, kNotFound, "2 0 012 0 013 0 05 0 05 13 0", "log err *Extraction failed *"},
-        {"patch: closed early", kGoodFeed, answer(patch.substr(0, patch.size() / 2), patch.size()), kDownloadFailed,
-         "log err *CURLcode returns 18"},
-        {"patch: redirected for ever", kGoodFeed, redirection(kPatchPath), kDownloadFailed,
-         "log err *CURLcode returns *"},
-        {"patch: damaged", kGoodFeed, answer(patch.substr(1) + "x", patch.size()), "2 0 012 0 013 0 05 0 05 13 0",
-         "log err *Extraction failed *"},
+        {"feed: not found", kNotFound, "", kNoFeed, "*No new NOS*"},
+        {"feed: closed early", answer(feed(kLink), 9999), "", kNoFeed, "*CURLcode returns 18"},
+        {"feed: nothing", "", "", kNoFeed, "*CURLcode returns 52"},
+        {"feed: redirected for ever", redirection(kFeedPath), "", kNoFeed, "*CURLcode returns *"},
+        {"patch: not found", kGoodFeed, kNotFound, kBadPatch, "*Extraction failed *"},
+        {"patch: closed early", kGoodFeed, answer(patch.substr(0, patch.size() / 2), patch.size()), kNoPatch,
+         "*CURLcode returns 18"},
+        {"patch: redirected for ever", kGoodFeed, redirection(kPatchPath), kNoPatch, "*CURLcode returns *"},
+        {"patch: damaged", kGoodFeed, answer(patch.substr(1) + "x", patch.size()), kBadPatch, "*Extraction failed *"},
     };
     const auto install = [&](const std::string &feed_answer, const std::string &patch_answer) {
         box.file("/feed/" + kFeedPath, feed_answer);
@@ -545,9 +517,10 @@ TEST(UpdateAuto, OverTls)
         SCOPED_TRACE(row.what);
         const Result failed = install(row.feed, row.patch);
         EXPECT_EQ(failed.exit_status, 255);
-        EXPECT_TRUE(failed.err.ends_with(std::string("\n") + row.steps)) << failed.err;
+        EXPECT_TRUE(failed.err.ends_with(row.steps)) << failed.err;
         EXPECT_TRUE(failed.record.in_order({row.record}));
-
+        if (row.steps == kNoFeed)
+            continue; // the next row gets further on the same machine
         box.file("/feed/there", kGoodPatch);
         const Result good = install(kGoodFeed, redirection("there"));
         EXPECT_EQ(good.exit_status, 0) << good.log_text();
