@@ -98,7 +98,7 @@ TEST(Feed, UrlQuery)
     EXPECT_EQ(UrlAppendQuery(url, "a", "1"), 0);
     EXPECT_EQ(UrlAppendQuery(url, "b", "2"), 0);
     EXPECT_STREQ(url, "https://h/a.php?a=1&b=2");
-    for (const size_t length : {4094, 4093, 4090, 4089}) { // "?k=vv" needs five and the NUL
+    for (const size_t length : {4094U, 4093U, 4090U, 4089U}) { // "?k=vv" needs five and the NUL
         memset(url, 'u', length);
         url[length] = '\0';
         EXPECT_EQ(UrlAppendQuery(url, "k", "vv"), length == 4089 ? 0 : -1);
