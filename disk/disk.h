@@ -81,7 +81,7 @@ static_assert(sizeof(DiskLocation) == 24);
 // What the kernel says of a disk --------------------------------------------------------------------------------------
 
 // Size of a block device in sectors of 512 bytes. Returns 1; 0 when there is no medium (ENXIO at the open); -1 with
-// 0x0d00, 0x0900 or 0x8100.
+// 0x0d00, 0x0900, 0x8100 or 0xfb00.
 [[nodiscard]] int disk_size_get(const char *path, uint64_t *sectors);
 
 // Whether a whole disk does not rotate. Returns 1 or 0; -1 with 0x0d00, 0x0900 or 0x0a00, also for a partition.

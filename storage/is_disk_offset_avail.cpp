@@ -3,7 +3,6 @@
 #include "disk/disk.h"
 #include "lib/file.h"
 #include "lib/report.h"
-#include "lib/string.h"
 #include "storage/root_block.h"
 #include "storage/root_block_op.h"
 
@@ -87,11 +86,10 @@ bool is_disk_offset_avail(const char *disk)
 
 int root_block_backup_offset_get(const char *disk, uint64_t from_end, uint64_t *offset)
 {
-    char path[64];
     uint64_t sectors = 0;
     if (disk == nullptr || offset == nullptr)
         return fail(kErrBadParameter);
-    if (NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0 || disk_size_get(path, &sectors) < 0)
+    if (disk_size_get(disk, &sectors) < 0)
         return -1;
     if (sectors > UINT64_MAX / kSectorBytes || sectors * kSectorBytes < kRootBlockBackupHeader)
         return 0;
