@@ -31,11 +31,11 @@ size_t bytes_receive(char *bytes, size_t size, size_t count, void *context)
     }
     if (total + 1 > text->room) {
         const size_t room = std::max({total + 1, text->room * 2, kRoomMin});
-        char *grown = static_cast<char *>(realloc(text->bytes.get(), room));
+        char *const before = text->bytes.release();
+        char *const grown = static_cast<char *>(realloc(before, room));
+        text->bytes.reset(grown != nullptr ? grown : before);
         if (grown == nullptr)
             return 0;
-        static_cast<void>(text->bytes.release());
-        text->bytes.reset(grown);
         text->room = room;
     }
     memcpy(text->bytes.get() + text->size, bytes, added);
