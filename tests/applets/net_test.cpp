@@ -89,10 +89,12 @@ TEST(NetCard, StaticAddressIsSetOrUndone)
         const char *old_file; // NULL: none
         std::string file;
         const char *result;
+        const char *failing_call = nullptr;
     } kCases[] = {
         {0, "BOOTPROTO=dhcp\n", "IPADDR=10.1.2.3\nNETMASK=255.255.0.0\nBOOTPROTO=static\nONBOOT=yes\n", "0"},
         {0, nullptr, "IPADDR=10.1.2.3\nNETMASK=255.255.0.0\nBOOTPROTO=static\nONBOOT=yes\n", "0"},
         {1, "BOOTPROTO=dhcp\nX=1\n", "BOOTPROTO=dhcp\nX=1\n", "-1"},
+        {0, "BOOTPROTO=dhcp\n", "BOOTPROTO=dhcp\n", "-1", "sethostname"}, // the last step
     };
     for (const auto &row : kCases) {
         SCOPED_TRACE(&row - kCases);
@@ -103,6 +105,10 @@ TEST(NetCard, StaticAddressIsSetOrUndone)
         box.program("/bin/grep",
                     {{.args = "'/sbin/udhcpc -i eth0'", .output = "  2147483646 x /sbin/udhcpc -i eth0\n"}});
         box.call({.call = "kill", .error = ESRCH});
+        if (row.failing_call != nullptr)
+            box.call({.call = row.failing_call, .error = EPERM});
+        box.file("/etc/hosts", "old\n");
+        const bool is_set = row.result[0] == '0';
         if (row.old_file != nullptr)
             box.file(kConfig + "eth0", row.old_file);
         box.file("/etc/ppp/old_gateway.bak", "");
@@ -110,8 +116,11 @@ TEST(NetCard, StaticAddressIsSetOrUndone)
         EXPECT_EQ(box.call_net({"card_set", "eth0", "10.1.2.3", "0xff.255.0.0"}), row.result);
         EXPECT_EQ(box.read_file(kConfig + "eth0"), row.file);
         EXPECT_EQ(box.list("/etc/sysconfig/network-scripts").size(), 1U); // no backup stays
-        EXPECT_EQ(box.exists("/etc/resolv.conf.bak"), row.ifconfig_status != 0);
-        EXPECT_EQ(box.exists("/etc/ppp/old_gateway.bak"), row.ifconfig_status != 0);
+        EXPECT_EQ(box.exists("/etc/resolv.conf.bak"), !is_set);
+        EXPECT_EQ(box.exists("/etc/ppp/old_gateway.bak"), !is_set);
+        EXPECT_EQ(box.read_file("/etc/hosts") == "old\n", !is_set);
+        for (const std::string &name : box.list("/etc"))
+            EXPECT_FALSE(name.starts_with("hosts.")) << name;
         EXPECT_EQ(box.list("/tmp").size(), 0U);
         EXPECT_EQ(box.record().count("kill 2147483646 9 *"), 2) << box.record().text();
         EXPECT_EQ(box.unexpected_calls(), "");
