@@ -3,7 +3,8 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "autocleanup/unique.h"
+#include "external/hardware_model.h"
+#include "external/sys_attribute.h"
 #include "install/recoverable.h"
 #include "install/version_text.h"
 #include "lib/proc.h"
@@ -55,22 +56,13 @@ static bool updater_accepts(const char *updater, const char *root)
     return status == 0;
 }
 
-// The first word of a kernel file, at most `size` - 1 characters; empty when it cannot be read.
-static void hardware_word_read(const char *path, char *out, int size)
-{
-    out[0] = '\0';
-    const UniqueFile file(fopen(path, "re"));
-    if (file && fgets(out, size, file.get()) != nullptr)
-        out[strcspn(out, " \t\r\n")] = '\0';
-}
-
 // The first builds of some models are left as they are.
 static bool is_special_model(const char *disk_version)
 {
     char model[32], revision[4];
-    hardware_word_read("/proc/sys/kernel/norv_hw_version", model, sizeof(model));
-    hardware_word_read("/proc/sys/kernel/norv_hw_revision", revision, sizeof(revision));
-    if (strcmp(revision, "r1") != 0 && strcmp(revision, "r2") != 0)
+    if (!hardware_model_get(model, sizeof(model)) ||
+        !sys_attribute_read("/proc/sys/kernel/norv_hw_revision", revision, sizeof(revision)) ||
+        (strcmp(revision, "r1") != 0 && strcmp(revision, "r2") != 0))
         return false;
     for (const std::string_view name : kProductRecoverableModels)
         if (std::string_view(model).starts_with(name))

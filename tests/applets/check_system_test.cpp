@@ -248,6 +248,15 @@ TEST(CheckSystem, Recoverability)
         return [path, text](Sandbox &box) { box.file(path, text); };
     };
     constexpr char kDisk[] = "/tmpRoot/etc.defaults/VERSION", kPatch[] = "/tmpRoot/.norv/patch/VERSION";
+    const auto special = [&](const char *model, const char *revision) {
+        return [&, model, revision](Sandbox &box) {
+            const std::string version = "majorversion=6\nminorversion=2\nbuildnumber=42218\n";
+            box.file(kDisk, version);
+            box.file(kPatch, version + "unique=norv_avoton_1817\n");
+            box.file("/proc/sys/kernel/norv_hw_version", model);
+            box.file("/proc/sys/kernel/norv_hw_revision", revision);
+        };
+    };
     const Outcome kRows[] = {
         {"other model",
          put("/tmpRoot/etc.defaults/norvinfo.conf", "unique=norv_avoton_2\n"),
@@ -278,14 +287,11 @@ TEST(CheckSystem, Recoverability)
          {"log info *Recover image has the same version as flash does; no need to recover"}},
         {"same but for a small fix", put(kVersion, kNewer + "smallfixnumber=1\n"), "sys_recoverable", {}},
         {"special case",
-         [&](Sandbox &box) {
-             box.file(kDisk, "majorversion=6\nminorversion=2\nbuildnumber=42218\n");
-             box.file(kPatch, "majorversion=6\nminorversion=2\nbuildnumber=42218\nunique=norv_avoton_1817\n");
-             box.file("/proc/sys/kernel/norv_hw_version", "NSR05-j\n");
-             box.file("/proc/sys/kernel/norv_hw_revision", "r2\n");
-         },
+         special("NSR05-j\n", "r2\n"),
          "sys_migrat",
          {"log info *NewModel Rx special case, don't recover"}},
+        {"special case, later revision", special("NSR05-j\n", "r20\n"), "sys_recoverable", {}},
+        {"special case, other model", special("XNSR05\n", "r1\n"), "sys_recoverable", {}},
     };
     for (const Outcome &row : kRows)
         expect_outcome(row);
