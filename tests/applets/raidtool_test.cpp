@@ -371,11 +371,11 @@ TEST(Raidtool, ForecastForPeople)
               "  left alone, since another disk has data to keep\n"
               "bay 3: sdc, 1024.0 GiB\n"
               "  type 1: it has neither partition 1 nor partition 2\n"
-              "  erases nothing, keeps nothing\n"
+              "  erases all of the disk, keeps nothing\n"
               "  gets system partitions, place 1 of /dev/md0 and /dev/md1\n"
               "bay 5: sde, 1024.0 GiB\n"
               "  type 1: it has neither partition 1 nor partition 2\n"
-              "  erases nothing, keeps nothing\n"
+              "  erases all of the disk, keeps nothing\n"
               "  gets system partitions, but the arrays have no place for it: their metadata is wiped\n"
               "bay 4: empty\n"
               "layout 8, /dev/md0 and /dev/md1 with 2 places, free: none\n");

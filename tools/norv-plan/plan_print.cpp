@@ -77,8 +77,9 @@ void disk_print(const PlannedDisk &disk)
     printf("  type %d: %s", disk.decision.type, kReasons[disk.decision.reason].sentence);
     if (!disk.decided_by.empty())
         printf(" (%s)", disk.decided_by.c_str());
-    printf("\n  erases%s, keeps%s\n  %s\n", numbers_of(disk, false).c_str(), numbers_of(disk, true).c_str(),
-           outcome_of(disk).c_str());
+    const bool goes_whole = disk.type == kDiskFormatWhole; // also what lies outside of partitions
+    printf("\n  erases%s, keeps%s\n  %s\n", goes_whole ? " all of the disk" : numbers_of(disk, false).c_str(),
+           numbers_of(disk, true).c_str(), outcome_of(disk).c_str());
 }
 
 json_object *text_or_null(const std::string &text)
