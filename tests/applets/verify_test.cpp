@@ -27,6 +27,7 @@ class Checksum : public testing::Test
         cksum_install(box);
         box.file("/upd/hello", "hello\n");
         box.file("/upd/abc", "abc");
+        box.file("/upd/four", "abcd");
         box.file("/upd/empty", "");
         box.symlink("/upd/link", "hello");
         box.file("/upd-evil/x", "hello\n");
@@ -76,6 +77,7 @@ TEST_F(Checksum, Lists)
         {"spot", "909783072 6 hello 7 429\n", 1},
         {"another spot of the same file", "909783072 6 hello 6 421\n", 0}, // h e l l
         {"spot before the file", "909783072 6 hello 5 428\n", 1},
+        {"spot by chance, of which four bytes have one", "3984772369 4 four -1 394\n# Norvcksum 4 -1 394\n", 0},
         {"four fields", "909783072 6 hello 7\n", 1},
         {"six fields", "909783072 6 hello 7 428 1\n", 1},
         {"no number", "909783072 6 hello 7x 428\n", 1},
