@@ -11,6 +11,7 @@
 
 #include "autocleanup/unique.h"
 #include "build_paths.h"
+#include "tests/findhost/capture.h"
 #include "tests/support/box_links.h"
 #include "tests/support/sandbox.h"
 
@@ -20,7 +21,7 @@ namespace
 // An appliance at eth0, the client at the wire's other end, which the appliance does not list. Neither has an address.
 struct Pair : Sandbox {
     BoxLinks links{*this};
-    UniqueFd bystander; // hears all that the client sends
+    UniqueFd bystander; // hears all that either sends
 
     Pair()
     {
@@ -36,10 +37,10 @@ struct Pair : Sandbox {
         host_program("/usr/bin/flock");
         file("/etc/hosts", "127.0.0.1 localhost\n");
         leaves({"/tmp/*", "/etc/*", "/.tmpcfg", "/var/run/findhostd.pid"});
-        bystander = UniqueFd(socket(AF_PACKET, SOCK_RAW, htons(ETH_P_IP)));
+        bystander = UniqueFd(socket(AF_PACKET, SOCK_RAW, htons(ETH_P_ALL)));
         sockaddr_ll address = {};
         address.sll_family = AF_PACKET;
-        address.sll_protocol = htons(ETH_P_IP);
+        address.sll_protocol = htons(ETH_P_ALL);
         address.sll_ifindex = links.index("eth0");
         EXPECT_EQ(bind(bystander.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
     }
@@ -82,13 +83,20 @@ struct Pair : Sandbox {
         return at != out.npos ? out.substr(at + 7, 17) : "none";
     }
 
-    // Whether the bystander heard these bytes.
+    // What the bystander heard since the last call.
+    std::vector<std::string> frames() const
+    {
+        std::vector<std::string> all;
+        char bytes[2048];
+        for (ssize_t got; (got = recv(bystander.get(), bytes, sizeof(bytes), MSG_DONTWAIT)) > 0;)
+            all.emplace_back(bytes, static_cast<size_t>(got));
+        return all;
+    }
     bool heard(const std::string &text) const
     {
         bool is_heard = false;
-        char bytes[2048];
-        for (ssize_t got; (got = recv(bystander.get(), bytes, sizeof(bytes), MSG_DONTWAIT)) > 0;)
-            is_heard |= memmem(bytes, static_cast<size_t>(got), text.data(), text.size()) != nullptr;
+        for (const std::string &frame : frames())
+            is_heard |= frame.find(text) != std::string::npos;
         return is_heard;
     }
 };
@@ -141,6 +149,25 @@ TEST(Norvfind, SetsTheNetworkSealed)
     holder.close_input();
     holder.wait();
     end(daemon);
+}
+
+// The key that the client leaves opens what it was answered.
+TEST(Norvfind, LeavesItsKeyForTheDissector)
+{
+    Pair box;
+    Process daemon = box.daemon();
+    EXPECT_EQ(box.find_at_last({"scan", "--seconds", "1", "--key-file", "/tmp/keys"}).exit_status, 0);
+    EXPECT_EQ(box.find({"scan", "--key-file", "/none/keys"}).exit_status, 2);
+    end(daemon);
+    if (!Capture::can_be_shown())
+        GTEST_SKIP() << "no tshark: what the bystander heard was not looked at";
+    Capture capture;
+    for (const std::string &frame : box.frames())
+        capture.add_frame(frame);
+    const std::string keys = box.read_file("/tmp/keys"), opened = "Sealed Reply|norv_one_1\n";
+    const std::string shown = capture.shown(keys, {"_ws.col.Info", "norvfind.unique"});
+    EXPECT_NE(shown.find("Query|\n"), std::string::npos) << shown;
+    EXPECT_NE(shown.find(opened), std::string::npos) << shown;
 }
 
 TEST(Norvfind, WrongUse)

@@ -2,18 +2,15 @@
 #include <gtest/gtest.h>
 #include <sodium.h>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "build_paths.h"
+#include "tests/findhost/capture.h"
 #include "tests/findhost/packet_bytes.h"
 #include "tests/platform/run_program.h"
-#include "tests/support/scratch_dir.h"
 
 namespace
 {
-
-constexpr char kDissector[] = NORV_SOURCE_DIR "/tools/wireshark/norvfind.lua", kTshark[] = "/usr/bin/tshark";
 
 std::string file_text(const char *path)
 {
@@ -58,31 +55,6 @@ TEST(Discovery, TablesOfTagsAreTheParsersOwn)
     EXPECT_NE(document.find(digits.substr(0, digits.size() - 1) + "\n"), std::string::npos) << digits;
 }
 
-std::string big_endian(size_t value)
-{
-    return {static_cast<char>(value >> 8), static_cast<char>(value)};
-}
-
-std::string little_endian(size_t value)
-{
-    return number(0, value).substr(2);
-}
-
-// A capture of Ethernet frames (pcap 2.4), each with one datagram from port 1234.
-struct Capture {
-    std::string bytes = std::string("\xd4\xc3\xb2\xa1\x02\0\x04\0\0\0\0\0\0\0\0\0\xff\xff\0\0\x01\0\0\0", 24);
-
-    void add(const std::string &payload, int port)
-    {
-        using namespace std::string_literals;
-        const std::string udp =
-            "\x04\xd2" + big_endian(static_cast<size_t>(port)) + big_endian(payload.size() + 8) + "\0\0"s + payload;
-        const std::string frame = "\xff\xff\xff\xff\xff\xff\x02\0\0\0\0\0\x08\0\x45\0"s + big_endian(udp.size() + 20) +
-                                  "\0\xf2\0\0\x40\x11\0\0\x01\x01\x01\x01\xff\xff\xff\xff"s + udp;
-        bytes += std::string(8, '\0') + little_endian(frame.size()) + little_endian(frame.size()) + frame;
-    }
-};
-
 std::string hex(const uint8_t *key)
 {
     char text[65];
@@ -104,8 +76,8 @@ struct Pair {
 
 TEST(Discovery, DissectorShowsPacketsAndOpensSealedOnes)
 {
-    if (access(kTshark, X_OK) != 0)
-        GTEST_SKIP() << "no " << kTshark << ": the dissector was not run";
+    if (!Capture::can_be_shown())
+        GTEST_SKIP() << "no tshark: the dissector was not run";
     struct Packet {
         std::string datagram;
         std::string shown; // info, type, host name, address, bits, client, expert messages
@@ -151,32 +123,13 @@ TEST(Discovery, DissectorShowsPacketsAndOpensSealedOnes)
     Capture capture;
     std::string expected;
     for (const Packet &packet : packets) {
-        capture.add(packet.datagram, packet.port);
+        capture.add_datagram(packet.datagram, packet.port);
         expected += packet.shown + "\n";
     }
-    const ScratchDir folder;
-    const std::string path = folder.write("capture.pcap", capture.bytes);
-    std::vector<std::string> words = {"/usr/bin/env",
-                                      "LC_ALL=C.UTF-8",
-                                      "HOME=" + folder.path(),
-                                      kTshark,
-                                      "-X",
-                                      std::string("lua_script:") + kDissector,
-                                      "-o",
-                                      "norvfind.keys:" + hex(client.secret_key) + " " + hex(appliance.secret_key),
-                                      "-r",
-                                      path,
-                                      "-T",
-                                      "fields",
-                                      "-E",
-                                      "separator=|"};
-    for (const char *field : {"_ws.col.Info", "norvfind.ptype", "norvfind.hostname", "norvfind.ip", "norvfind.caps1",
-                              "norvfind.pc_mac", "_ws.expert.message"})
-        words.insert(words.end(), {"-e", field});
-    std::string out = run_program(words).out;
-    for (size_t at; (at = out.find("Running as user")) != std::string::npos;) // a word to root
-        out.erase(at, out.find('\n', at) + 1 - at);
-    EXPECT_EQ(out, expected);
+    EXPECT_EQ(capture.shown(hex(client.secret_key) + " " + hex(appliance.secret_key),
+                            {"_ws.col.Info", "norvfind.ptype", "norvfind.hostname", "norvfind.ip", "norvfind.caps1",
+                             "norvfind.pc_mac", "_ws.expert.message"}),
+              expected);
 }
 
 } // namespace

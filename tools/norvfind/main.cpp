@@ -4,11 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <getopt.h>
 #include <sodium.h>
 #include <strings.h>
 #include <unistd.h>
 
+#include "autocleanup/unique.h"
 #include "findhost/keys.h"
 #include "lib/text.h"
 #include "tools/norvfind/wire.h"
@@ -30,6 +32,7 @@ constexpr char kUsage[] =
     "  --port N          9999 (default), 9998 or 9997\n"
     "  --seconds N       how long to listen: 4, for set 60\n"
     "  --plain           for appliances without keys: ask and set in the clear\n"
+    "  --key-file FILE   add the secret key of this run to FILE, for the dissector in tools/wireshark\n"
     "\n"
     "With the right to use frames (root, or cap_net_raw) appliances without an address and on foreign subnets are "
     "heard.\n"
@@ -45,6 +48,7 @@ struct Options {
     int seconds = 0; // 0: the command's own
     bool json = false, plain = false, dhcp = false;
     std::string hostname;
+    const char *key_file = nullptr;
     uint32_t ip = 0, mask = 0, gateway = 0, dns = 0; // network order
 };
 
@@ -256,6 +260,9 @@ bool option_take(int option, const char *value, Options *options)
     case 's':
         options->seconds = atoi(value);
         return options->seconds > 0;
+    case 'k':
+        options->key_file = value;
+        return true;
     case 'h':
         options->hostname = value;
         return !options->hostname.empty() && options->hostname.size() <= 32;
@@ -270,18 +277,29 @@ bool option_take(int option, const char *value, Options *options)
     }
 }
 
+// Adds the secret key to a file that nobody else may read. False, told, when that cannot be done.
+bool secret_key_note(const char *path)
+{
+    const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    const uint8_t *key = FHOSTProcessSecretKeyOpen();
+    char text[2 * kFhostKeyBytes + 1] = "";
+    if (key != nullptr)
+        sodium_bin2hex(text, sizeof(text), key, kFhostKeyBytes);
+    FHOSTProcessSecretKeyClose();
+    const bool is_written = file && key != nullptr && dprintf(file.get(), "%s\n", text) == sizeof(text); // a line
+    sodium_memzero(text, sizeof(text));
+    if (!is_written)
+        fprintf(stderr, "norvfind: cannot write the secret key to %s\n", path);
+    return is_written;
+}
+
 constexpr option kOptions[] = {
-    {"json", no_argument, nullptr, 'j'},
-    {"plain", no_argument, nullptr, 'p'},
-    {"dhcp", no_argument, nullptr, 'd'},
-    {"interface", required_argument, nullptr, 'i'},
-    {"port", required_argument, nullptr, 'P'},
-    {"seconds", required_argument, nullptr, 's'},
-    {"hostname", required_argument, nullptr, 'h'},
-    {"ip", required_argument, nullptr, 'a'},
-    {"gateway", required_argument, nullptr, 'g'},
-    {"dns", required_argument, nullptr, 'n'},
-    {nullptr, 0, nullptr, 0},
+    {"json", no_argument, nullptr, 'j'},           {"plain", no_argument, nullptr, 'p'},
+    {"dhcp", no_argument, nullptr, 'd'},           {"interface", required_argument, nullptr, 'i'},
+    {"port", required_argument, nullptr, 'P'},     {"seconds", required_argument, nullptr, 's'},
+    {"key-file", required_argument, nullptr, 'k'}, {"hostname", required_argument, nullptr, 'h'},
+    {"ip", required_argument, nullptr, 'a'},       {"gateway", required_argument, nullptr, 'g'},
+    {"dns", required_argument, nullptr, 'n'},      {nullptr, 0, nullptr, 0},
 };
 
 } // namespace
@@ -304,7 +322,8 @@ int main(int argc, char *argv[])
     }
     Wire wire;
     int result = kWrongUse;
-    if (wire_open(options.interfaces, options.port, &wire)) {
+    if ((options.key_file == nullptr || secret_key_note(options.key_file)) &&
+        wire_open(options.interfaces, options.port, &wire)) {
         if (command == "scan")
             result = scan(wire, options);
         else if (command == "show")
