@@ -24,14 +24,9 @@ const std::string kStarted = kHeader + "{\"success\": true, \"data\": {}, \"redi
 constexpr char kProgress[] = "/tmp/install.progress";
 constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
 const std::string kModel = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\nunique=\"norv_avoton_1817\"\nsupportraid=yes\n";
-const std::vector<std::string> kLeaves = {"/tmp/*",
-                                          "/tmpData*",
-                                          "/tmpRoot*",
-                                          "/var/run/*",
-                                          "process install.cgi",
-                                          "lock /tmp/install.lock",
-                                          "process installer.sh",
-                                          "semaphore *"};
+// A child goes on when its request has been answered.
+const std::vector<std::string> kLeaves = {"/tmp/*",    "/tmpData*",   "/tmpRoot*", "/var/run/*", "/proc/sys/*",
+                                          "process *", "semaphore *", "lock *",    "mount *"};
 
 std::string error_body(const char *sec, const char *key, int line)
 {
