@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -116,7 +118,7 @@ static int text_part_take(Upload *upload, const char *name)
 static int file_part_take(Upload *upload, const char *name)
 {
     if (access(upload->folder, W_OK) != 0) {
-        NORV_LOG(LOG_ERR, "failed to access path=%s, reason=%m", upload->folder);
+        NORV_LOG(LOG_ERR, "failed to access path=%s, reason=%s", upload->folder, strerror(errno));
         return kUploadNoDestination;
     }
     char path[PATH_MAX], key[sizeof(PartHeader::name) + sizeof("_tmp")];
