@@ -151,7 +151,8 @@ TEST(Manutild, TellsTheMemoryTestsProgress)
         {"18446744073709551615/1", "99.99%", nullptr},
         {"", "0%", "log err * cannot find '/' in []"},
         {"12\n", "0%", "log err * cannot find '/' in [12]"},
-        {"1/18446744073709551616\n", "0%", "log err * convert 18446744073709551616 fail: Numerical result out of range"},
+        {"1/18446744073709551616\n", "0%",
+         "log err * convert 18446744073709551616 fail: Numerical result out of range"},
     };
     Unit unit;
     unit.launch();
