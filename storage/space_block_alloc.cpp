@@ -30,7 +30,7 @@ void space_block_reset(NORVBlock *block)
 {
     space_block_cache_free(block->cacheInfo);
     NLIBCSzListReset(block->raidList);
-    const PNLIBSZLIST list = block->raidList;
+    NLIBSZLIST *const list = block->raidList;
     *block = {};
     block->version = kSpaceBlockNewVersion;
     block->raidList = list;
