@@ -10,6 +10,7 @@ import json
 import os
 import re
 import shutil
+import sys
 import tempfile
 import time
 from collections.abc import Callable, Iterable, Sequence
@@ -53,6 +54,7 @@ class Machine:
         disks = [Disk(**disk) for disk in kept["settings"].pop("disks")]
         self.settings = Settings(disks=disks, **kept["settings"])
         self._plugged: set[int] = set(kept["plugged"])
+        self._switch_on: Callable[[], None] | None = None  # how it was switched on last, from off
 
     @classmethod
     def create(cls, folder: Path, settings: Settings) -> "Machine":
@@ -80,7 +82,9 @@ class Machine:
 
         Files in the machine's folder `overlay` lie over those of the image.
         """
-        self._start(image or Image.existing(), stay, within, paused=False)
+        chosen = image or Image.existing()
+        self._switch_on = lambda: self._start(chosen, stay, within, paused=False)
+        self._switch_on()
 
     def _start(self, image: Image, stay: bool, within: Sequence[str], *, paused: bool) -> None:
         initrd = image.initrd
@@ -100,8 +104,22 @@ class Machine:
         return emulator.runs(self.folder)
 
     def wait_ready(self, seconds: float = BOOT_SECONDS) -> "Machine":
-        """Waits until the guest has booted and takes commands."""
-        agent.run(self.folder, ["true"], timeout=seconds)
+        """Waits until the guest has booted and takes commands.
+
+        Emulation by software now and then loses a boot. A guest that does not come up is switched off and on again
+        once, and where it stood is told.
+        """
+        try:
+            agent.run(self.folder, ["true"], timeout=seconds)
+        except TimeoutError:
+            if self._switch_on is None:
+                raise
+            last = (self.folder / "console.log").read_text(errors="replace").splitlines()[-15:]
+            print(f"{self.folder.name}: not ready after {seconds:.0f} s, so it is switched off and on again; it said:",
+                  *last, sep="\n  ", file=sys.stderr)
+            self.cut()
+            self._switch_on()
+            agent.run(self.folder, ["true"], timeout=max(seconds, BOOT_SECONDS))
         return self
 
     def boot(self) -> "Machine":
@@ -299,6 +317,7 @@ class Machine:
         if self.runs:
             self._snapshot("snapshot-load", tag)
             return
+        self._switch_on = None  # there is no such way back
         self._start(Image.existing(), stay, (), paused=True)
         self._snapshot("snapshot-load", tag)
         with self._qmp() as qmp:
