@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <json-c/json.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "build_paths.h"
@@ -458,11 +459,15 @@ TEST(Raidtool, DisksAreAskedAtTheSameTimeAndACrashLeavesADiskAlone)
     EXPECT_EQ(box.record().count("run /sbin/sfdisk -M1 *"), 0);
     pid_t first_child = INT_MAX; // that of the other disk came later
     std::vector<pid_t> doomed;
-    for (const Sandbox::Running &running : box.processes())
-        if (running.name == "sfdisk")
-            doomed.push_back(running.pid);
-        else if (running.name == "raidtool" && running.pid != process.pid())
-            first_child = std::min(first_child, running.pid);
+    for (int tries = 0, quiet = 0; tries < 2000 && quiet < 30; tries++, usleep(10000)) { // the other disk is done
+        doomed.clear();
+        for (const Sandbox::Running &running : box.processes())
+            if (running.name == "sfdisk")
+                doomed.push_back(running.pid);
+            else if (running.name == "raidtool" && running.pid != process.pid())
+                first_child = std::min(first_child, running.pid);
+        quiet = doomed.size() == 1 ? quiet + 1 : 0;
+    }
     box.signal(first_child, SIGKILL);
     for (const pid_t pid : doomed)
         box.signal(pid, SIGKILL);
