@@ -25,8 +25,8 @@ WORK = SOURCE / "build/lab"
 # The guest has one folder of programs, as Debian has: these names lead into usr.
 _MERGED = ("bin", "sbin", "lib", "lib64")
 _HOST_LIBRARIES = (Path("/lib/x86_64-linux-gnu"), Path("/usr/lib/x86_64-linux-gnu"), Path("/lib64"))
-# Opened late by name, so that no executable's list of libraries tells of them; or large, and so kept in the lower part.
-_LATE_LIBRARIES = ("libcurl.so.4", "libarchive.so.13")
+# Opened late by name, so that no executable's list of libraries tells of them.
+_LATE_LIBRARIES = ("libcurl.so.4",)
 _LOADER = "ld-linux-x86-64.so.2"
 _LIBRARY_DIR = "usr/lib/x86_64-linux-gnu"
 _SYSTEM_KEY = "0.pem"  # the key of a whole system's patches, as the builder of patches names it

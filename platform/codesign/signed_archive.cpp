@@ -103,14 +103,13 @@ class ScopedFolder
     bool entered_;
 };
 
-static bool reader_open(archive *reader, const SignedArchive &from)
+bool tar_open(struct archive *reader, int file)
 {
     archive_read_support_filter_gzip(reader);
     archive_read_support_filter_xz(reader);
     archive_read_support_filter_zstd(reader);
     archive_read_support_format_tar(reader);
-    return lseek(from.file.get(), static_cast<off_t>(from.payload_at), SEEK_SET) >= 0 &&
-           archive_read_open_fd(reader, from.file.get(), kCopyBytes) == ARCHIVE_OK;
+    return archive_read_open_fd(reader, file, kCopyBytes) == ARCHIVE_OK;
 }
 
 static std::string_view entry_path(archive_entry *entry)
@@ -210,7 +209,8 @@ int32_t archive_extract(SignedArchive *from, const char *const *wanted, int flag
         return kArchiveNoFolder;
     const UniqueReader reader(archive_read_new());
     const UniqueWriter writer(archive_write_disk_new());
-    if (!reader || !writer || !reader_open(reader.get(), *from))
+    if (!reader || !writer || lseek(from->file.get(), static_cast<off_t>(from->payload_at), SEEK_SET) < 0 ||
+        !tar_open(reader.get(), from->file.get()))
         return kArchiveBadSignature;
     int options = ARCHIVE_EXTRACT_SECURE_NODOTDOT | ARCHIVE_EXTRACT_SECURE_SYMLINKS |
                   ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS | ARCHIVE_EXTRACT_TIME;

@@ -16,6 +16,8 @@
 #include "autocleanup/unique.h"
 #include "platform/codesign/manifest.h"
 
+struct archive; // of libarchive
+
 namespace codesign
 {
 
@@ -78,6 +80,9 @@ enum ExtractFlag : int { kExtractModes = 1, kExtractReplace = 4 };
 // Extracts members into the archive's folder; `wanted` NULL: all, else NULL-ended names. A member that is not what the
 // manifest says does not stay. Returns an ArchiveError.
 [[nodiscard]] int32_t archive_extract(SignedArchive *from, const char *const *wanted, int flags);
+
+// Lets libarchive read a tar, plain or compressed as a payload may be, from where the file stands.
+[[nodiscard]] bool tar_open(struct archive *reader, int file);
 
 // Whether a file is a tar: its first block has the mark of one.
 [[nodiscard]] bool file_is_tar(const char *path);

@@ -64,7 +64,7 @@ class OnTheSegment(Scenario):
             self.skipTest("this machine has no tap devices for us")
         with Bridge(2) as bridge:
             image = Image.existing()
-            both = [self.create(name=f"at{number}", number=number, tap=f"tap{number - 1}", net="none")
+            both = [self.create(name=f"at{number}", number=number, tap=f"tap{number - 1}", net="none", memory_mb=256)
                     for number in (1, 2)]
             for machine in both:
                 machine.start(image=image, within=bridge.within)

@@ -159,9 +159,7 @@ using UniqueReader = Unique<archive *, nullptr, reader_free>;
 static int content_print(int file)
 {
     const UniqueReader reader(archive_read_new());
-    archive_read_support_filter_all(reader.get());
-    archive_read_support_format_tar(reader.get());
-    if (archive_read_open_fd(reader.get(), file, 65536) != ARCHIVE_OK)
+    if (!codesign::tar_open(reader.get(), file))
         return refuse("neither form of a patch");
     std::string version(65536, '\0');
     size_t version_bytes = 0;
