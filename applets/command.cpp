@@ -18,8 +18,6 @@ CommandEnd command_run(std::span<const Command> commands, int argc, char *argv[]
     const Command *command = command_find(commands, argv[1]);
     if (command == nullptr)
         return CommandEnd::kUnknown;
-    if (command->run == nullptr)
-        return CommandEnd::kNotBuiltIn;
     if (command->run(argc, argv) == 0)
         return CommandEnd::kDone;
     puts("Excution Error");

@@ -5,11 +5,11 @@
 
 struct Command {
     char name[32];
-    int (*run)(int argc, char *argv[]); // takes the process's arguments; 0 is success. NULL: not built in
+    int (*run)(int argc, char *argv[]); // takes the process's arguments; 0 is success
     const char *usage;                  // its lines of the usage text
 };
 
-enum class CommandEnd { kDone, kFailed, kUnknown, kNotBuiltIn };
+enum class CommandEnd { kDone, kFailed, kUnknown };
 
 // Runs the command that argv[1] names; of two rows with one name the last one counts, and the empty name is none. Says
 // "Excution Error" on standard output when it fails.

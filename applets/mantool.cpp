@@ -6,7 +6,6 @@
 
 #include "applets/applets.h"
 #include "applets/command.h"
-#include "applets/not_built_in.h"
 #include "product.h"
 
 static constexpr Command kCommands[] = {
@@ -20,8 +19,8 @@ static constexpr Command kCommands[] = {
     {"-rtc_set", SetTimeCommand,
      "mantool -rtc_set <yyyy/mm/dd> <hh:mm:ss>\n  ex: mantool -rtc_set 2021/08/04 12:30:00\n"},
     {"-temperature", man_temperature, "mantool -temperature\n"},
-    {"-cpu_temp", nullptr, "mantool -cpu_temp [core, from 1]\n  ex: mantool -cpu_temp 2\n"},
-    {"-fan_status_get", nullptr, "mantool -fan_status_get\n"},
+    {"-cpu_temp", man_cpu_temperature, "mantool -cpu_temp [core, from 1]\n  ex: mantool -cpu_temp 2\n"},
+    {"-fan_status_get", man_fan_status_get, "mantool -fan_status_get\n"},
     {"-mac_get", man_mac_get, "mantool -mac_get [n]\n  ex: mantool -mac_get 2\n"},
     {"-mac_set", man_mac_set, "mantool -mac_set [n] <XXXXXXXXXXXX>\n  ex: mantool -mac_set 2 0200000A0B0C\n"},
     {"-sn_get", man_sn_get, "mantool -sn_get\n"},
@@ -46,13 +45,13 @@ static constexpr Command kCommands[] = {
     {"-test_flag_set", man_test_flag_set,
      "mantool -test_flag_set <name> <value>\n  ex: mantool -test_flag_set FTF_USB 1\n"},
     {"-test_flag_get", man_test_flag_get, "mantool -test_flag_get <name>\n  ex: mantool -test_flag_get FTF_USB\n"},
-    {"-set_pwm", nullptr, "mantool -set_pwm <Vxx/Wyy>\n  ex: mantool -set_pwm V05\n"},
+    {"-set_pwm", man_fan_pwm_set, "mantool -set_pwm <Vxx/Wyy>\n  ex: mantool -set_pwm V05\n"},
     {"-set_hddfaulty", man_disk_fault_led,
      "mantool -set_hddfaulty <disk> <on/off> [internal/sys]\n  ex: mantool -set_hddfaulty 1 on internal\n"},
     {"-mem_write", man_memory_write, "mantool -mem_write <addr> <value>\n  ex: mantool -mem_write 0xfed80000 0x1\n"},
     {"-mem_read", man_memory_read, "mantool -mem_read <addr>\n  ex: mantool -mem_read 0xfed80000\n"},
-    {"-log", nullptr, "mantool -log <text>\n  ex: mantool -log \"burn-in passed\"\n"},
-    {"-usb3_dwng", nullptr, "mantool -usb3_dwng <SCSI disk device>\n  ex: mantool -usb3_dwng /dev/sdq\n"},
+    {"-log", man_log, "mantool -log <text>\n  ex: mantool -log \"burn-in passed\"\n"},
+    {"-usb3_dwng", man_usb3_downgrade, "mantool -usb3_dwng <SCSI disk device>\n  ex: mantool -usb3_dwng /dev/sdq\n"},
     {"-led_mask_on", man_led_mask_on, "mantool -led_mask_on\n"},
     {"", nullptr, ""},
 };
@@ -70,16 +69,9 @@ int mantool_main(int argc, char *argv[])
         mantool_usage_print();
         return 0;
     }
-    switch (command_run(kCommands, argc, argv)) {
-    case CommandEnd::kUnknown:
+    if (command_run(kCommands, argc, argv) == CommandEnd::kUnknown) {
         puts("Arguments err, please refer follow ");
         mantool_usage_print();
-        return 0;
-    case CommandEnd::kNotBuiltIn:
-        return not_built_in(argc, argv);
-    case CommandEnd::kDone:
-    case CommandEnd::kFailed: // whoever called reads the output
-        break;
     }
-    return 0;
+    return 0; // also for a command that failed: whoever called reads the output
 }

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "external/board_device.h"
+
 // Prints the tool's usage text.
 void mantool_usage_print();
 // The same for wrong arguments. Returns -1.
@@ -16,6 +18,9 @@ int mantool_usage_error();
 // board then tells.
 int SetTimeCommand(int argc, char *argv[]);
 
+// One request to the board, whose failure is told by `name`. Returns 0; -1.
+int man_board_ask(BoardRequest request, const char *name, void *record);
+
 // The board.
 int man_byte_write(int argc, char *argv[]);
 int man_byte_read(int argc, char *argv[]);
@@ -27,8 +32,15 @@ int man_uart_write(int argc, char *argv[]);
 int man_button_test(int argc, char *argv[]);
 int man_rtc_get(int argc, char *argv[]);
 int man_temperature(int argc, char *argv[]);
+int man_cpu_temperature(int argc, char *argv[]);
+int man_fan_status_get(int argc, char *argv[]);
+int man_fan_pwm_set(int argc, char *argv[]);
 int man_disk_fault_led(int argc, char *argv[]);
 int man_led_mask_on(int argc, char *argv[]);
+
+// What leads elsewhere: a line to the factory's log server, a command to a USB flash device.
+int man_log(int argc, char *argv[]);
+int man_usb3_downgrade(int argc, char *argv[]);
 
 // Power-on schedules and wake-on-LAN.
 int man_auto_poweron_enable(int argc, char *argv[]);

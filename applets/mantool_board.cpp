@@ -1,12 +1,14 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <sys/ioctl.h>
 
 #include "applets/mantool.h"
-#include "external/board_device.h"
+#include "external/hardware_model.h"
 #include "external/rtc_time.h"
 #include "lib/report.h"
 
@@ -29,8 +31,7 @@ int mantool_usage_error()
     return -1;
 }
 
-// One request, whose failure is told by its name.
-static int board_ask(BoardRequest request, const char *name, void *record)
+int man_board_ask(BoardRequest request, const char *name, void *record)
 {
     const UniqueFd device = board_open();
     if (!device) {
@@ -70,7 +71,7 @@ template <typename Pair> struct Place {
 
 template <typename Pair> static int place_read(const Place<Pair> &place, Pair pair)
 {
-    if (board_ask(place.read, place.read_name, &pair) != 0)
+    if (man_board_ask(place.read, place.read_name, &pair) != 0)
         return -1;
     printf(place.format, pair.at, pair.value);
     return 0;
@@ -82,7 +83,7 @@ template <typename Pair> static int place_write_command(const Place<Pair> &place
     if (!pair_parse(argc, argv, true, &pair))
         return mantool_usage_error();
     const Pair asked = {pair.at, 0};
-    return board_ask(place.write, place.write_name, &pair) == 0 ? place_read(place, asked) : -1;
+    return man_board_ask(place.write, place.write_name, &pair) == 0 ? place_read(place, asked) : -1;
 }
 
 template <typename Pair> static int place_read_command(const Place<Pair> &place, int argc, char *argv[])
@@ -128,7 +129,7 @@ int man_uart_write(int argc, char *argv[])
     if (argc != 4 || strcmp(argv[2], "w") != 0 || argv[3][0] == '\0')
         return mantool_usage_error();
     char text[2] = {argv[3][0], '\0'};
-    if (board_ask(NORVIO_MICROP_WRITE, "NORVIO_MICROP_WRITE", text) != 0)
+    if (man_board_ask(NORVIO_MICROP_WRITE, "NORVIO_MICROP_WRITE", text) != 0)
         return -1;
     printf("0x%2x\n", static_cast<unsigned char>(text[0]));
     return 0;
@@ -140,7 +141,7 @@ int man_button_test(int argc, char *argv[])
     if (!is_on && (argc != 3 || strcmp(argv[2], "disable") != 0))
         return mantool_usage_error();
     uint32_t mode = is_on ? 1 : 0;
-    return board_ask(NORVIO_MANUTIL_MODE, "NORVIO_MANUTIL_MODE", &mode);
+    return man_board_ask(NORVIO_MANUTIL_MODE, "NORVIO_MANUTIL_MODE", &mode);
 }
 
 int man_rtc_get(int argc, char * /*argv*/[])
@@ -159,9 +160,33 @@ int man_temperature(int argc, char * /*argv*/[])
     if (argc != 2)
         return mantool_usage_error();
     int32_t celsius = 0;
-    if (board_ask(NORVIO_GET_TEMPERATURE, "NORVIO_GET_TEMPERATURE", &celsius) != 0)
+    if (man_board_ask(NORVIO_GET_TEMPERATURE, "NORVIO_GET_TEMPERATURE", &celsius) != 0)
         return -1;
     printf("%dC captured\n", celsius);
+    return 0;
+}
+
+int man_cpu_temperature(int argc, char *argv[])
+{
+    struct {
+        int32_t count;
+        int32_t celsius[3];
+    } cores = {};
+    uint32_t core = 1;
+    if (argc > 3 || (argc == 3 && !ParseNumber(argv[2], &core)) || core < 1)
+        return mantool_usage_error();
+    if (!hardware_can(kHardwareCpuTemperature)) {
+        puts("This model not support cpu temperature");
+        return -1;
+    }
+    if (man_board_ask(NORVIO_GET_CPU_TEMPERATURE, "NORVIO_GET_CPU_TEMPERATURE", &cores) != 0)
+        return -1;
+    const int32_t told = std::clamp(cores.count, 0, static_cast<int32_t>(std::size(cores.celsius)));
+    if (core > static_cast<uint32_t>(told)) {
+        printf("No temperature of core %u, the board tells of %d\n", core, told);
+        return -1;
+    }
+    printf("%dC captured\n", cores.celsius[core - 1]);
     return 0;
 }
 
@@ -185,7 +210,7 @@ int man_disk_fault_led(int argc, char *argv[])
     constexpr int32_t kFaultOn = 2, kFaultOff = 1;
     NORVDiskLed led = {static_cast<int32_t>(disk), is_on ? kFaultOn : kFaultOff, static_cast<int32_t>(strlen(slot) + 1),
                        slot};
-    return board_ask(NORVIO_SET_DISK_LED, "NORVIO_SET_DISK_LED", &led);
+    return man_board_ask(NORVIO_SET_DISK_LED, "NORVIO_SET_DISK_LED", &led);
 }
 
 int man_led_mask_on(int /*argc*/, char * /*argv*/[])

@@ -87,7 +87,6 @@ int norvhwctrl_main(int argc, char *argv[])
         return 0;
     case CommandEnd::kFailed:
         return 1;
-    case CommandEnd::kNotBuiltIn:
     case CommandEnd::kUnknown:
         break;
     }

@@ -52,6 +52,20 @@ inline constexpr char kProductOutOfBandUnique[] = "norv_x86_oob1";
 // The model, as its hardware version tells before "-j", that norv_led_mask_on sends no mask request.
 inline constexpr char kProductNoLedMaskModel[] = "NS-LED1";
 
+// What the hardware of a model lacks, by number: 4 tells the processor's temperature, 7 lets its fans be set.
+struct ProductMissingCapability {
+    const char *unique; // of the model description
+    int capability;
+};
+inline constexpr ProductMissingCapability kProductMissingCapabilities[] = {
+    {"norv_x86_fanless", 7},
+    {"norv_x86_nosensor", 4},
+    {"norv_x86_nosensor", 7},
+};
+
+// The byte by which the micro-controller tells that a fan has failed.
+inline constexpr char kProductMicropFanFailed = 'F';
+
 // Serial numbers of these lengths have a short form: their last kProductShortSerialLength characters.
 inline constexpr size_t kProductLongSerialLengths[] = {13, 16};
 inline constexpr size_t kProductShortSerialLength = 10;

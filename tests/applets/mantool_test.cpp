@@ -1,9 +1,15 @@
 // The factory tool: what it keeps in the unit's record, and what it asks of the board.
+#include <cerrno>
 #include <gtest/gtest.h>
+#include <scsi/sg.h>
 #include <string>
 #include <vector>
 
+#include "product.h"
+#include "tests/support/box_links.h"
+#include "tests/support/box_station.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/udpd_datagram.h"
 
 namespace
 {
@@ -108,6 +114,7 @@ TEST(Mantool, DamagedRecordIsRefused)
 TEST(Mantool, AsksTheBoard)
 {
     Unit box;
+    box.board_scenario("cpu_temperature 61 -4\n");
     const struct {
         std::vector<std::string> words;
         std::string out; // that it begins with
@@ -121,13 +128,18 @@ TEST(Mantool, AsksTheBoard)
         {{"-button_test", "enable"}, ""},
         {{"-set_hddfaulty", "1", "onward"}, ""},
         {{"-set_hddfaulty", "1", "off", "rear"}, "Bad Arguments."},
+        {{"-cpu_temp"}, "61C captured\n"},
+        {{"-cpu_temp", "2"}, "-4C captured\n"},
+        {{"-cpu_temp", "3"}, "No temperature of core 3, the board tells of 2\n"},
+        {{"-set_pwm", "V05"}, ""},
+        {{"-set_pwm", "W99"}, ""},
         {{"-auto_poweron_enable", "0x103C00"}, "Error input:[0x103C00]:hour cannot more than 24\n"},
         {{"-auto_poweron_enable", "0x801000"}, "Error input:[0x801000]:weekdays cannot more than 0x7F\n"},
         {{"-auto_poweron_enable", "0x1000000"}, "Error input:[0x1000000]\n"},
         {{"-auto_poweron_enable", "0x10173C"}, "Error input:[0x10173C]:min cannot more than 60\n"},
     };
     for (const auto &row : kRows) {
-        SCOPED_TRACE(row.words[0] + " " + row.words[1]);
+        SCOPED_TRACE(row.words[0] + " " + row.words.back());
         const std::string out = box.out(row.words);
         EXPECT_EQ(out.substr(0, row.out.size()), row.out);
         EXPECT_TRUE(!row.out.empty() || out.empty()) << out;
@@ -139,14 +151,224 @@ TEST(Mantool, AsksTheBoard)
                                                   {"-md", "1x"},
                                                   {"-button_test", "on"},
                                                   {"-uart2", "r", "1"},
+                                                  {"-cpu_temp", "0"},
+                                                  {"-fan_status_get", "1"},
+                                                  {"-set_pwm", "V5"},
+                                                  {"-set_pwm", "X05"},
+                                                  {"-set_pwm", "W0x"},
+                                                  {"-log"},
+                                                  {"-usb3_dwng"},
                                                   {"-auto_poweron_get", "0"},
                                                   {"-rtc_set", "2021/08/04"}}) {
         const std::string out = box.out(words);
         EXPECT_NE(out.find("\nmantool -mw "), std::string::npos) << words[0];
         EXPECT_NE(out.find(kFailed), std::string::npos) << words[0];
     }
+    const Record record = box.record();
+    EXPECT_EQ(record.text("board 0xc0014b21 *"), "board 0xc0014b21 micro_write \"V05\"\n"
+                                                 "board 0xc0014b21 micro_write \"W99\"\n");
+    EXPECT_EQ(record.count("board 0xc0104b22 *"), 3);
     box.board_remove();
     EXPECT_TRUE(box.out({"-temperature"}).starts_with("open /dev/norvbios error!\n"));
+}
+
+TEST(Mantool, ModelLacksASensorOrTheFansControl)
+{
+    const struct {
+        std::vector<std::string> words;
+        int capability;
+        std::string out;
+    } kRows[] = {
+        {{"-cpu_temp"}, 4, "This model not support cpu temperature\n"},
+        {{"-set_pwm", "V05"}, 7, "This model not support the PWM control.\n"},
+    };
+    for (const ProductMissingCapability &missing : kProductMissingCapabilities) {
+        Unit box;
+        box.file("/etc.defaults/norvinfo.conf", std::string("unique=") + missing.unique + "\n");
+        for (const auto &row : kRows)
+            if (missing.capability == row.capability) {
+                EXPECT_EQ(box.out(row.words), row.out + kFailed + "\n") << missing.unique;
+            }
+        EXPECT_EQ(box.record().count("board *"), 0);
+    }
+}
+
+// Where the fans' states come from, and what becomes of them: the controller's files, the board, the micro-controller.
+TEST(Mantool, FanStates)
+{
+    constexpr char kModuleFailed[] = "Norvbios ioctl NORVIO_GET_MODULE_TYPE failed !!";
+    constexpr char kOtherAnswer[] = "microp_fan_state: Get Microp return other than fan fail.";
+    constexpr char kPlain[] = "supportraid=no\n";
+    constexpr char kController[] = "supportraid=no\nsupportadt7490=\"yes\"\n";
+    const std::string failed = std::string(kFailed) + "\n";
+    const std::string path = "/tmp/ADTFanPath/fan";
+    const struct {
+        const char *conf, *scenario, *speed; // speed of the first fan that the controller tells; NULL: none
+        std::string out;
+        std::string log; // so many lines, and no other
+        int lines;
+        int sleeps;
+    } kRows[] = {
+        {kPlain, "fans 2\nfan 1 900\nfan 2 0\n", nullptr,
+         "Total Fans: 2, Fan 1 Status: start\nTotal Fans: 2, Fan 2 Status: stop\n", "", 0, 0},
+        {kPlain, "fans 0\n", nullptr, "", "", 0, 0},
+        {kPlain, "fans 1\nfail fan_count EIO\n", nullptr, "ioctl error with cmd NORVIO_GET_FAN_STATUS !\n" + failed, "",
+         0, 0},
+        {kPlain, "fans 1\nfail fan_status EIO\n", nullptr,
+         "ioctl error with cmd NORVIO_GET_FAN_STATUS !\nTotal Fans: 1, Fan 1 status can't get\n" + failed, "", 0, 0},
+        {kPlain, "fans 1\nfail module_type EIO\n", nullptr, "Total Fans: 1, Fan 1 status can't get\n" + failed,
+         kModuleFailed, 1, 0},
+        {kPlain, "fans 1\nmodule 6\n", nullptr, "Total Fans: 1, Fan 1 Status: start\n", kOtherAnswer, 5, 4},
+        {kPlain, "fans 1\nmodule 6\nmicro_bytes 0x31 0x46 0x31\n", nullptr, "Total Fans: 1, Fan 1 Status: stop\n",
+         kOtherAnswer, 1, 1},
+        {kPlain, "fans 1\nmodule 6\nfail micro_read EIO\n", nullptr,
+         "ioctl error with cmd NORVIO_MICROP_READ_BYTE !\nTotal Fans: 1, Fan 1 status can't get\n" + failed, "", 0, 0},
+        {kController, "fans 1\nmodule 6\n", "1200\n", "Total Fans: 1, Fan 1 Status: start\n", "", 0, 0},
+        {kController, "fans 1\n", "0\n", "Total Fans: 1, Fan 1 Status: stop\n", "", 0, 0},
+        {kController, "fans 1\n", "",
+         "Fail to read " + path + "1_input\nTotal Fans: 1, Fan 1 status can't get\n" + failed, "", 0, 0},
+        {kController, "fans 1\n", nullptr,
+         "Fail to open file:" + path + "1_input\nTotal Fans: 1, Fan 1 status can't get\n" + failed, "", 0, 0},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(std::string(row.conf) + row.scenario);
+        Unit box;
+        box.call({.call = "sleep"});
+        box.file("/etc.defaults/norvinfo.conf", row.conf);
+        box.board_scenario(row.scenario);
+        if (row.conf == kController) {
+            box.file("/tmp/ADTFanPath/name", "adt7490\n");
+            if (row.speed != nullptr)
+                box.file(path + "1_input", row.speed);
+        }
+        const Result result = box.tool({"-fan_status_get"});
+        EXPECT_EQ(result.out, row.out);
+        EXPECT_EQ(result.record.count("log err mantool_fan.cpp:* " + row.log), row.lines) << result.record.text();
+        EXPECT_EQ(result.log.size(), static_cast<size_t>(row.lines));
+        EXPECT_EQ(result.record.count("sleep 1"), row.sleeps);
+        const bool has_checker = result.record.count("board * micro_read *") > 0;
+        EXPECT_EQ(result.record.text("board * micro_write *"),
+                  has_checker ? "board 0xc0014b21 micro_write \"u\"\nboard 0xc0014b21 micro_write \"t\"\n" : "");
+    }
+}
+
+// What a line to the log server takes along.
+struct LoggingUnit : Unit {
+    BoxLinks links{*this};
+    LoggingUnit()
+    {
+        EXPECT_TRUE(links.wire("eth0", "peer0") && links.set("eth0", true) && links.set("peer0", true));
+        file("/proc/sys/kernel/norv_serial", "1234567890123\n");
+        file("/proc/sys/kernel/norv_mac_address1", "0200000a0b0c\n");
+        file("/etc/norvmanlog.conf", "label=line 4\n");
+        file("/etc.defaults/norvinfo.conf", "unique=\"norv_x86_ds_1234567890123456789\"\n");
+        file("/tmp/norvmanlogcounter", "counter=41\n");
+        file("/tmp/norvmanlogsession", "session=000000077\n");
+        leaves({"/tmp/norvmanlog*"});
+    }
+};
+
+TEST(Mantool, LogLineOnTheWire)
+{
+    const std::string head = "16SN=1234567890123"
+                             "10MAC=0A0B0C"
+                             "12LABEL=line 4"
+                             "10COUNTER=41"
+                             "17SESSION=000000077"
+                             "25MODEL=ds_1234567890123456";
+    const std::string longest(1024 - 5 - head.size() - 4, 'x');
+    LoggingUnit box;
+    const BoxStation station(box, "peer0");
+    const std::string log = "log err mantool_log.cpp:* ";
+    for (const std::string &text : {longest + "x", longest, std::string("burn-in \"passed\"")}) {
+        const bool fits = text.size() <= longest.size();
+        const Result result = box.tool({"-log", text});
+        if (!fits) {
+            EXPECT_EQ(result.out, std::string(kFailed) + "\n");
+            EXPECT_EQ(result.record.count(log + "The log length is " + std::to_string(text.size()) +
+                                          ", exceeds the max length " + std::to_string(longest.size()) +
+                                          ", the log won't be sent"),
+                      1);
+            EXPECT_EQ(station.receive(0.05), "");
+            box.file("/tmp/norvmanlogcounter", "counter=41\n");
+            continue;
+        }
+        const std::string record = std::to_string(text.size() + 4) + "LOG=" + text;
+        const UdpdDatagram datagram{.event = 1, .payload = head + record + '\0', .id = 0, .name = "norvmanl"};
+        const UdpFrame frame{.source_mac = box_mac(box, "eth0"),
+                             .source_ip = "\x78\x56\x34\x12",
+                             .source_port = 9999,
+                             .destination_port = 1123,
+                             .payload = datagram.bytes()};
+        EXPECT_EQ(testing::PrintToString(station.receive()), testing::PrintToString(frame.bytes()));
+        EXPECT_EQ(result.record.count(log + "Final string size = " + std::to_string(head.size() + record.size()) +
+                                      ", string = \"16SN=*" + text + "\"*"),
+                  1)
+            << result.record.text();
+        EXPECT_EQ(box.read_file("/tmp/norvmanlogcounter"), "counter=42\n"); // the next one's
+        box.file("/tmp/norvmanlogcounter", "counter=41\n");
+    }
+}
+
+TEST(Mantool, LogLineWithoutItsValues)
+{
+    const struct {
+        const char *path, *content; // of the file changed; NULL: removed
+        std::string log;            // why nothing is sent; empty: something is, with `part`
+        std::string part;
+    } kRows[] = {
+        {"/etc/norvmanlog.conf", nullptr, "Get label from /etc/norvmanlog.conf fail", ""},
+        {"/etc.defaults/norvinfo.conf", "unique=norv\n", "Get first '_' error , unique name's format is invalid", ""},
+        {"/etc.defaults/norvinfo.conf", "unique=a_b\n", "Get second '_' error , unique name's format is invalid", ""},
+        {"/etc.defaults/norvinfo.conf", "unique=a_b_c\n", "", "7MODEL=c"},
+        {"/tmp/norvmanlogcounter", nullptr, "", "9COUNTER=0"},
+        {"/tmp/norvmanlogsession", nullptr, "", "17SESSION="},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.path);
+        LoggingUnit box;
+        const BoxStation station(box, "peer0");
+        if (row.content == nullptr)
+            box.remove(row.path);
+        else
+            box.file(row.path, row.content);
+        const Result result = box.tool({"-log", "x"});
+        EXPECT_EQ(result.record.count("log err mantool_log.cpp:* *"), 1) << result.record.text();
+        EXPECT_EQ(result.record.count("log err mantool_log.cpp:* " + (row.log.empty() ? "Final string*" : row.log)), 1);
+        const std::string frame = station.receive(row.log.empty() ? 10 : 0.05);
+        EXPECT_NE(frame.empty(), row.log.empty());
+        const size_t part = frame.find(row.part);
+        EXPECT_NE(part, frame.npos);
+        if (row.part != "17SESSION=")
+            continue;
+        const std::string session = frame.substr(part + row.part.size(), 9);
+        EXPECT_EQ(session.find_first_not_of("0123456789"), session.npos);
+        EXPECT_EQ(box.read_file("/tmp/norvmanlogsession"), "session=" + session + "\n");
+    }
+}
+
+TEST(Mantool, FlashDeviceIsSlowedDown)
+{
+    constexpr size_t kCommandAt = offsetof(sg_io_hdr, cmdp), kStatusAt = offsetof(sg_io_hdr, status);
+    Unit box;
+    box.device("/dev/sdq", 1 << 20);
+    box.request({.device = "/dev/sdq", .request = SG_IO, .reads = 9, .times = 1});
+    box.request(
+        {.device = "/dev/sdq", .request = SG_IO, .reads = 12, .at = kCommandAt, .is_pointer = true, .times = 1});
+    box.request({.device = "/dev/sdq", .request = SG_IO, .reads = 4, .at = offsetof(sg_io_hdr, timeout), .times = 1});
+    box.request({.device = "/dev/sdq", .request = SG_IO, .error = EIO, .times = 1});
+    box.request({.device = "/dev/sdq", .request = SG_IO, .bytes = "\x02", .at = kStatusAt, .times = 1});
+    const std::string failed = std::string(kFailed) + "\n";
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(box.out({"-usb3_dwng", "/dev/sdq"}), "");
+    EXPECT_EQ(box.out({"-usb3_dwng", "/dev/sdq"}), "Send command error: 5\n" + failed);
+    EXPECT_EQ(box.out({"-usb3_dwng", "/dev/sdq"}), "Send command error: 2\n" + failed);
+    EXPECT_EQ(box.out({"-usb3_dwng", "/dev/sdz"}), "Cannot open /dev/sdz\n" + failed);
+    EXPECT_EQ(box.record().text("ioctl /dev/sdq *"),
+              "ioctl /dev/sdq SG_IO 53000000ffffffff0c\n" // 'S', no data, a command of twelve bytes
+              "ioctl /dev/sdq SG_IO 06cd00000000000000000000\n"
+              "ioctl /dev/sdq SG_IO e8030000\n" // a second
+              "ioctl /dev/sdq SG_IO = EIO\nioctl /dev/sdq SG_IO\n");
 }
 
 } // namespace

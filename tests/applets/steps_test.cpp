@@ -163,7 +163,6 @@ TEST(Command, LastRowOfANameRuns)
         {"-twice", [](int, char *[]) { return 1; }, "one\n"},
         {"-fails", [](int argc, char *[]) { return argc; }, "two\n"},
         {"-twice", [](int, char *[]) { return 0; }, "three\n"},
-        {"-absent", nullptr, "four\n"},
         {"", [](int, char *[]) { return 0; }, ""},
     };
     const struct {
@@ -172,7 +171,7 @@ TEST(Command, LastRowOfANameRuns)
         const char *out;
     } kCases[] = {
         {"-twice", CommandEnd::kDone, ""},        {"-fails", CommandEnd::kFailed, "Excution Error\n"},
-        {"-absent", CommandEnd::kNotBuiltIn, ""}, {"", CommandEnd::kUnknown, ""},
+        {"", CommandEnd::kUnknown, ""},
         {"-fail", CommandEnd::kUnknown, ""},      {"-failsx", CommandEnd::kUnknown, ""},
     };
     for (auto [word, end, out] : kCases) {
