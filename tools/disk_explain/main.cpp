@@ -88,9 +88,13 @@ void View::say(const char *format, ...)
 
 int main(int argc, char *argv[])
 {
+    static constexpr char kUsage[] = "usage: disk-explain [--json] IMAGE|DEVICE\n"
+                                     "       disk-explain --help\n";
+    if (argc == 2 && strcmp(argv[1], "--help") == 0)
+        return fputs(kUsage, stdout) < 0 ? 2 : 0;
     const bool as_json = argc > 1 && strcmp(argv[1], "--json") == 0;
     if (argc != (as_json ? 3 : 2) || argv[argc - 1][0] == '-') {
-        fputs("usage: disk-explain [--json] IMAGE|DEVICE\n", stderr);
+        fputs(kUsage, stderr);
         return 2;
     }
     ExaminedDisk disk = {};

@@ -31,6 +31,7 @@ static constexpr char kUsage[] =
     "  --break WHAT a patch that must be refused:\n"
     "               unsigned signature stranger truncated payload extra-file escape absolute link device\n"
     "               checksum totals no-totals missing-file\n"
+    "  --help       print this text\n"
     "\n"
     "Exit status: 0 done, or the patch is good; 1 the patch is not good; 2 wrong use, or something cannot be read or\n"
     "written.\n";
@@ -234,6 +235,7 @@ int main(int argc, char *argv[])
                                           {"keys", required_argument, nullptr, 'k'},
                                           {"key-type", required_argument, nullptr, 't'},
                                           {"break", required_argument, nullptr, 'b'},
+                                          {"help", no_argument, nullptr, 'h'},
                                           {nullptr, 0, nullptr, 0}};
     PatchPlan plan;
     plan.key_folder = default_key_folder();
@@ -244,6 +246,8 @@ int main(int argc, char *argv[])
             plan.key_folder = optarg;
         else if (option == 't')
             plan.key_type = atoi(optarg);
+        else if (option == 'h')
+            return fputs(kUsage, stdout) < 0 ? 2 : 0;
         else if (option != 'b' || !fault_find(optarg, &plan))
             return usage();
     }

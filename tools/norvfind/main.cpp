@@ -33,6 +33,7 @@ constexpr char kUsage[] =
     "  --seconds N       how long to listen: 4, for set 60\n"
     "  --plain           for appliances without keys: ask and set in the clear\n"
     "  --key-file FILE   add the secret key of this run to FILE, for the dissector in tools/wireshark\n"
+    "  --help            print this text\n"
     "\n"
     "With the right to use frames (root, or cap_net_raw) appliances without an address and on foreign subnets are "
     "heard.\n"
@@ -294,12 +295,19 @@ bool secret_key_note(const char *path)
 }
 
 constexpr option kOptions[] = {
-    {"json", no_argument, nullptr, 'j'},           {"plain", no_argument, nullptr, 'p'},
-    {"dhcp", no_argument, nullptr, 'd'},           {"interface", required_argument, nullptr, 'i'},
-    {"port", required_argument, nullptr, 'P'},     {"seconds", required_argument, nullptr, 's'},
-    {"key-file", required_argument, nullptr, 'k'}, {"hostname", required_argument, nullptr, 'h'},
-    {"ip", required_argument, nullptr, 'a'},       {"gateway", required_argument, nullptr, 'g'},
-    {"dns", required_argument, nullptr, 'n'},      {nullptr, 0, nullptr, 0},
+    {"json", no_argument, nullptr, 'j'},
+    {"plain", no_argument, nullptr, 'p'},
+    {"dhcp", no_argument, nullptr, 'd'},
+    {"interface", required_argument, nullptr, 'i'},
+    {"port", required_argument, nullptr, 'P'},
+    {"seconds", required_argument, nullptr, 's'},
+    {"key-file", required_argument, nullptr, 'k'},
+    {"hostname", required_argument, nullptr, 'h'},
+    {"ip", required_argument, nullptr, 'a'},
+    {"gateway", required_argument, nullptr, 'g'},
+    {"dns", required_argument, nullptr, 'n'},
+    {"help", no_argument, nullptr, 'H'},
+    {nullptr, 0, nullptr, 0},
 };
 
 } // namespace
@@ -307,9 +315,12 @@ constexpr option kOptions[] = {
 int main(int argc, char *argv[])
 {
     Options options;
-    for (int option; (option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;)
+    for (int option; (option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
+        if (option == 'H')
+            return fputs(kUsage, stdout) < 0 ? kWrongUse : kDone;
         if (!option_take(option, optarg, &options))
             return usage();
+    }
     const int words = argc - optind;
     const std::string command = words > 0 ? argv[optind] : "", mac = words > 1 ? argv[optind + 1] : "";
     const bool is_setting = options.dhcp || options.ip != 0;
