@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <getopt.h>
 #include <iterator>
-#include <sys/file.h>
 
 #include "applets/applets.h"
 #include "applets/banner.h"
@@ -13,6 +12,7 @@
 #include "install/patch.h"
 #include "install/recoverable.h"
 #include "install/system_status.h"
+#include "install/volume.h"
 #include "lib/report.h"
 
 // --download, --start and --parse stand here alone: they are no options any more.
@@ -38,107 +38,109 @@ static void progress(int stage, unsigned code, unsigned long value)
 }
 
 // The lock of an install; empty, and told, when it cannot be had.
-static UniqueFd install_lock_take()
+static UniqueFd lock_take()
 {
-    UniqueFd lock(open(kInstallLockPath, O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-    if (!lock)
+    UniqueFd lock;
+    const LockOutcome outcome = install_lock_take(O_CLOEXEC, &lock);
+    if (outcome == LockOutcome::kNoFile)
         NORV_LOG(LOG_ERR, "create lock file fail");
-    else if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    else if (outcome == LockOutcome::kHeld)
         NORV_LOG(LOG_ERR, "Get file lock fail");
-        lock.reset();
-    }
     if (!lock)
         progress(kStageFailed, kCodeLock, 0);
     return lock;
 }
 
-static int auto_run(int /*argc*/, char * /*argv*/[])
+// A fresh install in one of the ways that mount the volume themselves. It is unmounted again.
+static int fresh_install(int (*install)(int mode, char *mount_out, size_t size, InstallProgress progress))
 {
-    char mount[sizeof(gszUpgradeVolMnt)] = "";
-    const UniqueFd lock = install_lock_take();
-    if (lock && DownloadAndInstall(kDownloadFresh, mount, sizeof(mount), progress) == 0)
-        return 0;
-    TELL("Auto Upgrade Fail.\n");
-    return -1;
-}
-
-static int check_run(int /*argc*/, char * /*argv*/[])
-{
-    if (CheckNewVersionCgi(kDownloadFresh) == 0)
-        return 0;
-    TELL("Check New NOS for [Install] Fail.\n");
-    return -1;
-}
-
-static int check_reinstall_run(int /*argc*/, char * /*argv*/[])
-{
-    if (CheckNewVersionCgi(kDownloadReinstall) == 0)
-        return 0;
-    TELL("Check New NOS for [Reinstall] Fail.\n");
-    return -1;
-}
-
-static int check_migrate_run(int /*argc*/, char * /*argv*/[])
-{
-    if (CheckNewVersionCgi(kDownloadMigrate) == 0)
-        return 0;
-    TELL("Check New NOS for [Migration] Fail.\n");
-    return -1;
-}
-
-// The arguments of a mode are those behind the options.
-static int patch_run(int argc, char *argv[])
-{
-    if (argc < 1) {
-        TELL("Too few arguement.\n");
+    const UniqueFd lock = lock_take();
+    if (!lock)
         return -1;
-    }
-    const UniqueFd lock = install_lock_take();
-    if (lock && InstallPatch(argv[0], argc > 1 ? argv[1] : nullptr, progress) == 0) {
-        TELL("Patch Upgrade Success and please wait for reboot finish.\n");
-        return 0;
-    }
-    TELL("Upgrade by the manual patch [%s] fail.\n", argv[0]);
-    TELL("Upgrade by the manual patch fail.\n");
-    return -1;
-}
-
-static int buildin_install_run(int /*argc*/, char * /*argv*/[])
-{
     char mount[sizeof(gszUpgradeVolMnt)] = "";
-    const UniqueFd lock = install_lock_take();
-    if (lock && BuildinInstall(0, mount, sizeof(mount), progress) == 0) {
-        TELL("Success to upgrade by the buildin patch.\n");
+    const int result = install(0, mount, sizeof(mount), progress);
+    if (mount[0] != '\0')
+        volume_unmount(mount);
+    return result;
+}
+
+static int auto_run(char * /*arguments*/[])
+{
+    static_assert(kDownloadFresh == 0);
+    return fresh_install(DownloadAndInstall);
+}
+
+static int buildin_install_run(char * /*arguments*/[])
+{
+    return fresh_install(BuildinInstall);
+}
+
+static int check_run(char * /*arguments*/[])
+{
+    return CheckNewVersionCgi(kDownloadFresh);
+}
+
+static int check_reinstall_run(char * /*arguments*/[])
+{
+    return CheckNewVersionCgi(kDownloadReinstall);
+}
+
+static int check_migrate_run(char * /*arguments*/[])
+{
+    return CheckNewVersionCgi(kDownloadMigrate);
+}
+
+// Takes the patch and the volume. Without a volume the patch is checked, and cannot be moved.
+static int patch_run(char *arguments[])
+{
+    const UniqueFd lock = lock_take();
+    if (lock && InstallPatch(arguments[0], arguments[1], progress) == 0)
         return 0;
-    }
-    TELL("Upgrade by the buildin patch fail.\n");
+    TELL("Upgrade by the manual patch [%s] fail.\n", arguments[0]);
     return -1;
 }
 
-static int check_system_run(int /*argc*/, char * /*argv*/[])
+static int check_system_run(char * /*arguments*/[])
 {
     return CheckSysStatus();
 }
 
-static int recover_run(int /*argc*/, char * /*argv*/[])
+static int recover_run(char * /*arguments*/[])
 {
     return recover_flash();
 }
 
 struct UpgradeMode {
     const char *option;
-    int (*run)(int argc, char *argv[]);
+    int arguments_min;
+    int (*run)(char *arguments[]);  // those behind the option, up to a NULL; 0 is success
+    const char *succeeded, *failed; // told at the end; empty: nothing
 };
 static constexpr UpgradeMode kModes[] = {
-    {"auto", auto_run},
-    {"check", check_run},
-    {"check-reinstall", check_reinstall_run},
-    {"check-migrate", check_migrate_run},
-    {"patch", patch_run},
-    {"buildin-install", buildin_install_run},
-    {"check-system", check_system_run},
-    {"recover", recover_run},
+    {"auto", 0, auto_run, "", "Auto Upgrade Fail.\n"},
+    {"check", 0, check_run, "", "Check New NOS for [Install] Fail.\n"},
+    {"check-reinstall", 0, check_reinstall_run, "", "Check New NOS for [Reinstall] Fail.\n"},
+    {"check-migrate", 0, check_migrate_run, "", "Check New NOS for [Migration] Fail.\n"},
+    {"patch", 1, patch_run, "Patch Upgrade Success and please wait for reboot finish.\n",
+     "Upgrade by the manual patch fail.\n"},
+    {"buildin-install", 0, buildin_install_run, "Success to upgrade by the buildin patch.\n",
+     "Upgrade by the buildin patch fail.\n"},
+    {"check-system", 0, check_system_run, "", ""},
+    {"recover", 0, recover_run, "", ""},
 };
+
+static int mode_run(const UpgradeMode &mode, int argc, char *argv[])
+{
+    if (argc < mode.arguments_min) {
+        TELL("Too few arguement.\n");
+        return -1;
+    }
+    const int result = mode.run(argv);
+    const char *outcome = result == 0 ? mode.succeeded : mode.failed;
+    if (*outcome != '\0')
+        TELL("%s", outcome);
+    return result;
+}
 
 int norvupgrade_main(int argc, char *argv[])
 {
@@ -148,9 +150,8 @@ int norvupgrade_main(int argc, char *argv[])
         options[i] = {row.option, no_argument, &mode, i + 1};
         i++;
     }
-    if (getopt_long_only(argc, argv, "", options, nullptr) == 0 && mode != 0) {
-        return kModes[mode - 1].run(argc - optind, argv + optind);
-    }
+    if (getopt_long_only(argc, argv, "", options, nullptr) == 0 && mode != 0)
+        return mode_run(kModes[mode - 1], argc - optind, argv + optind);
     banner_print();
     fflush(stdout);
     fputs(kUsage, stderr);

@@ -1,8 +1,5 @@
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
-#include "autocleanup/unique.h"
 #include "install/cgi.h"
 #include "install/install_lock.h"
 #include "install/progress.h"
@@ -18,10 +15,11 @@ int SetupInstall(int *fd_out)
     }
     // Not close-on-exec: should this process be killed, no other install begins to format while installer.sh still
     // does.
-    UniqueFd lock(open(kInstallLockPath, O_RDWR | O_CREAT, 0644)); // NOLINT(android-cloexec-open)
-    if (!lock)
+    UniqueFd lock;
+    const LockOutcome outcome = install_lock_take(0, &lock);
+    if (outcome == LockOutcome::kNoFile)
         NORV_LOG(LOG_ERR, "create lock file fail [%m]");
-    if (!lock || flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (outcome != LockOutcome::kTaken) {
         web_error_set_code(kCodeLock);
         return -1;
     }

@@ -380,17 +380,4 @@ TEST(CheckSystem, AdminPort)
     }
 }
 
-TEST(NorvUpgrade, UsageForAllElse)
-{
-    Sandbox box;
-    for (const char *option : {"", "--download", "--start", "--parse", "--che", "check"}) {
-        const Result result = box.run(*option != '\0' ? std::vector<std::string>{"norvupgrade", option}
-                                                      : std::vector<std::string>{"norvupgrade"});
-        EXPECT_EQ(result.exit_status, 0);
-        EXPECT_NE(result.err.find("\t--auto\n\t--check For fresh install\n\t--check-migrate For disk migration\n"),
-                  std::string::npos);
-        EXPECT_TRUE(result.out.starts_with("Copyright (c) 2003-2021"));
-    }
-}
-
 } // namespace

@@ -66,7 +66,7 @@ struct CallRow {
     std::string args = "*";  // pattern
     int error = 0;           // errno; the call then returns -1 or NULL
     std::int64_t result = 0; // else what it returns without doing anything
-    std::string bytes{};     // stored where sysinfo wants its result
+    std::string bytes{};     // stored where sysinfo or statvfs wants its result
     bool real = false;       // else the true call is made
     int skip = 0;            // lets so many matching calls by first
     int times = 0;           // 0: any number

@@ -75,7 +75,8 @@
     X(sendto, "fd")                                                                                                    \
     X(semget, "xdo")                                                                                                   \
     X(semop, "d")                                                                                                      \
-    X(sysinfo, "")
+    X(sysinfo, "")                                                                                                     \
+    X(statvfs, "s")
 
 enum box_call {
 #define BOX_CALL_NUMBER(name, form) BOX_##name,

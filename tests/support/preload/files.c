@@ -11,6 +11,7 @@
 #include <sys/sem.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysinfo.h>
 #include <unistd.h>
 
@@ -229,4 +230,14 @@ WRAPPER int sysinfo(struct sysinfo *info)
     if (watched(BOX_sysinfo) && tell(ask, NULL, NULL, NULL, &result) == TOLD_RETURN)
         return (int)give(result);
     return (int)give(RAW(sysinfo, info));
+}
+
+WRAPPER int statvfs(const char *path, struct statvfs *status)
+{
+    struct box_ask ask = ASK(statvfs);
+    ask.address = (uint64_t)(uintptr_t)status;
+    long result;
+    if (watched(BOX_statvfs) && tell(ask, path, NULL, NULL, &result) == TOLD_RETURN)
+        return (int)give(result);
+    return NEXT(statvfs)(path, status);
 }

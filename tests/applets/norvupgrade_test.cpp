@@ -1,0 +1,274 @@
+// The command line of an upgrade, and how it makes the disks ready.
+#include <cerrno>
+#include <functional>
+#include <gtest/gtest.h>
+#include <regex>
+#include <string>
+#include <sys/statvfs.h>
+#include <vector>
+
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
+const std::string kModel = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\nunique=\"norv_avoton_1817\"\n"
+                           "rss_server_ssl=file:///none\n";
+const RunOptions kLeaves = {
+    .leaves = {"/tmp/*", "/tmpData*", "/tmpRoot*", "/var/run/*", "/VERSION", "/proc/sys/*", "semaphore *"}};
+
+// A machine with one blank disk, without RAID, that reaches no server.
+void machine(Sandbox &box)
+{
+    box.file(kConf, kModel);
+    box.file("/etc.defaults/VERSION", "majorversion=7\nminorversion=1\nbuildnumber=200\n");
+    box.file("/a.pat", "patch");
+    box.program("/sbin/sfdisk", {{.exit_status = 1}});
+    for (const char *program : {"/bin/mount", "/bin/umount", "/bin/sync", "/bin/echo", "/sbin/e2fsck", "/bin/tar",
+                                "/usr/norv/sbin/installer.sh"})
+        box.program(program, {{}});
+    for (const char *program : {"/bin/mkdir", "/bin/rm", "/bin/mv"})
+        box.host_program(program);
+}
+
+constexpr char kUsage[] = "\t--auto\n"
+                          "\t--check For fresh install\n"
+                          "\t--check-migrate For disk migration\n"
+                          "\t--check-reinstall For disk migration reinstall or system crash\n"
+                          "\t--download\n"
+                          "\t--start\n"
+                          "\t--parse\n"
+                          "\t--patch ABSOULATE_UPGRADE_FILE_PATH ABSOLUATE_UPGRADE_VOLUME\n"
+                          "\t        ex: norvupgrade --patch /tmpRoot/upd@te.pat /tmpRoot\n"
+                          "\t--buildin-install\n"
+                          "\t--check-system\n"
+                          "\t--recover\n";
+
+TEST(NorvUpgrade, UsageForAllElse)
+{
+    Sandbox box;
+    machine(box);
+    using Words = std::vector<std::string>;
+    for (const Words &words : std::vector<Words>{{},
+                                                 {"--download"},
+                                                 {"--start"},
+                                                 {"--parse"},
+                                                 {"--help"},
+                                                 {"-x"},
+                                                 {"--che"},
+                                                 {"--check-"},
+                                                 {"--check-m="},
+                                                 {"--auto=now"},
+                                                 {"check"},
+                                                 {""},
+                                                 {"-"},
+                                                 {"--"},
+                                                 {"--", "--auto"}}) {
+        SCOPED_TRACE(words.empty() ? "(none)" : words.back());
+        Words args = {"norvupgrade"};
+        args.insert(args.end(), words.begin(), words.end());
+        const Result result = box.run(args);
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_TRUE(result.err.ends_with(kUsage)) << result.err;
+        EXPECT_TRUE(result.out.starts_with("Copyright (c) 2003-2021")) << result.out;
+        EXPECT_EQ(result.record.count("run *"), 0);
+    }
+}
+
+// What was told without the places in the source that it begins with.
+std::string told(const Result &result)
+{
+    return std::regex_replace(result.out, std::regex("[a-z_]+\\.cpp:[0-9]+ "), "");
+}
+
+// Only the first option counts. What stands behind it are the patch and the volume, or nothing.
+TEST(NorvUpgrade, ArgumentsOfEachOption)
+{
+    const auto refused = [](const std::string &path) {
+        return "Upgrade by the manual patch [" + path + "] fail.\nUpgrade by the manual patch fail.\n";
+    };
+    const struct {
+        std::vector<std::string> args;
+        int exit_status;
+        std::string told, err_end;
+        const char *record = "*";
+    } kRows[] = {
+        {{"--auto", "--check", ""}, 255, "Auto Upgrade Fail.\n", "\n2 0 012 0 012 46 0"},
+        {{"x", "--check", "y"}, 255, "Check New NOS for [Install] Fail.\n", ""},
+        {{"-check-re", ""}, 255, "Check New NOS for [Reinstall] Fail.\n", ""},
+        {{"--check-migrate", "--patch"}, 255, "Check New NOS for [Migration] Fail.\n", ""},
+        {{"--patch"}, 255, "Too few arguement.\n", ""},
+        {{"/a.pat", "--patch"}, 255, "Too few arguement.\n", ""},
+        {{"--patch", ""}, 255, refused(""), "5 13 0"},
+        {{"--patch", "--auto"}, 255, refused("--auto"), "5 13 0"},
+        {{"--patch", "/none.pat", "/vol"}, 255, refused("/none.pat"), "5 13 0"},
+        {{"--patch", "/a.pat"}, 255, refused("/a.pat"), "5 13 0", "run /bin/tar * /a.pat -C * VERSION"},
+        {{"--patch", "/a.pat", ""}, 255, refused("/a.pat"), "5 0 05 13 0", "run /bin/mv /a.pat /upd@te.pat"},
+        {{"--patch", "/a.pat", "/vol", "x"},
+         255,
+         refused("/a.pat"),
+         "5 0 05 13 0",
+         "run /bin/mv /a.pat /vol/upd@te.pat"},
+        {{"--buildin-install", "--auto"}, 255, "Upgrade by the buildin patch fail.\n", "10 0 010 45 0"},
+        {{"--check-system", "--auto", ""}, 0, "not_install", "CheckSysStatus return 2\n"},
+        {{"--recover", "", "x"}, 255, "recover system image fail [13]\nRecover flash fail\n", ""},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(testing::PrintToString(row.args));
+        Sandbox box;
+        box.program("/bin/tar", {{.args = "* VERSION",
+                                  .effect =
+                                      [&box](const ProgramCall & /*call*/) {
+                                          box.file("/VERSION", "unique=norv_avoton_1817\nbuildnumber=1\n");
+                                      }},
+                                 {.exit_status = 1}});
+        machine(box);
+        box.directory("/vol");
+        std::vector<std::string> args = {"norvupgrade"};
+        args.insert(args.end(), row.args.begin(), row.args.end());
+        const Result result = box.run(args, kLeaves);
+        EXPECT_EQ(result.exit_status, row.exit_status);
+        EXPECT_EQ(told(result), row.told);
+        EXPECT_TRUE(result.err.ends_with(row.err_end)) << result.err;
+        EXPECT_TRUE(result.record.in_order({row.record}));
+        EXPECT_EQ(box.exists("/a.pat"), result.record.count("run /bin/mv*") == 0);
+    }
+}
+
+TEST(NorvUpgrade, LockOfAnInstall)
+{
+    for (const std::string option : {"--auto", "--patch", "--buildin-install"}) {
+        SCOPED_TRACE(option);
+        Sandbox box;
+        machine(box);
+        const std::vector<std::string> args = {"norvupgrade", option, "/a.pat", "/vol"};
+        box.call({.call = "flock", .args = "/tmp/install.lock 0x6", .error = EWOULDBLOCK, .times = 1});
+        const Result held = box.run(args, kLeaves);
+        box.remove("/tmp/install.lock");
+        box.directory("/tmp/install.lock");
+        const Result no_file = box.run(args, kLeaves);
+        for (const Result &result : {held, no_file}) {
+            EXPECT_EQ(result.exit_status, 255);
+            EXPECT_EQ(result.err, "11 41 0");
+            EXPECT_EQ(result.record.count("run *"), 0);
+        }
+        EXPECT_TRUE(held.record.in_order(
+            {"flock /tmp/install.lock 0x6 = EAGAIN", "log err norvupgrade.cpp:* Get file lock fail"}));
+        EXPECT_TRUE(no_file.record.in_order({"log err norvupgrade.cpp:* create lock file fail"}));
+    }
+}
+
+using Change = std::function<void(Sandbox &)>;
+
+Change program(const std::string &path, const ProgramRow &row)
+{
+    return [=](Sandbox &box) { box.program(path, {row}); };
+}
+
+// A volume with so many bytes free.
+Change bytes_free(unsigned long bytes)
+{
+    struct statvfs status = {};
+    status.f_bsize = 4096;
+    status.f_frsize = 1;
+    status.f_bavail = bytes;
+    status.f_bfree = bytes + (1UL << 30); // some for root alone
+    const std::string record(reinterpret_cast<const char *>(&status), sizeof(status));
+    return [=](Sandbox &box) { box.call({.call = "statvfs", .args = "/tmpData", .bytes = record}); };
+}
+
+// A system that is in order.
+void installed(Sandbox &box)
+{
+    box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"},
+                                 {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"}});
+}
+
+// Up to the moment when the server is asked, or a failure on the way there.
+TEST(NorvUpgrade, FormatOfTheDisks)
+{
+    const char *const kReady = "\n2 0 012 0 012 46 0";
+    const struct {
+        const char *what, *err_end;
+        std::vector<Change> changes;
+        std::vector<std::string> record;
+    } kRows[] = {
+        {"blank",
+         kReady,
+         {},
+         {"log err *system status = 3", "log err format_partition.cpp:* CreateDataVol=[1]",
+          "run /bin/sh -c '/bin/rm -f /tmp/norvdd.*'", "run /bin/umount -f /tmpData",
+          "log err *installer cmd=[/usr/norv/sbin/installer.sh -r -d  >> /tmp/installer_sh.log 2>&1]",
+          "run /usr/norv/sbin/installer.sh -r -d", "run /bin/mount /dev/sda1 /tmpRoot",
+          "run /bin/sh -c '/bin/echo 1 > /tmpRoot/.upgrade_vol'", "run /bin/umount -f /tmpRoot",
+          "log err format_partition.cpp:* retv=[0]", "log err format_partition.cpp:*(ErrFHOSTDoFdiskFormat) retv=[0]",
+          "run /bin/mount /dev/sda1 /tmpData", "log err *Check NEW NOS fail*", "run /bin/umount -f /tmpData"}},
+        {"in order",
+         kReady,
+         {installed},
+         {"log err *gSysStatus: 1, *", "log err *system status = 2",
+          "log err *installer cmd=[/usr/norv/sbin/installer.sh -r   >> *"}},
+        {"of another kind of layout",
+         kReady,
+         {[](Sandbox &box) { box.file("/.unknown_norv_partition_migrate", ""); }},
+         {"run /usr/norv/sbin/installer.sh -r -d -m"}},
+        {"not formatted",
+         "\n2 0 02 35 0",
+         {program("/usr/norv/sbin/installer.sh", {.exit_status = 7})},
+         {"log err *szCmd=[/usr/norv/sbin/installer.sh -r -d  >> *], retv=[7]", "log err *:* retv=[7]",
+          "log err *(ErrFHOSTDoFdiskFormat) retv=[7]"}},
+        {"formatter killed",
+         "\n2 0 02 35 0",
+         {program("/usr/norv/sbin/installer.sh", {.signal = 9})},
+         {"log err *szCmd=[*], retv=[*"}},
+        {"system not mounted",
+         kReady,
+         {program("/bin/mount", {.args = "* /tmpRoot", .exit_status = 32})},
+         {"log err *mount root partition failed.", "log err *(ErrFHOSTDoFdiskFormat) retv=[0]"}},
+        {"volume not noted",
+         kReady,
+         {program("/bin/echo", {.exit_status = 1})},
+         {"log err *set upgrade volume failed.", "run /bin/umount -f /tmpRoot",
+          "log err *(ErrFHOSTDoFdiskFormat) retv=[0]"}},
+        {"no folder",
+         "\n2 0 02 21 0",
+         {[](Sandbox &box) { box.call({.call = "mkdir", .args = "/tmpData *", .error = EROFS}); }},
+         {"log err *Fail to mkdir /tmpData[0x8100 format_partition.cpp:*]",
+          "log err *PrepareMntPoint(/dev/sda1, /tmpData) fail", "log err *FormatPartition fail"}},
+        {"not mounted",
+         "\n2 0 02 21 0",
+         {program("/bin/mount", {.args = "* /tmpData", .exit_status = 32})},
+         {"log err *Mount /dev/sda1 on /tmpData Fail", "log err *PrepareMntPoint(/dev/sda1, /tmpData) fail"}},
+        {"200 MiB free", kReady, {bytes_free(200UL << 20)}, {"statvfs /tmpData"}},
+        {"a byte less",
+         "\n2 0 02 16 0",
+         {bytes_free((200UL << 20) - 1)},
+         {"log err *FreeSize = 209715199 bytes, not enough*", "log err *PrepareMntPoint(/dev/sda1, /tmpData) fail",
+          "run /bin/umount -f /tmpData"}},
+        {"nothing free", "\n2 0 02 21 0", {bytes_free(0)}, {"log err *NLIBGetFsFreeSize(/tmpData) fail.[0x*]"}},
+        {"free space unknown",
+         "\n2 0 02 21 0",
+         {[](Sandbox &box) { box.call({.call = "statvfs", .error = EIO}); }},
+         {"log err *NLIBGetFsFreeSize(/tmpData) fail.[0x8100 format_partition.cpp:*]"}},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        Sandbox box;
+        for (const Change &change : row.changes) // of two answers of a program the first counts
+            change(box);
+        machine(box);
+        for (const char *path : {"/tmp/mkfs.progress.sda1", "/tmp/mkfs.progress.sda3", "/tmp/norvdd.1"})
+            box.file(path, "");
+        const Result result = box.run({"norvupgrade", "--auto"}, kLeaves);
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_TRUE(result.err.ends_with(row.err_end)) << result.err;
+        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_EQ(told(result), "Auto Upgrade Fail.\n");
+        EXPECT_EQ(box.exists("/tmpData"), false);
+        for (const char *path : {"/tmp/mkfs.progress.sda1", "/tmp/mkfs.progress.sda3", "/tmp/norvdd.1"})
+            EXPECT_FALSE(box.exists(path)) << path;
+    }
+}
+
+} // namespace
