@@ -99,11 +99,12 @@ static int feed_fetch(int mode)
     char url[kUrlBytes];
     if (server_get(url) != 0)
         return -1;
+    UrlFetch fetch(kFeedPath);
     if (partition_version_append(url) != 0)
         NORV_LOG(LOG_ERR, "unable to append query string of root partition version");
     if (mode == kDownloadMigrate && disk_version_append(url) != 0)
         NORV_LOG(LOG_ERR, "unable to append query string of disk nos version");
-    return url_fetch(url, kFeedPath, kOptions, nullptr);
+    return fetch.perform(url, kOptions, nullptr);
 }
 
 static int feed_file_parse(NewVersion *result)

@@ -98,7 +98,9 @@ static int patch_fetch(const char *folder, const char *link, char *file, size_t 
         NORV_LOG(LOG_ERR, "Get out file path fail %m\n");
         return -1;
     }
-    return download_state_begin(file, link) == 0 ? url_fetch(link, file, kOptions, download_progress) : -1;
+    if (download_state_begin(file, link) != 0)
+        return -1;
+    return UrlFetch(file).perform(link, kOptions, download_progress);
 }
 
 static int patch_download(const char *mount, const char *link, char *file, size_t size)

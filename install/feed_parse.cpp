@@ -106,7 +106,8 @@ long number_of(const char *text)
 // Whether the patch may follow on this machine's version: equal will do. The build counts whatever the major version.
 bool is_acceptable(const FeedItem &item, const char *version_path)
 {
-    static constexpr const char *kKeys[] = {"majorversion", "minorversion", "buildnumber", "buildphase", "builddate"};
+    static constexpr const char *kKeys[] = {"majorversion", "minorversion", "buildphase", "buildnumber", "builddate"};
+    enum { kMajor, kMinor, kBuild = 3 };
     long local[std::size(kKeys)] = {};
     for (size_t i = 0; i < std::size(kKeys); i++) {
         const VersionText text = version_text_read(version_path, kKeys[i]);
@@ -118,12 +119,12 @@ bool is_acceptable(const FeedItem &item, const char *version_path)
         local[i] = number_of(text.value);
     }
     const long major = number_of(item.major), minor = number_of(item.minor), build = number_of(item.build);
-    NORV_LOG(LOG_ERR, "LocalMajor = %d, ServerMajor = %d\n", static_cast<int>(local[0]), static_cast<int>(major));
-    NORV_LOG(LOG_ERR, "Localminor = %d, Serverminor = %d\n", static_cast<int>(local[1]), static_cast<int>(minor));
-    if (local[0] > major || (local[0] == major && local[1] > minor))
+    NORV_LOG(LOG_ERR, "LocalMajor = %d, ServerMajor = %d\n", static_cast<int>(local[kMajor]), static_cast<int>(major));
+    NORV_LOG(LOG_ERR, "Localminor = %d, Serverminor = %d\n", static_cast<int>(local[kMinor]), static_cast<int>(minor));
+    if (local[kMajor] > major || (local[kMajor] == major && local[kMinor] > minor))
         return false;
-    NORV_LOG(LOG_ERR, "LocalInfo = %d, ServerInfo = %d\n\n", static_cast<int>(local[2]), static_cast<int>(build));
-    return local[2] <= build;
+    NORV_LOG(LOG_ERR, "LocalInfo = %d, ServerInfo = %d\n\n", static_cast<int>(local[kBuild]), static_cast<int>(build));
+    return local[kBuild] <= build;
 }
 
 bool is_whole(const FeedItem &item)

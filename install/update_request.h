@@ -5,6 +5,9 @@
 #include <curl/curl.h>
 #include <span>
 
+#include "autocleanup/unique.h"
+#include "install/curl_library.h"
+
 inline constexpr size_t kUrlBytes = 4095, kUserAgentBytes = 256;
 
 // Appends "key=value" to the query of a URL, unescaped. Returns 0; -1, logged, the URL unchanged, when it has no room.
@@ -18,8 +21,23 @@ struct TransferNumber {
     long value;
 };
 
-// Fetches what a URL gives, also after redirections and with whatever status of HTTP, into a file.
-//   on_progress  may be NULL
-// Returns 0; -1, logged, the file in whatever state.
-[[nodiscard]] int url_fetch(const char *url, const char *path, std::span<const TransferNumber> numbers,
-                            curl_xferinfo_callback on_progress);
+// A fetch of what a URL gives, also after redirections and with whatever status of HTTP, into a file.
+class UrlFetch
+{
+  public:
+    // Reads who asks, begins a transfer, and makes or empties the file. What cannot be had fails `perform`.
+    explicit UrlFetch(const char *path);
+    //   on_progress  may be NULL
+    // Returns 0; -1, logged, the file in whatever state. To be called once.
+    [[nodiscard]] int perform(const char *url, std::span<const TransferNumber> numbers,
+                              curl_xferinfo_callback on_progress);
+
+  private:
+    [[nodiscard]] CURLcode transfer(const char *url, std::span<const TransferNumber> numbers,
+                                    curl_xferinfo_callback on_progress);
+
+    char agent_[kUserAgentBytes];
+    bool has_agent_;
+    CurlTransfer transfer_;
+    UniqueFile file_;
+};

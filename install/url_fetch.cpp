@@ -1,39 +1,36 @@
-#include <cerrno>
 #include <cstdio>
 
-#include "autocleanup/unique.h"
-#include "install/curl_library.h"
 #include "install/update_request.h"
 #include "lib/report.h"
 
-static CURLcode transfer_run(const char *url, FILE *file, std::span<const TransferNumber> numbers,
-                             curl_xferinfo_callback on_progress)
+UrlFetch::UrlFetch(const char *path) : has_agent_(GetUserAgent(agent_) == 1), file_(fopen(path, "we"))
 {
-    CurlTransfer transfer;
-    if (!transfer)
-        return CURLE_FAILED_INIT;
-    bool is_set = transfer.set(CURLOPT_URL, url) && transfer.set(CURLOPT_WRITEDATA, file);
-    for (const TransferNumber &number : numbers)
-        is_set = is_set && transfer.set(number.option, number.value);
-    if (on_progress != nullptr)
-        is_set = is_set && transfer.set(CURLOPT_XFERINFOFUNCTION, on_progress) &&
-                 transfer.set(CURLOPT_XFERINFODATA, static_cast<void *>(nullptr));
-    char agent[kUserAgentBytes];
-    if (GetUserAgent(agent) == 1)
-        is_set = is_set && transfer.set(CURLOPT_USERAGENT, agent);
-    return is_set ? transfer.perform() : CURLE_BAD_FUNCTION_ARGUMENT;
+    if (!file_)
+        NORV_LOG(LOG_ERR, "Open %s Fail\n", path);
 }
 
-int url_fetch(const char *url, const char *path, std::span<const TransferNumber> numbers,
-              curl_xferinfo_callback on_progress)
+CURLcode UrlFetch::transfer(const char *url, std::span<const TransferNumber> numbers,
+                            curl_xferinfo_callback on_progress)
 {
-    UniqueFile file(fopen(path, "we"));
-    if (!file) {
-        NORV_LOG(LOG_ERR, "Open %s Fail\n", path);
+    if (!transfer_)
+        return CURLE_FAILED_INIT;
+    bool is_set = transfer_.set(CURLOPT_URL, url) && transfer_.set(CURLOPT_WRITEDATA, file_.get());
+    for (const TransferNumber &number : numbers)
+        is_set = is_set && transfer_.set(number.option, number.value);
+    if (on_progress != nullptr)
+        is_set = is_set && transfer_.set(CURLOPT_XFERINFOFUNCTION, on_progress) &&
+                 transfer_.set(CURLOPT_XFERINFODATA, static_cast<void *>(nullptr));
+    if (has_agent_)
+        is_set = is_set && transfer_.set(CURLOPT_USERAGENT, agent_);
+    return is_set ? transfer_.perform() : CURLE_BAD_FUNCTION_ARGUMENT;
+}
+
+int UrlFetch::perform(const char *url, std::span<const TransferNumber> numbers, curl_xferinfo_callback on_progress)
+{
+    if (!file_)
         return fail(kErrOpen);
-    }
-    CURLcode code = transfer_run(url, file.get(), numbers, on_progress);
-    if (fclose(file.release()) != 0 && code == CURLE_OK)
+    CURLcode code = transfer(url, numbers, on_progress);
+    if (fclose(file_.release()) != 0 && code == CURLE_OK)
         code = CURLE_WRITE_ERROR;
     if (code == CURLE_OK)
         return 0;

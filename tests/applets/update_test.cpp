@@ -4,6 +4,8 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <optional>
+#include <random>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -226,11 +228,17 @@ TEST(UpdateCheck, QueryOverTls)
         const Result result = box.run({"norvupgrade", row.option}, {.leaves = {"/tmp/root_info.cache*"}});
         EXPECT_EQ(result.exit_status, 0);
         EXPECT_EQ(result.out, kTold);
+        const auto refused = [&] {
+            const Result check = box.run({"norvupgrade", row.option}, {.leaves = {"/tmp/root_info.cache*"}});
+            EXPECT_EQ(check.exit_status, 255);
+            EXPECT_TRUE(check.record.in_order(
+                {"log err url_fetch.cpp:* fail to perform curl, CURLcode returns *", "log err *Check NEW NOS fail*"}));
+        };
+        machine(box, "https://localhost:8443/autoupdate/genRSS.php"); // the certificate has another name
+        refused();
+        machine(box, "https://127.0.0.1:8443/autoupdate/genRSS.php");
         box.file(kTrustedCertificates, "");
-        const Result refused = box.run({"norvupgrade", row.option}, {.leaves = {"/tmp/root_info.cache*"}});
-        EXPECT_EQ(refused.exit_status, 255);
-        EXPECT_TRUE(refused.record.in_order(
-            {"log err url_fetch.cpp:* fail to perform curl, CURLcode returns *", "log err *Check NEW NOS fail*"}));
+        refused();
     }
 }
 
@@ -295,8 +303,12 @@ TEST(UpdateCheck, Faults)
          {"*can not find < in [x]*", "*No Tag Found*", "*can not find >*", "*get tag from rss file fail*",
           "*The RSS file parse fail*"}},
         {"own version not whole",
-         file("/etc.defaults/VERSION", "majorversion=7\n"),
-         {"*Get minorversion value fail*", "*get local value fail*", "*No new NOS*"}},
+         file("/etc.defaults/VERSION", "majorversion=7\nminorversion=1\nbuilddate=2020/1/1\n"),
+         {"*Get buildphase value fail*", "*get local value fail*", "*No new NOS*"}},
+        {"no place for the feed",
+         [](Sandbox &box) { box.call({.call = "fopen", .args = "/var/run/auto*", .error = ENOSPC}); },
+         {"*Open /var/run/autoupdate_tmp_file_RSS Fail*", "*Failed to get root partition version",
+          "*Check NEW NOS fail*"}},
         {"versions in the log",
          nothing(),
          {"*LocalMajor = 7, ServerMajor = 7*", "*Localminor = 1, Serverminor = 2*",
@@ -371,6 +383,11 @@ TEST(UpdateAuto, Faults)
          "",
          program("/usr/norv/sbin/installer.sh", {.exit_status = 3}),
          {"*FormatPartition fail"}},
+        {"no library",
+         kNoFeed,
+         "",
+         file("/lib.bad/libcurl.so.4", "no library"),
+         {"*Failed to open libcurl.so.4: *", "*CURLcode returns 2", "*Check NEW NOS fail*"}},
         {"no feed", kNoFeed, "", gone("/feed/rss.xml"), {"run /usr/norv/sbin/installer.sh *", "*Check NEW NOS fail*"}},
         {"feed ends early",
          kNoPatch,
@@ -427,7 +444,9 @@ TEST(UpdateAuto, Faults)
         row.change(box);
         const int server = mute_server(box);
         const bool runs = strcmp(row.what, "a download runs") == 0;
-        const Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
+        RunOptions options = kAutoLeaves;
+        options.env = {"LD_LIBRARY_PATH=/lib.bad"};
+        const Result result = box.run({"norvupgrade", "--auto"}, options);
         close(server);
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_TRUE(result.err.ends_with(row.steps)) << result.err;
@@ -441,51 +460,59 @@ TEST(UpdateAuto, Faults)
     }
 }
 
-TEST(UpdateAuto, AnotherInstallRuns)
+// A machine that knows the builder's keys, and its update server, whose answers are files.
+class OverTls : public testing::Test
 {
+  protected:
+    void SetUp() override
+    {
+        std::string image(200000, '\0'); // as good as random
+        std::mt19937 random(1);
+        for (char &byte : image)
+            byte = static_cast<char>(random());
+        scratch.write("firmware/VERSION", kModel + kVersion + "extractsize=1000\npartitionversionlimit=0\n");
+        scratch.write("firmware/hda1.tgz", image);
+        scratch.write("firmware/updater", "#!/bin/sh\necho updated >> /tmp/update.progress\n", 0755);
+        const Finished made =
+            run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
+                         scratch.path("a.pat"), "--keys", scratch.path("keys")});
+        ASSERT_EQ(made.status, 0) << made.out;
+        patch = scratch.read("a.pat");
+        const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
+        box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
+        box.host_file("/usr/norv/etc/codesign/0.pem", scratch.path("keys/0.pem"), 0644);
+        box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
+        box.device("/dev/sda1", 4ULL << 30);
+    }
+    // Starts the server. False where there can be none.
+    bool serve()
+    {
+        blank_machine(box, "https://127.0.0.1:8443/autoupdate/genRSS.php", kLink);
+        server.emplace(box, "-HTTP");
+        return server->runs();
+    }
+    static std::string answer(const std::string &content, size_t length)
+    {
+        return "HTTP/1.0 200 ok\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + content;
+    }
+
+    ScratchDir scratch;
+    std::string patch;
     Sandbox box;
-    blank_machine(box, "file:///feed/rss.xml", kLink);
-    Process holder = lock_holder(box, "/tmp/install.lock");
-    const Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
-    holder.close_input();
-    holder.wait();
-    EXPECT_EQ(result.exit_status, 255);
-    EXPECT_EQ(result.err, "11 41 0");
-    EXPECT_TRUE(result.record.in_order({"log err norvupgrade.cpp:* Get file lock fail"}));
-    EXPECT_EQ(result.record.count("run *"), 0);
-}
+    std::optional<HttpsServer> server{};
+};
+const std::string kFeedAt = "/feed/autoupdate/genRSS.php?root_partition_version=8", kPatchAt = "/feed/pat/a.pat";
 
 // A server with whatever answers, and after each of its faults the same machine is installed.
-TEST(UpdateAuto, OverTls)
+TEST_F(OverTls, EveryFaultOfTheServer)
 {
-    const ScratchDir scratch;
-    scratch.write("firmware/VERSION", kModel + kVersion + "extractsize=1000\npartitionversionlimit=0\n");
-    scratch.write("firmware/hda1.tgz", std::string(300000, 'x'));
-    scratch.write("firmware/updater", "#!/bin/sh\necho updated >> /tmp/update.progress\n", 0755);
-    const Finished made = run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
-                                       scratch.path("a.pat"), "--keys", scratch.path("keys")});
-    ASSERT_EQ(made.status, 0) << made.out;
-    const std::string patch = scratch.read("a.pat");
-
-    Sandbox box;
-    const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
-    box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
-    box.host_file("/usr/norv/etc/codesign/0.pem", scratch.path("keys/0.pem"), 0644);
-    box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
-    box.device("/dev/sda1", 4ULL << 30);
-    blank_machine(box, "https://127.0.0.1:8443/autoupdate/genRSS.php", kLink);
-    const HttpsServer server(box, "-HTTP");
-    if (!server.runs())
+    if (!serve())
         GTEST_SKIP() << "no openssl or no libcurl here";
-    const auto answer = [](const std::string &content, size_t length) {
-        return "HTTP/1.0 200 ok\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + content;
-    };
     // So long that the loop ends soon, however many redirections a version of the library follows.
     const auto redirection = [](const std::string &path) {
         return "HTTP/1.0 302 there\r\nLocation: https://127.0.0.1:8443/" + path + "\r\nX: " + std::string(90000, 'x') +
                "\r\n\r\n";
     };
-    const std::string kFeedPath = "autoupdate/genRSS.php?root_partition_version=8", kPatchPath = "pat/a.pat";
     const std::string kNotFound = "HTTP/1.0 404 Not Found\r\n\r\n<html>\n<body>404</body>\n</html>\n";
     const std::string kGoodFeed = answer(feed(kLink), feed(kLink).size());
     const std::string kGoodPatch = answer(patch, patch.size());
@@ -497,16 +524,17 @@ TEST(UpdateAuto, OverTls)
         {"feed: not found", kNotFound, "", kNoFeed, "*No new NOS*"},
         {"feed: closed early", answer(feed(kLink), 9999), "", kNoFeed, "*CURLcode returns 18"},
         {"feed: nothing", "", "", kNoFeed, "*CURLcode returns 52"},
-        {"feed: redirected for ever", redirection(kFeedPath), "", kNoFeed, "*CURLcode returns *"},
+        {"feed: redirected for ever", redirection(kFeedAt.substr(6)), "", kNoFeed, "*CURLcode returns *"},
         {"patch: not found", kGoodFeed, kNotFound, kBadPatch, "*Extraction failed *"},
         {"patch: closed early", kGoodFeed, answer(patch.substr(0, patch.size() / 2), patch.size()), kNoPatch,
          "*CURLcode returns 18"},
-        {"patch: redirected for ever", kGoodFeed, redirection(kPatchPath), kNoPatch, "*CURLcode returns *"},
+        {"patch: redirected for ever", kGoodFeed, redirection(kPatchAt.substr(6)), kNoPatch, "*CURLcode returns *"},
+        {"patch: a byte short", kGoodFeed, answer(patch.substr(1), patch.size()), kNoPatch, "*CURLcode returns 18"},
         {"patch: damaged", kGoodFeed, answer(patch.substr(1) + "x", patch.size()), kBadPatch, "*Extraction failed *"},
     };
     const auto install = [&](const std::string &feed_answer, const std::string &patch_answer) {
-        box.file("/feed/" + kFeedPath, feed_answer);
-        box.file("/feed/" + kPatchPath, patch_answer);
+        box.file(kFeedAt, feed_answer);
+        box.file(kPatchAt, patch_answer);
         box.remove("/mnt/var"); // the note of the install before
         Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
         EXPECT_FALSE(box.exists(kPid));
@@ -534,6 +562,95 @@ TEST(UpdateAuto, OverTls)
         EXPECT_EQ(box.list("/tmpData"), std::vector<std::string>{"@autoupdate"});
         EXPECT_EQ(box.mode("/tmpData/@autoupdate"), 0700U);
     }
+}
+
+// What the web page sees, where the server waits for the test: the answers come through pipes.
+TEST_F(OverTls, FromABrowser)
+{
+    const std::string kHeader = "Expires: Mon, 26 Jul 1990 05:00:00 GMT\r\n"
+                                "Cache-Control: no-store, no-cache, must-revalidate\r\n"
+                                "Pragma: no-cache\r\n"
+                                "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n";
+    const auto stage_body = [&](const char *stage) {
+        return kHeader + "{\"success\": true, \"data\": {\"stage\": \"" + stage + "\"}}";
+    };
+    std::vector<std::string> seen;
+    const auto note = [&](const ProgramCall & /*call*/) { seen.push_back(box.read_file(kProgress)); };
+    box.program("/usr/norv/sbin/installer.sh", {{.effect = note}});
+    box.program("/bin/tar", {{.exit_status = 1, .effect = note}});
+    for (const char *program : {"/bin/cp", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop"})
+        box.program(program);
+    for (const char *program : {"/bin/cat", "/usr/bin/mkfifo"})
+        box.host_program(program);
+    if (!serve())
+        GTEST_SKIP() << "no openssl or no libcurl here";
+    constexpr size_t kFirst = 128 << 10; // what the server has at hand before it waits; it reads 16 KiB at once
+    const std::string whole = answer(patch, patch.size());
+    box.file("/feed/rss", answer(feed(kLink), feed(kLink).size()));
+    box.file("/feed/first", whole.substr(0, kFirst));
+    box.file("/feed/rest", whole.substr(kFirst));
+    box.directory("/feed/autoupdate");
+    box.directory("/feed/pat");
+    ASSERT_EQ(box.run({"/usr/bin/mkfifo", kFeedAt, kPatchAt}, {.leaves = {"/feed/*"}}).exit_status, 0);
+
+    const RunOptions kWaits = {.input_open = true, .seconds = 120, .leaves = {"*"}};
+    const auto shows = [&](const char *path, const std::string &text) { // sooner or later
+        for (int i = 0; i < 6000; i++, usleep(10000))
+            if (box.exists(path) && box.read_file(path) == text)
+                return true;
+        return false;
+    };
+    const auto child_gone = [&] {
+        for (int i = 0; i < 6000 && !box.processes().empty(); i++)
+            usleep(10000);
+        return box.processes().empty();
+    };
+    enum End { kKilled, kStalls, kGood };
+    for (const End end : {kKilled, kStalls, kGood}) {
+        SCOPED_TRACE(end);
+        seen.clear();
+        Process feed_writer = box.start({"/bin/sh", "-c", "read line; cat /feed/rss > '" + kFeedAt + "'"}, kWaits);
+        Process patch_writer = box.start(
+            {"/bin/sh", "-c", "exec 3> " + kPatchAt + "; cat /feed/first >&3; read line; cat /feed/rest >&3"}, kWaits);
+        const Result result = box.run(
+            {"install.cgi"}, {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=status=not_install", "CONTENT_LENGTH=12"},
+                              .input = "hostname=nas",
+                              .leaves = {"*"}});
+        EXPECT_EQ(result.out, kHeader + "{\"success\": true, \"data\": {}, \"redirectIP\":\"\"}");
+        EXPECT_TRUE(shows(kProgress, stage_body("download_rss")));
+        EXPECT_EQ(seen, std::vector<std::string>{stage_body("format_sys")});
+        feed_writer.send("\n");
+        const size_t got = kFirst - (whole.size() - patch.size());
+        const std::string percent = std::to_string(got * 100 / patch.size());
+        EXPECT_TRUE(shows(kProgress, "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n{\"success\": true, \"data\": "
+                                     "{\"stage\": \"download\", \"progress\": \"" +
+                                         percent + "\"}}"));
+        EXPECT_TRUE(shows(kStatus, percent + " " + std::to_string(got) + " " + kFile + " " + kLink));
+        EXPECT_TRUE(box.exists(kPid));
+        if (end == kKilled)
+            box.signal(std::stoi(box.read_file(kPid)), SIGKILL);
+        else if (end == kStalls)
+            box.compress_sleeps(100);
+        else
+            patch_writer.send("\n");
+        EXPECT_TRUE(child_gone());
+        box.compress_sleeps(1);
+        EXPECT_EQ(box.exists(kPid), end == kKilled); // which does not keep the next one from its work
+        if (end == kStalls) {
+            EXPECT_EQ(box.read_file(kProgress), kHeader + "{\"success\": false, \"data\": {}, \"errinfo\": {\"sec\": "
+                                                          "\"error\",\"key\": \"error_download\",\"line\":46}}");
+            EXPECT_TRUE(box.record().in_order({"log err url_fetch.cpp:* CURLcode returns 28"}));
+        }
+        if (end != kGood)
+            patch_writer.send("\n");
+        feed_writer.wait();
+        patch_writer.wait();
+    }
+    EXPECT_EQ(seen, (std::vector<std::string>{stage_body("format_sys"), stage_body("install")}));
+    EXPECT_EQ(box.read_file(kProgress),
+              kHeader + "{\"success\": true, \"data\": {\"stage\": \"Success\", \"hostname\": \"nas\"}}");
+    EXPECT_EQ(box.read_file("/tmp/update.progress"), "updated\n");
+    EXPECT_TRUE(box.exists("/tmpData/.WEBINST_OK"));
 }
 
 } // namespace
