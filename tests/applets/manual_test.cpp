@@ -19,6 +19,18 @@ namespace
 using Words = std::set<std::string>;
 const std::string kPages = NORV_BINARY_DIR "/docs/man/";
 
+std::string file_read(const std::filesystem::path &path)
+{
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+bool holds(const std::string &text, const std::string &part)
+{
+    return text.find(part) != std::string::npos;
+}
+
 // What each page names of the words that the program's own help should offer, by "raidtool(8)".
 std::map<std::string, Words> pages_read()
 {
@@ -46,10 +58,7 @@ Words words_find(const std::string &text, const char *pattern)
 
 TEST(Manual, EveryNameHasAPageAndEveryPageAName)
 {
-    std::ifstream file(NORV_SOURCE_DIR "/applets/main.cpp");
-    std::ostringstream table;
-    table << file.rdbuf();
-    Words names = words_find(table.str(), R"r(^    \{"([a-z0-9_.]+)", )r");
+    Words names = words_find(file_read(NORV_SOURCE_DIR "/applets/main.cpp"), R"r(^    \{"([a-z0-9_.]+)", )r");
     names.insert("ncemd");
     ASSERT_GT(names.size(), 30U);
     Words roles;
@@ -104,7 +113,7 @@ TEST(Manual, RolesOfferWhatTheirPagesTell)
     // Its help is a list of what it sends; the page tells of the few that need a word.
     const std::string help = box.run({"norv_microp_control"}).out;
     for (const std::string &word : pages["norv_microp_control(8)"])
-        EXPECT_NE(help.find(word), std::string::npos) << word;
+        EXPECT_TRUE(holds(help, word)) << word;
     pages.erase("norv_microp_control(8)");
     for (const auto &[page, words] : pages)
         EXPECT_TRUE(words.empty() || page.ends_with("(1)")) << page << " tells of words that no help is held against";
@@ -152,6 +161,71 @@ TEST(Manual, ShellCompletes)
         const Finished shell = run_program({"/bin/bash", "-c", line});
         EXPECT_EQ(shell.out, std::string(completed) + "\n") << words;
     }
+}
+
+// The anchors of a document's headings, as a forge makes them.
+Words anchors_of(const std::string &text)
+{
+    Words anchors;
+    for (std::string heading : words_find(text, "^#+ (.*)$")) {
+        std::erase_if(heading, [](unsigned char c) { return c != ' ' && c != '-' && c != '_' && !isalnum(c); });
+        for (char &c : heading)
+            c = c == ' ' ? '-' : static_cast<char>(tolower(c));
+        anchors.insert(heading);
+    }
+    return anchors;
+}
+
+TEST(Manual, DocumentsPointAtWhatIsThere)
+{
+    const std::filesystem::path root(NORV_SOURCE_DIR);
+    std::vector<std::filesystem::path> documents = {root / "README.md", root / "CONTRIBUTING.md"};
+    for (const auto &entry : std::filesystem::directory_iterator(root / "docs"))
+        if (entry.path().extension() == ".md")
+            documents.push_back(entry.path());
+    for (const auto &document : documents) {
+        const std::string text = file_read(document);
+        for (const std::string &link : words_find(text, R"(\]\(([^) ]+)\))")) {
+            const size_t hash = std::min(link.find('#'), link.size());
+            const auto target = hash == 0 ? document : document.parent_path() / link.substr(0, hash);
+            if (link.starts_with("http"))
+                continue;
+            EXPECT_TRUE(std::filesystem::exists(target)) << document << ": " << link;
+            const bool has_anchor =
+                hash == link.size() || anchors_of(file_read(target)).contains(link.substr(hash + 1));
+            EXPECT_TRUE(has_anchor) << document << ": " << link;
+        }
+        for (const std::string &path :
+             words_find(text, R"(`((?:[a-z_-]+/)+[a-z_.-]+\.(?:h|cpp|c|py|sh|toml|def|conf))`)"))
+            EXPECT_TRUE(std::filesystem::exists(root / path)) << document << ": " << path;
+    }
+}
+
+// A message that people search for must be one that a program prints: each piece between dots of "..." is looked for.
+TEST(Manual, TroubleshootingQuotesThePrograms)
+{
+    std::string sources;
+    for (const char *folder :
+         {"applets", "boot",  "disk",    "external", "fan",  "findhost", "install", "lab",       "lib",   "manutil",
+          "net",     "panel", "scripts", "storage",  "swap", "tools",    "zram",    "tests/lab", "cmake", "platform"})
+        for (const auto &entry :
+             std::filesystem::recursive_directory_iterator(std::filesystem::path(NORV_SOURCE_DIR) / folder))
+            if (entry.is_regular_file())
+                sources += file_read(entry.path());
+    int messages = 0;
+    const std::string text = file_read(NORV_SOURCE_DIR "/docs/troubleshooting.md");
+    for (const std::string &first_cell : words_find(text, R"r(^\| ([^|]*`[^|]*) \|)r"))
+        for (const std::string &message : words_find(first_cell, "`([^`]+)`")) {
+            messages++;
+            for (size_t at = 0, end; at <= message.size(); at = end + 3) {
+                end = std::min(message.find("...", at), message.size());
+                EXPECT_TRUE(holds(sources, message.substr(at, end - at))) << message;
+            }
+        }
+    EXPECT_GT(messages, 80);
+    for (const std::string &word : words_find(file_read(NORV_SOURCE_DIR "/install/web_progress.cpp"),
+                                              R"r("(?:error|wizard|status)", "([a-z_]+)"\})r"))
+        EXPECT_TRUE(holds(text, "| `" + word + "` |")) << word;
 }
 
 } // namespace
