@@ -26,8 +26,6 @@ struct Appliance {
 // A result code in words.
 [[nodiscard]] const char *result_words(int64_t code);
 
-// A text of the network without what a terminal would obey.
-[[nodiscard]] std::string text_clean(std::string_view text);
 // An address in dotted form.
 [[nodiscard]] std::string address_text(uint32_t address);
 

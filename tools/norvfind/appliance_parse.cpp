@@ -118,14 +118,6 @@ const char *result_words(int64_t code)
     }
 }
 
-std::string text_clean(std::string_view text)
-{
-    std::string clean;
-    for (const char c : text)
-        clean += static_cast<unsigned char>(c) < ' ' || c == '\x7f' ? '?' : c;
-    return clean;
-}
-
 std::string address_text(uint32_t address)
 {
     char text[INET_ADDRSTRLEN] = "";

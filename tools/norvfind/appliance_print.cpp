@@ -2,6 +2,7 @@
 #include <json-c/json.h>
 
 #include "lib/text.h"
+#include "tools/common/text_clean.h"
 #include "tools/norvfind/appliance.h"
 
 namespace

@@ -9,11 +9,11 @@
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
-#include <netinet/ip.h>
-#include <netinet/udp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "tools/common/datagram.h"
 
 namespace
 {
@@ -85,55 +85,19 @@ bool udp_listen(Wire *wire)
 // The UDP payload of a frame without its Ethernet header, when it may come from an appliance.
 std::span<const uint8_t> frame_payload(std::span<const uint8_t> frame, uint16_t udp_port, uint32_t *source_ip)
 {
-    iphdr ip;
-    udphdr udp;
-    if (frame.size() < sizeof(ip))
-        return {};
-    memcpy(&ip, frame.data(), sizeof(ip));
-    const size_t ip_bytes = ip.ihl * 4U;
-    if (ip.version != 4 || ip.protocol != IPPROTO_UDP || ip_bytes < sizeof(ip) || frame.size() < ip_bytes + sizeof(udp))
-        return {};
-    memcpy(&udp, frame.data() + ip_bytes, sizeof(udp));
-    const size_t udp_bytes = ntohs(udp.len);
-    if (ntohs(udp.source) != kAppliancePort || ntohs(udp.dest) != udp_port || udp_bytes < sizeof(udp) ||
-        frame.size() < ip_bytes + udp_bytes)
-        return {};
-    *source_ip = ip.saddr;
-    return frame.subspan(ip_bytes + sizeof(udp), udp_bytes - sizeof(udp));
-}
-
-uint16_t header_checksum(const iphdr &header)
-{
-    uint16_t words[sizeof(header) / 2];
-    memcpy(words, &header, sizeof(header));
-    uint32_t sum = 0;
-    for (const uint16_t word : words)
-        sum += word;
-    sum = (sum & 0xffff) + (sum >> 16);
-    return static_cast<uint16_t>(~(sum + (sum >> 16)));
+    DatagramRoute route = {};
+    const std::span<const uint8_t> payload = datagram_open(frame, &route);
+    *source_ip = route.source_ip;
+    return route.source_port == kAppliancePort && route.destination_port == udp_port ? payload
+                                                                                     : std::span<const uint8_t>();
 }
 
 // Broadcasts a datagram as a frame: neither an address nor a route is needed.
 bool frame_send(const Wire &wire, const Port &port, const FhostPacket &packet)
 {
-    struct {
-        iphdr ip;
-        udphdr udp;
-        uint8_t payload[kFhostDatagramBytes];
-    } frame = {};
-    const size_t udp_bytes = sizeof(frame.udp) + packet.size, frame_bytes = sizeof(frame.ip) + udp_bytes;
-    frame.ip.version = 4;
-    frame.ip.ihl = sizeof(frame.ip) / 4;
-    frame.ip.tot_len = htons(static_cast<uint16_t>(frame_bytes));
-    frame.ip.ttl = 64;
-    frame.ip.protocol = IPPROTO_UDP;
-    frame.ip.saddr = port.ip;
-    frame.ip.daddr = INADDR_BROADCAST;
-    frame.ip.check = header_checksum(frame.ip);
-    frame.udp.source = htons(wire.udp_port);
-    frame.udp.dest = htons(wire.udp_port);
-    frame.udp.len = htons(static_cast<uint16_t>(udp_bytes)); // no checksum, as IPv4 allows
-    memcpy(frame.payload, packet.bytes, packet.size);
+    uint8_t frame[kDatagramHeadBytes + kFhostDatagramBytes];
+    const DatagramRoute route = {port.ip, INADDR_BROADCAST, wire.udp_port, wire.udp_port};
+    const size_t frame_bytes = datagram_build(route, {packet.bytes, packet.size}, frame);
     sockaddr_ll all = {};
     all.sll_family = AF_PACKET;
     all.sll_protocol = htons(ETH_P_IP);
@@ -141,7 +105,7 @@ bool frame_send(const Wire &wire, const Port &port, const FhostPacket &packet)
     all.sll_halen = ETH_ALEN;
     memset(all.sll_addr, 0xff, ETH_ALEN);
     const ssize_t sent =
-        sendto(wire.listener.get(), &frame, frame_bytes, 0, reinterpret_cast<const sockaddr *>(&all), sizeof(all));
+        sendto(wire.listener.get(), frame, frame_bytes, 0, reinterpret_cast<const sockaddr *>(&all), sizeof(all));
     return sent == static_cast<ssize_t>(frame_bytes) || complain(port.name.c_str());
 }
 
