@@ -1,0 +1,221 @@
+// The test station against units with the real daemon: virtual ones, and one on an interface.
+#include <csignal>
+#include <gtest/gtest.h>
+#include <json-c/json.h>
+#include <map>
+#include <string>
+#include <unistd.h>
+
+#include "build_paths.h"
+#include "tests/platform/run_program.h"
+#include "tests/support/box_links.h"
+#include "tests/support/sandbox.h"
+#include "tests/support/scratch_dir.h"
+#include "tools/norv-station/log_line.h"
+#include "tools/norv-station/unit_report.h"
+
+namespace
+{
+
+constexpr char kStation[] = NORV_BINARY_DIR "/tools/norv-station/norv-station";
+
+// A text below an object of JSON; "(none)" when it is not there.
+std::string text_of(json_object *object, std::initializer_list<const char *> path)
+{
+    for (const char *key : path)
+        if (!json_object_object_get_ex(object, key, &object))
+            return "(none)";
+    return json_object_get_string(object);
+}
+
+TEST(Station, TakesUnitsToTheirVerdicts)
+{
+    const ScratchDir folder;
+    const std::string out = folder.path("reports");
+    const Finished run = run_program({kStation, "--units", "4", "--fail", "2", "--fail", "3:memory", "--fail",
+                                      "4:silent", "--seconds", "6", "--mac", "02:00:00:ff:ff:fc", "--serial", "A9",
+                                      "--command", "echo told >/tmp/manutil_command.output; exit 3", "--out", out});
+    if (run.status == 77)
+        GTEST_SKIP() << run.out;
+    EXPECT_EQ(run.status, 1) << run.out;
+    EXPECT_TRUE(run.out.ends_with("4 units: 0 passed, 4 failed\n")) << run.out; // the command fails on all
+
+    struct {
+        const char *faults, *serial, *mac, *usb, *memory, *complete;
+    } const kUnits[] = {
+        {"", "A9", "02:00:00:FF:FF:FC", "Pass", "Pass", "Fail"},
+        {"FTF_USB failed", "A10", "02:00:01:00:00:00", "Fail", "Pass", "Fail"},
+        {"PTB_MEMORY_TEST reads Fail, not Pass", "A11", "02:00:01:00:00:04", "Pass", "Fail", "Fail"},
+        {"no answer to FTF_FAN", "", "", "(none)", "(none)", "(none)"},
+    };
+    json_object *report = json_tokener_parse(folder.read("reports/units.json").c_str()), *units = nullptr,
+                *log = nullptr;
+    ASSERT_TRUE(json_object_object_get_ex(report, "units", &units) && json_object_object_get_ex(report, "log", &log));
+    ASSERT_EQ(json_object_array_length(units), std::size(kUnits));
+    size_t number = 0;
+    for (const auto &expected : kUnits) {
+        SCOPED_TRACE(number + 1);
+        json_object *unit = json_object_array_get_idx(units, number++);
+        json_object *faults = nullptr, *commands = nullptr;
+        ASSERT_TRUE(json_object_object_get_ex(unit, "faults", &faults) &&
+                    json_object_object_get_ex(unit, "commands", &commands));
+        const size_t own = expected.faults[0] != '\0' ? 1 : 0;
+        ASSERT_EQ(json_object_array_length(faults), 1 + own) << run.out;
+        EXPECT_STREQ(json_object_get_string(json_object_array_get_idx(faults, 0)),
+                     "command 'echo told >/tmp/manutil_command.output; exit 3': exit status 3");
+        EXPECT_TRUE(own == 0 ||
+                    json_object_get_string(json_object_array_get_idx(faults, 1)) == std::string_view(expected.faults));
+        EXPECT_EQ(text_of(json_object_array_get_idx(commands, 0), {"output"}), "told\n");
+        EXPECT_EQ(text_of(unit, {"serial"}), expected.serial);
+        EXPECT_EQ(text_of(unit, {"first_mac"}), expected.mac);
+        EXPECT_EQ(text_of(unit, {"flags", "FTF_USB"}), expected.usb);
+        EXPECT_EQ(text_of(unit, {"flags", "PTB_MEMORY_TEST"}), expected.memory);
+        EXPECT_EQ(text_of(unit, {"flags", "PTF_COMPLETE"}), expected.complete);
+    }
+    std::string logged;
+    for (size_t i = 0; i < json_object_array_length(log); i++)
+        logged += text_of(json_object_array_get_idx(log, i), {"records", "SN"}) + " " +
+                  text_of(json_object_array_get_idx(log, i), {"records", "LOG"}) + "\n";
+    EXPECT_EQ(logged, "VIRTUAL000003 memory test: wrong word in pass 12\n"
+                      "VIRTUAL000002 FTF_USB: no device at the front port\n");
+    json_object_put(report);
+    EXPECT_NE(
+        folder.read("reports/units.csv").find("\n\"2\",\"02:00:00:00:00:02\",\"A10\",\"A10\",\"02:00:01:00:00:00\","),
+        std::string::npos);
+    EXPECT_NE(
+        folder.read("reports/log.csv").find("\"02:00:00:00:00:02\",\"VIRTUAL000002\",\"000002\",\"virtual\",\"0\","),
+        std::string::npos);
+}
+
+TEST(Station, GoodUnitsPass)
+{
+    const ScratchDir folder;
+    const Finished run = run_program({kStation, "--units", "2", "--out", folder.path()});
+    if (run.status == 77)
+        GTEST_SKIP() << run.out;
+    EXPECT_EQ(run.status, 0) << run.out;
+    EXPECT_TRUE(run.out.ends_with("2 units: 2 passed, 0 failed\n")) << run.out;
+    EXPECT_NE(run.out.find(" 1  02:00:00:00:00:01  VIRT000001     PASSED  "), std::string::npos) << run.out;
+}
+
+// A unit on the interface eth0, and the station at the wire's other end.
+struct Segment : Sandbox {
+    BoxLinks links{*this};
+
+    Segment()
+    {
+        EXPECT_TRUE(links.wire("eth0", "tap0") && links.set("eth0", true) && links.set("tap0", true) &&
+                    links.settle("tap0", true));
+        host_file("/bin/norv-station", kStation);
+        call({.call = "sleep", .args = "15"});
+        for (const char *path : {"/bin/cat", "/bin/mkdir"})
+            host_file(path, path);
+        file("/proc/sys/kernel/norv_install_flag", "0");
+        file("/etc.defaults/norvinfo.conf", "unique=a_b_c\n");
+        file("/etc/norvmanlog.conf", "label=line 4\n");
+        directory("/tmp/bootmnt");
+        leaves({"*"});
+    }
+    Result station(std::vector<std::string> words)
+    {
+        words.insert(words.begin(), "/bin/norv-station");
+        return run(words, {.seconds = 60});
+    }
+};
+
+TEST(Station, LooksAtASegment)
+{
+    Segment box;
+    const std::vector<std::string> look = {"--interface", "tap0", "--expect", "1"};
+    Result nobody = box.station({"--interface", "tap0", "--out", "/tmp/none"});
+    EXPECT_EQ(nobody.exit_status, 3);
+    EXPECT_EQ(nobody.err, "norv-station: nobody answered\n");
+    box.run({"manutild"});
+    ASSERT_TRUE(box.wait_for("select 3*"));
+    const Result one = box.station(look);
+    EXPECT_EQ(one.exit_status, 0) << one.err;
+    EXPECT_NE(one.out.find(" SEEN "), std::string::npos) << one.out;
+    EXPECT_TRUE(one.out.ends_with("1 units: 0 passed, 0 failed\n"));
+    EXPECT_FALSE(box.exists("/.box/volumes/dev:norvboot2/vender")); // only looked
+    box.file("/tmp/memtester.progress", "1205/9999\n");             // of a test that does not get on
+    EXPECT_NE(box.station({"--interface", "tap0", "--expect", "1", "--stall", "1"}).out.find(" memory 12.05% "),
+              std::string::npos);
+    box.remove("/tmp/memtester.progress");
+    EXPECT_EQ(box.station({"--interface", "tap0", "--expect", "2"}).exit_status, 3);
+    // A serial that the unit refuses, and a report that cannot be written.
+    const Result refused = box.station({"--interface", "tap0", "--expect", "1", "--serial", "A1"});
+    EXPECT_EQ(refused.exit_status, 0) << refused.out;
+    const Result longer = box.station({"--interface", "tap0", "--expect", "1", "--serial", "A10"});
+    EXPECT_EQ(longer.exit_status, 1);
+    EXPECT_NE(longer.out.find("serial: Length of SN is changed.; serial reads A1, not A10"), std::string::npos)
+        << longer.out;
+    box.directory("/tmp/out/units.csv");
+    EXPECT_EQ(box.station({"--interface", "tap0", "--expect", "1", "--out", "/tmp/out"}).exit_status, 2);
+
+    for (const std::vector<std::string> &words : {std::vector<std::string>{},
+                                                  {"--interface", "none"},
+                                                  {"--units", "0"},
+                                                  {"--units", "1", "--interface", "tap0"},
+                                                  {"--fail", "1", "--interface", "tap0"},
+                                                  {"--units", "1", "--fail", "2"},
+                                                  {"--units", "2", "--fail", "1:x"},
+                                                  {"--interface", "tap0", "--serial", "a b"},
+                                                  {"--interface", "tap0", "--mac", "02:00:00:00:00"},
+                                                  {"--interface", "tap0", "more"}})
+        EXPECT_EQ(box.station(words).exit_status, 2) << testing::PrintToString(words);
+}
+
+TEST(Station, TakesLogLines)
+{
+    Segment box;
+    Process station =
+        box.start({"/bin/norv-station", "--interface", "tap0", "--listen", "--out", "/tmp/out"}, {.seconds = 60});
+    ASSERT_TRUE(box.wait_for("poll *"));
+    box.run({"mantool", "-log", "say \"hi\"\x1b[2J, twice"});
+    box.run({"mantool", "-log", "second"});
+    for (int tries = 0; tries < 2000 && station.out().find("second") == std::string::npos; tries++)
+        usleep(10000);
+    station.signal(SIGTERM);
+    const Result result = station.wait();
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_NE(result.out.find("/0: say \"hi\"?[2J, twice\n"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("/1: second\n"), std::string::npos);
+    const std::string csv = box.read_file("/tmp/out/log.csv");
+    EXPECT_EQ(
+        csv.find("\"time\",\"mac\",\"serial\",\"vendor_mac\",\"label\",\"counter\",\"session\",\"model\",\"text\"\n"),
+        0U);
+    EXPECT_NE(csv.find(",\"c\",\"say \"\"hi\"\"?[2J, twice\"\n"), std::string::npos) << csv;
+}
+
+TEST(Station, TakesMessagesApart)
+{
+    static constexpr struct {
+        const char *message;
+        const char *serial, *log; // NULL: it is none
+    } kMessages[] = {
+        {"4SN=19LOG=x y=z", "1", "x y=z"},
+        {"3SN=", "", ""},
+        {"5LOG=", nullptr, nullptr},
+        {"2SN", nullptr, nullptr},
+        {"2=x", nullptr, nullptr},
+        {"SN=1", nullptr, nullptr},
+        {"9999999999999999999999SN=1", nullptr, nullptr},
+        {"", nullptr, nullptr},
+    };
+    for (const auto &[message, serial, log] : kMessages) {
+        LogRecords records;
+        ASSERT_EQ(log_line_parse(message, &records), serial != nullptr) << message;
+        if (serial == nullptr)
+            continue;
+        EXPECT_EQ(log_line_value(records, "SN"), serial);
+        EXPECT_EQ(log_line_value(records, "LOG"), log);
+    }
+    const UnitReport report = unit_report_parse("Checksum error!\nExcution Error\nMAC:02:00:00:00:00:01\n"
+                                                "ProComm Test: True\n\t\tPTF_BEGIN               : Pass\n"
+                                                "\t\tFTF_NONE : Pass\n\tMemory Test Counter: 4\n\t\tFTF_USB: Fail");
+    EXPECT_EQ(report.serial, "");
+    EXPECT_EQ(report.mac, "02:00:00:00:00:01");
+    EXPECT_EQ(report.flags, (std::map<std::string, std::string>{{"FTF_USB", "Fail"}, {"PTF_BEGIN", "Pass"}}));
+}
+
+} // namespace

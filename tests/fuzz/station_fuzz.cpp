@@ -1,0 +1,38 @@
+// What units tell the test station: log lines and the report of their record. The first byte tells which.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "tools/norv-station/log_line.h"
+#include "tools/norv-station/unit_report.h"
+
+static void check(bool holds)
+{
+    if (!holds)
+        abort();
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size == 0)
+        return 0;
+    const std::string text(data + 1, data + size);
+    if (data[0] % 2 == 0) {
+        for (const auto &[name, words] : unit_report_parse(text).flags)
+            check(text.find(name) != text.npos && text.find(words) != text.npos);
+        return 0;
+    }
+    LogRecords records;
+    if (!log_line_parse(text, &records))
+        return 0;
+    std::string rest = text.substr(0, text.find('\0')); // the records are all of it, each behind its length
+    for (const auto &[key, value] : records) {
+        const std::string record = key + "=" + value;
+        const size_t at = rest.find_first_not_of("0123456789");
+        check(!key.empty() && at != rest.npos && strtoul(rest.c_str(), nullptr, 10) == record.size() &&
+              rest.compare(at, record.size(), record) == 0);
+        rest.erase(0, at + record.size());
+    }
+    check(rest.empty());
+    return 0;
+}
