@@ -10,7 +10,6 @@
 
 #include "applets/applets.h"
 #include "autocleanup/unique.h"
-#include "external/rtc_time.h"
 #include "findhost/findhost_inetd.h"
 #include "install/cgi.h"
 #include "install/cgi_param.h"
@@ -38,7 +37,7 @@ struct Install {
     UniqueHash params;                              // fields of the form
     DownloadMode mode = kDownloadFresh;             // what becomes of the disks, whichever way the patch comes
     bool is_upload = false;                         // the patch comes with the form
-    uint64_t utctime = 0;                           // 0, or all ones: the client does not know
+    uint64_t utctime = 0;                           // as cgi_clock_set takes it
     char mount[sizeof(gszUpgradeVolMnt)] = "";      // of the volume, once it is mounted
     char patch[sizeof(gszUpgradeVolMnt) + 32] = ""; // the uploaded one
 };
@@ -59,11 +58,8 @@ int ParseGetParam(Install *install)
     }
     char text[256];
     text_cut(text, query);
-    char *rest = nullptr;
-    for (char *key = strtok_r(text, "&", &rest); key != nullptr; key = strtok_r(nullptr, "&", &rest)) {
-        char *value = key + strcspn(key, "=");
-        if (*value != '\0')
-            *value++ = '\0';
+    char *rest = text, *value;
+    while (const char *key = cgi_query_next(&rest, &value)) {
         if (strcmp(key, "status") == 0)
             install->mode = mode_of(value);
         else if (strcmp(key, "upload") == 0)
@@ -141,8 +137,7 @@ pid_t install_start(Install *install)
         NORV_LOG(LOG_ERR, "ParseGetParam fail");
         return -1;
     }
-    if (install->utctime != 0 && install->utctime != UINT64_MAX)
-        static_cast<void>(rtc_time_set(static_cast<time_t>(install->utctime)));
+    static_cast<void>(cgi_clock_set(install->utctime));
     if ((install->is_upload ? upload_take(install) : form_take(install)) != 0)
         return -1;
     const pid_t child = NLIBCFork(kForkNullStreams);

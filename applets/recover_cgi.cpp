@@ -1,11 +1,9 @@
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
 #include "applets/applets.h"
 #include "autocleanup/unique.h"
 #include "disk/disk.h"
-#include "external/rtc_time.h"
 #include "install/cgi.h"
 #include "install/cgi_param.h"
 #include "install/install_lock.h"
@@ -19,13 +17,10 @@ namespace
 
 constexpr char kUpdaterPath[] = "/recover//.norv/patch/updater";
 
-// Sets the clock to what the client sends; 0 and all ones are no time.
 void clock_set(const NLIBSZHASH *params)
 {
     const char *text = NLIBCSzHashGetValue(params, "utctime");
-    const uint64_t time = text != nullptr ? strtoull(text, nullptr, 10) : 0;
-    const bool is_time = time != 0 && time != UINT64_MAX;
-    if (text == nullptr || (is_time && rtc_time_set(static_cast<time_t>(time)) != 0))
+    if (text == nullptr || cgi_clock_set(strtoull(text, nullptr, 10)) != 0)
         NORV_LOG(LOG_ERR, "Set RTC fail");
 }
 

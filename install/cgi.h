@@ -1,6 +1,8 @@
 // What the web programs have in common: the headers of their answers and what a request tells of its user.
 #pragma once
 
+#include <cstdint>
+
 inline constexpr char kCgiHtmlHeader[] = "Expires: Mon, 26 Jul 1990 05:00:00 GMT\r\n"
                                          "Cache-Control: no-store, no-cache, must-revalidate\r\n"
                                          "Pragma: no-cache\r\n"
@@ -12,6 +14,16 @@ inline constexpr char kCgiJsonHeader[] = "Content-type: application/json; charse
 // The user's language as a three-letter code: the first of HTTP_ACCEPT_LANGUAGE that the key `supplang` of the model
 // description offers. NULL when none is. Of each of the two, 127 bytes are looked at; a longer `supplang` is none.
 [[nodiscard]] const char *GetPreferredLang();
+
+// Splits the next "name=value" off a query, in place: nothing is decoded, and empty pairs are stepped over.
+//   query  what is left of it; NULL behind its end
+//   value  receives what stands behind the first "="; "" where there is none
+// Returns the name; NULL at the end.
+[[nodiscard]] char *cgi_query_next(char **query, char **value);
+
+// Sets the board's clock to what a client tells, in seconds since 1970; 0 and all ones are no time. Returns 0; -1 when
+// the clock does not take it.
+[[nodiscard]] int cgi_clock_set(uint64_t seconds);
 
 // Sets PATH for the programs that a request starts.
 void cgi_path_set();

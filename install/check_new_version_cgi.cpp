@@ -1,23 +1,22 @@
 #include <cstdio>
 #include <cstdlib>
-#include <string_view>
+#include <cstring>
 #include <sys/time.h>
 
+#include "autocleanup/unique.h"
+#include "install/cgi.h"
 #include "install/download.h"
 #include "lib/report.h"
 
-static constexpr std::string_view kClockKey = "utctime=";
-
-// The seconds that a query tells; 0 without them. Of several the last counts.
-static unsigned long query_time(std::string_view query)
+// The seconds that a query tells, the last time it does so; 0 without them.
+static unsigned long query_time(const char *query)
 {
+    const UniqueText text(strdup(query));
     unsigned long seconds = 0;
-    while (!query.empty()) {
-        const std::string_view pair = query.substr(0, query.find('&'));
-        if (pair.starts_with(kClockKey)) // what follows ends in '&' or NUL, both no digits
-            seconds = strtoul(pair.data() + kClockKey.size(), nullptr, 10);
-        query.remove_prefix(pair.size() < query.size() ? pair.size() + 1 : pair.size());
-    }
+    char *rest = text.get(), *value;
+    while (const char *name = text ? cgi_query_next(&rest, &value) : nullptr)
+        if (strcmp(name, "utctime") == 0)
+            seconds = strtoul(value, nullptr, 10);
     return seconds;
 }
 
