@@ -192,7 +192,6 @@ static const char *boundary_find()
     if (found != nullptr)
         return found + strlen(kKey);
     NORV_LOG(LOG_ERR, "failed to get boundary= from CONTENT_TYPE: %s", type == nullptr ? "" : type);
-    NORV_LOG(LOG_ERR, "failed to get boundary");
     return nullptr;
 }
 
@@ -201,8 +200,10 @@ static int form_take(Upload *upload)
     if (!total_read(&upload->stats.total))
         return kUploadLength;
     const char *boundary = boundary_find();
-    if (boundary == nullptr || !upload_buffer_start(&upload->buffer, boundary, &upload->stats))
+    if (boundary == nullptr || !upload_buffer_start(&upload->buffer, boundary, &upload->stats)) {
+        NORV_LOG(LOG_ERR, "failed to get boundary");
         return kUploadFailed;
+    }
     return parts_take(upload);
 }
 
