@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -189,6 +190,7 @@ void install_finish(Install *install)
 {
     if (fcntl(install->lock.get(), F_SETFD, FD_CLOEXEC) != 0)
         NORV_LOG(LOG_ERR, "Failed to fcntl, errno=%d, %m", errno);
+    signal(SIGTERM, SIG_DFL); // the client is no concern of this process
     if (system_install(install) == 0) {
         web_progress_finish(field_text(*install, "hostname"));
     } else {
@@ -213,6 +215,7 @@ int install_cgi_main(int /*argc*/, char * /*argv*/[])
         _exit(0); // the lock goes with this process, and not before
     }
     if (child > 0) {
+        install.lock.reset(); // the child has it from now on
         printf("%s%s", kCgiHtmlHeader, R"({"success": true, "data": {}, "redirectIP":""})");
         return 0;
     }

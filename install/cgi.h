@@ -25,8 +25,10 @@ inline constexpr char kCgiJsonHeader[] = "Content-type: application/json; charse
 // the clock does not take it.
 [[nodiscard]] int cgi_clock_set(uint64_t seconds);
 
-// Sets PATH for the programs that a request starts.
-void cgi_path_set();
+// What comes first in a request that changes the machine: sets PATH for the programs that it starts, and outlives its
+// client. The web server ends the request of a client that hangs up by SIGTERM, maybe while a volume is mounted; that
+// only interrupts a wait for its input.
+void cgi_begin();
 
 // The same, and holds that its client, REMOTE_ADDR, is on a wire of ours.
 // Returns 0; -1 when it is not, logged when there is no REMOTE_ADDR.

@@ -4,14 +4,9 @@
 #include "lib/report.h"
 #include "net/lan.h"
 
-void cgi_path_set()
-{
-    setenv("PATH", "/sbin:/bin:/usr/sbin:/usr/bin:/usr/norv/sbin:/usr/norv/bin", 1);
-}
-
 int cgi_neighbour_check()
 {
-    cgi_path_set();
+    cgi_begin();
     const char *address = getenv("REMOTE_ADDR");
     if (address == nullptr) {
         NORV_LOG(LOG_ERR, "The remote addr is NULL");

@@ -16,7 +16,8 @@ enum class LockOutcome : char { kTaken, kNoFile, kHeld };
 //   open_flags  O_CLOEXEC, or 0 for a lock that the programs started meanwhile hold too
 [[nodiscard]] LockOutcome install_lock_take(int open_flags, UniqueFd *lock);
 
-// Begins an install for a web request: sets PATH, takes the lock and removes the progress of the install before.
+// Begins an install for a web request: as cgi_begin, then takes the lock and removes the progress of the install
+// before.
 //   fd_out  receives the descriptor that carries the lock; programs started meanwhile inherit it
 // Returns 0; -1, the error of the request set, with nothing changed, when a memory test or another install runs.
 [[nodiscard]] int SetupInstall(int *fd_out);

@@ -8,7 +8,7 @@
 
 int SetupInstall(int *fd_out)
 {
-    cgi_path_set();
+    cgi_begin();
     if (access("/.memtest", F_OK) == 0) {
         web_error_set_code(kCodeMemoryTest);
         return -1;
