@@ -1,0 +1,127 @@
+// Where the first start of a system is told what to do, and what becomes of that when a step fails.
+#include <cerrno>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "build_paths.h"
+#include "tests/support/sandbox.h"
+
+namespace
+{
+
+using Change = std::function<void(Sandbox &)>;
+
+Change fails(const char *call, const char *args, int error)
+{
+    return [=](Sandbox &box) { box.call({.call = call, .args = args, .error = error}); };
+}
+Change directory(const char *path)
+{
+    return [=](Sandbox &box) { box.directory(path); };
+}
+Change program_fails(const char *path)
+{
+    return [=](Sandbox &box) { box.program(path, {{.exit_status = 1}}); };
+}
+
+class NsConfigBox : public Sandbox
+{
+  public:
+    NsConfigBox()
+    {
+        host_file("/bin/ns_config_call", NS_CONFIG_CALL);
+        host_program("/bin/mkdir");
+        for (const char *path : {"/bin/sync", "/bin/mount", "/bin/umount", "/bin/cp"})
+            program(path);
+        directory("/volume");
+        leaves({"/volume*", "/tmpRoot*"});
+    }
+    // The patch's volume is at /volume. `fields` come in front of a password.
+    Result prepare(const char *system_device, const std::vector<std::string> &fields = {},
+                   const std::string &mount = "/volume")
+    {
+        std::vector<std::string> words = {"/bin/ns_config_call", system_device, "/dev/md2", mount, "password=x"};
+        words.insert(words.end(), fields.begin(), fields.end());
+        return run(words);
+    }
+};
+
+constexpr char kMount[] = "run /bin/mount /dev/md0 /tmpRoot", kUnmount[] = "run /bin/umount -f /tmpRoot";
+
+TEST(NsConfigPlace, TheVolumeIsTheSystems)
+{
+    NsConfigBox box;
+    const Result result = box.prepare("/dev/md2");
+    EXPECT_EQ(result.out, "0");
+    EXPECT_TRUE(result.record.in_order({"run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /volume/etc/dhcpc"}));
+    EXPECT_EQ(result.record.count("run /bin/mount*") + result.record.count("run /bin/umount*"), 0);
+    EXPECT_TRUE(box.exists("/volume/.ns_configure.sh") && box.exists("/volume/.WEBINST_OK"));
+}
+
+TEST(NsConfigPlace, TheSystemHasItsOwn)
+{
+    NsConfigBox box;
+    box.file("/.privacy_confirmed", "");
+    box.directory("/tmpRoot/var");
+    const Result result = box.prepare("/dev/md0", {"remove_ro_ssd_cache=true"});
+    EXPECT_EQ(result.out, "0");
+    EXPECT_TRUE(
+        result.record.in_order({"run /bin/mkdir -p /tmpRoot", "run /bin/sync", "run /bin/sync", "run /bin/sync", kMount,
+                                "run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /tmpRoot/etc/dhcpc", kUnmount}));
+    for (const char *path :
+         {".ns_configure.sh", ".ns_pwd", ".WEBINST_OK", "var/.PrivacyConfirmed", ".remove_ro_ssd_cache", "etc/dhcpc"})
+        EXPECT_TRUE(box.exists(std::string("/tmpRoot/") + path)) << path;
+    EXPECT_EQ(box.mode("/tmpRoot/.ns_configure.sh"), 0770U);
+    EXPECT_EQ(box.mode("/tmpRoot/.WEBINST_OK"), 0644U);
+    EXPECT_EQ(box.mode("/tmpRoot/etc/dhcpc"), 0755U);
+    EXPECT_EQ(box.list("/volume"), std::vector<std::string>{});
+}
+
+// Whatever fails, neither script nor password stays, and no mount.
+TEST(NsConfigPlace, Faults)
+{
+    const Change confirmed = [](Sandbox &box) { box.file("/.privacy_confirmed", ""); };
+    const char *const kTouch = "log err *Failed to touch on system volume";
+    const struct {
+        const char *what;
+        Change change;
+        const char *record;
+        const char *result = "-1";
+        bool is_mounted = true;
+    } kRows[] = {
+        {"no folder", fails("mkdir", "/tmpRoot *", EROFS),
+         "log err *Fail to mkdir /tmpRoot[0x8100 prepare_ns_config.cpp:*", "-1", false},
+        {"not mounted", program_fails("/bin/mount"), "log err prepare_ns_config.cpp:* Mount /dev/md0 on /tmpRoot Fail",
+         "-1", false},
+        {"mark", directory("/tmpRoot/.WEBINST_OK"), kTouch},
+        {"no var", confirmed, kTouch},
+        {"cache mark", directory("/tmpRoot/.remove_ro_ssd_cache"), kTouch},
+        {"no file confirms", directory("/.privacy_confirmed"), kUnmount, "0"},
+        {"script", fails("fopen", "*/.ns_configure.sh *", ENOSPC),
+         "log err *Failed to open .ns_configure.sh (No space left on device)"},
+        {"password", fails("fopen", "*/.ns_pwd *", EROFS),
+         "log err *open /tmpRoot/.ns_pwd error [Read-only file system]"},
+        {"mode", fails("chmod", "*/.ns_configure.sh 0770", EPERM), "chmod /tmpRoot/.ns_configure.sh 0770 = EPERM"},
+        {"no lease", program_fails("/bin/cp"), "run /bin/cp -f *", "0"}, // there is none on a static address
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        NsConfigBox box;
+        row.change(box);
+        // A program without rows succeeds; one with a row that fails does so each time.
+        const Result result = box.prepare("/dev/md0", {"remove_ro_ssd_cache=true"});
+        EXPECT_EQ(result.out, row.result);
+        EXPECT_TRUE(result.record.in_order({row.record}));
+        EXPECT_EQ(result.record.count(kUnmount), row.is_mounted ? 1 : 0);
+        for (const char *path : {"/tmpRoot/.ns_configure.sh", "/tmpRoot/.ns_pwd"})
+            EXPECT_EQ(box.exists(path), std::string(row.result) == "0") << path;
+    }
+    NsConfigBox box;
+    const Result result = box.prepare("/dev/md2", {}, "/volume" + std::string(4090, '/'));
+    EXPECT_EQ(result.out, "-1");
+    EXPECT_TRUE(result.record.in_order({"log err *Truncated file path should not be touched; error out"}));
+}
+
+} // namespace
