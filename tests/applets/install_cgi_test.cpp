@@ -1,561 +1,508 @@
-// An install that a browser asks for, recovery of the flash, and the marks of the reset button.
+// An install that a browser asks for, through the web server.
+#include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
 #include <functional>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <string>
+#include <sys/socket.h>
+#include <sys/statvfs.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
-#include "build_paths.h"
-#include "tests/platform/run_program.h"
-#include "tests/support/box_links.h"
-#include "tests/support/sandbox.h"
-#include "tests/support/scratch_dir.h"
+#include "tests/support/web_install.h"
+#include "tests/support/web_server.h"
 
 namespace
 {
 
-const std::string kHeader = "Expires: Mon, 26 Jul 1990 05:00:00 GMT\r\n"
-                            "Cache-Control: no-store, no-cache, must-revalidate\r\n"
-                            "Pragma: no-cache\r\n"
-                            "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n";
-const std::string kStarted = kHeader + "{\"success\": true, \"data\": {}, \"redirectIP\":\"\"}";
-constexpr char kProgress[] = "/tmp/install.progress";
-constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
-const std::string kModel = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\nunique=\"norv_avoton_1817\"\nsupportraid=yes\n";
-// A child goes on when its request has been answered.
-const std::vector<std::string> kLeaves = {"/tmp/*",    "/tmpData*",   "/tmpRoot*", "/var/run/*", "/proc/sys/*",
-                                          "process *", "semaphore *", "lock *",    "mount *"};
+constexpr char kProgress[] = "/tmp/install.progress", kInstaller[] = "/usr/norv/sbin/installer.sh";
+const std::string kMultipart = "multipart/form-data; boundary=B";
 
-std::string error_body(const char *sec, const char *key, int line)
+using Change = std::function<void(Sandbox &)>;
+
+Change nothing()
 {
-    return kHeader + "{\"success\": false, \"data\": {}, \"errinfo\": {\"sec\": \"" + sec + "\",\"key\": \"" + key +
-           "\",\"line\":" + std::to_string(line) + "}}";
+    return [](Sandbox &) {};
+}
+Change file(const char *path, const char *content)
+{
+    return [=](Sandbox &box) { box.file(path, content); };
+}
+Change directory(const char *path)
+{
+    return [=](Sandbox &box) { box.directory(path); };
+}
+// Of two answers of a program the first counts.
+Change program(const char *path, const ProgramRow &row)
+{
+    return [=](Sandbox &box) { box.program(path, {row}); };
+}
+Change call(const CallRow &row)
+{
+    return [=](Sandbox &box) { box.call(row); };
 }
 
-std::string stage_body(const char *stage)
+std::string post(const std::string &query, const std::string &type, const std::string &body, size_t length)
 {
-    return kHeader + "{\"success\": true, \"data\": {\"stage\": \"" + stage + "\"}}";
+    return http_request("POST", "/cgi-bin/install.cgi?" + query,
+                        (type.empty() ? "" : "Content-Type: " + type + "\r\n") +
+                            "Content-Length: " + std::to_string(length) + "\r\n",
+                        body);
 }
 
-// A machine with one blank disk.
-void machine(Sandbox &box)
+// What a role said, headers and all.
+std::string said(const HttpAnswer &answer)
 {
-    box.file(kConf, kModel);
-    box.file("/etc.defaults/VERSION", "majorversion=6\nminorversion=2\nbuildnumber=23739\n");
-    box.file("/proc/partitions", "major minor  #blocks  name\n");
-    box.directory("/sys/block/sda");
-    box.device("/dev/md0", 4ULL << 30);
-    box.program("/sbin/sfdisk", {{.exit_status = 1}});
-    for (const char *program : {"/bin/mount", "/bin/umount", "/bin/sync", "/sbin/e2fsck", "/bin/cp",
-                                "/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop"})
-        box.program(program, {{}});
-    for (const char *program : {"/bin/mkdir", "/bin/rm", "/bin/mv"})
-        box.host_program(program);
-    box.program("/bin/tar", {{.exit_status = 1}}); // the patches here are of the new form
+    EXPECT_EQ(answer.status, 200);
+    for (const char *header : {"\r\nexpires: mon, 26 jul 1990 05:00:00 gmt\r\n", "\r\npragma: no-cache\r\n",
+                               "\r\ncache-control: no-store, no-cache, must-revalidate\r\n",
+                               "\r\ncontent-type: text/html; charset=\"utf-8\"\r\n"})
+        EXPECT_NE(answer.head.find(header), std::string::npos) << answer.head;
+    return kHeader + answer.body;
 }
 
-std::string form(const std::string &patch, const std::string &field = "filename")
+std::string said(const WebServer &server, const std::string &request)
 {
-    return "--B\r\nContent-Disposition: form-data; name=\"hostname\"\r\n\r\nnas\r\n"
-           "--B\r\nContent-Disposition: form-data; name=\"password\"\r\n\r\nx\r\n"
-           "--B\r\nContent-Disposition: form-data; name=\"" +
-           field + "\"; filename=\"a.pat\"\r\n\r\n" + patch + "\r\n--B--\r\n";
+    return said(server.ask(request));
 }
 
-RunOptions request(const std::string &query, const std::string &body)
+std::string lock_check(const WebServer &server)
 {
-    return {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=" + query, "CONTENT_LENGTH=" + std::to_string(body.size()),
-                    "CONTENT_TYPE=multipart/form-data; boundary=B"},
-            .input = body,
-            .leaves = kLeaves};
+    return said(server, http_request("GET", "/cgi-bin/lock_check.cgi"));
 }
 
-// Waits until the child of a request that was taken has gone.
-void child_wait(const Sandbox &box)
+// A process that has ended holds the lock for a moment longer.
+void expect_unlocked(const WebServer &server)
 {
-    for (int i = 0; i < 6000 && !box.processes().empty(); i++)
+    std::string answer = lock_check(server);
+    for (int i = 0; i < 6000 && answer != kUnlocked; i++) {
         usleep(10000);
-    EXPECT_TRUE(box.processes().empty());
+        answer = lock_check(server);
+    }
+    EXPECT_EQ(answer, kUnlocked);
 }
 
-void expect_unlocked(Sandbox &box)
+// Whatever stood in the way is gone: the same machine is installed.
+void expect_next_install(Sandbox &box, const WebServer &server, const Firmware &firmware, const std::string &patch)
 {
-    EXPECT_EQ(box.run({"lock_check.cgi"}, {.leaves = kLeaves}).out, kHeader + "{\"success\": true, \"data\": {}}");
+    install_child_wait(box);
+    for (const char *path : {"/.memtest", "/tmp/install.lock", "/tmpData"})
+        box.remove(path);
+    expect_unlocked(server);
+    firmware.appliance(box);
+    const std::string form = patch_form(patch);
+    EXPECT_EQ(said(server, post("upload=true", kMultipart, form, form.size())), kStarted);
+    install_child_wait(box);
+    EXPECT_EQ(box.read_file(kProgress), success_body("nas"));
 }
 
 class WebInstall : public testing::Test
 {
   protected:
-    // A patch of the builder. `updater` is what its script does.
-    std::string patch_make(const std::string &updater, const std::string &unique = "norv_avoton_1817")
+    void SetUp() override
     {
-        scratch.write("firmware/VERSION", "buildnumber=25556\nunique=\"" + unique + "\"\nextractsize=1000\n");
-        scratch.write("firmware/hda1.tgz", std::string(300000, '\n'));
-        scratch.write("firmware/updater", "#!/bin/sh\n" + updater + "\n", 0755);
-        const Finished made =
-            run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
-                         scratch.path("a.pat"), "--keys", scratch.path("keys")});
-        EXPECT_EQ(made.status, 0) << made.out;
-        return scratch.read("a.pat");
+        if (!WebServer::available())
+            GTEST_SKIP() << "no lighttpd here";
+        good = firmware.patch();
     }
-    // A machine that knows the builder's keys.
-    void appliance(Sandbox &box) const
-    {
-        machine(box);
-        const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
-        box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
-        box.host_file("/usr/norv/etc/codesign/0.pem", scratch.path("keys/0.pem"), 0644);
-        box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
-    }
-    ScratchDir scratch;
+    Firmware firmware{};
+    std::string good{}; // a patch that installs
 };
 
-TEST_F(WebInstall, UploadedPatch)
+// A server of updates at 127.0.0.1:8080 of the box. It goes on when the page has shown what it does.
+class FeedServer
 {
-    Sandbox box;
-    std::vector<std::string> seen;
-    const auto note = [&](const ProgramCall & /*call*/) { seen.push_back(box.read_file(kProgress)); };
-    box.program("/usr/norv/sbin/installer.sh", {{.effect = note}});
-    box.program("/bin/tar", {{.exit_status = 1, .effect = note}});
-    const std::string patch = patch_make("exit 0");
-    appliance(box);
-    box.file("/.privacy_confirmed", "");
-    box.directory("/tmpData/var");
-    box.file(kProgress, "of the install before");
-    const Result result =
-        box.run({"install.cgi"}, request("x=y&upload=true&status=not_install&utctime=1600000000", form(patch)));
-    EXPECT_EQ(result.exit_status, 0);
-    EXPECT_EQ(result.out, kStarted);
-    child_wait(box);
-    EXPECT_TRUE(box.record().in_order(
-        {"log err install_cgi.cpp:* Unknown param x=y", "board 0xc0074b06 rtc_write *",
-         "run /usr/norv/sbin/installer.sh -r*", "run /bin/mount /dev/md0 /tmpData",
-         "run /bin/mv /tmpData/@autoupdate/upload.pat /tmpData/upd@te.pat", "log err *Pass checksum of *",
-         "log err *Executing [/tmpData/upd@te/updater -v /tmpData > /dev/null 2>&1] error[0]",
-         "run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /tmpData/etc/dhcpc", "run /bin/umount -f /tmpData",
-         "run /usr/sbin/pppoe-stop"}));
-    EXPECT_EQ(box.record().count("run /usr/sbin/inetd*"), 0);
-    EXPECT_EQ(seen, (std::vector<std::string>{stage_body("format_sys"), stage_body("upload"), stage_body("install")}));
-    EXPECT_EQ(box.read_file(kProgress),
-              kHeader + "{\"success\": true, \"data\": {\"stage\": \"Success\", \"hostname\": \"nas\"}}");
-    EXPECT_EQ(box.read_file("/tmpData/.ns_configure.sh"),
-              "#!/bin/sh\n/usr/norv/sbin/norvnet --set_hostname nas\n/usr/norv/sbin/norvuser --filesetpw\n"
-              "/bin/rm -f /.ns_pwd\n/usr/norv/sbin/norvnet --dhcp eth0\n\n");
-    EXPECT_TRUE(box.exists("/tmpData/var/.PrivacyConfirmed"));
-    EXPECT_EQ(box.list("/tmpData/@autoupdate"), std::vector<std::string>{"VERSION"});
-    expect_unlocked(box);
+  public:
+    FeedServer(const Sandbox &box, const ProgressPoll &page, const std::string &patch)
+        : page_(page), patch_(patch), socket_(box.socket(AF_INET, SOCK_STREAM))
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(8080);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(socket_.get(), 8), 0);
+        thread_ = std::thread([this] { run(); });
+    }
+    FeedServer(const FeedServer &) = delete;
+    FeedServer &operator=(const FeedServer &) = delete;
+    ~FeedServer()
+    {
+        shutdown(socket_.get(), SHUT_RDWR);
+        thread_.join();
+    }
+
+  private:
+    const ProgressPoll &page_;
+    const std::string &patch_;
+    UniqueFd socket_;
+    std::thread thread_{};
+
+    void run()
+    {
+        for (;;) {
+            const UniqueFd client(accept(socket_.get(), nullptr, nullptr));
+            if (!client)
+                return;
+            char request[4096] = {};
+            EXPECT_GT(recv(client.get(), request, sizeof(request) - 1, 0), 0);
+            if (std::string_view(request).starts_with("GET /a.pat "))
+                patch_send(client);
+            else
+                feed_send(client);
+        }
+    }
+    static std::string percent_body(const char *percent)
+    {
+        return std::string("Content-type: text/html; charset=\"UTF-8\"\r\n\r\n"
+                           "{\"success\": true, \"data\": {\"stage\": \"download\", \"progress\": \"") +
+               percent + "\"}}";
+    }
+    static void reply(const UniqueFd &client, const std::string &text)
+    {
+        EXPECT_EQ(send(client.get(), text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+    }
+    void feed_send(const UniqueFd &client) const
+    {
+        page_.wait_for(stage_body("download_rss"));
+        reply(client,
+              "HTTP/1.0 200 OK\r\n\r\n<MajorVer>7</MajorVer>\n<MinorVer>0</MinorVer>\n<BuildNum>30000</BuildNum>\n"
+              "<mUnique>norv_avoton_1817</mUnique>\n<mLink>http://127.0.0.1:8080/a.pat</mLink>\n"
+              "<mCheckSum>x</mCheckSum>\n");
+    }
+    void patch_send(const UniqueFd &client) const
+    {
+        const size_t half = (patch_.size() + 1) / 2;
+        page_.wait_for(percent_body("0"));
+        reply(client, "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(patch_.size()) + "\r\n\r\n" +
+                          patch_.substr(0, half));
+        page_.wait_for(percent_body("50"));
+        reply(client, patch_.substr(half));
+    }
+};
+
+// The stages of progress bodies, each that differs from the one before it.
+std::vector<std::string> stages_of(const std::vector<std::string> &bodies)
+{
+    const std::string key = "\"stage\": \"";
+    std::vector<std::string> stages;
+    for (const std::string &body : bodies) {
+        const size_t at = body.find(key) + key.size();
+        const std::string stage = body.find(key) == body.npos ? body : body.substr(at, body.find('"', at) - at);
+        if (stages.empty() || stages.back() != stage)
+            stages.push_back(stage);
+    }
+    return stages;
 }
 
-// What the answer to the request tells of. The body of the form is there, and the disk blank.
-TEST_F(WebInstall, Refused)
+// What a page sees of each way to install. Nothing goes on before it has seen where that is.
+TEST_F(WebInstall, WhatThePageSees)
 {
-    const std::string body = form("no patch");
+    const std::vector<std::string> kUploaded = {"format_sys", "upload", "install", "Success"};
     const struct {
-        const char *what;
-        std::function<void(Sandbox &, RunOptions &)> change;
-        const char *sec, *key;
-        int line;
-        bool in_progress; // stands there too
-        std::vector<std::string> record;
+        const char *query, *body; // without a body: the patch
+        std::vector<std::string> stages, record;
     } kRows[] = {
-        {"memory test",
-         [](Sandbox &box, RunOptions &) { box.file("/.memtest", ""); },
-         "status",
-         "mem_testing",
-         47,
-         false,
-         {"log err *Setup install fail"}},
-        {"no lock file",
-         [](Sandbox &box, RunOptions &) { box.directory("/tmp/install.lock"); },
-         "error",
-         "error_apply_lock",
-         41,
-         false,
-         {"log err *create lock file fail [Is a directory]", "log err *Setup install fail"}},
-        {"no query",
-         [](Sandbox &, RunOptions &options) { options.env = {"REQUEST_METHOD=GET"}; },
-         "error",
-         "error_unknown",
-         -1,
-         false,
-         {"log err *getenv(QUERY_STRING) fail. [*", "log err *ParseGetParam fail"}},
-        {"no method",
-         [](Sandbox &, RunOptions &options) { options.env = {"QUERY_STRING=upload=false"}; },
-         "error",
-         "error_unknown",
-         -1,
-         false,
-         {"log err *NorvCgiLoadCGIParam fail*"}},
-        {"format",
-         [](Sandbox &box, RunOptions &) { box.program("/usr/norv/sbin/installer.sh", {{.exit_status = 3}}); },
-         "error",
-         "error_mkfs",
-         35,
-         true,
-         {"log err *szCmd=[*retv=[3]", "log err *FormatPartition fail"}},
-        {"volume",
-         [](Sandbox &box, RunOptions &) { box.program("/bin/mount", {{.args = "* /tmpData", .exit_status = 32}}); },
-         "error",
-         "error_unknown",
-         21,
-         true,
-         {"log err *FormatPartition fail", "run /bin/umount -f /tmpData"}},
-        {"no folder",
-         [](Sandbox &box, RunOptions &) {
-             box.call({.call = "mkdir", .args = "/tmpData/@autoupdate *", .error = ENOSPC});
-         },
-         "error",
-         "error_upload",
-         54,
-         true,
-         {"log err *Failed to Create /tmpData/@autoupdate", "log err *Upload patch fail"}},
-        {"cut",
-         [&](Sandbox &, RunOptions &options) { options.input = body.substr(0, body.size() - 12); },
-         "error",
-         "error_upload",
-         54,
-         true,
-         {"log err *failed to read file. *", "log err *Failed to Load CGI param", "log err *Upload patch fail",
-          "run /bin/umount -f /tmpData"}},
-        {"another length",
-         [](Sandbox &, RunOptions &options) { options.env[2] = "CONTENT_LENGTH=9999"; },
-         "error",
-         "error_upload",
-         54,
-         true,
-         {"log err *Failed to Load CGI param"}},
-        {"no file",
-         [](Sandbox &, RunOptions &options) { options = request("upload=true", form("x", "other")); },
-         "error",
-         "error_upload",
-         54,
-         true,
-         {"log err *Failed to get upload file"}},
-        {"not renamed",
-         [](Sandbox &box, RunOptions &) { box.directory("/tmpData/@autoupdate/upload.pat"); },
-         "error",
-         "error_upload",
-         54,
-         true,
-         {"log err *Failed to rename upload patch /tmpData/@autoupdate/upload_tmp.* , "
-          "/tmpData/@autoupdate/upload.pat"}},
-        {"no child",
-         [](Sandbox &box, RunOptions &) { box.call({.call = "fork", .error = EAGAIN}); },
-         "error",
-         "error_unknown",
-         -1,
-         false,
-         {"log err *fork fail!", "run /bin/umount -f /tmpData"}},
+        {"upload=true&status=not_install", "", kUploaded, {"run /usr/norv/sbin/installer.sh -r*"}},
+        {"upload=true&status=sys_crash", "", kUploaded, {"run /usr/norv/sbin/installer.sh -r*"}},
+        {"upload=true&status=sys_migrat", "", kUploaded, {"run /bin/mount /dev/md0 /tmpData"}},
+        {"status=sys_crash",
+         "hostname=nas",
+         {"format_sys", "download_rss", "download", "install", "Success"},
+         {"run /usr/norv/sbin/installer.sh -r*", "run /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat"}},
+        {"status=not_install",
+         "buildin=true&hostname=nas",
+         {"chk_boot", "format_sys", "install", "Success"},
+         {"run /usr/norv/sbin/installer.sh -r*", "run /usr/bin/xz -cd /tmp/bootmnt/hda1.tgz",
+          "run /bin/cp /tmp/bootmnt/updater /tmpData/.updater"}},
     };
     for (const auto &row : kRows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(row.query);
         Sandbox box;
-        RunOptions options = request("upload=true", body);
-        row.change(box, options);
-        machine(box);
-        options.leaves = kLeaves;
-        const Result result = box.run({"install.cgi"}, options);
-        const std::string answer = error_body(row.sec, row.key, row.line);
-        EXPECT_EQ(result.out, answer);
-        EXPECT_EQ(box.exists(kProgress) && box.read_file(kProgress) == answer, row.in_progress);
-        EXPECT_TRUE(result.record.in_order(row.record));
-        const bool has_folder = box.exists("/tmpData/@autoupdate");
-        for (const std::string &name : has_folder ? box.list("/tmpData/@autoupdate") : std::vector<std::string>{})
-            EXPECT_TRUE(!name.starts_with("upload_tmp") || std::string(row.what) == "no file") << name;
+        const WebServer server(box);
+        const ProgressPoll page(server);
+        const auto shown = [&](const char *stage) {
+            return [&, stage](const ProgramCall & /*call*/) { page.wait_for(stage_body(stage)); };
+        };
+        box.program("/bin/mount", {{.args = "* /tmpData", .effect = shown("format_sys")}});
+        box.program("/bin/cp", {{.args = "-f *", .effect = shown("install")}});
+        firmware.boot_partition(box);
+        firmware.appliance(box);
+        box.file(kConf, kModel + "rss_server_ssl=\"http://127.0.0.1:8080/autoupdate/genRSS.php\"\n");
+        box.file("/etc.defaults/VERSION",
+                 box.read_file("/etc.defaults/VERSION") + "buildphase=x\nbuilddate=x\nproductversion=6.2\n");
+        box.program("/bin/mkdir", {{.effect = [&](const ProgramCall &made) {
+                        box.directory(made.args.back());
+                        if (made.args.back() == "/tmp/bootmnt")
+                            page.wait_for(stage_body("chk_boot"));
+                    }}});
+        const FeedServer feed(box, page, good);
+        const bool is_upload = row.body[0] == '\0';
+        const std::string form = is_upload ? patch_form(good) : row.body;
+        const std::string request = post(row.query, kMultipart, form, form.size());
+        const size_t held = is_upload ? form.size() / 2 : 0;
+        const UniqueFd client = server.send(request.substr(0, request.size() - held));
+        if (is_upload) { // half of the patch is still to be sent
+            page.wait_for(stage_body("upload"));
+            const std::string rest = request.substr(request.size() - held);
+            EXPECT_EQ(send(client.get(), rest.data(), rest.size(), MSG_NOSIGNAL), static_cast<ssize_t>(rest.size()));
+        }
+        EXPECT_EQ(said(http_answer(client)), kStarted);
+        page.wait_for(success_body("nas"));
+        EXPECT_EQ(stages_of(page.seen()), row.stages);
+        install_child_wait(box);
+        EXPECT_TRUE(box.record().in_order(row.record));
+        EXPECT_TRUE(box.record().in_order({"run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /tmpData/etc/dhcpc",
+                                           "run /bin/umount -f /tmpData", "run /usr/sbin/pppoe-stop"}));
+        EXPECT_EQ(box.record().count("run /usr/norv/sbin/installer.sh*"),
+                  std::string(row.query).ends_with("sys_migrat") ? 0 : 1);
+        EXPECT_EQ(box.record().count("run /usr/sbin/inetd*"), 0);
+        expect_unlocked(server);
     }
 }
 
-// A client that stalls is waited for, told, and does not keep the next one out.
-TEST_F(WebInstall, ClientStalls)
+enum Told { kAnswer, kBoth, kProgressAlone };
+
+struct Error {
+    const char *sec, *key;
+    int line;
+};
+constexpr Error kLockError = {"error", "error_apply_lock", 41}, kUploadError = {"error", "error_upload", 54},
+                kPatchError = {"wizard", "err_patch", 13}, kDownloadError = {"error", "error_download", 46};
+
+struct Request {
+    std::string query = "upload=true";
+    std::string body{};            // else a form with a patch
+    const char *updater = nullptr; // what that of the patch does; without one it is no patch
+    const char *version = "unique=norv_avoton_1817";
+    std::string type = kMultipart;
+    int promised = 0; // so many bytes more, for which the server waits
+};
+
+struct Fault {
+    const char *what;
+    Told told;
+    Error error;
+    const char *record;
+    Change change = nothing();
+    Request request{};
+};
+
+// What goes wrong is told where the page looks for it, nothing stays behind, and the same machine is installed
+// afterwards.
+void fault_run(const Fault &row, Firmware &firmware, const std::string &good)
 {
+    SCOPED_TRACE(row.what);
     Sandbox box;
-    machine(box);
-    box.compress_sleeps();
-    RunOptions options = request("upload=true", form("no patch").substr(0, form("no patch").size() - 12));
-    options.input_open = true;
-    Process cgi = box.start({"install.cgi"}, options);
-    const Result result = cgi.wait();
-    EXPECT_EQ(result.out, error_body("error", "error_upload", 54));
-    EXPECT_TRUE(result.record.in_order({"select 30.000000", "log err *no data within 30 seconds",
-                                        "log err *failed to read file. *", "select 10.000000"}));
-    expect_unlocked(box);
+    const Request &request = row.request;
+    row.change(box);
+    const std::string patch =
+        request.updater != nullptr ? firmware.patch(request.updater, request.version) : "no patch";
+    firmware.appliance(box);
+    box.file(kProgress, "of the install before");
+    const WebServer server(box);
+    const std::string body = request.body.empty() ? patch_form(patch) : request.body;
+    const size_t length = body.size() + static_cast<size_t>(request.promised);
+    const bool is_child = row.told == kProgressAlone;
+    const std::string error = error_body(row.error.sec, row.error.key, row.error.line);
+    EXPECT_EQ(said(server, post(request.query, request.type, body, length)), is_child ? kStarted : error);
+    install_child_wait(box);
+    const Record record = box.record();
+    EXPECT_TRUE(record.in_order({row.record}));
+    EXPECT_EQ(box.read_file(kProgress), row.told == kAnswer ? "of the install before" : error);
+    for (const char *line : {"run /usr/sbin/inetd*", "settimeofday 946684800.*", "run /usr/sbin/pppoe-stop*"})
+        EXPECT_EQ(record.count(line), is_child ? 1 : 0) << line;
+    EXPECT_GE(record.count("run /bin/umount -f /tmpData"), record.count("run /bin/mount /dev/md0 /tmpData"));
+    EXPECT_FALSE(box.exists("/tmpData/.ns_configure.sh"));
+    if (box.exists("/tmpData/@autoupdate")) {
+        for (const std::string &name : box.list("/tmpData/@autoupdate"))
+            EXPECT_FALSE(name.starts_with("upload_tmp") && request.body.empty()) << name;
+    }
+    expect_next_install(box, server, firmware, good);
 }
 
-// What the progress tells of after the request was taken.
+TEST_F(WebInstall, Refused)
+{
+    constexpr Error kMemoryTest = {"status", "mem_testing", 47}, kFormat = {"error", "error_mkfs", 35},
+                    kVolume = {"error", "error_unknown", 21}, kNoSpace = {"error", "no_space", 16};
+    struct statvfs status = {};
+    status.f_bavail = 199;
+    status.f_frsize = 1 << 20;
+    const std::string small(reinterpret_cast<const char *>(&status), sizeof(status));
+    const std::string form = patch_form("no patch");
+    const auto body = [](const std::string &text, int promised = 0) {
+        return Request{.body = text, .promised = promised};
+    };
+    const auto type = [](const std::string &text) { return Request{.type = text}; };
+    const auto promised = [](int more) { return Request{.promised = more}; };
+    const Change no_patience = [](Sandbox &box) { box.compress_sleeps(100); };
+    const Fault kFaults[] = {
+        {"memory test", kAnswer, kMemoryTest, "log err *Setup install fail", file("/.memtest", "")},
+        {"no lock file", kAnswer, kLockError, "log err *create lock file fail [Is a directory]",
+         directory("/tmp/install.lock")},
+        {"format", kBoth, kFormat, "log err *FormatPartition fail",
+         program(kInstaller, {.exit_status = 3, .times = 1})},
+        {"volume", kBoth, kVolume, "log err *FormatPartition fail",
+         program("/bin/mount", {.args = "* /tmpData", .exit_status = 32, .times = 1})},
+        {"no room", kBoth, kNoSpace, "log err *FreeSize = *, not enough*",
+         call({.call = "statvfs", .args = "/tmpData", .bytes = small, .times = 1})},
+        {"no folder", kBoth, kUploadError, "log err *Failed to Create /tmpData/@autoupdate",
+         call({.call = "mkdir", .args = "/tmpData/@autoupdate *", .error = ENOSPC, .times = 1})},
+        {"not renamed", kBoth, kUploadError,
+         "log err *Failed to rename upload patch /tmpData/@autoupdate/upload_tmp.* , /tmpData/@autoupdate/upload.pat",
+         directory("/tmpData/@autoupdate/upload.pat")},
+        {"no file", kBoth, kUploadError, "log err *Failed to get upload file", nothing(),
+         body(patch_form("x", "other"))},
+        {"no body", kBoth, kUploadError, "log err *upload CONTENT_LENGTH must > 0, CONTENT_LENGTH =\"0\" ", nothing(),
+         body("x", -1)},
+        {"no type", kBoth, kUploadError, "log err *failed to get boundary= from CONTENT_TYPE: ", nothing(), type("")},
+        {"no boundary", kBoth, kUploadError, "log err *failed to get boundary", nothing(), type("multipart/form-data")},
+        {"long boundary", kBoth, kUploadError, "log err *failed to get boundary", nothing(),
+         type("x; boundary=" + std::string(253, 'B'))},
+        {"other boundary", kBoth, kUploadError, "log err *Cannot fill buffer[*", nothing(), type("x; boundary=C")},
+        {"cut", kBoth, kUploadError, "log err *failed to read file. *", nothing(), promised(-12)},
+        {"more promised", kBoth, kUploadError, "log err *Failed to Load CGI param", no_patience, promised(1)},
+        {"stalls", kBoth, kUploadError, "log err *no data within 30 seconds", no_patience,
+         body(form.substr(0, form.size() - 12), 12)},
+        {"more behind it", kBoth, kUploadError, "log err *Failed to Load CGI param", nothing(), body(form + "more")},
+    };
+    for (const Fault &row : kFaults)
+        fault_run(row, firmware, good);
+}
+
 TEST_F(WebInstall, FailsInTheChild)
 {
-    struct Row {
-        const char *what, *updater, *unique, *query;
-        std::function<void(Sandbox &)> change;
-        const char *sec, *key;
-        int line;
-        std::vector<std::string> record;
+    constexpr Error kVersion = {"error", "error_version", 10}, kModelError = {"error", "error_model", 12},
+                    kBootMount = {"error", "boot_damaged", 5}, kBootPatch = {"error", "boot_damaged", 45},
+                    kBootInstall = {"error", "error_unknown", 43}, kLicence = {"error", "err_vnos_license_expire", 65},
+                    kLayout = {"error", "err_root_partition_layout_version", 70},
+                    kFirstStart = {"error", "err_nsconfig", 695};
+    const auto patch = [](const char *updater, const char *version = "unique=norv_avoton_1817") {
+        return Request{.updater = updater, .version = version};
     };
-    const Row kRows[] = {
-        {"updater refuses",
-         "exit 255",
-         "norv_avoton_1817",
-         "upload=true",
-         [](Sandbox &) {},
-         "error",
-         "error_version",
-         10,
-         {"log err *Upgrade by the uploaded patch /tmpData/@autoupdate/upload.pat fail."}},
-        {"licence",
-         "exit 65",
-         "norv_avoton_1817",
-         "upload=true",
-         [](Sandbox &) {},
-         "error",
-         "err_vnos_license_expire",
-         65,
-         {}},
-        {"updater is killed",
-         "kill -9 $$",
-         "norv_avoton_1817",
-         "upload=true",
-         [](Sandbox &) {},
-         "wizard",
-         "err_patch",
-         13,
-         {}},
-        {"another model", "exit 0", "norv_other", "upload=true", [](Sandbox &) {}, "error", "error_model", 12, {}},
-        {"stranger's key",
-         "exit 0",
-         "norv_avoton_1817",
-         "upload=true",
-         [](Sandbox &box) { box.file("/usr/norv/etc/codesign/0.pem", "x"); },
-         "wizard",
-         "err_patch",
-         13,
-         {}},
-        {"first start",
-         "exit 0",
-         "norv_avoton_1817",
-         "upload=true",
-         [](Sandbox &box) { box.directory("/tmpData/.WEBINST_OK"); },
-         "error",
-         "err_nsconfig",
-         695,
-         {"log err *Failed to touch on system volume", "log err install_cgi.cpp:* PrepareNSConfig Fail[0x*"}},
-        {"download",
-         "",
-         "",
-         "status=sys_crash",
-         [](Sandbox &) {},
-         "error",
-         "error_download",
-         46,
-         {"run /usr/norv/sbin/installer.sh -r*", "log err *Upgrade by download patch fail."}},
-        {"migration does not format",
-         "",
-         "",
-         "status=sys_migrat",
-         [](Sandbox &box) { box.program("/usr/norv/sbin/installer.sh", {{.exit_status = 1}}); },
-         "error",
-         "error_download",
-         46,
-         {"log err *Upgrade by download patch fail."}},
-        {"built-in",
-         "",
-         "",
-         "status=buildin",
-         [](Sandbox &) {},
-         "error",
-         "boot_damaged",
-         45,
-         {"log err *NORVJCustBootPatchOK(/tmp/bootmnt) fail", "log err *Upgrade by the buildin patch fail."}},
-        {"no boot partition",
-         "",
-         "",
-         "",
-         [](Sandbox &box) { box.call({.call = "mount", .error = ENOENT}); },
-         "error",
-         "boot_damaged",
-         5,
-         {"log err *Failed to mount boot partition"}},
+    const auto form = [](const char *query, const std::string &body = "hostname=nas") {
+        return Request{.query = query, .body = body};
     };
-    for (const Row &row : kRows) {
-        SCOPED_TRACE(row.what);
-        Sandbox box;
-        row.change(box);
-        const bool is_upload = row.unique[0] != '\0';
-        const std::string patch = is_upload ? patch_make(row.updater, row.unique) : "";
-        appliance(box);
-        row.change(box);
-        RunOptions options = request(row.query, form(patch));
-        if (!is_upload) {
-            options.input = std::string(row.key) == "boot_damaged" ? "buildin=true" : "hostname=nas";
-            options.env[2] = "CONTENT_LENGTH=12";
-        }
-        EXPECT_EQ(box.run({"install.cgi"}, options).out, kStarted);
-        child_wait(box);
-        EXPECT_EQ(box.read_file(kProgress), error_body(row.sec, row.key, row.line));
-        EXPECT_TRUE(box.record().in_order(row.record));
-        EXPECT_TRUE(box.record().in_order({"settimeofday *", "run /usr/sbin/inetd*", "run /usr/sbin/pppoe-stop"}));
-        EXPECT_EQ(box.exists("/tmpData/.ns_configure.sh"), false);
-        expect_unlocked(box);
+    const Change boot_damaged = [&](Sandbox &box) {
+        box.program("/usr/bin/xz", {{.exit_status = 1}});
+        firmware.boot_partition(box);
+    };
+    std::string damaged = good;
+    damaged[damaged.size() / 2] ^= 1;
+    const Fault kFaults[] = {
+        {"updater refuses", kProgressAlone, kVersion,
+         "log err *Upgrade by the uploaded patch /tmpData/@autoupdate/upload.pat fail.", nothing(), patch("exit 255")},
+        {"licence", kProgressAlone, kLicence, "*", nothing(), patch("exit 65")},
+        {"updater is killed", kProgressAlone, kPatchError, "*", nothing(), patch("kill -9 $$")},
+        {"another model", kProgressAlone, kModelError, "*", nothing(), patch("exit 0", "unique=norv_other")},
+        {"disks of an older layout", kProgressAlone, kLayout, "*", nothing(),
+         patch("exit 0", "unique=norv_avoton_1817\nbuildnumber=40658\npartitionversionlimit=99")},
+        {"damaged", kProgressAlone, kPatchError, "log err *Extraction failed *", nothing(),
+         form("upload=true", patch_form(damaged))},
+        {"no patch", kProgressAlone, kPatchError, "log err *VERSION Extraction failed *"},
+        {"first start", kProgressAlone, kFirstStart, "log err install_cgi.cpp:* PrepareNSConfig Fail[0x*",
+         directory("/tmpData/.WEBINST_OK"), patch("exit 0")},
+        {"download", kProgressAlone, kDownloadError, "log err *Upgrade by download patch fail.", nothing(),
+         form("status=sys_crash")},
+        {"encoded query", kProgressAlone, kDownloadError, "log err *Unknown param %25zz=%25", nothing(),
+         form("%25zz=%25&upload=%2574rue&=&&status")},
+        {"built-in", kProgressAlone, kBootPatch, "log err *Upgrade by the buildin patch fail.", nothing(),
+         form("", "buildin=true")},
+        {"no boot partition", kProgressAlone, kBootMount, "log err *Failed to mount boot partition",
+         call({.call = "mount", .error = ENOENT}), form("", "buildin=true")},
+        {"built-in does not unpack", kProgressAlone, kBootInstall,
+         "log err *NORVJCustBootInstall(/tmp/bootmnt, /tmpData) fail", boot_damaged, form("", "buildin=true")},
+    };
+    for (const Fault &row : kFaults)
+        fault_run(row, firmware, good);
+}
+
+// A client that hangs up in the middle of its upload.
+TEST_F(WebInstall, ClientLeaves)
+{
+    Sandbox box;
+    firmware.appliance(box);
+    const WebServer server(box);
+    const std::string form = patch_form(std::string(1 << 20, 'x'));
+    for (const size_t sent : {size_t{0}, size_t{200}, form.size() / 2, form.size() - 1}) {
+        SCOPED_TRACE(sent);
+        const int failed = box.record().count("log err *Upload patch fail");
+        UniqueFd client = server.send(post("upload=true", kMultipart, form.substr(0, sent), form.size()));
+        while (box.record().count("run /usr/norv/sbin/installer.sh*") == failed)
+            usleep(10000);
+        client.reset();
+        install_child_wait(box);
+        EXPECT_EQ(box.record().count("log err *Upload patch fail"), failed + 1);
+        EXPECT_EQ(box.record().count("run /bin/umount -f /tmpData"), 2 * failed + 2);
+        EXPECT_EQ(box.list("/tmpData/@autoupdate"), std::vector<std::string>{});
+        EXPECT_EQ(box.read_file(kProgress), error_body("error", "error_upload", 54));
+        expect_unlocked(server);
     }
+    expect_next_install(box, server, firmware, good);
 }
 
 // The child holds the lock until it is gone, however it goes.
 TEST_F(WebInstall, OneAtATime)
 {
     Sandbox box;
-    box.program("/usr/norv/sbin/installer.sh", {{.times = 1, .stays = true}});
-    machine(box);
-    RunOptions options = request("status=not_install", "hostname=nas");
-    EXPECT_EQ(box.run({"install.cgi"}, options).out, kStarted);
+    box.program(kInstaller, {{.times = 1, .stays = true}});
+    firmware.appliance(box);
+    const WebServer server(box);
+    const std::string body = "hostname=nas", request = post("status=not_install", "x", body, body.size());
+    EXPECT_EQ(said(server, request), kStarted);
     ASSERT_TRUE(box.wait_for("run /usr/norv/sbin/installer.sh *", 60));
     EXPECT_EQ(box.read_file(kProgress), stage_body("format_sys"));
-    EXPECT_EQ(box.run({"install.cgi"}, options).out, error_body("error", "error_apply_lock", 41));
-    EXPECT_EQ(box.run({"recover.cgi"}, options).out,
+    EXPECT_EQ(said(server, request), error_body("error", "error_apply_lock", 41));
+    EXPECT_EQ(said(server, http_request("POST", "/cgi-bin/recover.cgi", "Content-Length: 9\r\n", "utctime=0")),
               kHeader + "{\"success\": false, \"data\": {}, \t\t\t\"errinfo\": {\"sec\": \"error\",\"key\": "
                         "\"error_apply_lock\",\"line\":41}}");
-    EXPECT_EQ(box.read_file(kProgress), stage_body("format_sys"));
-    EXPECT_NE(box.run({"lock_check.cgi"}, {.leaves = kLeaves}).out.find("error_apply_lock"), std::string::npos);
-    for (const auto &[pid, name] : box.processes())
-        if (name == "install.cgi")
-            box.signal(pid, SIGKILL);
+    EXPECT_EQ(lock_check(server),
+              kHeader + "{\"success\": false, \"errinfo\": {\"sec\": \"error\", \"key\": \"error_apply_lock\"}}");
+    EXPECT_EQ(server.ask(http_request("GET", "/progress")).body, stage_body("format_sys"));
     for (const auto &[pid, name] : box.processes())
         if (name == "install.cgi") {
+            box.signal(pid, SIGKILL);
             EXPECT_TRUE(box.wait_for_end(pid, 60));
         }
-    expect_unlocked(box); // though installer.sh goes on
+    expect_unlocked(server); // though installer.sh goes on
     for (const auto &[pid, name] : box.processes())
         box.signal(pid, SIGKILL);
-    child_wait(box);
-    EXPECT_EQ(box.run({"install.cgi"}, options).out, kStarted);
-    child_wait(box);
-    EXPECT_EQ(box.read_file(kProgress), error_body("error", "error_download", 46));
+    expect_next_install(box, server, firmware, good);
 }
 
-// A machine with a system on its disks that can bring the flash in line.
-void recoverable(Sandbox &box)
-{
-    machine(box);
-    const std::string version = "majorversion=6\nminorversion=2\nbuildnumber=25556\n";
-    box.file("/recover/etc.defaults/norvinfo.conf", kModel);
-    box.file("/recover/etc.defaults/VERSION", version);
-    box.file("/recover/.norv/patch/VERSION", version + "unique=norv_avoton_1817\n");
-    box.program("/recover/.norv/patch/updater", {{}});
-}
-
-TEST(WebRecover, Outcomes)
-{
-    const struct {
-        const char *what, *body;
-        std::function<void(Sandbox &)> change;
-        bool is_good;
-        std::vector<std::string> record;
-    } kRows[] = {
-        {"good",
-         "utctime=1600000000",
-         [](Sandbox &) {},
-         true,
-         {"board 0xc0074b06 rtc_write *", "run /bin/mount /dev/md0 /recover",
-          "run /recover/.norv/patch/updater -a /recover", "run /recover/.norv/patch/updater -r /recover",
-          "run /bin/umount -f /recover"}},
-        {"no time", "a=1", [](Sandbox &) {}, true, {"log err *Set RTC fail", "run /bin/mount *"}},
-        {"no board", "utctime=1600000000", [](Sandbox &box) { box.board_remove(); }, true, {"log err *Set RTC fail"}},
-        {"not mounted",
-         "utctime=0",
-         [](Sandbox &box) { box.program("/bin/mount", {{.exit_status = 1}}); },
-         false,
-         {"log err *Mount /dev/md0 on /recover fail"}},
-        {"not recoverable",
-         "utctime=0",
-         [](Sandbox &box) { box.file("/tmp/recover_fail", ""); },
-         false,
-         {"log err *recover fail flag on", "log err recover_cgi.cpp:* /recover is not recoverable"}},
-        {"updater fails",
-         "utctime=-1",
-         [](Sandbox &box) { box.program("/recover/.norv/patch/updater", {{.args = "-r *", .exit_status = 9}}); },
-         false,
-         {"log err *recover /recover by /recover//.norv/patch/updater fail", "run /bin/umount -f /recover"}},
-        {"no body", "", [](Sandbox &) {}, false, {"log err *NorvCgiLoadCGIParam fail*"}},
-    };
-    for (const auto &row : kRows) {
-        SCOPED_TRACE(row.what);
-        Sandbox box;
-        row.change(box);
-        recoverable(box);
-        row.change(box);
-        RunOptions options = request("", row.body);
-        if (row.body[0] == '\0')
-            options.env[2] = "CONTENT_LENGTH=5";
-        const Result result = box.run({"recover.cgi"}, options);
-        EXPECT_EQ(result.out,
-                  kHeader + (row.is_good ? "{\"success\": true, \"data\": {}}"
-                                         : "{\"success\": false, \"data\": {}, \t\t\t\"errinfo\": {\"sec\": "
-                                           "\"error\",\"key\": \"error_recover\",\"line\":-1}}"));
-        EXPECT_TRUE(result.record.in_order(row.record));
-        EXPECT_EQ(result.record.count("board * rtc_write *"),
-                  std::string(row.body) == "utctime=1600000000" && std::string(row.what) != "no board");
-        expect_unlocked(box);
-    }
-}
-
-// The system's volume has both marks once it is mounted, unless a row says otherwise.
-TEST(CleanButtonFlags, Outcomes)
+// What no web server sends, and a machine that starts no child.
+TEST(Install, WithoutAWebServer)
 {
     const struct {
         const char *what;
-        std::function<void(Sandbox &)> change;
-        bool is_good, is_mounted, stays; // the first mark
-        const char *record;
+        std::function<void(Sandbox &, RunOptions &)> change;
+        std::vector<std::string> record;
     } kRows[] = {
-        {"good", [](Sandbox &) {}, true, true, false, "run /usr/bin/umount -l /_disk"},
-        {"stranger", [](Sandbox &box) { box.program("/usr/sbin/arping", {{.exit_status = 1}}); }, false, false, false,
-         "run /usr/sbin/arping -I eth0 -c 1 10.0.0.9"},
-        {"no device", [](Sandbox &box) { box.file(kConf, "supportsas=yes\n"); }, false, false, false,
-         "log err *unable to get disk device with nos partition [-1]"},
-        {"not mounted", [](Sandbox &box) { box.program("/usr/bin/mount", {{.exit_status = 32}}); }, false, false, false,
-         "run /usr/bin/mount /dev/md0 /_disk"},
-        {"one mark",
-         [](Sandbox &box) {
-             box.program("/usr/bin/mount", {{.effect = [&](const ProgramCall &) { box.file("/_disk/.noroot", ""); }}});
-         },
-         false, true, true, "log err *reset-button flags not found"},
-        {"not removed", [](Sandbox &box) { box.call({.call = "unlink", .args = "/_disk/.noroot", .error = EROFS}); },
-         false, true, true, "log err *failed to unlink /_disk/.noroot"},
-        {"gone meanwhile",
-         [](Sandbox &box) { box.call({.call = "unlink", .args = "/_disk/.noroot", .error = ENOENT}); }, true, true,
-         true, "run /usr/bin/umount -l /_disk"},
+        {"no query",
+         [](Sandbox &, RunOptions &options) { options.env = {"REQUEST_METHOD=GET"}; },
+         {"log err *getenv(QUERY_STRING) fail. [*", "log err *ParseGetParam fail"}},
+        {"no method",
+         [](Sandbox &, RunOptions &options) { options.env = {"QUERY_STRING=upload=false"}; },
+         {"log err *NorvCgiLoadCGIParam fail*"}},
+        {"no child",
+         [](Sandbox &box, RunOptions &) { box.call({.call = "fork", .error = EAGAIN}); },
+         {"log err *fork fail!", "run /bin/umount -f /tmpData"}},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
         Sandbox box;
-        BoxLinks links(box);
-        ASSERT_TRUE(links.wire("eth0", "peer") && links.set("eth0", true) && links.set("peer", true) &&
-                    links.settle("eth0", true));
-        box.compress_sleeps();
-        row.change(box);
-        box.file(kConf, kModel);
-        bool first_stays = false, second_stays = false;
-        box.program("/usr/sbin/arping", {{.args = "* 8.8.8.8", .exit_status = 1}, {}});
-        box.program("/usr/bin/mount", {{.effect = [&](const ProgramCall & /*call*/) {
-                        box.file("/_disk/.noroot", "");
-                        box.file("/_disk/.system_crashed", "");
-                    }}});
-        box.program("/usr/bin/umount", {{.effect = [&](const ProgramCall & /*call*/) {
-                        first_stays = box.exists("/_disk/.noroot");
-                        second_stays = box.exists("/_disk/.system_crashed");
-                        box.remove("/_disk/.noroot");
-                        box.remove("/_disk/.system_crashed");
-                    }}});
-        row.change(box);
-        const Result result = box.run({"clean_button_flags.cgi"}, {.env = {"REMOTE_ADDR=10.0.0.9"}});
-        EXPECT_EQ(result.exit_status, row.is_good ? 0 : 255);
-        EXPECT_EQ(result.out, kHeader + (row.is_good ? "{\"success\": true}" : "{\"success\": false}"));
-        EXPECT_TRUE(result.record.in_order({row.record}));
-        EXPECT_EQ(result.record.count("log err *CleanButtonFlags fail"), row.is_good ? 0 : 1);
-        EXPECT_EQ(result.record.count("run /usr/bin/umount *"), row.is_mounted ? 1 : 0);
-        EXPECT_EQ(first_stays, row.stays);
-        EXPECT_FALSE(second_stays);
-        EXPECT_FALSE(box.exists("/_disk"));
+        RunOptions options = cgi_request("upload=true&utctime=1600000000", patch_form("no patch"));
+        install_machine(box);
+        row.change(box, options);
+        const Result result = box.run({"install.cgi"}, options);
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_EQ(result.out, error_body("error", "error_unknown", -1));
+        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_FALSE(box.exists(kProgress) && box.read_file(kProgress) == result.out);
     }
 }
 
