@@ -28,8 +28,9 @@ struct Pair : Sandbox {
         EXPECT_TRUE(links.set("lo", true) && links.wire("eth0", "tap0") && links.set("eth0", true) &&
                     links.set("tap0", true) && links.settle("tap0", true) && links.settle("eth0", true));
         host_file("/bin/norvfind", NORV_BINARY_DIR "/tools/norvfind/norvfind");
-        for (const char *path : {"/bin/ping", "/sbin/ifconfig", "/sbin/route", "/usr/bin/killall", "/sbin/udhcpc",
-                                 "/bin/ps", "/bin/grep", "/usr/sbin/arping", "/bin/hostname"})
+        host_file("/sbin/ifconfig", "/bin/busybox"); // replies tell the address that the interface has
+        for (const char *path : {"/bin/ping", "/sbin/route", "/usr/bin/killall", "/sbin/udhcpc", "/bin/ps", "/bin/grep",
+                                 "/usr/sbin/arping", "/bin/hostname"})
             program(path);
         file("/etc.defaults/VERSION", "productversion=\"7.2.1\"\nbuildnumber=25556\n");
         file("/etc.defaults/norvinfo.conf", "upnpmodelname=NS0801\nunique=norv_one_1\n");

@@ -138,25 +138,45 @@ int scan(const Wire &wire, const Options &options)
     return found.empty() ? kNobody : kDone;
 }
 
-// Waits for the answer of one appliance. False, told, when it does not come.
-bool answer_wait(const Wire &wire, const std::string &mac, bool is_sealed, int seconds, Appliance *out)
+// Waits for an answer of one appliance that `is_it` accepts.
+template <typename Test>
+bool answer_wait(const Wire &wire, const std::string &mac, int64_t wait_ms, Test is_it, Appliance *out)
 {
-    const int64_t end = now_ms() + seconds * int64_t{1000};
-    for (int64_t left = end - now_ms(); left > 0 && wire_receive(wire, static_cast<int>(left), out);
-         left = end - now_ms())
-        if (mac_is(*out, mac) && (out->is_sealed || !is_sealed))
+    const int64_t end = now_ms() + wait_ms;
+    for (int64_t left = wait_ms; left > 0 && wire_receive(wire, static_cast<int>(left), out); left = end - now_ms())
+        if (mac_is(*out, mac) && is_it(*out))
             return true;
-    fprintf(stderr, "norvfind: %s did not answer%s\n", mac.c_str(), is_sealed ? " with a sealed reply" : "");
     return false;
+}
+
+int nobody(const std::string &mac, bool is_sealed)
+{
+    fprintf(stderr, "norvfind: %s did not answer%s\n", mac.c_str(), is_sealed ? " with a sealed reply" : "");
+    return kNobody;
+}
+
+// Asks one appliance until it answers. An appliance does not answer who asked it a second ago.
+ExitStatus ask(const Wire &wire, const std::string &mac, bool plain, bool is_sealed, int seconds, Appliance *out)
+{
+    constexpr int64_t kRepeatMs = 3000;
+    const int64_t end = now_ms() + seconds * int64_t{1000};
+    for (int64_t left = end - now_ms(); left > 0; left = end - now_ms()) {
+        if (!query_send(wire, mac, plain))
+            return kWrongUse;
+        if (answer_wait(
+                wire, mac, std::min(left, kRepeatMs), [&](const Appliance &one) { return one.is_sealed || !is_sealed; },
+                out))
+            return kDone;
+    }
+    return static_cast<ExitStatus>(nobody(mac, is_sealed));
 }
 
 int show(const Wire &wire, const Options &options, const std::string &mac)
 {
     Appliance appliance;
-    if (!query_send(wire, mac, options.plain))
-        return kWrongUse;
-    if (!answer_wait(wire, mac, false, options.seconds != 0 ? options.seconds : 4, &appliance))
-        return kNobody;
+    const int result = ask(wire, mac, options.plain, false, options.seconds != 0 ? options.seconds : 4, &appliance);
+    if (result != kDone)
+        return result;
     if (options.json)
         appliances_print_json({appliance});
     else
@@ -205,24 +225,38 @@ const Port &port_of(const Wire &wire, const Appliance &appliance)
     return wire.ports.front();
 }
 
+// Whether an answer is to what was set: it tells of a failure, or has the new settings. A late answer to the question
+// before has neither.
+bool setting_is_answered(const Options &options, const Appliance &answer)
+{
+    const FHOST_RECORD &record = answer.record;
+    if (answer.result_code > 0)
+        return true;
+    const std::string told = options.hostname.substr(0, options.hostname.find('.')).substr(0, 31);
+    if (!told.empty() && text_view(record.szHostName) != told)
+        return false;
+    return options.dhcp ? record.ulDhcp != 0 : record.ulIP == options.ip;
+}
+
 int set(const Wire &wire, const Options &options, const std::string &mac)
 {
-    constexpr int kQuietMs = 500; // repeats of the first answer come in it
-    constexpr int kFindSeconds = 8;
+    constexpr int kFindSeconds = 8, kSetSeconds = 60;
     Appliance appliance;
-    if (!query_send(wire, mac, options.plain))
-        return kWrongUse;
-    if (!answer_wait(wire, mac, !options.plain, options.seconds != 0 ? options.seconds : kFindSeconds, &appliance))
-        return kNobody;
-    for (Appliance repeat; wire_receive(wire, kQuietMs, &repeat);)
-        continue;
+    const int asked = ask(wire, mac, options.plain, !options.plain,
+                          options.seconds != 0 ? options.seconds : kFindSeconds, &appliance);
+    if (asked != kDone)
+        return asked;
     const Port &port = port_of(wire, appliance);
     FhostPacket packet;
     setting_build(options, port, appliance, &packet);
     if ((!options.plain && !setting_seal(appliance, &packet)) || !wire_send(wire, port, packet))
         return kWrongUse;
-    if (!answer_wait(wire, mac, !options.plain, options.seconds != 0 ? options.seconds : 60, &appliance))
-        return kNobody;
+    const auto is_it = [&](const Appliance &one) {
+        return (one.is_sealed || options.plain) && setting_is_answered(options, one);
+    };
+    if (!answer_wait(wire, mac, (options.seconds != 0 ? options.seconds : kSetSeconds) * int64_t{1000}, is_it,
+                     &appliance))
+        return nobody(mac, !options.plain);
     const int64_t code = appliance.result_code >= 0 ? appliance.result_code : int64_t{kFhostDone};
     if (options.json)
         appliances_print_json({appliance});
