@@ -22,24 +22,25 @@ class Disk:
 
     size: int = 4 << 30  # bytes
     ssd: bool = False
+    flash: bool = False  # the board's own, which carries a copy of the system; behind the bays that are for users
     image: str = ""  # a file that the disk starts as a copy of, in any format that qemu-img knows
     serial: str = ""
 
     @classmethod
     def parse(cls, text: str) -> "Disk":
-        """From words with commas between them: a size such as 2G, ssd, image=PATH, serial=TEXT."""
+        """From words with commas between them: a size such as 2G, ssd, flash, image=PATH, serial=TEXT."""
         disk = cls()
         for word in text.split(","):
             size = re.fullmatch(r"(\d+)([KMGT]?)", word)
             key, _, value = word.partition("=")
             if size:
                 disk = dataclasses.replace(disk, size=int(size[1]) * _UNITS[size[2]])
-            elif word == "ssd":
-                disk = dataclasses.replace(disk, ssd=True)
+            elif word in ("ssd", "flash"):
+                disk = dataclasses.replace(disk, **{word: True})
             elif key in ("image", "serial") and value:
                 disk = dataclasses.replace(disk, **{key: os.path.abspath(value) if key == "image" else value})
             else:
-                raise LabError(f"a disk cannot be {word!r}: known are a size such as 2G, ssd, image=PATH, serial=TEXT")
+                raise LabError(f"a disk cannot be {word!r}: known are a size such as 2G, ssd, flash, image=PATH, serial=TEXT")
         return disk
 
     def create(self, path: Path) -> None:

@@ -43,6 +43,7 @@ class Settings:
     tap: str = ""  # a network device in the emulator's own namespace, in the place of user-mode networking
     memory_mb: int = 512
     net: str = "dhcp"  # what the guest does with its ports at boot: dhcp or none
+    boot: str = ""  # what becomes of a system on the disks: nothing; flash: its arrays run; disks: it is started
     start: str = ""  # daemons that the guest starts at boot, with commas between them
     append: str = ""  # more words for the kernel
 
@@ -86,7 +87,7 @@ def command_line(settings: Settings, image: Image, initrd: Path, plugged: Sequen
     """The whole command. plugged: bays that have a disk in; paused: the machine waits for a state to be restored."""
     words = ["console=ttyS0", "quiet", "panic=-1", "mitigations=off", "nokaslr", "random.trust_cpu=on",
              "cryptomgr.notests", "audit=0", "no_timer_check", "net.ifnames=0",
-             f"lab_net={settings.net}", f"lab_start={settings.start}", settings.append]
+             f"lab_net={settings.net}", f"lab_boot={settings.boot}", f"lab_start={settings.start}", settings.append]
     command = [
         PROGRAM, "-nodefaults", "-no-user-config", "-display", "none", *_PC, "-cpu", "Nehalem,+rdrand", "-smp", "2",
         "-m", str(settings.memory_mb), "-kernel", str(image.kernel.image), "-initrd", str(initrd),
@@ -150,7 +151,7 @@ def _disk_nodes(settings: Settings, bay: int) -> list[str]:
 def disk_device(settings: Settings, bay: int) -> dict[str, str]:
     disk = settings.disks[bay]
     return {"driver": "scsi-hd", "id": f"disk{bay}", "drive": f"disk{bay}", "bus": f"bay{bay}.0",
-            "vendor": "NORVLAB", "product": "SSD" if disk.ssd else "DISK", "ver": "1.00",
+            "vendor": "NORVLAB", "product": "FLASH" if disk.flash else "SSD" if disk.ssd else "DISK", "ver": "1.00",
             "serial": disk.serial or f"LAB{settings.number:02d}{bay:02d}",
             "wwn": f"{0x5000000000000000 + settings.number * 256 + bay:#x}",
             "rotation_rate": "1" if disk.ssd else "7200"}

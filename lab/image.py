@@ -71,7 +71,7 @@ def _compile(build_dir: Path) -> None:
     if not (build_dir / "CMakeCache.txt").exists():
         tool("cmake", "--preset", "release", "-S", str(SOURCE), "-B", str(build_dir))
     around = [f"platform/{path.parent.name}/all" for path in (SOURCE / "platform").glob("*/CMakeLists.txt")]
-    tool("cmake", "--build", str(build_dir), "--target", "norv", "norv-patch", "tools/norv-plan/all", *around)
+    tool("cmake", "--build", str(build_dir), "--target", "norv", "norv-patch", "norvfind", "tools/norv-plan/all", *around)
 
 
 def _base(kernel: Kernel) -> tuple[Path, set[str]]:

@@ -77,16 +77,19 @@ class Machine:
 
     # Life
 
-    def start(self, *, image: Image | None = None, stay: bool = False, within: Sequence[str] = ()) -> None:
+    def start(self, *, image: Image | None = None, stay: bool = False, within: Sequence[str] = (),
+              boot: str | None = None) -> None:
         """Switches the machine on. `stay`: it outlives our process. `within`: words before the emulator's command.
 
+        boot: for this time in the place of what the settings say.
         Files in the machine's folder `overlay` lie over those of the image.
         """
         chosen = image or Image.existing()
-        self._switch_on = lambda: self._start(chosen, stay, within, paused=False)
+        self._switch_on = lambda: self._start(chosen, stay, within, boot=boot)
         self._switch_on()
 
-    def _start(self, image: Image, stay: bool, within: Sequence[str], *, paused: bool) -> None:
+    def _start(self, image: Image, stay: bool, within: Sequence[str], *, boot: str | None = None,
+               paused: bool = False) -> None:
         initrd = image.initrd
         overlay = self.folder / "overlay"
         if overlay.is_dir():
@@ -96,7 +99,8 @@ class Machine:
                 archive = Archive(out)
                 archive.add_tree(overlay)
                 archive.close()
-        command = emulator.command_line(self.settings, image, initrd, sorted(self._plugged), paused)
+        settings = self.settings if boot is None else dataclasses.replace(self.settings, boot=boot)
+        command = emulator.command_line(settings, image, initrd, sorted(self._plugged), paused)
         emulator.start(self.folder, [*within, *command], stay)
 
     @property

@@ -1,24 +1,12 @@
-"""The sample firmware as patches, and the verbs of scenarios that install it."""
+"""Verbs of scenarios that install the sample firmware without the web."""
 
-import subprocess
-import sys
 from pathlib import Path
 
-from lab.image import SOURCE
+from lab.firmware import patch
 from lab.machine import Machine
 from raid import initsys
 
-MAKER = SOURCE / "tools/sample-firmware/make_firmware.py"
-_BUILD = SOURCE / "build/release"
-_BUILDER = _BUILD / "tools/norv-patch/norv-patch"
-
-
-def patch(folder: Path, *pairs: str, options: tuple[str, ...] = ()) -> Path:
-    """Makes a patch for the lab's model, with these values in its VERSION; `options` are those of norv-patch."""
-    firmware, path = folder / "firmware", folder / "sample.pat"
-    subprocess.run([sys.executable, MAKER, firmware, *pairs], check=True)
-    subprocess.run([_BUILDER, "make", firmware, path, "--keys", _BUILD / "keys", *options], check=True)
-    return path
+__all__ = ["install", "patch", "status"]
 
 
 def install(machine: Machine, path: Path) -> None:
