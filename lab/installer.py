@@ -1,0 +1,138 @@
+"""The web installer from outside: posts what a browser posts, follows the progress, and reads the errors."""
+
+import contextlib
+import http.client
+import json
+import secrets
+import socket
+import time
+import urllib.parse
+from collections.abc import Callable, Iterator, Mapping
+from concurrent.futures import ThreadPoolExecutor
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+from lab.machine import Machine
+
+_ANSWER_SECONDS = 600  # an upload is answered when the disks are formatted and all of it has come
+_PIECE_BYTES = 1 << 20
+INSTALL_SECONDS = 900
+SUCCESS = "Success"
+
+
+@dataclass
+class Refused(Exception):
+    """The installer's own error: the two words that a page translates, and the code."""
+
+    section: str
+    key: str
+    line: int
+
+    def __str__(self) -> str:
+        return f"{self.section}/{self.key} ({self.line})"
+
+
+def body_of(answer: str) -> dict[str, Any]:
+    """The data of an answer, or of the progress file, which is one with its header. Raises Refused for an error."""
+    told = json.loads(answer.rpartition("\r\n\r\n")[2])
+    if not told["success"]:
+        error = told.get("errinfo", {})
+        raise Refused(error.get("sec", ""), error.get("key", ""), error.get("line", 0))
+    data: dict[str, Any] = told.get("data", {})
+    return data
+
+
+def form(fields: Mapping[str, str], patch: Path, boundary: str) -> tuple[int, Iterator[bytes]]:
+    """A form with a file, multipart/form-data of RFC 7578: its length, and its pieces."""
+    head = "".join(f'--{boundary}\r\nContent-Disposition: form-data; name="{name}"\r\n\r\n{value}\r\n'
+                   for name, value in fields.items())
+    head += (f'--{boundary}\r\nContent-Disposition: form-data; name="filename"; filename="{patch.name}"\r\n'
+             "Content-Type: application/octet-stream\r\n\r\n")
+    tail = f"\r\n--{boundary}--\r\n"
+
+    def pieces() -> Iterator[bytes]:
+        yield head.encode()
+        with open(patch, "rb") as file:
+            while piece := file.read(_PIECE_BYTES):
+                yield piece
+        yield tail.encode()
+
+    return len(head) + patch.stat().st_size + len(tail), pieces()
+
+
+class Installer:
+    """The web server of one appliance. `connect` gives a connected socket."""
+
+    def __init__(self, machine: Machine, connect: Callable[[], socket.socket]) -> None:
+        self._machine = machine
+        self._connect = connect
+
+    def ask(self, program: str, query: Mapping[str, str] | None = None, body: Any = None, length: int = 0,
+            kind: str = "") -> str:
+        """Asks a program of the web server and returns the body of its answer. With a body it is a POST."""
+        client = http.client.HTTPConnection("appliance", timeout=_ANSWER_SECONDS)
+        client.sock = self._connect()
+        client.sock.settimeout(_ANSWER_SECONDS)
+        path = f"/cgi-bin/{program}" + (f"?{urllib.parse.urlencode(query)}" if query else "")
+        with contextlib.closing(client):
+            if body is None:
+                client.request("GET", path)
+            else:
+                # An answer may come before all is sent, and the connection go.
+                with contextlib.suppress(BrokenPipeError, ConnectionResetError):
+                    client.request("POST", path, body, {"Content-Length": str(length), "Content-Type": kind})
+            answer = client.getresponse()
+            return answer.read().decode(errors="replace")
+
+    def start(self, status: str, fields: Mapping[str, str], patch: Path | None = None) -> None:
+        """Asks for an install over what the status word says; with a patch it is sent along. Raises Refused."""
+        query = {"status": status, "utctime": str(int(time.time()))}
+        if patch is None:
+            body = urllib.parse.urlencode(fields).encode()
+            answer = self.ask("install.cgi", query, body, len(body), "application/x-www-form-urlencoded")
+        else:
+            boundary = f"----FormBoundary{secrets.token_hex(8)}"
+            length, pieces = form(fields, patch, boundary)
+            answer = self.ask("install.cgi", query | {"upload": "true"}, pieces, length,
+                              f"multipart/form-data; boundary={boundary}")
+        body_of(answer)
+
+    def recover(self) -> None:
+        """Has the flash recovered from the disks. Raises Refused."""
+        body = f"utctime={int(time.time())}".encode()
+        body_of(self.ask("recover.cgi", None, body, len(body), "application/x-www-form-urlencoded"))
+
+    def progress(self) -> dict[str, Any]:
+        """What the progress file says; nothing when no install has begun or it is just written. Raises Refused."""
+        text = self._text()
+        return body_of(text) if text else {}
+
+    def _text(self) -> str:
+        return self._machine.run("cat /tmp/install.progress").out
+
+    def install(self, status: str, fields: Mapping[str, str], patch: Path | None = None, *,
+                on_stage: Callable[[str], object] = lambda stage: None, seconds: float = INSTALL_SECONDS
+                ) -> dict[str, Any]:
+        """A whole install: `start`, and the progress up to its end, whose data are the result.
+
+        on_stage: gets each stage when it begins. Raises Refused; TimeoutError; what on_stage raises.
+        """
+        before = self._text()  # of the install before this one
+        with ThreadPoolExecutor(1) as thread:
+            request = thread.submit(self.start, status, fields, patch)
+            stage = ""
+            deadline = time.monotonic() + seconds
+            while time.monotonic() < deadline:
+                if request.done():
+                    request.result()
+                    before = ""
+                text = self._text()
+                data = body_of(text) if text and text != before else {}
+                if data.get("stage", stage) != stage:
+                    stage = data["stage"]
+                    on_stage(stage)
+                if stage == SUCCESS:
+                    return data
+                time.sleep(0.3)
+        raise TimeoutError(f"the install did not end in {seconds:.0f} seconds; it stands at {stage or 'its begin'}")

@@ -1,0 +1,153 @@
+"""The road of one install, as small steps: find the appliance, set its network, install, start what was installed.
+
+An appliance stands on a bridge, where its client and its update server are, too. `demo`, tests and power cuts go these
+steps in their own order.
+"""
+
+import json
+import re
+import socket
+import subprocess
+import time
+from collections.abc import Mapping, Sequence
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+from lab.bridge import Bridge
+from lab.disks import Disk
+from lab.emulator import Settings
+from lab.firmware import BUILD
+from lab.image import SOURCE, Image
+from lab.installer import Installer, Refused, body_of
+from lab.machine import Machine, wait_for
+from lab.packages import LabError
+
+NORVFIND = BUILD / "tools/norvfind/norvfind"
+WORDS = {2: "not_install", 3: "updating", 4: "sys_crash", 9: "mem_testing", 11: "sys_recoverable", 14: "sys_migrat"}
+BANNER = "runs 7.2-sample"
+BAYS = 4
+PATIENCE = 300.0  # seconds for what takes a few on an idle machine
+_DAEMONS = "findhostd,ncemd"
+_FIND_SECONDS = 10
+
+
+@dataclass
+class Appliance:
+    machine: Machine
+    bridge: Bridge
+    address: str
+    hostname: str
+
+    @property
+    def mac(self) -> str:
+        return self.machine.settings.mac(0)
+
+    @property
+    def web(self) -> Installer:
+        return Installer(self.machine, self._connect)
+
+    def _connect(self) -> socket.socket:
+        client = self.bridge.tcp()
+        client.settimeout(PATIENCE)
+        client.connect((self.address, 80))
+        return client
+
+
+def create(folder: Path, bridge: Bridge, disks: Sequence[Disk], *, number: int = 1, hostname: str = "lab-nas",
+           model: Mapping[str, str] | None = None, flash: Path | None = None, **settings: Any) -> Appliance:
+    """Makes an appliance, switched off, on port `number` - 1 of the bridge.
+
+    model: values for its description, in the place of the usual ones; flash: what its boot flash holds.
+    """
+    bays = (1 << len(disks)) - 1
+    everything = [*disks, Disk(image=str(flash), flash=True)] if flash else list(disks)
+    machine = Machine.create(folder, Settings(disks=everything, number=number, tap=f"tap{number - 1}", net="none",
+                                              start=_DAEMONS, **({"boot": "disks"} | settings)))
+    path = "etc.defaults/norvinfo.conf"
+    conf = (SOURCE / "lab/guest" / path).read_text()
+    for key, value in ({"internalportcfg": hex(bays), "maxdisks": str(max(BAYS, len(disks)))} | dict(model or {})).items():
+        conf = re.sub(f"^{key}=.*\n", "", conf, flags=re.MULTILINE) + f'{key}="{value}"\n'
+    overlay = folder / "overlay" / path
+    overlay.parent.mkdir(parents=True)
+    overlay.write_text(conf)
+    return Appliance(machine, bridge, f"10.77.0.{number + 1}", hostname)
+
+
+def switch_on(one: Appliance, boot: str | None = None) -> None:
+    """Switches an appliance on and waits until its system in flash is up."""
+    one.machine.start(image=Image.existing(), within=one.bridge.within, boot=boot)
+    one.machine.wait_ready(PATIENCE)
+
+
+def norvfind(one: Appliance, verb: str, *options: str, seconds: float = _FIND_SECONDS) -> dict[str, Any] | None:
+    """Asks the discovery client for this one appliance. None when it does not answer. LabError tells any other failure."""
+    command = [*one.bridge.within, str(NORVFIND), verb, one.mac, "--json", "--interface", "br0", "--seconds",
+               f"{seconds:.0f}", *options]
+    done = subprocess.run(command, text=True, capture_output=True, timeout=seconds + 60)
+    if done.returncode == 1:
+        return None
+    if done.returncode != 0:
+        raise LabError(f"norvfind {verb} ended with {done.returncode}: {(done.stdout + done.stderr).strip()[-300:]}")
+    known: list[dict[str, Any]] = json.JSONDecoder().raw_decode(done.stdout)[0]
+    return known[0]
+
+
+def find(one: Appliance, seconds: float = PATIENCE) -> dict[str, Any]:
+    """What the appliance says of itself on the segment. Its daemon may still be starting, and asking is repeated.
+
+    Who asks from one address at least every second is not answered, so the repeats are further apart.
+    """
+    deadline = time.monotonic() + seconds
+    patience = 2
+    while (told := norvfind(one, "show", seconds=patience)) is None:
+        if time.monotonic() > deadline:
+            raise TimeoutError(f"{one.mac} did not answer in {seconds:.0f} seconds")
+        patience = min(patience * 2, _FIND_SECONDS)
+    return told
+
+
+def set_network(one: Appliance) -> dict[str, Any]:
+    """Gives the appliance its address and host name, sealed to its key, and waits until it takes requests there."""
+    told = norvfind(one, "set", "--ip", f"{one.address}/24", "--gateway", one.bridge.ADDRESS, "--hostname",
+                    one.hostname, seconds=PATIENCE)
+    if told is None:
+        raise LabError("no sealed answer came")
+    wait_for(lambda: _is_idle(one), PATIENCE, f"{one.address} to take an install")
+    return told
+
+
+def _is_idle(one: Appliance) -> bool:
+    """Whether the web server answers, and nobody is at the appliance's settings any more."""
+    try:
+        body_of(one.web.ask("lock_check.cgi"))
+    except (OSError, Refused):
+        return False
+    return True
+
+
+def configuration(one: Appliance) -> dict[str, str]:
+    """The fields of the install form."""
+    return {"hostname": one.hostname, "account": "keeper", "password": "open sesame", "netconfig": "manual",
+            "manual_ip": one.address, "manual_mask": "255.255.255.0", "manual_gateway": one.bridge.ADDRESS,
+            "manual_dns": one.bridge.ADDRESS}
+
+
+def reboot(one: Appliance) -> str:
+    """Restarts the machine, and waits for the system on its disks, whose banner is the result."""
+    before = len(one.machine.console())
+    one.machine.must("(sleep 1; reboot) >/dev/null 2>&1 </dev/null &")
+    return wait_banner(one, before)
+
+
+def wait_banner(one: Appliance, before: int = 0) -> str:
+    """Waits until the system that is installed on the disks has come up; `before`: length of the console before."""
+    def banner() -> str:
+        return next((line.strip() for line in one.machine.console()[before:].splitlines() if BANNER in line), "")
+
+    return wait_for(banner, PATIENCE, f"{BANNER!r} on the console")
+
+
+def check_system(one: Appliance) -> str:
+    """The word of the upgrade tool for what the disks hold."""
+    return one.machine.must("norvupgrade --check-system", timeout=PATIENCE)
