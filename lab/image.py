@@ -115,8 +115,6 @@ def _root(root: Path, build_dir: Path, kernel: Kernel) -> None:
         done = subprocess.run(["cmake", "--install", build_dir, *options], env=env, text=True, capture_output=True)
         if done.returncode != 0:
             raise LabError(f"the build in {build_dir} could not be installed:\n{done.stderr}")
-    if (SOURCE / "web").is_dir():
-        shutil.copytree(SOURCE / "web", root / "usr/share/norv/web", dirs_exist_ok=True)
     keys = root / "usr/norv/etc/codesign"
     keys.mkdir(parents=True)
     tool(str(build_dir / "tools/norv-patch/norv-patch"), "keys", "--keys", str(build_dir / "keys"))

@@ -1,0 +1,105 @@
+"""The install page in a real browser, on the real appliance."""
+
+import json
+import sys
+import urllib.request
+
+from lab.firmware import patch
+from lab.image import SOURCE
+from lab.machine import wait_for
+from scenario import Scenario
+from web_test import answers
+
+sys.path.append(str(SOURCE / "tests/web"))
+from browser import browser, missing
+
+STAGE_SECONDS = 300
+
+
+class Page(Scenario):
+    def setUp(self) -> None:
+        super().setUp()
+        if missing():
+            self.skipTest(f"this machine lacks {missing()}")
+
+    def test_upload_to_success(self) -> None:
+        file = patch(self.folder)
+        machine = self.boot("16G", "16G", boot="flash")
+        url = machine.page()
+        wait_for(lambda: answers(url.split("/")[2]), 60, "the page")
+        with browser("de") as page, browser("en") as other:
+            page.open(url)
+            page.view("start")
+            self.assertEqual(page.text("#model"), "NS0400")
+            self.assertEqual(page.text("#start-title"), "Bereit zur Installation")
+            self.assertEqual(page.js("return state.machine.disks.map((disk) => [disk.place, disk.bytes, disk.erased])"),
+                             [["Internal HDD1", 16 << 30, True], ["Internal HDD2", 16 << 30, True]])
+            page.choose_file("file", str(file))
+            page.click("#source .primary")
+            page.view("settings")
+            for name, value in (("hostname", "attic"), ("account", "robin"), ("password", "correct-horse%&+")):
+                page.fill(name, value)
+            page.click("#values .primary")
+            page.view("consent")
+            page.click("#agreed")
+            page.click("#begin")
+            page.until("state.seen.includes('format_sys')")
+            other.open(url)
+            other.view("work")
+            for one in (page, other):
+                one.until("state.view === 'done' || state.view === 'fault'", seconds=STAGE_SECONDS)
+            self.assertEqual(page.text("#done-title"), "attic ist installiert", machine.log()[-3000:])
+            self.assertEqual(other.text("#done-title"), "attic is installed")
+            self.assertEqual(page.complaints() + other.complaints(), [])
+            machine.must("mkdir -p /mnt/new && mount /dev/md0 /mnt/new")
+            self.assertEqual(machine.must("cat /mnt/new/.ns_pwd"), 'account="robin"\npassword="correct-horse%&+"\n')
+            self.assertIn("--set_hostname attic\n", machine.must("cat /mnt/new/.ns_configure.sh"))
+            machine.must("umount /mnt/new")
+            page.click("#restart")
+            page.until("state.restart === 'back'", seconds=STAGE_SECONDS)
+            self.assertEqual(page.js("return document.getElementById('open').href"), url)
+            page.open(url)
+            page.until("state.view === 'start'", seconds=STAGE_SECONDS)
+            self.assertIn("neuer als dieses Installationsprogramm", page.text("#start-title"))
+            self.assertIn("7.2-sample", page.text("#start-lead"))
+
+    def test_programs_beside_the_page(self) -> None:
+        machine = self.boot("1G")
+        url = machine.page()
+        wait_for(lambda: answers(url.split("/")[2]), 60, "the page")
+
+        def answer(name: str, **options: object) -> tuple[int, bytes]:
+            request = urllib.request.Request(f"{url}cgi-bin/{name}", **options)  # type: ignore[arg-type]
+            with urllib.request.urlopen(request, timeout=120) as got:
+                return got.status, got.read()
+
+        odd = 'a"b\\c<d>$(e)\n\tf'
+        machine.must(["hostname", odd])
+        told = json.loads(answer("machine.cgi")[1])
+        self.assertEqual((told["host"], told["status"]), (odd.replace("\n\t", ""), "not_install"))
+        self.assertEqual([disk["name"] for disk in told["disks"]], ["sda"])
+        self.assertEqual(answer("progress.cgi"), (204, b""))
+        machine.must("""printf 'Content-type: text/html\\r\\n\\r\\n{"success": true}' >/tmp/install.progress""")
+        self.assertEqual(answer("progress.cgi"), (200, b'{"success": true}'))
+        self.assertEqual(json.loads(answer("version.cgi?status=not_install")[1]), {"success": False})
+        refused = b'{"success": false}'
+        page = {"X-Install-Page": "1"}
+        self.assertEqual(answer("restart.cgi", headers=page)[1], refused)
+        self.assertEqual(answer("restart.cgi", data=b"")[1], refused)
+        with machine_lock(machine):
+            self.assertEqual(answer("restart.cgi", data=b"", headers=page)[1], refused)
+        self.assertEqual(answer("machine.cgi")[0], 200)
+
+
+class machine_lock:
+    """The install lock, held by a process of the guest."""
+
+    def __init__(self, machine: object) -> None:
+        self.machine = machine
+
+    def __enter__(self) -> None:
+        self.machine.must("flock /tmp/install.lock sh -c 'touch /tmp/held; while [ -e /tmp/held ]; do sleep 0.1; done' "
+                          ">/dev/null 2>&1 & while [ ! -e /tmp/held ]; do sleep 0.1; done")
+
+    def __exit__(self, *_: object) -> None:
+        self.machine.must("rm /tmp/held")
