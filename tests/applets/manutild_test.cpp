@@ -63,6 +63,16 @@ struct Unit : Sandbox {
             host_program(path);
         program("/bin/touch");
     }
+    // A model, and a boot partition for the record.
+    void equip()
+    {
+        program("/bin/killall");
+        file("/etc/norvinfo.conf", "unique=\"norv_a_1\"\n");
+        file("/etc.defaults/VERSION", "buildnumber=\"42\"\n");
+        file("/proc/sys/kernel/norv_install_flag", "0");
+        host_file("/bin/mkdir", "/bin/mkdir");
+        leaves({"/tmp/bootmnt*", "/.box/volumes/*", "semaphore *"});
+    }
     void launch()
     {
         const Result result = run({"manutild"});
@@ -409,6 +419,83 @@ TEST(Manutild, RefusesRecordsThatItCannotStore)
     unit.send(kManCustomSnSet);
     unit.expect_reply(kManCustomSnSet, kFailed);
     EXPECT_EQ(unit.stop(), 0);
+}
+
+// What the station gives a unit stands in its record: addresses for both ports, and the custom serial. With a serial
+// and an address for each port the unit passes its check, once.
+TEST(Manutild, StoresTheUnitsIdentityAndPassesItsCheck)
+{
+    const std::string record = "/.box/volumes/dev:norvboot2/vender";
+    Unit unit;
+    unit.equip();
+    unit.launch();
+    EXPECT_EQ(unit.run({"mantool", "-sn_set", "A8ODN02468"}).out, "");
+
+    const struct {
+        std::string base;
+        std::string reply;
+        std::string macs[2]; // as the tool tells them
+        const char *log;     // NULL: none
+    } kSets[] = {
+        {{"\x00\x11\x32\xff\xff\xff", 6}, kDone, {"00:11:32:FF:FF:FF", "00:11:33:00:00:00"}, nullptr},
+        {{"\xff\xff\xff\xff\xff\xffmore", 10},
+         kFailed,
+         {"FF:FF:FF:FF:FF:FF", "00:11:33:00:00:00"}, // the second one does not fit
+         "log err manutild_vender.cpp:* mac address is overflowed"},
+        {{"\x02\x00\x00\x0a\x0b\x0c", 6}, kDone, {"02:00:00:0A:0B:0C", "02:00:00:0A:0B:0D"}, nullptr},
+    };
+    for (const auto &[base, reply, macs, log] : kSets) {
+        unit.send(kManMacSet, base);
+        unit.expect_reply(kManMacSet, reply);
+        for (int i = 0; i < 2; i++)
+            EXPECT_EQ(unit.run({"mantool", "-mac_get", std::to_string(i + 1)}).out, "MAC:" + macs[i] + "\n");
+        EXPECT_TRUE(log == nullptr || unit.record().count(log) == 1);
+    }
+    EXPECT_EQ(unit.run({"mantool", "-mac_get", "3"}).out, "Failed to get Mac Address.\nExcution Error\n");
+
+    unit.send(kManCustomSnSet, std::string("CUSTOM-1\0behind it", 18));
+    unit.expect_reply(kManCustomSnSet, kDone);
+    EXPECT_EQ(unit.read_file(record).substr(220, 32), padded("CUSTOM-1", 32));
+    unit.send(kManCustomSnSet, std::string(32, 'c'));
+    unit.expect_reply(kManCustomSnSet, kFailed);
+    EXPECT_EQ(unit.read_file(record).substr(220, 32), padded("CUSTOM-1", 32));
+
+    unit.send(kManFinalCheck, "norv_a_1,42");
+    unit.expect_reply(kManFinalCheck, kDone);
+    EXPECT_EQ(unit.record().count(kGreen), 1);
+    EXPECT_EQ(unit.record().count(kOrange), 0);
+    unit.send(kManFinalCheck, "norv_a_1,42");
+    unit.expect_reply(kManFinalCheck, kFailed);
+    EXPECT_EQ(unit.record().count("log err manutild_vender.cpp:* failed to set mac address *"), 0);
+    unit.call({.call = "mount", .error = EIO}); // from here on there is no record
+    unit.send(kManMacSet, std::string("\x02\x00\x00\x0a\x0b\x0c", 6));
+    unit.expect_reply(kManMacSet, kFailed);
+    EXPECT_EQ(unit.record().count("log err manutild_vender.cpp:* failed to set mac address 1"), 1);
+    EXPECT_EQ(unit.stop(), 0);
+}
+
+// A unit fails its check when its record lacks what names it.
+TEST(Manutild, RecordIsPartOfTheCheck)
+{
+    static constexpr struct {
+        bool has_serial;
+        int macs; // of two
+        bool passes;
+    } kCases[] = {{false, 2, false}, {true, 0, false}, {true, 1, false}, {true, 2, true}};
+    for (const auto &[has_serial, macs, passes] : kCases) {
+        SCOPED_TRACE(testing::Message() << has_serial << macs);
+        Unit unit;
+        unit.equip();
+        if (has_serial)
+            unit.run({"mantool", "-sn_set", "A8ODN02468"});
+        for (int i = 1; i <= macs; i++)
+            unit.run({"mantool", "-mac_set", std::to_string(i), "0200000A0B0C"});
+        unit.launch();
+        unit.send(kManFinalCheck, "norv_a_1,42");
+        unit.expect_reply(kManFinalCheck, passes ? kDone : kFailed);
+        EXPECT_EQ(unit.record().count(passes ? kGreen : kOrange), 1);
+        EXPECT_EQ(unit.stop(), 0);
+    }
 }
 
 TEST(Manutild, AddressesCarryThroughAllBytes)

@@ -104,7 +104,7 @@ struct VirtualUnit : Sandbox {
     {
         const bool is_wired = links.wire("eth0", "tap0") && links.wire("eth1", "tap1") &&
                               mac_set(*this, "eth0", static_cast<uint8_t>(number)) && links.set("eth0", true) &&
-                              links.set("tap0", true) && links.settle("tap0", true);
+                              links.set("eth1", true) && links.set("tap0", true) && links.settle("tap0", true);
         return (is_wired && port_bind(UniqueFd(socket(AF_PACKET, SOCK_DGRAM, htons(ETH_P_IP))),
                                       "unit" + std::to_string(number), links.index("tap0"), port)) ||
                complain(number, "no wire");
