@@ -1,8 +1,10 @@
 // The factory tool: what it keeps in the unit's record, and what it asks of the board.
 #include <cerrno>
+#include <csignal>
 #include <gtest/gtest.h>
 #include <scsi/sg.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "product.h"
@@ -109,6 +111,89 @@ TEST(Mantool, DamagedRecordIsRefused)
     EXPECT_NE(box.out({"-sn_get"}).find("Fail to get vender all\n"), std::string::npos);
     box.file(path, good);
     EXPECT_EQ(box.out({"-sn_get"}), "SN:A8ODN02468\n");
+}
+
+// Each change reads and writes under one hold of the record's semaphore, whether or not it changes anything; what only
+// reads holds it, too.
+TEST(Mantool, ReadsAndWritesUnderOneSemaphore)
+{
+    constexpr char kSemaphore[] = "semget 0x6d746433 1 0666"; // the one that is there
+    const struct {
+        std::vector<std::string> words;
+        bool writes;
+    } kRows[] = {
+        {{"-test_flag_set", "FTF_USB", "3"}, true},
+        {{"-test_flag_init"}, true},
+        {{"-test_flag_reset"}, true},
+        {{"-mac_set", "0200000A0B0C"}, true},
+        {{"-sn_set", "A8ODN02468"}, true},
+        {{"-custom_sn_set", "c"}, true},
+        {{"-test_flag_get", "FTF_USB"}, false},
+        {{"-mac_get"}, false},
+        {{"-sn_get"}, false},
+        {{"-test_flag_list"}, false},
+    };
+    Unit box;
+    box.out({"-test_flag_init"}); // the first one makes the semaphore
+    box.call({.call = "semget", .real = true});
+    for (const auto &[words, writes] : kRows) {
+        SCOPED_TRACE(words[0]);
+        const Result result = box.tool(words);
+        std::string steps;
+        for (const std::string &line : result.record.lines)
+            if (line == kSemaphore)
+                steps += 'S';
+            else if (line.starts_with("mount ") || line.starts_with("umount2 "))
+                steps += line[0] == 'm' ? '(' : ')';
+        EXPECT_EQ(steps, writes ? "S()()S" : "S()S") << result.record.text();
+    }
+    box.call({.call = "semop", .error = EACCES});
+    const Result refused = box.tool({"-test_flag_reset"});
+    EXPECT_TRUE(
+        refused.record.in_order({"log err vender_store.cpp:* semop fail semid * errno 13",
+                                 "log err vender_store.cpp:* failed to call NORVManutilVenderSemaphoreEnter()"}));
+    EXPECT_EQ(refused.record.count("mount *"), 0);
+    EXPECT_EQ(refused.out, std::string(kFailed) + "\n");
+}
+
+// A tool that is killed in the middle of a change gives the semaphore back, and the next one's turn comes.
+TEST(Mantool, KilledToolHoldsUpNobody)
+{
+    Unit box;
+    box.program("/bin/mkdir", {{.times = 1, .stays = true}});
+    box.leaves({"process mkdir"});
+    box.call({.call = "semget", .real = true});
+    Process first = box.start({"mantool", "-test_flag_set", "FTF_USB", "1"});
+    ASSERT_TRUE(box.wait_for("run /bin/mkdir *"));
+    Process second = box.start({"mantool", "-test_flag_set", "FTF_RTC", "2"});
+    for (int tries = 0; tries < 1000 && box.record().count("semget 0x6d746433 *") < 2; tries++)
+        usleep(10000);
+    usleep(100000);
+    EXPECT_TRUE(second.running());
+    EXPECT_EQ(box.record().count("mount *"), 0);
+    first.signal(SIGKILL);
+    EXPECT_EQ(first.wait().signal, SIGKILL);
+    EXPECT_EQ(second.wait().exit_status, 0);
+    for (const Sandbox::Running &process : box.processes())
+        box.signal(process.pid, SIGKILL);
+    EXPECT_EQ(box.out({"-test_flag_get", "FTF_RTC"}), "Fail\n");
+    EXPECT_EQ(box.out({"-test_flag_get", "FTF_USB"}), "NotTest\n");
+}
+
+// A write that fails is tried twice more; the record that was there stays.
+TEST(Mantool, FailedWriteIsTriedAgain)
+{
+    constexpr char kRepeat[] = "log err vender_store.cpp:* Repeat[";
+    Unit box;
+    box.out({"-sn_set", "A8ODN02468"});
+    for (const int failures : {1, 2, 3}) {
+        box.call({.call = "rename", .error = EIO, .times = failures});
+        const Result result = box.tool({"-sn_set", "B8ODN0246" + std::to_string(failures)});
+        EXPECT_EQ(result.record.count(kRepeat + std::string("*] writing Vender")), failures < 3 ? failures : 2);
+        EXPECT_EQ(result.out,
+                  failures < 3 ? "" : "Fail to set vender all\nFailed to set serial number.\nExcution Error\n");
+    }
+    EXPECT_EQ(box.out({"-sn_get"}), "SN:B8ODN02462\n");
 }
 
 TEST(Mantool, AsksTheBoard)

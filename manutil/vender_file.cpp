@@ -1,0 +1,75 @@
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "autocleanup/unique.h"
+#include "lib/io.h"
+#include "lib/report.h"
+#include "lib/string.h"
+#include "manutil/vender_format.h"
+
+static VenderRecord record_blank()
+{
+    VenderRecord record = {};
+    if (vender_format_version_get(&record.format_version) != 0)
+        record.format_version = 0;
+    record.flags.pt_mem_cnt = kVenderNeverSet;
+    return record;
+}
+
+namespace
+{
+
+struct Paths {
+    char file[256], new_file[256]; // the second takes the place of the first
+};
+
+bool paths_make(const char *folder, Paths *paths)
+{
+    return NLIBCStrSnprintf(paths->file, sizeof(paths->file), "%s/vender", folder) > 0 &&
+           NLIBCStrSnprintf(paths->new_file, sizeof(paths->new_file), "%s/vender.new", folder) > 0;
+}
+
+// Makes the new file, all of it on the disk. False when that fails.
+bool new_file_write(const char *path, const VenderBytes &bytes)
+{
+    const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    return file && NLIBCWrite(file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
+           fsync(file.get()) == 0;
+}
+
+} // namespace
+
+int vender_file_read(const char *folder, VenderRecord *record)
+{
+    Paths paths;
+    if (!paths_make(folder, &paths))
+        return -1;
+    const UniqueFd file(open(paths.file, O_RDONLY | O_CLOEXEC));
+    if (!file && errno == ENOENT) {
+        *record = record_blank();
+        return 0;
+    }
+    uint8_t bytes[kVenderBytes + 1];
+    const ssize_t got = file ? NLIBCRead(file.get(), bytes, sizeof(bytes)) : -1;
+    if (got < 0)
+        return fail(kErrRead);
+    return vender_decode({bytes, static_cast<size_t>(got)}, record) ? 0 : static_cast<int>(fail(kErrVendorData));
+}
+
+int vender_file_write(const char *folder, const VenderRecord &record)
+{
+    Paths paths;
+    VenderBytes bytes;
+    if (!paths_make(folder, &paths))
+        return -1;
+    vender_encode(record, &bytes);
+    const bool is_whole = new_file_write(paths.new_file, bytes);
+    if (!is_whole || rename(paths.new_file, paths.file) != 0) {
+        unlink(paths.new_file);
+        return fail(is_whole ? kErrRename : kErrWrite);
+    }
+    const UniqueFd place(open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return place && fsync(place.get()) == 0 ? 0 : static_cast<int>(fail(kErrWrite));
+}
