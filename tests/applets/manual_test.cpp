@@ -119,6 +119,15 @@ TEST(Manual, RolesOfferWhatTheirPagesTell)
         EXPECT_TRUE(words.empty() || page.ends_with("(1)")) << page << " tells of words that no help is held against";
 }
 
+TEST(Manual, EveryToolHasAPage)
+{
+    const auto pages = pages_read();
+    for (const auto &entry : std::filesystem::directory_iterator(NORV_SOURCE_DIR "/tools"))
+        for (const std::string &tool :
+             words_find(file_read(entry.path() / "CMakeLists.txt"), R"(^add_executable\((\S+))"))
+            EXPECT_TRUE(pages.contains(tool + "(1)")) << tool;
+}
+
 // Commands and options as a tool's usage shows them, and the words of its values.
 TEST(Manual, ToolsOfferWhatTheirPagesTell)
 {
