@@ -1,4 +1,5 @@
 // Scenario text, and the same bytes on the front panel's line.
+// Covers: platform/board/board_scenario.c platform/board/board_panel.c
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,5 @@
 // The pairs of a request against a plain model. The first byte tells whether "+" stays, the rest is the text.
+// Covers: install/cgi_param.cpp(cgi_pairs_load)
 #include <cctype>
 #include <cstdint>
 #include <cstdio>

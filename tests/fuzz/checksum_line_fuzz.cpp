@@ -1,5 +1,6 @@
 // A line of a checksum list, as the data line and as the last one. A data line that is accepted has five fields, which
 // alone make the same line; a last line is accepted for no other totals than it tells.
+// Covers: lib/cksum/checksum_line.cpp
 #include <algorithm>
 #include <climits>
 #include <cstdint>

@@ -1,5 +1,8 @@
 // A list and a hash against models of the standard library. Input: calls, one after another: a byte that chooses the
 // call, a byte for an index, then a text up to and with a NUL.
+// Covers: lib/list_insert.cpp(NLIBCSzListInsert NLIBCSzListPush) lib/list_remove.cpp(NLIBCSzListRemove)
+// Covers: lib/list_sort.cpp lib/list_grow.cpp(list_repack) lib/list_find.cpp lib/hash_set_value.cpp
+// Covers: lib/hash_search.cpp lib/hash_remove.cpp lib/hash_get_value.cpp(NLIBCSzHashGetValue)
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

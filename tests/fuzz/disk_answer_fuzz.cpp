@@ -1,4 +1,5 @@
 // What disks and enclosures answer. The input's first byte chooses the reader.
+// Covers: external/disk_identity_parse.cpp external/ses_configuration_parse.cpp
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,6 @@
 // Databases of disk rules and lists of their checksums. The input's first byte chooses.
+// Covers: disk/disk_rule_action_find.cpp disk/disk_rule_pattern_matches.cpp
+// Covers: install/disk_rule_update.cpp(disk_rule_checksums_parse)
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

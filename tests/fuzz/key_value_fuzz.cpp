@@ -1,4 +1,7 @@
-// Key-value files. The input's first three lines are a key, a value and a section, the rest is the file.
+// Key-value files. The input's first three lines are a key, a value and a section, the rest is the file; one that
+// begins with kLongMark has more in front than one read takes, one that begins with kWideMark a header too long.
+// Covers: lib/file_get_key_value.cpp lib/file_set_key_value.cpp lib/file_line.cpp lib/file_line_key_match.cpp
+// Covers: lib/file_match_section.cpp lib/file_get_section.cpp lib/file_set_section.cpp lib/file_enum_section.cpp
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -24,6 +27,8 @@ void require(bool holds, const char *what)
     abort();
 }
 
+constexpr std::string_view kLongMark = "#long\n", kWideMark = "[wide]\n";
+
 std::string file_path()
 {
     const char *folder = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
@@ -39,7 +44,7 @@ void file_put(const std::string &path, std::string_view text)
 std::string file_take(const std::string &path)
 {
     const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    std::string text(16384, '\0'); // four times the longest input
+    std::string text(65536, '\0'); // more than the longest
     const ssize_t size = read(fd.get(), text.data(), text.size());
     require(size >= 0, "the file is gone");
     text.resize(static_cast<size_t>(size));
@@ -76,6 +81,8 @@ std::string value_read(const std::string &path, const char *key)
     char value[4096];
     const int length = NLIBCFileGetKeyValue(path.c_str(), key, value, sizeof(value), 0);
     require(length >= 0, "a value that does not fit");
+    char one;
+    require(NLIBCFileGetKeyValue(path.c_str(), key, &one, 1, 0) == (length > 1 ? -1 : length), "a value in no room");
     return length == 0 ? "(none)" : value;
 }
 
@@ -108,13 +115,20 @@ void key_check(const std::string &path, const std::string &text, const char *key
 
 void section_check(const std::string &path, const std::string &text, const char *section)
 {
+    require(NLIBCFileMatchSection(text.data(), -1, section) == 0, "a section in nothing");
     const auto lines = lines_of(text);
     const bool present = std::any_of(lines.begin(), lines.end(), [section](const std::string &line) {
         return NLIBCFileMatchSection(line.data(), static_cast<int>(line.size()), section) == 1;
     });
     UniqueList names(NLIBCSzListAlloc(0));
     UniqueHash pairs(NLIBCSzHashAlloc(0));
-    require(NLIBCFileEnumSection(path.c_str(), names.address()) >= 0, "enum failed");
+    const bool is_wide = std::any_of(lines.begin(), lines.end(), [](const std::string &line) {
+        return line[0] == '[' && line.size() >= 1024; // no header is as long as that
+    });
+    const int listed = NLIBCFileEnumSection(path.c_str(), names.address());
+    require(listed >= 0 || is_wide, "enum failed");
+    if (listed < 0)
+        return;
     if (present && *section != '\0') // a find passes over empty items
         require(NLIBCSzListFind(names.get(), section) >= 0, "enum misses a section that is there");
     require(NLIBCFileGetSection(path.c_str(), section, pairs.address()) == NLIBCSzHashPairNum(pairs.get()),
@@ -136,6 +150,18 @@ void section_check(const std::string &path, const std::string &text, const char 
     require(NLIBCFileRemoveSection(path.c_str(), section) == 0, "the section stays");
 }
 
+// A file that is not there is made, its folder is not.
+void missing_check(const std::string &path, const char *key, const char *value)
+{
+    UniqueList names(NLIBCSzListAlloc(0));
+    require(NLIBCFileGetKeyValue(path.c_str(), key, nullptr, 0, 0) == -1, "a value of no file");
+    require(NLIBCFileEnumSection(path.c_str(), names.address()) == -1, "sections of no file");
+    require(NLIBCFileSetKeyValue((path + "/none").c_str(), key, value, nullptr) == -1, "a file in no folder");
+    require(NLIBCFileSetKeyValue(path.c_str(), key, value, nullptr) == 1, "set makes no file");
+    require(file_take(path) == std::string(key) + "=" + value + "\n", "a new file with more than its line");
+    unlink(path.c_str());
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -150,11 +176,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         word = rest.substr(0, end);
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
-    const std::string text(rest.substr(0, 1000));
+    std::string text(rest.substr(0, 1000));
+    if (text.starts_with(kLongMark))
+        text.insert(0, std::string(20000, '#') + "\n");
+    if (text.starts_with(kWideMark))
+        text.insert(1, std::string(1100, 'w'));
     file_put(path, text);
     section_check(path, text, words[2].c_str());
     file_put(path, text);
     key_check(path, text, words[0].c_str(), words[1].c_str());
     unlink(path.c_str());
+    missing_check(path, words[0].c_str(), words[1].c_str());
     return 0;
 }

@@ -1,4 +1,5 @@
 // Link messages of route netlink. Input: a batch as the kernel would send it.
+// Covers: net/link_event_handle.cpp(link_event_next)
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,5 @@
 // What `pvs` printed about physical volumes of unknown origin.
+// Covers: storage/lvm_get_lvpath.cpp(lvm_lvpath_parse)
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>

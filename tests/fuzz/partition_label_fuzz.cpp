@@ -3,6 +3,9 @@
 //   bit 1  the GPT stands at the end of the disk alone
 //   bits 2 to 4  number of the partition that is added; 0: none
 // A label that was read and written is read again as the same.
+// Covers: platform/sfdisk/label.cpp(label_read label_write) platform/sfdisk/label_dos.cpp(has_signature
+// Covers: entry_bytes partition_push logicals_read dos_is_label dos_read dos_write)
+// Covers: platform/sfdisk/label_gpt.cpp
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

@@ -1,4 +1,5 @@
 // A line of the partition tool's listing. What is accepted reads the same when it is printed in plain form.
+// Covers: storage/partition_info_get.cpp(partition_line_parse)
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>

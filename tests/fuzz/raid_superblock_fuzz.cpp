@@ -1,4 +1,5 @@
 // What `mdadm -E` printed about a partition of unknown origin.
+// Covers: storage/raid_superblock_get.cpp(raid_superblock_parse)
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>

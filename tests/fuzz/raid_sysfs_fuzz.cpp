@@ -1,4 +1,6 @@
 // Files of an array in sysfs: a member's state in the first line, the progress of a rebuild in the rest.
+// Covers: storage/raid_members_get.cpp(words_hold raid_disk_state_parse)
+// Covers: storage/raid_rebuild_status_get.cpp(raid_sync_completed_parse)
 #include <cstdint>
 #include <cstdlib>
 #include <string>

@@ -11,6 +11,7 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+extern "C" [[gnu::weak]] int LLVMFuzzerInitialize(int *argc, char ***argv); // not every entry has one
 
 using Bytes = std::vector<uint8_t>;
 
@@ -70,6 +71,8 @@ int main(int argc, char *argv[])
         fprintf(stderr, "%s: no seeds in %s\n", argv[0], argv[1]);
         return 2;
     }
+    if (LLVMFuzzerInitialize != nullptr)
+        LLVMFuzzerInitialize(&argc, &argv);
     for (const Bytes &seed : seeds)
         LLVMFuzzerTestOneInput(seed.data(), seed.size());
     std::mt19937 random(20101);
@@ -77,6 +80,6 @@ int main(int argc, char *argv[])
         const Bytes bytes = mutate(seeds, random);
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     }
-    printf("%zu seeds, %d mutations\n", seeds.size(), mutations);
+    fprintf(stderr, "%zu seeds, %d mutations\n", seeds.size(), mutations);
     return 0;
 }

@@ -1,5 +1,7 @@
 // A root block on a small disk: 76 bytes of header, then what stands at the usual place of the body and behind it. A
 // block that was read and written is read again as the same, and the disk is not touched by reading.
+// Covers: storage/root_block_format.cpp(integer_get integer_set cut_field_report read_report root_fields_decode
+// Covers: root_fields_encode root_fields_read) storage/root_block_op.cpp(root_block_header_read root_block_read)
 #include <algorithm>
 #include <cstdlib>
 #include <string>

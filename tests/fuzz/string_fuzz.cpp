@@ -1,5 +1,7 @@
 // The text operations against plain models. Input: up to three texts with a NUL behind each; the sizes follow from
 // them.
+// Covers: lib/string_split.cpp lib/string_sep_pair.cpp lib/string_trim_space.cpp lib/string_replace.cpp
+// lib/string_cat.cpp
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

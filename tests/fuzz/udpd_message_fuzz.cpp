@@ -1,4 +1,5 @@
 // The putting together of messages against a plain model. Input: datagrams, each behind two bytes with its length.
+// Covers: net/udpd_message.cpp
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>

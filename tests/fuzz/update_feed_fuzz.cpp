@@ -1,4 +1,5 @@
 // Update feeds, read by a machine of version 7.1, build 200.
+// Covers: install/feed_parse.cpp
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,8 @@
 // Forms with files. The first two bytes are added to the length that is promised, the first line behind them is the
-// boundary, and the rest is the body.
+// boundary, and the rest is the body. The second byte may be one of the Lack.
+// Covers: install/upload_parse.cpp(header_value_take header_read text_append text_gather text_part_take file_part_take
+// Covers: part_take parts_take total_read boundary_find form_take) install/upload_buffer.cpp
+// Covers: install/upload_file_take.cpp(bytes_copy file_take upload_file_take)
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -27,6 +30,8 @@ void require(bool holds, const char *what)
     fprintf(stderr, "upload_fuzz: %s\n", what);
     abort();
 }
+
+enum Lack : uint8_t { kNoLength = 0xff, kNoBoundary = 0xfe, kNoFolder = 0xfd, kTooShort = 0xfc };
 
 std::string folder_make()
 {
@@ -62,12 +67,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string_view rest(reinterpret_cast<const char *>(data) + 2, size - 2);
     const std::string boundary(rest.substr(0, rest.find('\n')));
     const std::string body(rest.substr(std::min(boundary.size() + 1, rest.size())));
-    const size_t promised = body.size() + data[0] + size_t{data[1]} * 256;
-    setenv("CONTENT_LENGTH", std::to_string(promised).c_str(), 1);
-    setenv("CONTENT_TYPE", ("multipart/form-data; boundary=" + boundary).c_str(), 1);
+    const size_t promised = data[1] == kTooShort ? 1 : body.size() + data[0] + size_t{data[1]} * 256;
+    setenv("CONTENT_LENGTH", data[1] == kNoLength ? "" : std::to_string(promised).c_str(), 1);
+    setenv("CONTENT_TYPE", ("multipart/form-data; " + (data[1] == kNoBoundary ? "" : "boundary=" + boundary)).c_str(),
+           1);
     FormInput::bytes(body);
     UniqueHash params(NLIBCSzHashAlloc(kCgiParamBytes)), files(NLIBCSzHashAlloc(kCgiParamBytes));
-    const int status = NorvUploadParse(params.address(), files.address(), folder.c_str());
+    const int status =
+        NorvUploadParse(params.address(), files.address(), data[1] == kNoFolder ? "/none" : folder.c_str());
     require(status == kUploadGood || status < 0, "no status");
     require(status != kUploadGood || promised == body.size(), "good in spite of its length");
     char byte;

@@ -1,0 +1,14 @@
+// A machine of its own for readers of fixed paths, and for commands that would act on the true one: a root directory
+// with nothing in it but what the target puts there, no program, no device, no network, no board, no clock to set.
+#pragma once
+
+#include <string_view>
+
+// Enters it, once, from LLVMFuzzerInitialize. Nothing is logged from then on, and sleep does not wait. Paths below the
+// folder that the process was started in still work when they are relative. Ends the process with kFileRootNone where
+// the kernel gives no namespaces.
+void file_root_enter();
+inline constexpr int kFileRootNone = 125;
+
+// Makes a file, and the folders above it.
+void file_root_put(const char *path, std::string_view text);

@@ -1,0 +1,144 @@
+// The factory tool's command line, on a machine with a board, a record and nothing else. Input: a byte that chooses
+// whether there is a record, then the arguments, one a line.
+// Covers: applets/mantool_board.cpp(ParseNumber pair_parse)
+// Covers: applets/mantool_vender.cpp(number_parse mac_parse man_mac_set) applets/mantool_schedule.cpp(entry_parse)
+// Covers: applets/set_time_command.cpp(is_match parse month_days is_valid)
+// Covers: applets/mantool_test_flags.cpp(man_test_flag_set man_test_flag_get)
+// Covers: manutil/test_flags.cpp(test_flag_find func_error_set flag_set test_flag_set)
+// Covers: manutil/vender_identity.cpp(serial_is_valid)
+#include <cerrno>
+#include <cinttypes>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
+#include <vector>
+
+#include "applets/applets.h"
+#include "applets/mantool.h"
+#include "lib/text.h"
+#include "manutil/vender_format.h"
+#include "platform/board/board.h"
+#include "tests/fuzz/file_root.h"
+
+namespace
+{
+
+board gblBoard;
+
+int memory_in(void * /*context*/, void *to, uint64_t from, size_t bytes)
+{
+    memcpy(to, reinterpret_cast<const void *>(from), bytes);
+    return 0;
+}
+int memory_out(void * /*context*/, uint64_t to, const void *from, size_t bytes)
+{
+    memcpy(reinterpret_cast<void *>(to), from, bytes);
+    return 0;
+}
+
+} // namespace
+
+// In front of the C library's: the board answers, the boot partition is there, and the clock is not set.
+extern "C" int ioctl(int /*fd*/, unsigned long request, ...) noexcept
+{
+    static constexpr board_memory kMemory = {.in = memory_in, .out = memory_out, .context = nullptr};
+    va_list arguments;
+    va_start(arguments, request);
+    const uint64_t argument = va_arg(arguments, uint64_t);
+    va_end(arguments);
+    const long result = board_ioctl(&gblBoard, 1, static_cast<uint32_t>(request), argument, &kMemory);
+    errno = result < 0 ? static_cast<int>(-result) : errno;
+    return result < 0 ? -1 : 0;
+}
+extern "C" int mount(const char *source, const char *target, const char *type, unsigned long flags,
+                     const void *data) noexcept
+{
+    if (source != nullptr && strcmp(source, "/dev/norvboot2") == 0)
+        return 0;
+    return static_cast<int>(syscall(SYS_mount, source, target, type, flags, data));
+}
+extern "C" int settimeofday(const timeval * /*time*/, const struct timezone * /*zone*/) noexcept
+{
+    return 0;
+}
+
+namespace
+{
+
+void check(bool holds)
+{
+    if (!holds)
+        abort();
+}
+
+void number_check(const char *text)
+{
+    uint32_t value = 0, again = 1;
+    if (!ParseNumber(text, &value))
+        return;
+    char plain[16];
+    snprintf(plain, sizeof(plain), "%" PRIu32, value);
+    check(ParseNumber(plain, &again) && again == value);
+    snprintf(plain, sizeof(plain), "0x%" PRIx32, value);
+    check(ParseNumber(plain, &again) && again == value);
+}
+
+void record_put(bool is_there)
+{
+    static constexpr char kPath[] = "/tmp/bootmnt/vender";
+    if (!is_there) {
+        unlink(kPath);
+        return;
+    }
+    VenderRecord record = {};
+    text_cut(record.serial, "A1,CHK=0072");
+    VenderBytes bytes;
+    vender_encode(record, &bytes);
+    file_root_put(kPath, {reinterpret_cast<const char *>(bytes.data()), bytes.size()});
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+{
+    file_root_enter();
+    file_root_put("/dev/norvbios", "");
+    file_root_put("/proc/sys/kernel/norv_vender_format_version", "0\n");
+    file_root_put("/proc/sys/kernel/norv_install_flag", "");
+    file_root_put("/etc.defaults/norvinfo.conf", "unique=\"norv_x86_fuzz\"\nmaxdisks=\"4\"\n");
+    check(freopen("/dev/null", "w", stdout) != nullptr); // a plain file in this root
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size == 0)
+        return 0;
+    board_init(&gblBoard, 0);
+    record_put(data[0] % 2 != 0);
+    const std::string name = "mantool";
+    std::vector<std::vector<char>> words = {{name.c_str(), name.c_str() + name.size() + 1}, {}};
+    for (size_t at = 1; at < size; at++)
+        if (data[at] == '\n' || data[at] == '\0') {
+            words.back().push_back('\0');
+            words.emplace_back();
+        } else {
+            words.back().push_back(static_cast<char>(data[at]));
+        }
+    words.back().push_back('\0');
+    std::vector<char *> argv;
+    for (std::vector<char> &word : words) { // each in a block of just its size
+        word.shrink_to_fit();
+        number_check(word.data());
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    static_cast<void>(mantool_main(static_cast<int>(words.size()), argv.data()));
+    rewind(stdout);
+    return 0;
+}
