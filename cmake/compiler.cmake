@@ -29,6 +29,11 @@ target_link_options(norv_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)
 set(is_test $<BOOL:$<TARGET_PROPERTY:NORV_TEST>>)
 target_compile_options(norv_flags INTERFACE "$<${is_test}:-O0;-g1>")
 
+if(NORV_COVERAGE)
+  target_compile_options(norv_flags INTERFACE -fprofile-instr-generate -fcoverage-mapping)
+  target_link_options(norv_flags INTERFACE -fprofile-instr-generate)
+endif()
+
 add_library(norv_executable_flags INTERFACE)
 target_link_options(norv_executable_flags INTERFACE -pie)
 
