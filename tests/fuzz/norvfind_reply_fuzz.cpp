@@ -1,7 +1,7 @@
 // The discovery client's reading of a reply, and the printing of what it read. Input: a datagram. A plain one is
 // read as it is and once more sealed to this process.
-// Covers: tools/norvfind/appliance_parse.cpp(packet_open magic_is number_of element_keep appliance_parse text_clean)
-// Covers: tools/norvfind/appliance_print.cpp
+// Covers: tools/norvfind/appliance_parse.cpp(packet_open magic_is number_of element_keep appliance_parse)
+// Covers: tools/norvfind/appliance_print.cpp tools/common/text_clean.cpp(text_clean)
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,5 @@
 // What units tell the test station: log lines and the report of their record. The first byte tells which.
+// Covers: tools/norv-station/log_line.cpp(log_line_parse) tools/norv-station/unit_report.cpp
 #include <cstdint>
 #include <cstdlib>
 #include <string>
