@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <net/if.h>
 #include <scsi/sg.h>
 #include <string>
 #include <unistd.h>
@@ -196,44 +197,92 @@ TEST(Mantool, FailedWriteIsTriedAgain)
     EXPECT_EQ(box.out({"-sn_get"}), "SN:B8ODN02462\n");
 }
 
+// What each command says, and what it asks of the board.
 TEST(Mantool, AsksTheBoard)
 {
-    Unit box;
-    box.board_scenario("cpu_temperature 61 -4\n");
     const struct {
         std::vector<std::string> words;
-        std::string out; // that it begins with
+        std::string out;
+        std::string board; // lines of its transcript
     } kRows[] = {
-        {{"-mw", "0x10", "0xfe"}, "0x10:0xfe\n"},
-        {{"-md", "16"}, "0x10:0xfe\n"},
-        {{"-gpio_write", "10", "1"}, "pin 10:1\n"},
-        {{"-gpio_read", "0xa"}, "pin 10:1\n"},
-        {{"-mem_write", "0x1000", "0xdeadbeef"}, "0x00001000: 0xdeadbeef\n"},
-        {{"-mem_read", "4096"}, "0x00001000: 0xdeadbeef\n"},
-        {{"-button_test", "enable"}, ""},
-        {{"-set_hddfaulty", "1", "onward"}, ""},
-        {{"-set_hddfaulty", "1", "off", "rear"}, "Bad Arguments."},
-        {{"-cpu_temp"}, "61C captured\n"},
-        {{"-cpu_temp", "2"}, "-4C captured\n"},
-        {{"-cpu_temp", "3"}, "No temperature of core 3, the board tells of 2\n"},
-        {{"-set_pwm", "V05"}, ""},
-        {{"-set_pwm", "W99"}, ""},
-        {{"-auto_poweron_enable", "0x103C00"}, "Error input:[0x103C00]:hour cannot more than 24\n"},
-        {{"-auto_poweron_enable", "0x801000"}, "Error input:[0x801000]:weekdays cannot more than 0x7F\n"},
-        {{"-auto_poweron_enable", "0x1000000"}, "Error input:[0x1000000]\n"},
-        {{"-auto_poweron_enable", "0x10173C"}, "Error input:[0x10173C]:min cannot more than 60\n"},
+        {{"-mw", "0x10", "0xfe"},
+         "0x10:0xfe\n",
+         "0xc0024b15 cpld_byte_write 0x10 0xfe\n"
+         "0xc0024b14 cpld_byte_read 0x10 -> 0xfe\n"},
+        {{"-md", "16"}, "0x10:0xfe\n", "0xc0024b14 cpld_byte_read 0x10 -> 0xfe\n"},
+        {{"-gpio_write", "10", "1"},
+         "pin 10:1\n",
+         "0xc0044bce gpio_write 10 1\n"
+         "0xc0044bcd gpio_read 10 -> 1\n"},
+        {{"-gpio_read", "0xa"}, "pin 10:1\n", "0xc0044bcd gpio_read 10 -> 1\n"},
+        {{"-mem_write", "0x1000", "0xdeadbeef"},
+         "0x00001000: 0xdeadbeef\n",
+         "0xc0084b2b memory_write 0x1000 0xdeadbeef\n"
+         "0xc0084b2c memory_read 0x1000 -> 0xdeadbeef\n"},
+        {{"-mem_read", "4096"}, "0x00001000: 0xdeadbeef\n", "0xc0084b2c memory_read 0x1000 -> 0xdeadbeef\n"},
+        {{"-uart2", "w", "2x"}, "0x32\n", "0xc0014b21 micro_write \"2\"\n"},
+        {{"-button_test", "enable"}, "", "0xc0044b80 manutil_mode 1\n"},
+        {{"-button_test", "disable"}, "", "0xc0044b80 manutil_mode 0\n"},
+        {{"-rtc_get"}, "2030/05/06 07:08:09\n", "0xc0074b05 rtc_read -> 9 8 7 1 6 4 130\n"},
+        {{"-temperature"}, "-3C captured\n", "0xc0044b10 temperature -> -3\n"},
+        {{"-cpu_temp"}, "61C captured\n", "0xc0104b22 cpu_temperature -> 2 61 -4 0\n"},
+        {{"-cpu_temp", "2"}, "-4C captured\n", "0xc0104b22 cpu_temperature -> 2 61 -4 0\n"},
+        {{"-cpu_temp", "3"},
+         "No temperature of core 3, the board tells of 2\nExcution Error\n",
+         "0xc0104b22 cpu_temperature -> 2 61 -4 0\n"},
+        {{"-set_pwm", "V05"}, "", "0xc0014b21 micro_write \"V05\"\n"},
+        {{"-set_pwm", "W99"}, "", "0xc0014b21 micro_write \"W99\"\n"},
+        {{"-set_hddfaulty", "1", "onward"}, "", "0xc0184b0a disk_led 1 2 14 \"internal_slot\"\n"},
+        {{"-set_hddfaulty", "2", "off", "sys"}, "", "0xc0184b0a disk_led 2 1 12 \"system_slot\"\n"},
+        {{"-set_hddfaulty", "1", "off", "rear"}, "Bad Arguments.\nExcution Error\n", ""},
+        {{"-led_mask_on"}, "", "0xc0044b25 disk_led_mask 1\n"},
+        {{"-auto_poweron_enable", "0x3E081E", "0x7f0000"},
+         "--------- Alarm time ---------\nEnabled=1\nHave [2] schedules, we print the first [2]\n"
+         "[1]th alarm time:[0x3E081E]\n[2]th alarm time:[0x7F0000]\n",
+         "0xc1344b13 schedule_write 2 1 0x3e081e 0x7f0000\n"
+         "0xc0904b01 control 0x5700 0x0 \"\"\n"
+         "0xc1344b12 schedule_read -> 2 1 0x3e081e 0x7f0000\n"},
+        {{"-auto_poweron_get", "1"},
+         "--------- Alarm time ---------\nEnabled=1\nHave [2] schedules, we print the first [1]\n"
+         "[1]th alarm time:[0x3E081E]\n",
+         "0xc1344b12 schedule_read -> 2 1 0x3e081e 0x7f0000\n"},
+        {{"-auto_poweron_enable", "0x103C00"}, "Error input:[0x103C00]:hour cannot more than 24\nExcution Error\n", ""},
+        {{"-auto_poweron_enable", "0x801000"},
+         "Error input:[0x801000]:weekdays cannot more than 0x7F\nExcution Error\n",
+         ""},
+        {{"-auto_poweron_enable", "0x1000000"}, "Error input:[0x1000000]\nExcution Error\n", ""},
+        {{"-auto_poweron_enable", "0x10173C"}, "Error input:[0x10173C]:min cannot more than 60\nExcution Error\n", ""},
+        {{"-auto_poweron_disable"},
+         "--------- Alarm time ---------\nEnabled=0\nHave [0] schedules, we print the first [0]\n",
+         "0xc1344b13 schedule_write 0 0\n"
+         "0xc0904b01 control 0x5701 0x0 \"\"\n"
+         "0xc1344b12 schedule_read -> 0 0\n"},
     };
+    Unit box;
+    box.host_file("/bin/cp", "/bin/cp");
+    box.leaves({"/etc/power_sched.conf", "/tmp/power_sched.conf.tmp"});
+    box.board_scenario("temperature -3\ncpu_temperature 61 -4\nclock 2030-05-06 07:08:09\n");
     for (const auto &row : kRows) {
-        SCOPED_TRACE(row.words[0] + " " + row.words.back());
-        const std::string out = box.out(row.words);
-        EXPECT_EQ(out.substr(0, row.out.size()), row.out);
-        EXPECT_TRUE(!row.out.empty() || out.empty()) << out;
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        const Result result = box.tool(row.words);
+        EXPECT_EQ(result.out, row.out);
+        std::string board;
+        for (const std::string &line : result.record.lines)
+            if (line.starts_with("board "))
+                board += line.substr(6) + "\n";
+        EXPECT_EQ(board, row.board);
     }
+    EXPECT_EQ(box.read_file("/etc/power_sched.conf"),
+              "[Power On schedule]\n20842526\n25100288\n[Power Off schedule]\n");
+    const std::string usage = box.out({"-h"});
+    std::vector<std::string> too_many(102, "0x3E081E"); // an alarm more than the board has room for
+    too_many[0] = "-auto_poweron_enable";
     for (const std::vector<std::string> &words : {std::vector<std::string>{"-mw", "0x10"},
                                                   {"-mw", "0x100", "1"},
                                                   {"-md", "-1"},
                                                   {"-md", "0x"},
                                                   {"-md", "1x"},
+                                                  {"-mem_read", "0x100000000"},
                                                   {"-button_test", "on"},
                                                   {"-uart2", "r", "1"},
                                                   {"-cpu_temp", "0"},
@@ -243,18 +292,58 @@ TEST(Mantool, AsksTheBoard)
                                                   {"-set_pwm", "W0x"},
                                                   {"-log"},
                                                   {"-usb3_dwng"},
+                                                  {"-wol_get"},
                                                   {"-auto_poweron_get", "0"},
+                                                  {"-auto_poweron_enable"},
+                                                  too_many,
                                                   {"-rtc_set", "2021/08/04"}}) {
-        const std::string out = box.out(words);
-        EXPECT_NE(out.find("\nmantool -mw "), std::string::npos) << words[0];
-        EXPECT_NE(out.find(kFailed), std::string::npos) << words[0];
+        EXPECT_EQ(box.out(words), usage + kFailed + "\n") << words[0];
     }
-    const Record record = box.record();
-    EXPECT_EQ(record.text("board 0xc0014b21 *"), "board 0xc0014b21 micro_write \"V05\"\n"
-                                                 "board 0xc0014b21 micro_write \"W99\"\n");
-    EXPECT_EQ(record.count("board 0xc0104b22 *"), 3);
     box.board_remove();
-    EXPECT_TRUE(box.out({"-temperature"}).starts_with("open /dev/norvbios error!\n"));
+    EXPECT_EQ(box.out({"-temperature"}), std::string("open /dev/norvbios error!\n") + kFailed + "\n");
+}
+
+// All three see to it that the model says that it can, also the one that only asks.
+TEST(Mantool, WakeOnLan)
+{
+    constexpr unsigned long kEthtool = 0x8946; // linux/sockios.h
+    const std::string awake("\5\0\0\0\x20\0\0\0\x20\0\0\0", 12);
+    const struct {
+        const char *command;
+        bool answers;
+        std::string bytes, out, request;
+    } kRows[] = {
+        {"-wol_get", true, awake, "eth0: Enable\n", "050000000000000000000000"},
+        {"-wol_get", true, "", "eth0: Disable\n", "050000000000000000000000"},
+        {"-wol_enable", true, "", "", "060000000000000020000000"},
+        {"-wol_disable", true, "", "", "060000000000000000000000"},
+        {"-wol_get", false, "", "Excution Error\n", "050000000000000000000000"},
+        {"-wol_enable", false, "", "Failed to enable wake-on-lan of eth0.\nExcution Error\n",
+         "060000000000000020000000"},
+        {"-wol_disable", false, "", "Failed to disable wake-on-lan of eth0.\nExcution Error\n",
+         "060000000000000000000000"},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.command);
+        Unit box;
+        box.request({.device = "socket:*",
+                     .request = kEthtool,
+                     .bytes = row.bytes,
+                     .reads = 12,
+                     .at = offsetof(ifreq, ifr_data),
+                     .is_pointer = true,
+                     .error = row.answers ? 0 : EOPNOTSUPP});
+        const Result result = box.tool({row.command, "eth0"});
+        EXPECT_EQ(result.out, row.out);
+        EXPECT_EQ(
+            result.record.count("ioctl socket:* SIOCETHTOOL " + row.request + (row.answers ? "" : " = EOPNOTSUPP")), 1)
+            << result.record.text();
+        EXPECT_EQ(box.read_file("/etc.defaults/norvinfo.conf"), "supportraid=no\nsupport_wol=\"yes\"\n");
+    }
+    Unit box;
+    box.remove("/etc.defaults");
+    box.file("/etc.defaults", "");
+    EXPECT_EQ(box.out({"-wol_get", "eth0"}), "Failed to enabled support wake-on-lan of eth0.\nExcution Error\n");
 }
 
 TEST(Mantool, ModelLacksASensorOrTheFansControl)

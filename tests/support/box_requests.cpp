@@ -20,6 +20,7 @@ constexpr NamedRequest kRequests[] = {
     {0x1261, "BLKFLSBUF"},        {0x1268, "BLKSSZGET"},          {0x127b, "BLKPBSZGET"},
     {0x80081272, "BLKGETSIZE64"}, {0x80480911, "GET_ARRAY_INFO"}, {0x80140912, "GET_DISK_INFO"},
     {0x0301, "HDIO_GETGEO"},      {0x030d, "HDIO_GET_IDENTITY"},  {0x2285, "SG_IO"},
+    {0x8946, "SIOCETHTOOL"},
 };
 
 std::string request_shown(unsigned long request)

@@ -5,6 +5,7 @@
 #include <stdarg.h>
 #include <stdint.h>
 #include <string.h>
+#include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
@@ -180,8 +181,8 @@ WRAPPER long syscall(long number, ...)
 }
 
 /*
- * Requests on plain files and named pipes are for devices that the box stands for; others reach what they name, and
- * what a pipe holds is asked of any.
+ * Requests on plain files and named pipes are for devices that the box stands for, and those to a network card's driver
+ * are, too; others reach what they name, and what a pipe holds is asked of any.
  */
 WRAPPER int ioctl(int fd, unsigned long request, ...)
 {
@@ -191,7 +192,8 @@ WRAPPER int ioctl(int fd, unsigned long request, ...)
     va_end(arguments);
     struct stat status;
     long result = RAW(fstat, fd, &status);
-    if (result == 0 && request != FIONREAD && (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode))) {
+    if (result == 0 && request != FIONREAD &&
+        (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode) || request == SIOCETHTOOL)) {
         struct box_ask ask = ASK(ioctl, fd, (int64_t)request);
         ask.address = (uint64_t)(uintptr_t)argument;
         if (tell(ask, NULL, NULL, NULL, &result) == TOLD_RETURN)
