@@ -67,6 +67,7 @@ def image_make(recipe, path):
 
 def main():
     folder, *names = sys.argv[1:]
+    os.makedirs(folder, exist_ok=True)
     recipes = recipes_read(os.path.join(os.path.dirname(os.path.abspath(__file__)), 'exhibits.txt'))
     for name in names or recipes:
         print(name, *image_make(recipes[name], os.path.join(folder, name)))
