@@ -35,6 +35,7 @@ const CurlLibrary *curl_library()
         return &library;
     Symbols symbols = {};
     if (!symbols_find(RTLD_DEFAULT, symbols)) {
+        // All of it now: one that misses a part of its own fails here, and not the process in the middle of a download.
         void *handle = dlopen(kLibraryName, RTLD_NOW | RTLD_LOCAL);
         if (handle == nullptr || !symbols_find(handle, symbols)) {
             NORV_LOG(LOG_ERR, "Failed to open %s: %s", kLibraryName, dlerror());
