@@ -5,10 +5,10 @@
 
 // What can be done with the disks. `status` is the word for install.cgi; recover.cgi takes none.
 const WAYS = {
-  install: {status: "not_install", erases: true, begin: "begin_erase"},
-  reinstall: {status: "sys_crash", erases: true, begin: "begin_erase"},
-  migrate: {status: "sys_migrat", erases: false, begin: "begin_migrate", lead: "consent_migrate_lead"},
-  recover: {erases: false, begin: "begin_recover", lead: "consent_recover_lead"},
+  install: {status: "not_install", erases: true, agree: "agree_erase", begin: "begin_erase"},
+  reinstall: {status: "sys_crash", erases: true, agree: "agree_erase", begin: "begin_erase"},
+  migrate: {status: "sys_migrat", erases: false, agree: "agree_keep", begin: "begin_migrate"},
+  recover: {erases: false, agree: "agree_recover", begin: "begin_recover"},
 };
 // What each state of the disks offers, the best way first.
 const OFFERS = {
@@ -45,6 +45,7 @@ const NETWORK_FIELDS = {
 
 const POLL_MS = Number(document.body.dataset.pollMs);
 const HIDDEN_POLL_MS = 10000;
+const NEWS_SECONDS = 8;
 const ANSWER_SECONDS = 20;
 const LONG_SECONDS = 3600; // for an answer that waits for the disks
 const STORE = "norv-install";
@@ -122,13 +123,15 @@ function is_neighbour(text) {
 
 // Asking the machine
 
+class Refusal extends Error {} // the web server answers, and has nothing to say
+
 // The answer's object; null when there is none, or none that can be read. Throws when the machine is silent.
 async function ask(path, {seconds = ANSWER_SECONDS, ...options} = {}) {
   const answer = await fetch("/cgi-bin/" + path, {
     cache: "no-store", signal: AbortSignal.timeout(seconds * 1000), ...options,
   });
   if (!answer.ok)
-    throw new Error(`${path}: ${answer.status}`);
+    throw new Refusal(`${path}: ${answer.status}`);
   return parsed(await answer.text());
 }
 
@@ -145,8 +148,8 @@ const pause = (ms) => new Promise((go_on) => setTimeout(go_on, document.hidden ?
 // How far the machine is. The lock is asked first: what the progress file says then is not older than the answer.
 //   kind  "stage"; "quiet": at work, and has said nothing; "done"; "fault"; "gone": a stage, but nobody at work; "none"
 async function news_get() {
-  const lock = await ask("lock_check.cgi");
-  const progress = await ask("progress.cgi");
+  const lock = await ask("lock_check.cgi", {seconds: NEWS_SECONDS});
+  const progress = await ask("progress.cgi", {seconds: NEWS_SECONDS});
   const is_busy = lock?.success === false;
   const news = {is_busy, text: JSON.stringify(progress)};
   const data = progress?.data ?? {};
@@ -205,7 +208,7 @@ async function look(afresh = false) {
 async function machine_get() {
   const machine = await ask("machine.cgi", {seconds: LONG_SECONDS});
   if (machine === null)
-    throw new Error("machine.cgi");
+    throw new Refusal("machine.cgi");
   state.machine = machine;
   draw_frame();
 }
@@ -380,13 +383,17 @@ async function restart() {
   const turn = ++state.turn;
   state.restart = "asked";
   draw();
+  let was_away = state.address !== "" && state.address !== location.hostname;
   for (let tries = 0; tries < 5 && state.restart === "asked"; tries++) { // the install may be about to let go
     try {
       const answer = await ask("restart.cgi", {method: "POST", headers: {"X-Install-Page": "1"}});
       if (answer?.success === true)
         state.restart = "waiting";
-    } catch {
-      break;
+    } catch (why) {
+      if (why instanceof Refusal)
+        break;
+      state.restart = "waiting"; // it is away already: the new system's own installer may restart it
+      was_away = true;
     }
     if (state.restart === "asked")
       await pause(POLL_MS);
@@ -394,7 +401,6 @@ async function restart() {
   if (state.restart === "asked")
     state.restart = "refused";
   draw();
-  let was_away = state.address !== "" && state.address !== location.hostname;
   while (turn === state.turn && state.restart === "waiting") {
     await pause(POLL_MS);
     const options = {mode: "no-cors", cache: "no-store", signal: AbortSignal.timeout(5000)};
@@ -573,16 +579,17 @@ function draw_settings() {
 
 function draw_consent() {
   const {way, road, machine} = state;
-  const {erases, begin: begin_key, lead} = WAYS[way];
+  const {erases, agree, begin: begin_key} = WAYS[way];
   const is_erased = (disk) => disk.erased || !(Object.hasOwn(OFFERS, machine.status));
   const mark = (disk) => !erases ? "disk_stays" : is_erased(disk) ? "disk_erased" : "disk_kept";
   const marks = machine.disks.map(mark);
   put("consent-title", said(!erases ? "consent_keep" : marks.includes("disk_kept") && !marks.includes("disk_erased")
                             ? "consent_system" : "consent_erase"));
-  put("consent-lead", said(erases ? "consent_erase_lead" : lead));
+  put("consent-lead", said(!erases ? `consent_${way}_lead` : road === "builtin" ? "consent_builtin_lead" : "consent_erase_lead"));
   disks_draw("consent-disks", mark);
+  el("consent-disks").hidden = way === "recover";
   put("consent-kept", marks.includes("disk_kept") ? said("consent_kept", {mark: said("disk_kept")}) : "");
-  put("agreed-text", said(erases ? "agree_erase" : "agree_keep"));
+  put("agreed-text", said(agree));
   put("begin", said(begin_key));
   el("begin").classList.toggle("grave", erases);
   const rows = [];
@@ -648,7 +655,7 @@ function draw_work() {
   el("stage").classList.toggle("unseen", seen.length > 0); // the list shows it
   stages_draw(stages, stages.indexOf(stage));
   put("work-hint", said(request === "open" && road === "upload" ? "work_stay" : "work_leave"));
-  put("news", state.heard === null ? "" : said("news", {time: time_text(state.heard)}));
+  put("news", state.heard === null || state.silent ? "" : said("news", {time: time_text(state.heard)}));
   el("silent").hidden = !state.silent;
   if (!state.silent)
     return put("silent", "");

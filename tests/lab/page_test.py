@@ -62,6 +62,7 @@ class Page(Scenario):
             page.until("state.view === 'start'", seconds=STAGE_SECONDS)
             self.assertIn("neuer als dieses Installationsprogramm", page.text("#start-title"))
             self.assertIn("7.2-sample", page.text("#start-lead"))
+            self.assertEqual(page.js("return state.machine.disks.map((disk) => disk.erased)"), [False, False])
 
     def test_programs_beside_the_page(self) -> None:
         machine = self.boot("1G")
