@@ -5,15 +5,17 @@ import re
 import sys
 import tempfile
 import threading
+import time
 import unittest
 import urllib.parse
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from browser import Browser, browser, missing
+from browser import WAIT_SECONDS, Browser, browser, missing
 from stand_in import FREE, LOCKED, StandIn, disk, error, machine, stage, stand_in
 
 SOURCE = Path(__file__).resolve().parent.parent.parent
@@ -80,12 +82,11 @@ class Page(unittest.TestCase):
         self.page.click("#agreed")
         self.page.click("#begin")
         self.page.view("work")
+        self.posted()  # before that the page looks whether the machine is free
 
     def posted(self) -> tuple[str, dict[str, str], dict[str, bytes]]:
         """The one post: its path, the query, and the fields of the form."""
-        wait = threading.Event()
-        while not self.server.posts:
-            wait.wait(0.02)
+        wait_for(lambda: self.server.posts)
         (path, kind, body), = self.server.posts
         path, _, query = path.partition("?")
         if kind.startswith("multipart/"):
@@ -483,6 +484,13 @@ class Page(unittest.TestCase):
                 for ground in grounds:
                     self.assertGreaterEqual(contrast(colours[front], colours[ground]), 4.5, (scheme, front, ground))
             self.assertGreaterEqual(contrast(colours["edge"], colours["sheet"]), 3, scheme)
+
+
+def wait_for(look: Callable[[], Any]) -> None:
+    deadline = time.monotonic() + WAIT_SECONDS
+    while not look():
+        assert time.monotonic() < deadline, "waited for the page"
+        time.sleep(0.02)
 
 
 def luminance(colour: str) -> float:
