@@ -194,17 +194,16 @@ TEST(Manual, DocumentsPointAtWhatIsThere)
             documents.push_back(entry.path());
     for (const auto &document : documents) {
         const std::string text = file_read(document);
-        for (const std::string &link : words_find(text, R"((?:\]\(|src=")([^)" ]+)[)"])"))
-            {
-                const size_t hash = std::min(link.find('#'), link.size());
-                const auto target = hash == 0 ? document : document.parent_path() / link.substr(0, hash);
-                if (link.starts_with("http"))
-                    continue;
-                EXPECT_TRUE(std::filesystem::exists(target)) << document << ": " << link;
-                const bool has_anchor =
-                    hash == link.size() || anchors_of(file_read(target)).contains(link.substr(hash + 1));
-                EXPECT_TRUE(has_anchor) << document << ": " << link;
-            }
+        for (const std::string &link : words_find(text, R"r((?:\]\(|src=")([^)" ]+)[)"])r")) {
+            const size_t hash = std::min(link.find('#'), link.size());
+            const auto target = hash == 0 ? document : document.parent_path() / link.substr(0, hash);
+            if (link.starts_with("http"))
+                continue;
+            EXPECT_TRUE(std::filesystem::exists(target)) << document << ": " << link;
+            const bool has_anchor =
+                hash == link.size() || anchors_of(file_read(target)).contains(link.substr(hash + 1));
+            EXPECT_TRUE(has_anchor) << document << ": " << link;
+        }
         for (const std::string &path :
              words_find(text, R"(`((?:[a-z_-]+/)+[a-z_.-]+\.(?:h|cpp|c|py|sh|toml|def|conf))`)"))
             EXPECT_TRUE(std::filesystem::exists(root / path)) << document << ": " << path;
