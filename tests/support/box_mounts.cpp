@@ -1,5 +1,6 @@
 // Mounts: a folder of the box in place of each source, and the table that programs read.
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
 
 #include "tests/support/box_server.h"
@@ -28,6 +29,13 @@ void BoxServer::answer_mounts(const Question &question)
     if (row != nullptr && !row->real) {
         record_add(name + " " + args + (row->error != 0 ? error_shown(row->error) : ""));
         return talk_say(question.fd, BOX_RETURN, row->result, row->error);
+    }
+    const bool is_there = std::any_of(mounts_.begin(), mounts_.end(), [&](const Mount &mount) {
+        return mount.source == question.texts[0] && mount.target == question.texts[1];
+    });
+    if (mounts && is_there) { // the kernel does not put a file system upon itself
+        record_add(name + " " + args + error_shown(EBUSY));
+        return talk_say(question.fd, BOX_RETURN, 0, EBUSY);
     }
     lock.unlock();
     if (mounts)

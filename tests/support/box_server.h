@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,6 +32,7 @@ class BoxServer
     // The tables.
     void program(const std::string &path, std::vector<ProgramRow> rows);
     void host_program(const std::string &path); // its file stands below BOX_HOST
+    void program_answer(std::function<std::optional<ProgramRow>(const ProgramCall &)> answer);
     void call(CallRow row);
     void request(RequestRow row);
     void compress_sleeps(int factor);
@@ -97,6 +99,7 @@ class BoxServer
     std::string unexpected_{};
     std::map<pid_t, int> ended_{}; // raw wait status
     std::map<std::string, Program> programs_{};
+    std::function<std::optional<ProgramRow>(const ProgramCall &)> program_answer_{};
     std::map<size_t, ProgramRow> waiting_for_input_{}; // by place of the call
     struct CallState {
         CallRow row{};

@@ -55,16 +55,30 @@ bool any_matches(const std::vector<std::string> &patterns, const std::string &te
 
 } // namespace
 
+// Its path; "" when it has ended. On its way there it has no arguments any more, but may still hold locks.
+static std::string process_path(const BoxFiles &files, const std::string &folder)
+{
+    std::string line;
+    if (files.read(folder + "/cmdline", &line) && !line.empty())
+        return line.substr(0, line.find('\0'));
+    const bool is_there = files.read(folder + "/stat", &line); // "7 (install.cgi) R 1 ..."
+    const size_t name_end = line.rfind(')');
+    if (!is_there || name_end == std::string::npos || line.compare(name_end, 3, ") Z") == 0)
+        return "";
+    const size_t name_at = line.find('(') + 1;
+    return line.substr(name_at, name_end - name_at);
+}
+
 std::vector<Sandbox::Running> Box::processes() const
 {
     std::vector<Sandbox::Running> running;
     for (const std::string &name : files->list(BOX_PROC)) {
         const pid_t pid = atoi(name.c_str());
-        std::string line;
-        if (pid <= 1 || std::find(started.begin(), started.end(), pid) != started.end() ||
-            !files->read(BOX_PROC "/" + name + "/cmdline", &line) || line.empty())
-            continue; // the first process, one that is waited for, or one that has ended
-        line.resize(line.find('\0'));
+        if (pid <= 1 || std::find(started.begin(), started.end(), pid) != started.end())
+            continue; // the first process, or one that is waited for
+        const std::string line = process_path(*files, BOX_PROC "/" + name);
+        if (line.empty())
+            continue;
         running.push_back({.pid = pid, .name = line.substr(line.rfind('/') + 1)});
     }
     return running;

@@ -92,6 +92,11 @@ void Sandbox::program(std::string_view path, std::vector<ProgramRow> rows)
     box_->server->program(std::string(path), std::move(rows));
 }
 
+void Sandbox::program_answer(std::function<std::optional<ProgramRow>(const ProgramCall &)> answer)
+{
+    box_->server->program_answer(std::move(answer));
+}
+
 void Sandbox::host_program(std::string_view path)
 {
     box_->files->copy(std::string(path), BOX_HOST + std::string(path), 0755);

@@ -179,6 +179,9 @@ class Sandbox
     // A stand-in at a path. Rows are added to those there; a call that no row matches ends with 0 and no output, and
     // is listed by unexpected_calls when there are rows.
     void program(std::string_view path, std::vector<ProgramRow> rows = {});
+    // Asked first about each call of a program, /bin/sh among them; none: the tables answer. It must not wait for a
+    // program. Of its row, `times` and `reads_input` have no meaning.
+    void program_answer(std::function<std::optional<ProgramRow>(const ProgramCall &)> answer);
     // The host's own program, recorded like a stand-in. /bin/sh is always there.
     void host_program(std::string_view path);
     // A file of the host, copied and not recorded.
