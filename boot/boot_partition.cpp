@@ -29,8 +29,11 @@ static bool device_mount(const char *function, const char *device, const char *f
 
 static int partition_mount(const char *function, const char *folder)
 {
-    if (boot_lock_take() != 0)
+    bool holder_died;
+    if (boot_lock_take(&holder_died) != 0)
         return -1;
+    if (holder_died)
+        umount(folder); // what it had mounted would be in the way
     NLIBCExecl("/bin/mkdir", kForkNullStreams, "-p", folder, nullptr);
     if (device_mount(function, boot_device(), folder))
         return 0;
