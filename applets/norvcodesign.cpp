@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstdlib>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "applets/applets.h"
@@ -33,13 +34,20 @@ static int directory_verify(const CodesignLibrary &library, void *sign)
     return (error & 0xff) != 0 ? error : kExitNotSigned;
 }
 
+// What an unpacked tar may have put in place of its signature: a pipe or a device would be waited for.
+static bool is_special_file(const char *path)
+{
+    struct stat status;
+    return stat(path, &status) == 0 && !S_ISREG(status.st_mode);
+}
+
 static int folder_verify(void *sign, const char *folder)
 {
     const CodesignLibrary *library = codesign_library();
     char path[4096];
     if (sign == nullptr || static_cast<size_t>(snprintf(path, sizeof(path), "%s/Norvessa.sig", folder)) >= sizeof(path))
         return kExitNotSigned;
-    if (!library->norvcodesign_load_signature(sign, path)) {
+    if (is_special_file(path) || !library->norvcodesign_load_signature(sign, path)) {
         syslog(LOG_ERR, "load Norvessa.sig fail.");
         return static_cast<const CodesignHandle *>(sign)->error == 0 ? kExitNotSigned : -1;
     }

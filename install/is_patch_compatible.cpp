@@ -1,6 +1,8 @@
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
@@ -12,6 +14,8 @@
 #include "lib/proc.h"
 #include "lib/report.h"
 #include "lib/text.h"
+
+static constexpr off_t kVersionMostBytes = 1 << 20; // of a file of a dozen lines
 
 // A line on standard error that stands in the log too.
 #define TELL(format, ...)                                                                                              \
@@ -32,16 +36,33 @@ static bool download_state_write(const char *patch)
     return true;
 }
 
-// Puts the patch's VERSION into the folder; one that was there before does not count.
-static bool version_extract(const char *patch, const char *folder, const char *version_path)
+// Whether what the patch calls VERSION can be read without harm: a link could lead to a device, a pipe has no end. As
+// it stays, it is no program either, whatever mode the patch gave it.
+static bool version_is_plain(const char *version_path)
 {
-    unlink(version_path);
+    struct stat status;
+    return lstat(version_path, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+           status.st_size <= kVersionMostBytes && chmod(version_path, 0644) == 0;
+}
+
+static bool version_extract_either(const char *patch, const char *folder, const char *version_path)
+{
     NORV_LOG(LOG_INFO, "Extracting VERSION from Old Patch Format [%s][%s]", patch, folder);
     if (NLIBCExecl("/bin/tar", kForkNullStreams, "-x", "-f", patch, "-C", folder, "VERSION", nullptr) == 0)
         return true;
     NORV_LOG(LOG_ERR, "Extracting VERSION from NorvArchive");
-    if (NorvArchiveExtractSystemMember(patch, folder, "VERSION") == kNorvArchiveGood)
+    unlink(version_path);
+    return NorvArchiveExtractSystemMember(patch, folder, "VERSION") == kNorvArchiveGood;
+}
+
+// Puts the patch's VERSION into the folder; one that was there before does not count.
+static bool version_extract(const char *patch, const char *folder, const char *version_path)
+{
+    const bool is_free = unlink(version_path) == 0 || errno == ENOENT;
+    if (version_extract_either(patch, folder, version_path) && version_is_plain(version_path))
         return true;
+    if (is_free && unlink(version_path) != 0 && errno == EISDIR)
+        NLIBCExecl("/bin/rm", kForkNullStreams, "-rf", version_path, nullptr);
     NORV_LOG(LOG_ERR, "VERSION Extraction failed [%s]", patch);
     TELL("Version Check Fail.\n");
     return false;
