@@ -29,12 +29,15 @@ static char gszPatchPath[PATH_MAX], gszPatchDir[PATH_MAX], gszPatchVersion[PATH_
 static constexpr int kStrict = 1;
 static constexpr long kSkipNanoFirst = 24897, kSkipNanoLast = 39999; // builds
 
-static void paths_set(const char *mount)
+// False when there is no volume, or the paths do not fit: cut ones would name something else to remove.
+static bool paths_set(const char *mount)
 {
-    text_cut(gszUpgradeVolMnt, mount);
+    if (mount == nullptr)
+        return false;
     snprintf(gszPatchPath, sizeof(gszPatchPath), "%s/upd@te.pat", mount);
     snprintf(gszPatchDir, sizeof(gszPatchDir), "%s/upd@te", mount);
-    snprintf(gszPatchVersion, sizeof(gszPatchVersion), "%s/upd@te/VERSION", mount);
+    return static_cast<size_t>(snprintf(gszPatchVersion, sizeof(gszPatchVersion), "%s/upd@te/VERSION", mount)) <
+           sizeof(gszPatchVersion);
 }
 
 void update_progress_set(int code)
@@ -89,19 +92,21 @@ static bool files_are_same(const char *a, const char *b)
 // Moves the patch to where it is worked on; one that is there stays.
 static bool patch_move(const char *path, const char *mount)
 {
-    char target[PATH_MAX] = "";
-    if (mount != nullptr)
-        snprintf(target, sizeof(target), "%s/upd@te.pat", mount);
-    if (mount != nullptr && files_are_same(path, target))
-        return true;
-    if (mount != nullptr) {
-        unlink(target);
-        if (NLIBCExecl("/bin/mv", kForkNullStreams, path, target, nullptr) == 0)
+    if (paths_set(mount)) {
+        if (files_are_same(path, gszPatchPath))
             return true;
+        unlink(gszPatchPath);
+        const int status = NLIBCExecl("/bin/mv", kForkNullStreams, path, gszPatchPath, nullptr);
+        if (status == 0)
+            return true;
+        if (status > 0)
+            fail(kErrChild);
+    } else {
+        fail(kErrBadParameter);
     }
-    fprintf(stderr, "%s:%d Failed to mv %s to %s, NorvErr =[0x%04X %s:%d]\n", __FILE_NAME__, __LINE__, path, target,
-            NORV_ERR_ARGS);
-    fprintf(stderr, "%s:%d Fail to MoveFile from %s to %s\n", __FILE_NAME__, __LINE__, path, target);
+    fprintf(stderr, "%s:%d Failed to mv %s to %s, NorvErr =[0x%04X %s:%d]\n", __FILE_NAME__, __LINE__, path,
+            gszPatchPath, NORV_ERR_ARGS);
+    fprintf(stderr, "%s:%d Fail to MoveFile from %s to %s\n", __FILE_NAME__, __LINE__, path, gszPatchPath);
     return false;
 }
 
@@ -288,10 +293,10 @@ int ErrFHOSTDoUpgrade(const char *path, const char *mount)
 {
     if (!patch_move(path, mount))
         return kPatchFailed;
+    text_cut(gszUpgradeVolMnt, mount);
     update_progress_set(0);
-    paths_set(mount);
     const int result = upgrade(mount);
-    NORV_LOG_CALL(LOG_ERR, "(%s) err=[%d]", __func__, NLIBCErrGet());
+    NORV_LOG_CALL(LOG_ERR, "(%s) err=[%d]", __func__, result); // the one on record
     NORV_LOG_CALL(LOG_ERR, "(%s) retv=[%d]", __func__, result);
     if (result == kPatchGood)
         shutdown_mark_clean();
