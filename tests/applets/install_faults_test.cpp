@@ -1,0 +1,436 @@
+// What goes wrong around an install: each program that a good one runs fails in each way, and the install is killed at
+// each start of one. Programs and starts come from the record of a good install, so that none is forgotten.
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "build_paths.h"
+#include "tests/platform/run_program.h"
+#include "tests/support/box_text.h"
+#include "tests/support/sandbox.h"
+#include "tests/support/scratch_dir.h"
+
+namespace
+{
+
+constexpr char kProgress[] = "/tmp/install.progress";
+constexpr char kShell[] = "/bin/sh";
+const std::string kVersion = "majorversion=6\nminorversion=2\nbuildnumber=25556\nunique=\"norv_avoton_1817\"\n";
+const std::string kModel = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\nunique=\"norv_avoton_1817\"\nsupportraid=yes\n";
+
+// A patch of the old form. Its updater is the box's stand-in, so that the box answers it.
+struct Patch {
+    Patch()
+    {
+        scratch.write("firmware/VERSION", kVersion + "extractsize=1000\n");
+        scratch.write("firmware/hda1.tgz", "x");
+        std::filesystem::copy_file(NORV_BINARY_DIR "/tests/support/norv_box_standin", scratch.path("firmware/updater"));
+        const Finished made =
+            run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
+                         scratch.path("a.pat"), "--keys", scratch.path("keys"), "--old"});
+        EXPECT_EQ(made.status, 0) << made.out;
+    }
+    [[nodiscard]] std::string checksum(const std::string &member) const
+    {
+        return run_program({NORV_BINARY_DIR "/platform/programs/cksum", "-o", "3", scratch.path("firmware/" + member)})
+            .out;
+    }
+    ScratchDir scratch;
+};
+
+// One kind of install, with what its failing programs come to.
+struct Road {
+    const char *name;
+    std::vector<std::string> command;
+    std::string query, form; // of a web request; '@' in the form is where the patch goes
+    struct Ending {
+        const char *call, *fault; // patterns; the first that matches counts
+        int code;                 // 0: the install succeeds
+    };
+    std::vector<Ending> endings;
+};
+
+const Road kUpload = {
+    .name = "Upload",
+    .command = {"install.cgi"},
+    .query = "upload=true&status=not_install",
+    .form = "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n@\r\n--B--\r\n",
+    .endings = {{"/bin/sh", "idle*", 13},
+                {"/bin/sh", "*", 35},
+                {"/usr/norv/sbin/installer.sh*", "idle*", 0},
+                {"/usr/norv/sbin/installer.sh*", "*", 35},
+                {"/bin/mkdir -p /tmpData/upd@te", "*", 13},
+                {"/bin/mkdir -p /tmpData", "*", 21},
+                {"/bin/mkdir", "idle*", 13},
+                {"/bin/mkdir", "*", 21},
+                {"/bin/mkdir *", "*", 0}, // for what is mounted a while, without which it goes on
+                {"/bin/mount * /tmpData", "*", 21},
+                {"/bin/mount", "idle*", 0},
+                {"/bin/mount", "*", 21},
+                {"/bin/mount *", "*", 0},
+                {"/bin/mv -f *", "*", 0},
+                {"/bin/mv*", "*", 13},
+                {"/bin/tar*", "*", 13},
+                {"/usr/norv/bin/norvcodesign*", "idle*", 0},
+                {"/usr/norv/bin/norvcodesign*", "*", 13},
+                {"/usr/bin/cksum*", "*", 13},
+                {"/tmpData/upd@te/updater*", "idle*", 0},
+                {"/tmpData/upd@te/updater*", "exit 255", 10},
+                {"/tmpData/upd@te/updater*", "*", 13},
+                {"/bin/rm*", "*", 0},
+                {"/bin/sync*", "*", 0},
+                {"/bin/umount*", "*", 0},
+                {"/bin/cp*", "*", 0},
+                {"/sbin/sfdisk*", "*", 0},
+                {"/sbin/e2fsck*", "*", 0},
+                {"/tmpRoot/.norv/patch/updater*", "*", 0},
+                {"/usr/sbin/pppoe-stop*", "*", 0}}};
+
+const Road kBuildin = {.name = "Buildin",
+                       .command = {"install.cgi"},
+                       .query = "status=not_install",
+                       .form = "buildin=true",
+                       .endings = {{"/bin/sh", "*", 35},
+                                   {"/usr/norv/sbin/installer.sh", "*", 35},
+                                   {"/bin/mkdir", "*", 21},
+                                   {"/bin/mount", "*", 21},
+                                   {"/usr/bin/cksum", "*", 45},
+                                   {"/usr/bin/xz", "*", 43},
+                                   {"/bin/cp", "*", 43},
+                                   {"/bin/rm", "*", 0},
+                                   {"/bin/sync", "*", 0},
+                                   {"/bin/umount", "*", 0},
+                                   {"/sbin/sfdisk", "*", 0},
+                                   {"/sbin/e2fsck", "*", 0},
+                                   {"/tmpRoot/.norv/patch/updater", "*", 0},
+                                   {"/usr/sbin/pppoe-stop", "*", 0}}};
+
+// How a program fails. In the last two it ends well and has done nothing.
+struct Fault {
+    const char *name;
+    std::optional<ProgramRow> row; // none: there is no such program
+};
+const Fault kFaults[] = {{"missing", {}},
+                         {"exit 1", ProgramRow{.exit_status = 1}},
+                         {"exit 255", ProgramRow{.exit_status = 255}},
+                         {"killed", ProgramRow{.signal = SIGKILL}},
+                         {"idle garbage", ProgramRow{.output = std::string(70000, '\xfe'), .error = "\1 0 0\n"}},
+                         {"idle silent", ProgramRow{}}};
+
+constexpr const Fault *kByCall = &kFaults[1]; // each call of a program by itself; with the others, all of them
+
+constexpr const char *kHostPrograms[] = {kShell, "/bin/mkdir", "/bin/rm", "/bin/mv", "/bin/tar", "/bin/cp"};
+
+struct Start {
+    std::string call;
+    size_t mounts; // how many volumes were mounted
+    bool operator==(const Start &) const = default;
+};
+
+// With a healthy system on its disk.
+class Machine
+{
+  public:
+    explicit Machine(const Road &of) : road(of)
+    {
+        box.file("/etc.defaults/norvinfo.conf", kModel);
+        box.file("/etc.defaults/VERSION", kVersion);
+        box.file("/etc/dhcpc/dhcpcd-eth0.info", "");
+        box.file("/tmp/.skip_auto_nano", "");
+        box.directory("/sys/block/sda");
+        box.device("/dev/md0", 4ULL << 30);
+        box.file("/proc/partitions", "   9 0 1 md0\n   9 1 1 md1\n");
+        box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 fd\n"},
+                                     {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 fd\n"},
+                                     {.exit_status = 1}});
+        box.file("/tmpRoot/etc.defaults/norvinfo.conf", kModel);
+        box.file("/tmpRoot/etc.defaults/VERSION", kVersion);
+        for (const char *path :
+             {"/bin/mount", "/bin/umount", "/bin/sync", "/sbin/e2fsck", "/usr/norv/bin/norvcodesign",
+              "/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop", "/tmpRoot/.norv/patch/updater"})
+            box.program(path);
+        box.program("/tmpData/upd@te/updater"); // of the patch, once it is unpacked
+        box.remove("/tmpData");
+        box.program("/usr/bin/xz", {{.output = "root"}});
+        for (const char *member : {"VERSION", "hda1.tgz", "updater"}) {
+            box.program("/usr/bin/cksum", {{.args = std::string("*/") + member, .output = patch.checksum(member)}});
+            box.file(box.volume("/dev/norvboot2") + "/" + member,
+                     patch.scratch.read(std::string("firmware/") + member));
+        }
+        box.file(box.volume("/dev/norvboot2") + "/checksum.norv", patch.scratch.read("firmware/checksum.norv"));
+        for (const char *path : kHostPrograms)
+            box.host_program(path);
+        const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
+        box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
+        box.host_file("/usr/norv/etc/codesign/0.pem", patch.scratch.path("keys/0.pem"), 0644);
+        box.program_answer([this](const ProgramCall &call) { return answer(call); });
+    }
+
+    // Runs an install to its end. Returns 0, or the code of its failure.
+    int install()
+    {
+        begin();
+        const Result result = box.run(road.command, options());
+        quiet_wait();
+        const std::string told = box.exists(kProgress) ? box.read_file(kProgress) : result.out;
+        const size_t line = told.find("\"line\":");
+        const bool is_good = told.find("\"Success\"") != std::string::npos;
+        EXPECT_NE(is_good, line != std::string::npos) << told;
+        return is_good ? 0 : atoi(told.c_str() + line + strlen("\"line\":"));
+    }
+
+    // The same where the n-th program, from 1, never ends: the install is killed there, and then what it ran.
+    void install_and_kill(size_t n)
+    {
+        begin(n);
+        Process process = box.start(road.command, options());
+        while (started() < n && (process.running() || !box.processes().empty()))
+            usleep(1000);
+        EXPECT_EQ(started(), n);
+        std::vector<Sandbox::Running> running = box.processes();
+        const auto is_install = [&](const Sandbox::Running &row) { return row.name == road.command[0]; };
+        if (std::none_of(running.begin(), running.end(), is_install))
+            process.signal(SIGKILL); // else its child goes on with the work, and it ends by itself
+        process.wait();
+        // The install first, then a shell before what it waits for.
+        std::sort(running.begin(), running.end(), [](const auto &a, const auto &b) { return a.pid < b.pid; });
+        std::stable_partition(running.begin(), running.end(), is_install);
+        for (const Sandbox::Running &row : running) {
+            box.signal(row.pid, SIGKILL);
+            EXPECT_TRUE(box.wait_for_end(row.pid, 60));
+        }
+        quiet_wait();
+    }
+
+    // The programs that the install started.
+    std::vector<Start> starts()
+    {
+        const std::lock_guard guard(lock_);
+        return starts_;
+    }
+    std::vector<std::string> mounts()
+    {
+        const std::lock_guard guard(lock_);
+        std::vector<std::string> folders;
+        for (const auto &[folder, source] : mounts_)
+            folders.push_back(folder);
+        const std::string others = box.read_file("/proc/mounts");
+        if (std::count(others.begin(), others.end(), '\n') != 1)
+            folders.push_back(others);
+        return folders;
+    }
+    [[nodiscard]] std::vector<std::string> temporary() const
+    {
+        std::vector<std::string> names = box.list("/tmp");
+        std::erase(names, "update.progress"); // of one that failed
+        return names;
+    }
+    void expect_unlocked()
+    {
+        EXPECT_NE(box.run({"lock_check.cgi"}, {.leaves = {"*"}}).out.find("{\"success\": true"), std::string::npos);
+    }
+
+    // `call` is the path of a program, or one whole call of it.
+    void fail(const std::string &call, const Fault &fault)
+    {
+        if (fault.row) {
+            const std::lock_guard guard(lock_);
+            failing_ = {call, *fault.row};
+        } else {
+            box.remove(call);
+        }
+    }
+    void mend(const std::string &call, const Fault &fault)
+    {
+        if (fault.row) {
+            const std::lock_guard guard(lock_);
+            failing_.first = "";
+        } else if (std::find(std::begin(kHostPrograms), std::end(kHostPrograms), call) != std::end(kHostPrograms)) {
+            box.host_program(call);
+        } else {
+            box.program(call);
+        }
+    }
+
+    const Road &road;
+    Sandbox box;
+
+  private:
+    void begin(size_t last = SIZE_MAX)
+    {
+        box.remove(kProgress);
+        const std::lock_guard guard(lock_);
+        starts_.clear();
+        last_ = last;
+    }
+    [[nodiscard]] RunOptions options() const
+    {
+        std::string body = road.form;
+        if (const size_t at = body.find('@'); at != std::string::npos)
+            body.replace(at, 1, patch.scratch.read("a.pat"));
+        return {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=" + road.query,
+                        "CONTENT_LENGTH=" + std::to_string(body.size()),
+                        "CONTENT_TYPE=multipart/form-data; boundary=B"},
+                .input = body,
+                .seconds = 120,
+                .leaves = {"*"}}; // judged here, when the child is gone too
+    }
+    size_t started()
+    {
+        const std::lock_guard guard(lock_);
+        return starts_.size();
+    }
+    void quiet_wait() const
+    {
+        for (int i = 0; i < 6000 && !box.processes().empty(); i++)
+            usleep(10000);
+        EXPECT_TRUE(box.processes().empty());
+    }
+    // In the box's own thread.
+    std::optional<ProgramRow> answer(const ProgramCall &call)
+    {
+        const std::lock_guard guard(lock_);
+        std::string line = call.path;
+        for (const std::string &word : call.args)
+            line += " " + word;
+        starts_.push_back({line, mounts_.size()});
+        if (starts_.size() == last_)
+            return ProgramRow{.stays = true};
+        if (failing_.first == call.path || failing_.first == line)
+            return failing_.second;
+        const std::string folder = call.args.size() == 2 ? call.args[1] : "";
+        if (call.path == "/bin/mount") // refuses a folder where something is mounted
+            return ProgramRow{.exit_status = mounts_.emplace(folder, call.args[0]).second ? 0 : 32};
+        if (call.path == "/bin/umount")
+            return ProgramRow{.exit_status = mounts_.erase(folder) == 1 ? 0 : 32};
+        return std::nullopt;
+    }
+
+    Patch patch;
+    std::mutex lock_; // of what follows
+    std::vector<Start> starts_;
+    std::map<std::string, std::string> mounts_; // source by folder
+    std::pair<std::string, ProgramRow> failing_;
+    size_t last_ = SIZE_MAX;
+};
+
+bool is_shell(const std::string &call)
+{
+    return call.starts_with(kShell);
+}
+
+std::string program_of(const std::string &call)
+{
+    return call.substr(0, call.find(' '));
+}
+
+class InstallFaults : public testing::TestWithParam<std::pair<const Road *, const Fault *>>
+{
+};
+
+TEST_P(InstallFaults, ProgramFails)
+{
+    const auto &[road, fault] = GetParam();
+    Machine machine(*road);
+    ASSERT_EQ(machine.install(), 0) << machine.box.record().text();
+    const std::vector<std::string> temporary = machine.temporary();
+    std::set<std::string> calls;
+    for (const auto &[call, mounts] : machine.starts())
+        calls.insert(fault != kByCall || is_shell(call) ? program_of(call) : call);
+    for (const std::string &call : calls) {
+        if (!machine.box.exists(program_of(call)) && !fault->row)
+            continue; // the patch brings it along
+        SCOPED_TRACE(call + ": " + fault->name);
+        const auto ending = std::find_if(road->endings.begin(), road->endings.end(), [&](const Road::Ending &row) {
+            return pattern_matches(row.call, call) && pattern_matches(row.fault, fault->name);
+        });
+        ASSERT_NE(ending, road->endings.end()) << "nobody has said what this comes to";
+        machine.fail(call, *fault);
+        const int code = machine.install();
+        machine.mend(call, *fault);
+        EXPECT_EQ(code, ending->code) << machine.box.record().text();
+        machine.expect_unlocked();
+        EXPECT_EQ(machine.temporary(), temporary);
+        const bool takes_away = is_shell(call) || call.starts_with("/bin/rm");
+        EXPECT_TRUE(takes_away || !machine.box.exists("/tmpData/upd@te"));
+        const bool is_clean = machine.mounts().empty();
+        EXPECT_TRUE(is_clean || is_shell(call) || call.starts_with("/bin/umount"));
+        if (is_clean && (code == 0 || fault != kByCall))
+            continue; // the next case shows that installs go on
+        EXPECT_EQ(machine.install(), 0);
+        EXPECT_EQ(machine.mounts(), std::vector<std::string>());
+    }
+    EXPECT_EQ(machine.install(), 0);
+}
+
+// What both roads have in common is done once in every way.
+std::vector<std::pair<const Road *, const Fault *>> fault_params()
+{
+    std::vector<std::pair<const Road *, const Fault *>> params;
+    for (const Fault &fault : kFaults)
+        params.emplace_back(&kUpload, &fault);
+    params.emplace_back(&kBuildin, &kFaults[0]);
+    params.emplace_back(&kBuildin, &kFaults[3]);
+    return params;
+}
+
+std::string camel_case(std::string text)
+{
+    for (size_t at = 0; (at = text.find(' ')) != std::string::npos;)
+        text.erase(at, 1);
+    return text;
+}
+
+INSTANTIATE_TEST_SUITE_P(Road, InstallFaults, testing::ValuesIn(fault_params()), [](const auto &row) {
+    return row.param.first->name + camel_case(std::string("_") + row.param.second->name);
+});
+
+// Each of a few tests takes every so-many-th start that differs from those before it.
+constexpr size_t kShares = 3;
+
+class InstallKilled : public testing::TestWithParam<std::pair<const Road *, size_t>>
+{
+};
+
+TEST_P(InstallKilled, AtEachStart)
+{
+    const auto &[road, share] = GetParam();
+    Machine machine(*road);
+    ASSERT_EQ(machine.install(), 0);
+    const std::vector<std::string> temporary = machine.temporary();
+    const std::vector<Start> starts = machine.starts();
+    size_t stages = 0;
+    for (auto start = starts.begin(); start != starts.end(); ++start) {
+        if (is_shell(start->call) || std::find(starts.begin(), start, *start) != start || stages++ % kShares != share)
+            continue;
+        SCOPED_TRACE("killed while it runs " + start->call);
+        machine.install_and_kill(static_cast<size_t>(start - starts.begin()) + 1);
+        EXPECT_EQ(machine.starts().back(), *start);
+        machine.expect_unlocked();
+        EXPECT_EQ(machine.install(), 0) << machine.box.record().text();
+        EXPECT_EQ(machine.mounts(), std::vector<std::string>());
+        EXPECT_EQ(machine.temporary(), temporary);
+    }
+    EXPECT_GT(stages, 20U);
+}
+
+std::vector<std::pair<const Road *, size_t>> kill_params()
+{
+    return {{&kUpload, 0}, {&kUpload, 1}, {&kUpload, 2}, {&kBuildin, 0}};
+}
+
+INSTANTIATE_TEST_SUITE_P(Road, InstallKilled, testing::ValuesIn(kill_params()),
+                         [](const auto &row) { return row.param.first->name + std::to_string(row.param.second); });
+
+} // namespace
