@@ -166,6 +166,7 @@ async function news_get() {
 // Finds out what the machine is at, and shows that. `afresh`: the outcome of an earlier install is not shown again.
 async function look(afresh = false) {
   const turn = ++state.turn;
+  unsee();
   show("wait");
   let abandoned = 0;
   for (;;) {
@@ -217,6 +218,11 @@ async function machine_get() {
 function machine_learn() {
   if (state.machine === null)
     machine_get().then(draw, () => {});
+}
+
+// Nothing is known of how far the machine is.
+function unsee() {
+  Object.assign(state, {was_busy: false, seen: [], sent: null, told: null, heard: null, silent: false});
 }
 
 // Watches an install, whoever began it, until it ends.
@@ -289,8 +295,8 @@ function follow_end() {
 function fields_get() {
   const fields = {};
   for (const name of ["hostname", "account", "password"])
-    if (el(name).value !== "")
-      fields[name] = el(name).value;
+    if (value_of(name) !== "")
+      fields[name] = value_of(name);
   fields.netconfig = chosen("netconfig");
   for (const name of NETWORK_FIELDS[fields.netconfig])
     fields[name] = value_of(name);
@@ -301,8 +307,8 @@ function fields_get() {
 
 async function begin() {
   ++state.turn;
-  Object.assign(state, {request: "open", was_busy: false, seen: [], sent: null, told: null});
-  Object.assign(state, {heard: null, silent: false});
+  unsee();
+  state.request = "open";
   state.address = state.way !== "recover" && chosen("netconfig") === "manual" ? value_of("manual_ip") : "";
   keep();
   show("work");
@@ -312,7 +318,7 @@ async function begin() {
       return fail({sec: "error", key: "error_apply_lock"});
     state.before = news.text;
   } catch {
-    return fail({key: "page_lost"});
+    return fail({key: "page_silent"});
   }
   follow();
   const turn = state.turn;
@@ -383,7 +389,7 @@ async function restart() {
   const turn = ++state.turn;
   state.restart = "asked";
   draw();
-  let was_away = state.address !== "" && state.address !== location.hostname;
+  let was_away = false;
   for (let tries = 0; tries < 5 && state.restart === "asked"; tries++) { // the install may be about to let go
     try {
       const answer = await ask("restart.cgi", {method: "POST", headers: {"X-Install-Page": "1"}});
@@ -403,13 +409,17 @@ async function restart() {
   draw();
   while (turn === state.turn && state.restart === "waiting") {
     await pause(POLL_MS);
-    const options = {mode: "no-cors", cache: "no-store", signal: AbortSignal.timeout(5000)};
-    const answers = await fetch(new_system_url(), options).then(() => true, () => false);
+    const answers = await reaches(was_away ? new_system_url() : location.origin);
     if (answers && was_away)
       state.restart = "back";
     was_away ||= !answers;
     draw();
   }
+}
+
+function reaches(url) {
+  const options = {mode: "no-cors", cache: "no-store", signal: AbortSignal.timeout(5000)};
+  return fetch(url, options).then(() => true, () => false);
 }
 
 const new_system_url = () => state.address === "" ? location.origin + "/" : `http://${state.address}/`;
@@ -439,7 +449,8 @@ function kept_get() {
 
 const chosen = (name) => document.querySelector(`input[name=${name}]:checked`)?.value ?? "";
 const value_of = (name) => FIELDS[name].secret ? el(name).value : el(name).value.trim();
-const offers_get = () => OFFERS[state.machine.status] ?? ["install"];
+const is_known = (status) => Object.hasOwn(OFFERS, status);
+const offers_get = () => is_known(state.machine.status) ? OFFERS[state.machine.status] : ["install"];
 
 function begin_choosing() {
   Object.assign(state, {request: "", way: "", road: "", address: "", version: ""});
@@ -495,12 +506,15 @@ function source_submit() {
     return el("file").focus();
   if (state.road === "download" && state.version.length < 2)
     return state.version === "?" ? undefined : version_get();
-  show(state.way === "recover" ? "consent" : "settings");
+  if (state.way === "recover")
+    consent_ask();
+  else
+    show("settings");
 }
 
 function values_submit() {
   const shown = ["hostname", "account", "password", ...NETWORK_FIELDS[chosen("netconfig")]];
-  const has_account = el("account").value !== "" || el("password").value !== "";
+  const has_account = value_of("account") + value_of("password") !== "";
   const may_be_empty = (name) => state.way === "migrate" &&
       (name === "hostname" || !has_account && (name === "account" || name === "password"));
   const wrong = shown.filter((name) => {
@@ -511,7 +525,12 @@ function values_submit() {
   });
   if (wrong.length > 0)
     return el(wrong[0]).focus();
-  el("agreed").checked = false;
+  consent_ask();
+}
+
+function consent_ask() {
+  el("agreed").checked = false; // it may be of another choice
+  put("agreed-fault", "");
   show("consent");
 }
 
@@ -543,7 +562,7 @@ const file_text = (file) => said("from_upload", {file: file.name, size: bytes_te
 
 function draw_start() {
   const {machine, way, road} = state;
-  const known = Object.hasOwn(OFFERS, machine.status);
+  const known = is_known(machine.status);
   const is_empty = machine.status === "not_install" && machine.disks.length === 0;
   put("start-title", said(known ? "state_" + machine.status : "state_unknown"));
   const lead = [said(known ? `state_${machine.status}_lead` : "state_unknown_lead")];
@@ -580,12 +599,13 @@ function draw_settings() {
 function draw_consent() {
   const {way, road, machine} = state;
   const {erases, agree, begin: begin_key} = WAYS[way];
-  const is_erased = (disk) => disk.erased || !(Object.hasOwn(OFFERS, machine.status));
+  const is_erased = (disk) => disk.erased || !is_known(machine.status);
   const mark = (disk) => !erases ? "disk_stays" : is_erased(disk) ? "disk_erased" : "disk_kept";
   const marks = machine.disks.map(mark);
   put("consent-title", said(!erases ? "consent_keep" : marks.includes("disk_kept") && !marks.includes("disk_erased")
                             ? "consent_system" : "consent_erase"));
-  put("consent-lead", said(!erases ? `consent_${way}_lead` : road === "builtin" ? "consent_builtin_lead" : "consent_erase_lead"));
+  const lead = !erases ? way : road === "builtin" ? road : "erase";
+  put("consent-lead", said(`consent_${lead}_lead`));
   disks_draw("consent-disks", mark);
   el("consent-disks").hidden = way === "recover";
   put("consent-kept", marks.includes("disk_kept") ? said("consent_kept", {mark: said("disk_kept")}) : "");
@@ -802,10 +822,10 @@ function listen() {
     el("reveal").setAttribute("aria-pressed", String(is_shown));
   });
   el("again").addEventListener("click", () => {
-    if (state.error.key === "error_apply_lock")
-      follow();
-    else
-      look(true);
+    if (state.error.key !== "error_apply_lock")
+      return look(true);
+    state.road = ""; // it is another's
+    follow();
   });
   el("restart").addEventListener("click", restart);
   el("flags-clear").addEventListener("click", () => button_ask("clean_button_flags.cgi", (is_done) =>

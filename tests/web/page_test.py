@@ -204,7 +204,7 @@ class Page(unittest.TestCase):
 
     def test_upload(self) -> None:
         self.open("start")
-        self.choose("upload")
+        self.choose("upload", hostname=" attic ")
         self.server.gates["install"] = threading.Event()
         self.agree()
         self.server.at_work("format_sys")
@@ -259,6 +259,12 @@ class Page(unittest.TestCase):
 
     def test_recovery_and_flags(self) -> None:
         self.open("start", machine=machine("sys_recoverable"))
+        self.page.click("input[name=way][value=install]")
+        self.choose("builtin")
+        self.page.click("#agreed")  # which counts for the install alone
+        self.page.click("#consent .back")
+        self.page.click("#settings .back")
+        self.page.click("input[name=way][value=recover]")
         self.page.click("#source .primary")
         self.page.view("consent")
         self.server.gates["recover"] = threading.Event()
@@ -294,8 +300,8 @@ class Page(unittest.TestCase):
         bad = {
             "hostname": ["", "-a", "a-", "a b", "a;reboot", "$(id)", "a.b", "a" * 64],
             "account": ["", "1a", "a b", "a\"b", "a`b", "a" * 33],
-            "password": ["", "1234567", "a" * 65, " leading", "trailing ", "back\\slash", "quo\"tedxx", "$(reboot)", "`reboot`",
-                         "\u00fcmlauts!"],
+            "password": ["", "1234567", "a" * 65, " leading", "trailing ", "back\\slash", "quo\"tedxx", "$(reboot)",
+                         "`reboot`", "\u00fcmlauts!"],
             "manual_ip": ["", "1.2.3", "010.0.0.1", "1.2.3.256", "1.2.3.4;x", "a.b.c.d"],
             "manual_mask": ["", "255.0.255.0", "0.0.0.0", "255.255.255.255"],
             "manual_gateway": ["", "192.168.2.1", "x"],
@@ -337,6 +343,7 @@ class Page(unittest.TestCase):
         for title, change in (
                 ("err_patch", {"install": error("wizard", "err_patch", 13)}),
                 ("error_unknown", {"install": error("error", "error_unknown", -1)}),
+                ("page_silent", {"lock_check": None}),
                 ("page_lost", {"install": None}),  # and the old error is not taken for a new one
                 ("page_gone", {})):
             with self.subTest(title=title):
@@ -353,12 +360,14 @@ class Page(unittest.TestCase):
                 self.shows("#fault-title", self.page.js("return TEXTS.enu.faults[arguments[0]][0]", title))
         self.open("start")
         self.choose("builtin")
-        self.server.at_work("download", progress="3")
+        self.server.at_work("format_sys")
         self.page.click("#agreed")
         self.page.click("#begin")
         self.page.view("fault")
         self.assertEqual(self.server.posts, [])
-        self.page.click("#again")  # "Show that install"
+        self.page.click("#again")  # "Show that install", of which only the stage is known
+        self.shows("#stages", self.said("stage_format_sys"))
+        self.server.at_work("download", progress="3")
         self.shows(".meter span", "3%")
 
     def test_connection_lost_after_the_order_was_taken(self) -> None:
