@@ -168,23 +168,28 @@ TEST(Station, LooksAtASegment)
 TEST(Station, TakesLogLines)
 {
     Segment box;
-    Process station =
-        box.start({"/bin/norv-station", "--interface", "tap0", "--listen", "--out", "/tmp/out"}, {.seconds = 60});
-    ASSERT_TRUE(box.wait_for("poll *"));
-    box.run({"mantool", "-log", "say \"hi\"\x1b[2J, twice"});
-    box.run({"mantool", "-log", "second"});
-    for (int tries = 0; tries < 2000 && station.out().find("second") == std::string::npos; tries++)
-        usleep(10000);
-    station.signal(SIGTERM);
-    const Result result = station.wait();
-    EXPECT_EQ(result.exit_status, 0);
-    EXPECT_NE(result.out.find("/0: say \"hi\"?[2J, twice\n"), std::string::npos) << result.out;
-    EXPECT_NE(result.out.find("/1: second\n"), std::string::npos);
+    box.directory("/tmp/full/log.csv"); // cannot be written
+    for (const char *folder : {"/tmp/out", "/tmp/full"}) {
+        const int before = box.record().count("poll *");
+        Process station =
+            box.start({"/bin/norv-station", "--interface", "tap0", "--listen", "--out", folder}, {.seconds = 60});
+        for (int tries = 0; tries < 2000 && box.record().count("poll *") == before; tries++)
+            usleep(10000);
+        box.run({"mantool", "-log", "say \"hi\"\x1b[2J, twice"});
+        box.run({"mantool", "-log", "second"});
+        for (int tries = 0; tries < 2000 && station.out().find("second") == std::string::npos; tries++)
+            usleep(10000);
+        station.signal(SIGTERM);
+        const Result result = station.wait();
+        EXPECT_EQ(result.exit_status, folder == std::string("/tmp/out") ? 0 : 2) << result.err;
+        EXPECT_NE(result.out.find(": say \"hi\"?[2J, twice\n"), std::string::npos) << result.out;
+        EXPECT_NE(result.out.find(": second\n"), std::string::npos);
+    }
     const std::string csv = box.read_file("/tmp/out/log.csv");
-    EXPECT_EQ(
-        csv.find("\"time\",\"mac\",\"serial\",\"vendor_mac\",\"label\",\"counter\",\"session\",\"model\",\"text\"\n"),
-        0U);
+    EXPECT_TRUE(csv.starts_with("\"time\",\"mac\",\"serial\",\"vendor_mac\",\"label\",\"counter\",\"session\","
+                                "\"model\",\"text\"\n"));
     EXPECT_NE(csv.find(",\"c\",\"say \"\"hi\"\"?[2J, twice\"\n"), std::string::npos) << csv;
+    EXPECT_NE(csv.find("\"line 4\",\"1\","), std::string::npos) << csv; // the second one's number
 }
 
 TEST(Station, TakesMessagesApart)

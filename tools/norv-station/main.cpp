@@ -214,7 +214,7 @@ int run(Options *options)
     const size_t found = station_find(&station);
     if (found > 0)
         station_run(&station);
-    if (!report_write(station))
+    if (!report_write(station) || station.is_log_lost)
         return kWrongUse;
     if (found < std::max<size_t>(station.plan.units, 1)) {
         if (found == 0)
@@ -265,7 +265,7 @@ int main(int argc, char *argv[])
     }
     if (options.is_listening) {
         station_listen(&station, options.listen_seconds);
-        return kAllPassed;
+        return station.is_log_lost ? kWrongUse : kAllPassed;
     }
     const int status = run(&options);
     // What goes wrong with a box itself is told by the framework that boxes are made for.

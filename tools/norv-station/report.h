@@ -10,7 +10,7 @@ enum class Change { kStep, kDetail };
 void report_show(Station *station, const StationUnit *changed, Change change = Change::kStep);
 
 // Prints a log line and adds it to log.csv. False, told, when it cannot be stored.
-bool report_log(Station *station, const LogLineHeard &line);
+[[nodiscard]] bool report_log(Station *station, const LogLineHeard &line);
 
 // Writes units.csv and units.json. False, told.
 [[nodiscard]] bool report_write(const Station &station);

@@ -21,16 +21,16 @@ constexpr int kPoll_ms = 500;
 
 struct Event {
     ManEvent number;
-    int tries;         // those that a unit does once per start are asked once
-    int extra_seconds; // that it may take beyond an answer
+    int tries;             // 1 for what must not be done twice: the time to answer is the same
+    int extra_seconds = 0; // that it may take beyond an answer
 };
-constexpr Event kMacSet = {kManMacSet, 3, 0};
-constexpr Event kCustomSnSet = {kManCustomSnSet, 3, 0};
+constexpr Event kMacSet = {kManMacSet, 3};
+constexpr Event kCustomSnSet = {kManCustomSnSet, 3};
 constexpr Event kGroupAction = {kManGroupAction, 1, 60};
-constexpr Event kOperation = {kManGroupOperation, 3, 0};
-constexpr Event kFlagGet = {kManTestFlagGet, 1, 0};
+constexpr Event kOperation = {kManGroupOperation, 1};
+constexpr Event kFlagGet = {kManTestFlagGet, 3};
 constexpr Event kFinalCheck = {kManFinalCheck, 1, 60};
-constexpr Event kMemory = {kManMemTestProgress, 3, 0};
+constexpr Event kMemory = {kManMemTestProgress, 3};
 
 // Cuts a message into its datagrams and sends them.
 void message_send(const StationPort &port, const Mac &to, int event, uint16_t id, const std::string &message)
@@ -71,7 +71,7 @@ void log_take(Station *station, const Arrival &arrival, const UdpdFrame &frame)
     if (memcmp(frame.szName, kLogName, sizeof(kLogName)) != 0 || frame.usEvent != kLogEvent ||
         frame.usFlags != kUdpdLast || frame.nFragment != 0 || !log_line_parse(text, &line.records))
         return;
-    report_log(station, line);
+    station->is_log_lost |= !report_log(station, line);
     station->log.push_back(line);
 }
 
@@ -151,23 +151,23 @@ bool all_answered(const Station &station)
 // no reply afterwards.
 void exchange(Station *station, const Event &event, bool to_everybody = false)
 {
+    const int wait_ms = (station->plan.seconds * 3 / event.tries + event.extra_seconds) * 1000;
     station->request_id++;
     for (auto &[mac, unit] : station->units) {
-        if (unit.is_silent || !answer_expect(&unit))
+        unit.reply.reset();
+        if (unit.is_silent)
             unit.request.reset();
-        if (!unit.request)
-            unit.reply.reset();
     }
     for (int tries = 0; tries < event.tries && !all_answered(*station) && !gblStationStop; tries++) {
         std::vector<bool> is_told(station->ports.size());
         for (auto &[mac, unit] : station->units) {
-            if (is_answered(unit) || (to_everybody && is_told[unit.port]))
+            if (is_answered(unit) || !answer_expect(&unit) || (to_everybody && is_told[unit.port]))
                 continue;
             is_told[unit.port] = true;
-            message_send(station->ports[unit.port], to_everybody && tries == 0 ? kEverybody : mac, event.number,
-                         station->request_id, *unit.request);
+            message_send(station->ports[unit.port], to_everybody ? kEverybody : mac, event.number, station->request_id,
+                         *unit.request);
         }
-        const int64_t end = now_ms() + (station->plan.seconds + event.extra_seconds) * int64_t{1000};
+        const int64_t end = now_ms() + wait_ms;
         while (now_ms() < end && !all_answered(*station) && !gblStationStop)
             arrivals_take(station, end);
     }

@@ -80,7 +80,8 @@ struct Station {
     std::string out_folder{}; // for the reports; empty: none
     uint16_t request_id = 0;
     bool is_finding = false;
-    size_t lines_shown = 0; // of the units, on a terminal
+    bool is_log_lost = false; // a line could not be stored
+    size_t lines_shown = 0;   // of the units, on a terminal
 };
 
 // Set by a signal: every step ends, and what there is is reported.
