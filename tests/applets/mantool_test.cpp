@@ -165,7 +165,7 @@ TEST(Mantool, KilledToolHoldsUpNobody)
     box.leaves({"process mkdir"});
     box.call({.call = "semget", .real = true});
     Process first = box.start({"mantool", "-test_flag_set", "FTF_USB", "1"});
-    ASSERT_TRUE(box.wait_for("run /bin/mkdir *"));
+    ASSERT_TRUE(box.wait_for("run /bin/mkdir *", 60));
     Process second = box.start({"mantool", "-test_flag_set", "FTF_RTC", "2"});
     for (int tries = 0; tries < 1000 && box.record().count("semget 0x6d746433 *") < 2; tries++)
         usleep(10000);
@@ -474,7 +474,7 @@ TEST(Mantool, LogLineOnTheWire)
                              .source_port = 9999,
                              .destination_port = 1123,
                              .payload = datagram.bytes()};
-        EXPECT_EQ(testing::PrintToString(station.receive()), testing::PrintToString(frame.bytes()));
+        EXPECT_EQ(testing::PrintToString(station.receive(60)), testing::PrintToString(frame.bytes()));
         EXPECT_EQ(result.record.count(log + "Final string size = " + std::to_string(head.size() + record.size()) +
                                       ", string = \"16SN=*" + text + "\"*"),
                   1)
@@ -509,7 +509,7 @@ TEST(Mantool, LogLineWithoutItsValues)
         const Result result = box.tool({"-log", "x"});
         EXPECT_EQ(result.record.count("log err mantool_log.cpp:* *"), 1) << result.record.text();
         EXPECT_EQ(result.record.count("log err mantool_log.cpp:* " + (row.log.empty() ? "Final string*" : row.log)), 1);
-        const std::string frame = station.receive(row.log.empty() ? 10 : 0.05);
+        const std::string frame = station.receive(row.log.empty() ? 60 : 0.05);
         EXPECT_NE(frame.empty(), row.log.empty());
         const size_t part = frame.find(row.part);
         EXPECT_NE(part, frame.npos);

@@ -18,6 +18,7 @@ namespace
 {
 
 constexpr uint16_t kPort = 1122;
+constexpr double kLimit_s = 60; // for what comes sooner unless the machine is busy
 constexpr char kGreen[] = "board 0xc0904b01 control 0x5200 0x0 \"\"";
 constexpr char kOrange[] = "board 0xc0904b01 control 0x5201 0x0 \"\"";
 constexpr char kBlinking[] = "board 0xc0904b01 control 0x5202 0x0 \"\"";
@@ -77,7 +78,7 @@ struct Unit : Sandbox {
     {
         const Result result = run({"manutild"});
         EXPECT_EQ(result.exit_status, 0) << result.record.text();
-        ASSERT_TRUE(wait_for("select 3*"));
+        ASSERT_TRUE(wait_for("select 3*", kLimit_s));
     }
     void send(const UdpdDatagram &datagram) const { station->send_udp(kPort, datagram.bytes()); }
     void send(uint16_t event, const std::string &payload = "") const { send({.event = event, .payload = payload}); }
@@ -97,7 +98,7 @@ struct Unit : Sandbox {
                                  .source_port = 9999,
                                  .destination_port = kPort,
                                  .payload = part.bytes()};
-            EXPECT_EQ(testing::PrintToString(station->receive()), testing::PrintToString(frame.bytes()))
+            EXPECT_EQ(testing::PrintToString(station->receive(kLimit_s)), testing::PrintToString(frame.bytes()))
                 << record().text();
         }
     }
@@ -107,11 +108,11 @@ struct Unit : Sandbox {
         send(kUdpdEventStop);
         int status = -1;
         const std::string pid = read_file("/var/run/manutild.pid");
-        EXPECT_TRUE(wait_for_end(std::stoi(pid), 10, &status));
+        EXPECT_TRUE(wait_for_end(std::stoi(pid), kLimit_s, &status));
         EXPECT_EQ(station->receive(0.05), ""); // nothing was left to be heard
         for (const Running &process : processes()) {
             signal(process.pid, SIGKILL);
-            EXPECT_TRUE(wait_for_end(process.pid));
+            EXPECT_TRUE(wait_for_end(process.pid, kLimit_s));
         }
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
@@ -133,7 +134,7 @@ TEST(Manutild, EndsWithoutItsPortOrInterface)
     unit.launch();
     const std::string pid = unit.read_file("/var/run/manutild.pid");
     EXPECT_EQ(unit.run({"manutild"}).exit_status, 0); // the daemon behind it fails
-    EXPECT_TRUE(unit.wait_for("log err udpd_run: bind error"));
+    EXPECT_TRUE(unit.wait_for("log err udpd_run: bind error", kLimit_s));
     unit.file("/var/run/manutild.pid", pid);
     EXPECT_EQ(unit.stop(), 0);
 
@@ -141,7 +142,7 @@ TEST(Manutild, EndsWithoutItsPortOrInterface)
     bare.call({.call = "sleep"});
     bare.leaves({"process manutild", "/var/run/manutild.pid"});
     bare.run({"manutild"});
-    EXPECT_TRUE(bare.wait_for("log err udpd_run.cpp:* set socket option error: failed to bind to eth0"));
+    EXPECT_TRUE(bare.wait_for("log err udpd_run.cpp:* set socket option error: failed to bind to eth0", kLimit_s));
     for (int tries = 0; tries < 1000 && !bare.processes().empty(); tries++)
         usleep(10000);
     EXPECT_TRUE(bare.processes().empty());
@@ -287,7 +288,7 @@ TEST(Manutild, ExportsTheUnitsRecord)
     unit.expect_reply(kManTestFlagGet, kFailed);
     EXPECT_TRUE(unit.exists(busy));
     unit.send(kManTestFlagGet); // refused without a reply from then on
-    EXPECT_TRUE(unit.wait_for("log err * Other process is processing ManTestFlagGet, abort"));
+    EXPECT_TRUE(unit.wait_for("log err * Other process is processing ManTestFlagGet, abort", kLimit_s));
     EXPECT_EQ(unit.stop(), 0);
     EXPECT_EQ(unit.record().count("run /bin/mantool *"), 6);
 }
@@ -398,7 +399,7 @@ TEST(Manutild, FailedCheckBeepsAndIsNotRepeated)
     EXPECT_EQ(unit.record().count("run *"), 0);
     unit.send(kManFinalCheck, "norv_a_1,43");
     unit.expect_reply(kManFinalCheck, kFailed);
-    EXPECT_TRUE(unit.wait_for("sleep 2"));
+    EXPECT_TRUE(unit.wait_for("sleep 2", kLimit_s));
     unit.send(kManFinalCheck, "norv_a_1,42");
     unit.expect_reply(kManFinalCheck, kFailed);
     EXPECT_EQ(unit.processes().size(), 2U); // the daemon and its beeper

@@ -131,7 +131,7 @@ TEST(Station, LooksAtASegment)
     EXPECT_EQ(nobody.exit_status, 3);
     EXPECT_EQ(nobody.err, "norv-station: nobody answered\n");
     box.run({"manutild"});
-    ASSERT_TRUE(box.wait_for("select 3*"));
+    ASSERT_TRUE(box.wait_for("select 3*", 60));
     const Result one = box.station(look);
     EXPECT_EQ(one.exit_status, 0) << one.err;
     EXPECT_NE(one.out.find(" SEEN "), std::string::npos) << one.out;
