@@ -98,11 +98,24 @@ bool patch_receive(Install *install, const char *folder)
     return false;
 }
 
-// The disks are made ready before the form is read: there is no other place for the patch.
+// Formats while the form is still to be read. The programs that do so find nothing on standard input: one that asks
+// there would take the patch for its answer.
+int disks_prepare(Install *install)
+{
+    const UniqueFd form(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)), nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    if (form && nothing)
+        dup2(nothing.get(), STDIN_FILENO);
+    const int result = FormatPartition(install->mode == kDownloadMigrate ? 1 : 0, install->mount,
+                                       sizeof(install->mount), web_progress);
+    if (form)
+        dup2(form.get(), STDIN_FILENO);
+    return result;
+}
+
+// The disks are made ready first: there is no other place for the patch.
 int upload_take(Install *install)
 {
-    if (FormatPartition(install->mode == kDownloadMigrate ? 1 : 0, install->mount, sizeof(install->mount),
-                        web_progress) != 0) {
+    if (disks_prepare(install) != 0) {
         NORV_LOG(LOG_ERR, "FormatPartition fail");
         return -1;
     }
