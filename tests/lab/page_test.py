@@ -4,6 +4,9 @@ import json
 import sys
 import urllib.request
 
+from lab import feed, road
+from lab.bridge import Bridge, usable
+from lab.disks import Disk
 from lab.firmware import patch
 from lab.image import SOURCE
 from lab.machine import wait_for
@@ -11,7 +14,7 @@ from scenario import Scenario
 from web_test import answers
 
 sys.path.append(str(SOURCE / "tests/web"))
-from browser import browser, missing
+from browser import Browser, browser, missing
 
 STAGE_SECONDS = 300
 
@@ -63,6 +66,53 @@ class Page(Scenario):
             self.assertIn("neuer als dieses Installationsprogramm", page.text("#start-title"))
             self.assertIn("7.2-sample", page.text("#start-lead"))
             self.assertEqual(page.js("return state.machine.disks.map((disk) => disk.erased)"), [False, False])
+
+    def test_wrong_model_then_download_to_the_new_address(self) -> None:
+        if not usable():
+            self.skipTest("this machine has no tap devices for us")
+        right = patch(self.folder)
+        wrong = patch(self.folder, "unique=norv_x86_other", name="other.pat")
+        with Bridge(2) as bridge, feed.served(bridge, right), browser() as page:
+            one = road.create(self.folder / "one", bridge, [Disk.parse("16G")] * 2, model={"rss_server_ssl": feed.URL})
+            self.addCleanup(one.machine.cut)
+            road.switch_on(one)
+            road.set_network(one)
+            page.open(f"http://127.0.0.1:{bridge.forward(one.address, 80)}/")
+            page.view("start")
+            page.choose_file("file", str(wrong))
+            page.click("#source .primary")
+            self.order(page, one)
+            page.until("state.view === 'done' || state.view === 'fault'", seconds=STAGE_SECONDS)
+            self.assertEqual(page.text("#fault-title"), "The file is for another model", one.machine.log()[-3000:])
+            self.assertIn("NS0400", page.text("#fault-advice"))
+            page.click("#again")
+            page.view("start")
+            page.click("input[name=road][value=download]")
+            page.until("document.getElementById('version').textContent === 'NOS 7.2-64570 is available.'")
+            page.click("#source .primary")
+            self.order(page, one)
+            page.until("state.seen.includes('download_rss')", seconds=STAGE_SECONDS)
+            page.until("state.view === 'done' || state.view === 'fault'", seconds=STAGE_SECONDS)
+            self.assertEqual(page.text("#done-title"), "attic is installed", one.machine.log()[-3000:])
+            self.assertEqual(page.text("#done-addresses a"), f"http://{one.address}/")
+            before = len(one.machine.console())
+            page.click("#restart")
+            self.assertIn("attic", road.wait_banner(one, before))
+            self.assertEqual(page.complaints(), [])
+
+    @staticmethod
+    def order(page: Browser, one: road.Appliance) -> None:
+        """From the second section to the work."""
+        page.view("settings")
+        for name, value in {**road.configuration(one), "hostname": "attic"}.items():
+            if name == "netconfig":
+                page.click(f"input[name=netconfig][value={value}]")
+            else:
+                page.fill(name, value)
+        page.click("#values .primary")
+        page.view("consent")
+        page.click("#agreed")
+        page.click("#begin")
 
     def test_programs_beside_the_page(self) -> None:
         machine = self.boot("1G")
