@@ -207,7 +207,13 @@ TEST_F(WebInstall, WhatThePageSees)
         const char *query, *body; // without a body: the patch
         std::vector<std::string> stages, record;
     } kRows[] = {
-        {"upload=true&status=not_install", "", kUploaded, {"run /usr/norv/sbin/installer.sh -r*"}},
+        {"x=y&upload=true&status=not_install&utctime=1600000000",
+         "",
+         kUploaded,
+         {"log err install_cgi.cpp:* Unknown param x=y", "board 0xc0074b06 rtc_write *",
+          "run /usr/norv/sbin/installer.sh -r*", "run /bin/mount /dev/md0 /tmpData",
+          "run /bin/mv /tmpData/@autoupdate/upload.pat /tmpData/upd@te.pat", "log err *Pass checksum of *",
+          "log err *Executing [/tmpData/upd@te/updater -v /tmpData > /dev/null 2>&1] error[0]"}},
         {"upload=true&status=sys_crash", "", kUploaded, {"run /usr/norv/sbin/installer.sh -r*"}},
         {"upload=true&status=sys_migrat", "", kUploaded, {"run /bin/mount /dev/md0 /tmpData"}},
         {"status=sys_crash",
@@ -263,6 +269,13 @@ TEST_F(WebInstall, WhatThePageSees)
         ASSERT_EQ(formats.size(), std::string(row.query).ends_with("sys_migrat") ? 0U : 1U);
         EXPECT_EQ(formats.empty() ? "" : formats[0].input, "");
         EXPECT_EQ(box.record().count("run /usr/sbin/inetd*"), 0);
+        EXPECT_EQ(box.read_file("/tmpData/.ns_configure.sh"),
+                  "#!/bin/sh\n/usr/norv/sbin/norvnet --set_hostname nas\n" +
+                      std::string(is_upload ? "/usr/norv/sbin/norvuser --filesetpw\n/bin/rm -f /.ns_pwd\n" : "") +
+                      "/usr/norv/sbin/norvnet --dhcp eth0\n\n");
+        if (is_upload) {
+            EXPECT_EQ(box.list("/tmpData/@autoupdate"), std::vector<std::string>{"VERSION"});
+        }
         expect_unlocked(server);
     }
 }
@@ -386,13 +399,14 @@ TEST_F(WebInstall, FailsInTheChild)
     const auto patch = [](const char *updater, const char *version = "unique=norv_avoton_1817") {
         return Request{.updater = updater, .version = version};
     };
-    const auto form = [](const char *query, const std::string &body = "hostname=nas") {
+    const auto form = [](const std::string &query, const std::string &body = "hostname=nas") {
         return Request{.query = query, .body = body};
     };
     const Change boot_damaged = [&](Sandbox &box) {
         box.program("/usr/bin/xz", {{.exit_status = 1}});
         firmware.boot_partition(box);
     };
+    const std::string cut = "log err *Unknown param " + std::string(255, 'x') + "=";
     std::string damaged = good;
     damaged[damaged.size() / 2] ^= 1;
     const Fault kFaults[] = {
@@ -410,6 +424,8 @@ TEST_F(WebInstall, FailsInTheChild)
          directory("/tmpData/.WEBINST_OK"), patch("exit 0")},
         {"download", kProgressAlone, kDownloadError, "log err *Upgrade by download patch fail.", nothing(),
          form("status=sys_crash")},
+        {"long query", kProgressAlone, kDownloadError, cut.c_str(), nothing(),
+         form(std::string(256, 'x') + "&upload=true")},
         {"encoded query", kProgressAlone, kDownloadError, "log err *Unknown param %25zz=%25", nothing(),
          form("%25zz=%25&upload=%2574rue&=&&status")},
         {"built-in", kProgressAlone, kBootPatch, "log err *Upgrade by the buildin patch fail.", nothing(),
