@@ -28,9 +28,11 @@ static bool process_is_listed(const char *pid)
     if (list == nullptr)
         return false;
     char line[1024], word[32];
-    bool is_listed = false;
-    while (fgets(line, sizeof(line), list) != nullptr)
-        is_listed = is_listed || (sscanf(line, "%31s", word) == 1 && strcmp(word, pid) == 0);
+    bool is_listed = false, is_begin = true; // of a line: a long one comes in pieces
+    while (fgets(line, sizeof(line), list) != nullptr) {
+        is_listed = is_listed || (is_begin && sscanf(line, "%31s", word) == 1 && strcmp(word, pid) == 0);
+        is_begin = strchr(line, '\n') != nullptr;
+    }
     NLIBCPclose(list);
     return is_listed;
 }

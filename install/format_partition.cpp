@@ -104,7 +104,9 @@ int FormatPartition(int migrate, char *mount_out, size_t size, InstallProgress p
     const int status = gSysStatus == SYSTEM_NORMAL && migrate == 0 ? int{SYSTEM_CRASHED} : gSysStatus;
     NORV_LOG(LOG_ERR, "system status = %d", status);
     progress(kStageFormat, 0, 0);
-    if (migrate != 1 && ErrFHOSTDoFdiskFormat(gblCreateDataVol, status) != 0) {
+    if (migrate == 1) {
+        volume_unmount(gszUpgradeVolMnt); // an install that was killed left it mounted
+    } else if (ErrFHOSTDoFdiskFormat(gblCreateDataVol, status) != 0) {
         progress(kStageFormat, kCodeFormat, 0);
         return -1;
     }

@@ -415,6 +415,16 @@ TEST(UpdateAuto, Faults)
              box.program("/bin/ps", {{.output = "  PID USER\n    1 root init\n   12 root ps\n"}});
          },
          {"run /bin/sh -c ps", "*Is Downloading, no need to Download"}},
+        {"its number stands in another's line",
+         kNoPatch,
+         "0 0 " + kAt + kOwn,
+         [](Sandbox &box) {
+             box.remove("/feed/a.pat");
+             box.file(kStatus, "0 0 /a https://h/a");
+             box.file(kPid, "1");
+             box.program("/bin/ps", {{.output = "   12 " + std::string(1017, 'x') + "1 x\n"}});
+         },
+         {"run /bin/sh -c ps", "*CURLcode returns 37"}},
         {"leftovers",
          kBadPatch,
          "100 5 " + kAt + kOwn,
@@ -587,13 +597,23 @@ TEST_F(OverTls, FromABrowser)
     constexpr size_t kFirst = 128 << 10; // what the server has at hand before it waits; it reads 16 KiB at once
     const std::string whole = answer(patch, patch.size());
     box.file("/feed/rss", answer(feed(kLink), feed(kLink).size()));
+    box.file("/feed/nothing", "");
     box.file("/feed/first", whole.substr(0, kFirst));
     box.file("/feed/rest", whole.substr(kFirst));
     box.directory("/feed/autoupdate");
     box.directory("/feed/pat");
     ASSERT_EQ(box.run({"/usr/bin/mkfifo", kFeedAt, kPatchAt}, {.leaves = {"/feed/*"}}).exit_status, 0);
 
-    const RunOptions kWaits = {.input_open = true, .seconds = 120, .leaves = {"*"}};
+    // Writes one file to the server as soon as it reads, and the other when told.
+    const auto writer = [&](const std::string &path, const std::string &first, const std::string &rest) {
+        return box.start({"/bin/sh", "-c",
+                          "exec 3> '" + path + "'; echo open; cat " + first + " >&3; read line; cat " + rest + " >&3"},
+                         {.input_open = true, .seconds = 120, .leaves = {"*"}});
+    };
+    const auto opened = [](const Process &process) {
+        for (int i = 0; i < 6000 && process.out().empty(); i++)
+            usleep(10000);
+    };
     const auto shows = [&](const char *path, const std::string &text) { // sooner or later
         for (int i = 0; i < 6000; i++, usleep(10000))
             if (box.exists(path) && box.read_file(path) == text)
@@ -605,13 +625,15 @@ TEST_F(OverTls, FromABrowser)
             usleep(10000);
         return box.processes().empty();
     };
-    enum End { kKilled, kStalls, kGood };
-    for (const End end : {kKilled, kStalls, kGood}) {
+    const auto children_kill = [&] {
+        for (const auto &[pid, name] : box.processes())
+            box.signal(pid, SIGKILL);
+    };
+    enum End { kKilledEarly, kKilled, kStalls, kGood };
+    for (const End end : {kKilledEarly, kKilled, kStalls, kGood}) {
         SCOPED_TRACE(end);
         seen.clear();
-        Process feed_writer = box.start({"/bin/sh", "-c", "read line; cat /feed/rss > '" + kFeedAt + "'"}, kWaits);
-        Process patch_writer = box.start(
-            {"/bin/sh", "-c", "exec 3> " + kPatchAt + "; cat /feed/first >&3; read line; cat /feed/rest >&3"}, kWaits);
+        Process feed_writer = writer(kFeedAt, "/feed/nothing", "/feed/rss");
         const Result result = box.run(
             {"install.cgi"}, {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=status=not_install", "CONTENT_LENGTH=12"},
                               .input = "hostname=nas",
@@ -619,7 +641,16 @@ TEST_F(OverTls, FromABrowser)
         EXPECT_EQ(result.out, kHeader + "{\"success\": true, \"data\": {}, \"redirectIP\":\"\"}");
         EXPECT_TRUE(shows(kProgress, stage_body("download_rss")));
         EXPECT_EQ(seen, std::vector<std::string>{stage_body("format_sys")});
+        opened(feed_writer);
+        if (end == kKilledEarly)
+            children_kill();
         feed_writer.send("\n");
+        feed_writer.wait();
+        if (end == kKilledEarly) {
+            EXPECT_TRUE(child_gone());
+            continue;
+        }
+        Process patch_writer = writer(kPatchAt, "/feed/first", "/feed/rest");
         const size_t got = kFirst - (whole.size() - patch.size());
         const std::string percent = std::to_string(got * 100 / patch.size());
         EXPECT_TRUE(shows(kProgress, "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n{\"success\": true, \"data\": "
@@ -628,7 +659,7 @@ TEST_F(OverTls, FromABrowser)
         EXPECT_TRUE(shows(kStatus, percent + " " + std::to_string(got) + " " + kFile + " " + kLink));
         EXPECT_TRUE(box.exists(kPid));
         if (end == kKilled)
-            box.signal(std::stoi(box.read_file(kPid)), SIGKILL);
+            children_kill();
         else if (end == kStalls)
             box.compress_sleeps(100);
         else
@@ -643,7 +674,6 @@ TEST_F(OverTls, FromABrowser)
         }
         if (end != kGood)
             patch_writer.send("\n");
-        feed_writer.wait();
         patch_writer.wait();
     }
     EXPECT_EQ(seen, (std::vector<std::string>{stage_body("format_sys"), stage_body("install")}));
