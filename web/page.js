@@ -174,7 +174,8 @@ async function look(afresh = false) {
       const news = await news_get();
       if (turn !== state.turn)
         return;
-      if (news.is_busy)
+      const is_ending = news.is_busy && (news.kind === "done" || news.kind === "fault"); // it clears up, and lets go
+      if (news.is_busy && !is_ending)
         return follow();
       if (!afresh && news.kind === "done")
         return finish("installed", news.host);
@@ -182,7 +183,7 @@ async function look(afresh = false) {
         return fail(news.error);
       if (!afresh && news.kind === "gone" && ++abandoned === 2) // once may be between two of its steps
         return fail({key: "page_gone"});
-      if (afresh || news.kind === "none") {
+      if (!is_ending && (afresh || news.kind === "none")) {
         await machine_get();
         if (turn !== state.turn)
           return;

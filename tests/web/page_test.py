@@ -370,6 +370,16 @@ class Page(unittest.TestCase):
         self.server.at_work("download", progress="3")
         self.shows(".meter span", "3%")
 
+    def test_an_install_that_has_failed_and_still_clears_up(self) -> None:
+        self.open("fault", lock_check=LOCKED, progress=error("error", "error_model", 12))
+        self.page.click("#again")
+        self.page.view("wait")
+        self.page.js("const old = ask; window.asked = 0; ask = (...one) => { window.asked++; return old(...one); }")
+        self.page.until("window.asked > 4")
+        self.page.view("wait")
+        self.server.answers["lock_check"] = FREE
+        self.page.view("start")
+
     def test_connection_lost_after_the_order_was_taken(self) -> None:
         self.open("start")
         self.choose("upload")
