@@ -73,13 +73,3 @@ void file_root_put(const char *path, std::string_view text)
     }
     close(fd);
 }
-
-// In front of the C library's: a target shall not wait.
-extern "C" unsigned sleep(unsigned /*seconds*/)
-{
-    return 0;
-}
-extern "C" int usleep(useconds_t /*microseconds*/)
-{
-    return 0;
-}

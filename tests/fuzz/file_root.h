@@ -4,9 +4,9 @@
 
 #include <string_view>
 
-// Enters it, once, from LLVMFuzzerInitialize. Nothing is logged from then on, and sleep does not wait. Paths below the
-// folder that the process was started in still work when they are relative. Ends the process with kFileRootNone where
-// the kernel gives no namespaces.
+// Enters it, once, before the process has a second thread: a fuzz target does so in LLVMFuzzerInitialize. Nothing is
+// logged from then on. Paths below the folder that the process was started in still work when they are relative. Ends
+// the process with kFileRootNone where the kernel gives no namespaces.
 void file_root_enter();
 inline constexpr int kFileRootNone = 125;
 
