@@ -1,5 +1,6 @@
 // The list against std::vector<std::string>, the hash against std::unordered_map<std::string, std::string>. Both are
 // given what the callers hold, C strings. Compare List with Vector and Hash with Map, the best of several repetitions.
+// "heap_calls" is how often a pass asks the heap for memory.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -8,6 +9,28 @@
 #include <vector>
 
 #include "autocleanup/unique.h"
+
+static long gblHeapCalls = 0;
+
+// In front of the C library's.
+extern "C" void *__libc_malloc(size_t bytes);               // NOLINT(bugprone-reserved-identifier)
+extern "C" void *__libc_calloc(size_t count, size_t bytes); // NOLINT(bugprone-reserved-identifier)
+extern "C" void *__libc_realloc(void *block, size_t bytes); // NOLINT(bugprone-reserved-identifier)
+extern "C" void *malloc(size_t bytes) noexcept
+{
+    gblHeapCalls++;
+    return __libc_malloc(bytes);
+}
+extern "C" void *calloc(size_t count, size_t bytes) noexcept
+{
+    gblHeapCalls++;
+    return __libc_calloc(count, bytes);
+}
+extern "C" void *realloc(void *block, size_t bytes) noexcept
+{
+    gblHeapCalls++;
+    return __libc_realloc(block, bytes);
+}
 
 namespace
 {
@@ -41,12 +64,16 @@ class Texts
 template <const char *kForm> void BM_PushList(benchmark::State &state)
 {
     const Texts items(kForm, 0, state.range(0));
+    long calls = 0;
     for (auto _ : state) {
+        const long before = gblHeapCalls;
         UniqueList list(NLIBCSzListAlloc(1024));
         for (const char *item : items)
             NLIBCSzListPush(list.address(), item);
         benchmark::DoNotOptimize(list.get());
+        calls = gblHeapCalls - before;
     }
+    state.counters["heap_calls"] = static_cast<double>(calls);
 }
 
 template <const char *kForm> void BM_PushVector(benchmark::State &state)

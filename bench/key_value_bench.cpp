@@ -63,6 +63,17 @@ BENCHMARK_CAPTURE(get, middle, "support_feature_100");
 BENCHMARK_CAPTURE(get, last, "support_feature_199");
 BENCHMARK_CAPTURE(get, missing, "support_nothing");
 
+// What every role does before it knows which one it is.
+void get_three(benchmark::State &state)
+{
+    const BenchFile file;
+    char value[64];
+    while (state.KeepRunning())
+        for (const char *key : {"support_feature_0", "support_feature_100", "support_feature_199"})
+            benchmark::DoNotOptimize(NLIBCFileGetKeyValue(file.path.c_str(), key, value, sizeof(value), 0));
+}
+BENCHMARK(get_three);
+
 void write_fsync_rename(benchmark::State &state)
 {
     const BenchFile file;

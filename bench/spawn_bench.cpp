@@ -2,6 +2,7 @@
 // 64 MiB of touched memory, or may open as many descriptors as this machine lets it: none of it should show.
 #include <algorithm>
 #include <benchmark/benchmark.h>
+#include <chrono>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -63,9 +64,15 @@ static void spawn_bench(benchmark::State &state, int (*start)(), size_t touched_
     getrlimit(RLIMIT_NOFILE, &before);
     const rlimit limit = {std::min(descriptors, before.rlim_max), before.rlim_max};
     setrlimit(RLIMIT_NOFILE, &limit);
-    for ([[maybe_unused]] auto _ : state)
+    double best_ns = 1e18;
+    for ([[maybe_unused]] auto _ : state) {
+        const auto begun = std::chrono::steady_clock::now();
         if (start() != 0)
             state.SkipWithError("the program failed");
+        const std::chrono::duration<double, std::nano> taken = std::chrono::steady_clock::now() - begun;
+        best_ns = std::min(best_ns, taken.count());
+    }
+    state.counters["best_ns"] = best_ns; // on a busy machine no average is of the program alone
     state.counters["descriptors"] = static_cast<double>(limit.rlim_cur);
     setrlimit(RLIMIT_NOFILE, &before);
 }

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "bench/figure.h"
 #include "bench/private_root.h"
 #include "build_paths.h"
 
@@ -94,13 +95,13 @@ int main()
     for (int round = 0; round < kRounds; round++)
         for (Program &program : programs)
             time_round(program, null_fd);
-    printf("%-14s %9s %9s %13s %13s\n", "program", "best us", "ratio", "instructions", "resident KiB");
     for (Program &program : programs) {
         count_instructions(program);
         measure_resident(program, null_fd);
-        printf("%-14s %9.1f %9.2f %13ld %13ld\n", program.path + 1, program.best_us,
-               program.best_us / programs[0].best_us, program.instructions, program.resident_kib);
+        const std::string name = program.path + 1;
+        figure_print((name + ", start to end").c_str(), program.best_us, "us");
+        figure_print((name + ", instructions").c_str(), static_cast<double>(program.instructions), "instructions");
+        figure_print((name + ", resident").c_str(), static_cast<double>(program.resident_kib), "KiB");
     }
-    puts("goals of a role: ratio 1.15, 260000 instructions, 1741 KiB");
     return 0;
 }

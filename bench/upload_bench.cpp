@@ -120,8 +120,8 @@ void upload(benchmark::State &state, Kind kind)
 }
 
 #define BOTH(name, kind)                                                                                               \
-    BENCHMARK_CAPTURE(copy_loop, name, kind)->UseRealTime()->Unit(benchmark::kMillisecond);                            \
-    BENCHMARK_CAPTURE(upload, name, kind)->UseRealTime()->Unit(benchmark::kMillisecond);
+    BENCHMARK_CAPTURE(copy_loop, name, kind)->Unit(benchmark::kMillisecond);                                           \
+    BENCHMARK_CAPTURE(upload, name, kind)->Unit(benchmark::kMillisecond);
 BOTH(random, kRandom)
 BOTH(text, kText)
 BOTH(zeros, kZeros)
