@@ -2,17 +2,12 @@
 // -1 when something failed or was wrong, which they say there too.
 #pragma once
 
-#include <cstdint>
-
 #include "external/board_device.h"
 
 // Prints the tool's usage text.
 void mantool_usage_print();
 // The same for wrong arguments. Returns -1.
 int mantool_usage_error();
-
-// Reads a number: hexadecimal behind "0x" or "0X", else decimal. False when something else is left, or it does not fit.
-[[nodiscard]] bool ParseNumber(const char *text, uint32_t *value);
 
 // Sets the system's clock and the board's to a local date and time, "yyyy/mm/dd" and "hh:mm:ss", and prints what the
 // board then tells.

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iterator>
@@ -11,19 +10,7 @@
 #include "external/hardware_model.h"
 #include "external/rtc_time.h"
 #include "lib/report.h"
-
-bool ParseNumber(const char *text, uint32_t *value)
-{
-    const bool is_hexadecimal = text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const char *digits = is_hexadecimal ? text + 2 : text;
-    if (strspn(digits, is_hexadecimal ? "0123456789abcdefABCDEF" : "0123456789") == 0)
-        return false; // no sign, no blank
-    char *end = nullptr;
-    errno = 0;
-    const unsigned long number = strtoul(digits, &end, is_hexadecimal ? 16 : 10);
-    *value = static_cast<uint32_t>(number);
-    return errno == 0 && *end == '\0' && number <= UINT32_MAX;
-}
+#include "lib/string.h"
 
 int mantool_usage_error()
 {
@@ -124,11 +111,22 @@ int man_memory_read(int argc, char *argv[])
     return place_read_command(kMemoryWord, argc, argv);
 }
 
+// Reads the byte to send: the text's first one, or its number when it begins with "0x".
+static bool uart_byte_parse(const char *text, char *byte)
+{
+    uint32_t number = static_cast<unsigned char>(text[0]);
+    const bool is_number = text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    if (is_number && (!ParseNumber(text, &number) || number > UINT8_MAX))
+        return false;
+    *byte = static_cast<char>(number);
+    return text[0] != '\0';
+}
+
 int man_uart_write(int argc, char *argv[])
 {
-    if (argc != 4 || strcmp(argv[2], "w") != 0 || argv[3][0] == '\0')
+    char text[2] = "";
+    if (argc != 4 || strcmp(argv[2], "w") != 0 || !uart_byte_parse(argv[3], &text[0]))
         return mantool_usage_error();
-    char text[2] = {argv[3][0], '\0'};
     if (man_board_ask(NORVIO_MICROP_WRITE, "NORVIO_MICROP_WRITE", text) != 0)
         return -1;
     printf("0x%2x\n", static_cast<unsigned char>(text[0]));
@@ -173,12 +171,14 @@ int man_cpu_temperature(int argc, char *argv[])
         int32_t celsius[3];
     } cores = {};
     uint32_t core = 1;
-    if (argc > 3 || (argc == 3 && !ParseNumber(argv[2], &core)) || core < 1)
+    if (argc > 3)
         return mantool_usage_error();
     if (!hardware_can(kHardwareCpuTemperature)) {
         puts("This model not support cpu temperature");
         return -1;
     }
+    if ((argc == 3 && !ParseNumber(argv[2], &core)) || core < 1)
+        return mantool_usage_error();
     if (man_board_ask(NORVIO_GET_CPU_TEMPERATURE, "NORVIO_GET_CPU_TEMPERATURE", &cores) != 0)
         return -1;
     const int32_t told = std::clamp(cores.count, 0, static_cast<int32_t>(std::size(cores.celsius)));
@@ -193,7 +193,7 @@ int man_cpu_temperature(int argc, char *argv[])
 int man_disk_fault_led(int argc, char *argv[])
 {
     uint32_t disk = 0;
-    if ((argc != 4 && argc != 5) || !ParseNumber(argv[2], &disk))
+    if ((argc != 4 && argc != 5) || !ParseNumber(argv[2], &disk) || disk < 1 || disk > INT32_MAX)
         return mantool_usage_error();
     const bool is_on = strncmp(argv[3], "on", 2) == 0;
     if (!is_on && strncmp(argv[3], "off", 3) != 0)

@@ -101,13 +101,15 @@ int man_fan_status_get(int argc, char * /*argv*/[])
 
 int man_fan_pwm_set(int argc, char *argv[])
 {
-    const char *text = argc == 3 ? argv[2] : "";
-    if (strlen(text) != 3 || (text[0] != 'V' && text[0] != 'W') || isdigit(static_cast<unsigned char>(text[1])) == 0 ||
-        isdigit(static_cast<unsigned char>(text[2])) == 0)
+    if (argc != 3)
         return mantool_usage_error();
     if (!hardware_can(kHardwareFanPwm)) {
         puts("This model not support the PWM control.");
         return -1;
     }
+    const char *text = argv[2];
+    if (strlen(text) != 3 || (text[0] != 'V' && text[0] != 'W') || isdigit(static_cast<unsigned char>(text[1])) == 0 ||
+        isdigit(static_cast<unsigned char>(text[2])) == 0)
+        return mantool_usage_error();
     return microp_write(text);
 }

@@ -4,6 +4,7 @@
 #include "applets/mantool.h"
 #include "external/power_schedule.h"
 #include "lib/file.h"
+#include "lib/string.h"
 #include "net/net_wol.h"
 
 // Reads an entry 0xWWHHMM: weekdays, hour, minute. False, told, when it is none.

@@ -1,8 +1,6 @@
 #include <cstdio>
-#include <cstring>
 
 #include "applets/mantool.h"
-#include "lib/report.h"
 #include "manutil/test_flags.h"
 
 int man_test_flag_init(int argc, char * /*argv*/[])
@@ -43,90 +41,76 @@ int man_test_flag_set(int argc, char *argv[])
         argv);
 }
 
-// Reads the flags for a question.
-static int flags_read(VenderTestFlags *flags)
-{
-    if (NORVManutilVenderSemaphoreEnter() != 0) {
-        NORV_LOG(LOG_ERR, "failed to call NORVManutilVenderSemaphoreEnter()");
-        return -1;
-    }
-    VenderRecord record;
-    const int result = ManutilGetAll(&record);
-    if (NORVManutilVenderSemaphoreRelease() != 0)
-        NORV_LOG(LOG_ERR, "failed to call NORVManutilVenderSemaphoreRelease()");
-    if (result == 0)
-        *flags = record.flags;
-    return result;
-}
-
 int man_test_flag_get(int argc, char *argv[])
 {
-    VenderTestFlags flags;
+    VenderRecord record;
     if (argc != 3)
         return mantool_usage_error();
-    if (flags_read(&flags) != 0)
+    if (vender_get(&record) != 0)
         return -1;
-    if (const uint32_t *counter = test_counter_find(&flags, argv[2]); counter != nullptr) {
+    if (const uint32_t *counter = test_counter_find(&record.flags, argv[2]); counter != nullptr) {
         printf("%u\n", *counter);
         return 0;
     }
     const TestFlagPlace place = test_flag_find(argv[2]);
     if (place.group == nullptr)
         return -1;
-    puts(test_result_words(test_group_flags(&flags, *place.group)[place.index]));
+    puts(test_result_words(test_group_flags(&record.flags, *place.group)[place.index]));
     return 0;
 }
 
-// The flags of a group, the first left out but for the group that has no counter of its own.
-static void flags_print(VenderTestFlags *flags, TestGroupIndex index, size_t first, size_t end, const char *indent)
+static void flags_print(VenderTestFlags *flags, const TestGroup &group, size_t first, size_t end)
 {
-    const TestGroup &group = kTestGroupTable[index];
-    for (size_t i = first; i < end && i < group.names.size(); i++)
-        printf("\n%s%-24s: %s", indent, group.names[i], test_result_words(test_group_flags(flags, group)[i]));
+    for (size_t i = first; i < end; i++)
+        printf("\n\t\t%-24s: %s", group.names[i], test_result_words(test_group_flags(flags, group)[i]));
 }
 
-static bool group_is_tested(VenderTestFlags *flags, TestGroupIndex index)
+static void all_flags_print(VenderTestFlags *flags, TestGroupIndex index)
 {
-    return test_group_flags(flags, kTestGroupTable[index])[0] == kVenderPassed;
+    flags_print(flags, kTestGroupTable[index], 0, kTestGroupTable[index].names.size());
 }
 
 static bool group_title_print(VenderTestFlags *flags, TestGroupIndex index, const char *before)
 {
-    const bool is_tested = group_is_tested(flags, index);
+    const bool is_tested = test_group_flags(flags, kTestGroupTable[index])[0] == kVenderPassed;
     printf("%s%s: %s", before, kTestGroupTable[index].title, is_tested ? "True" : "False");
     return is_tested;
 }
 
 int man_test_flag_list(int argc, char * /*argv*/[])
 {
-    constexpr size_t kAll = SIZE_MAX, kAfterMemory = 2;
-    constexpr char kDeep[] = "\t\t";
-    VenderTestFlags flags;
+    VenderRecord record;
     if (argc != 2)
         return mantool_usage_error();
-    if (flags_read(&flags) != 0)
+    if (vender_get(&record) != 0)
         return -1;
-    if (group_title_print(&flags, kGroupProComm, ""))
-        flags_print(&flags, kGroupProComm, 0, kAll, kDeep);
-    if (group_title_print(&flags, kGroupPreBurnin, "\n\n")) {
-        printf("\n\tMemory Test Counter: %u", flags.pt_mem_cnt);
-        flags_print(&flags, kGroupPreBurnin, 1, kAfterMemory, kDeep);
-        printf("\n\tDMA Test Counter: %u", flags.pt_dma_cnt);
-        flags_print(&flags, kGroupPreBurnin, kAfterMemory, kAll, kDeep);
+    VenderTestFlags *flags = &record.flags;
+    if (group_title_print(flags, kGroupProComm, ""))
+        all_flags_print(flags, kGroupProComm);
+    if (group_title_print(flags, kGroupPreBurnin, "\n\n")) {
+        const TestGroup &group = kTestGroupTable[kGroupPreBurnin];
+        constexpr size_t kMemory = 1; // stands beside its counter
+        printf("\n\tMemory Test Counter: %u", flags->pt_mem_cnt);
+        flags_print(flags, group, kMemory, kMemory + 1);
+        printf("\n\tDMA Test Counter: %u", flags->pt_dma_cnt);
+        flags_print(flags, group, 0, kMemory);
+        flags_print(flags, group, kMemory + 1, group.names.size());
     }
-    if (group_title_print(&flags, kGroupFinalFunctional, "\n\n"))
-        flags_print(&flags, kGroupFinalFunctional, 1, kAll, kDeep);
-    if (group_title_print(&flags, kGroupFinalBurnin, "\n\n")) {
-        printf("\n\tBurnin Test Counter: %u", flags.ft_burnin_cnt);
-        flags_print(&flags, kGroupFinalBurnin, 1, kAll, kDeep);
-    }
+    // The final tests' flags are told also before anything was tested.
+    group_title_print(flags, kGroupFinalFunctional, "\n\n");
+    all_flags_print(flags, kGroupFinalFunctional);
+    group_title_print(flags, kGroupFinalBurnin, "\n\n");
+    printf("\n\tBurnin Test Counter: %u", flags->ft_burnin_cnt);
+    all_flags_print(flags, kGroupFinalBurnin);
     putchar('\n');
     return 0;
 }
 
 // A text of its own, which lags behind the table.
-int man_test_flag_help(int /*argc*/, char * /*argv*/[])
+int man_test_flag_help(int argc, char * /*argv*/[])
 {
+    if (argc != 2)
+        return mantool_usage_error();
     fputs("[ProComm Test]\n"
           "\tPTF_BEGIN\n\tPTF_COMPLETE\n"
           "[Pre Burn-in Test]\n"
@@ -137,7 +121,7 @@ int man_test_flag_help(int /*argc*/, char * /*argv*/[])
           "\tFTF_MAC_ADDRESS\n\tFTF_REDUNDANT_POWER\n"
           "[Final Burn-in Test]\n"
           "\tft_burnin_cnt\n\tFTB_TESTED\n\tFTB_FILE_COPY\n\tFTB_FILE_CHECKSUM\n\tFTB_SATA_ERROR\n\tFTB_NETWORK_CRC\n"
-          "\tFTB_ATA_DRDY\n",
+          "\tFTB_ATA_DRDY\n\tFTB_CHECK_ITEM\n",
           stdout);
     return 0;
 }

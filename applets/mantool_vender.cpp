@@ -4,6 +4,7 @@
 
 #include "applets/mantool.h"
 #include "lib/report.h"
+#include "lib/string.h"
 #include "manutil/vender.h"
 
 // Reads the number of an address, when the command gives one.

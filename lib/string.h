@@ -1,7 +1,8 @@
-// Splitting, trimming, bounded formatting.
+// Splitting, trimming, bounded formatting, numbers.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 #include "lib/list.h"
 
@@ -35,3 +36,6 @@ int NLIBCStrCat(char **buf, int *cbAlloc, const char *s);
 //   dst   room for `size` bytes with the NUL, written only on 1; NULL for in place, where `size` is the room of `s`
 // Returns 1 replaced, 0 not found, -1 on a bad argument (0x0d00) or too little room (0x0100).
 int NLIBCStrReplace(char *s, const char *from, const char *to, char *dst, int size);
+
+// Reads a number: hexadecimal behind "0x" or "0X", else decimal. False when anything else is in it, or it does not fit.
+[[nodiscard]] bool ParseNumber(const char *text, uint32_t *value);

@@ -1,7 +1,8 @@
 #include "manutil/test_flags.h"
 
-#include <cstdlib>
 #include <cstring>
+
+#include "lib/string.h"
 
 static constexpr const char *kProCommNames[] = {"PTF_BEGIN", "PTF_COMPLETE"};
 static constexpr const char *kPreBurninNames[] = {"PTB_TESTED",      "PTB_MEMORY_TEST", "PTB_FILE_CHECKSUM",
@@ -92,7 +93,16 @@ static void func_error_set(VenderTestFlags *flags, const char *digits)
             flags->final_functional[i] = static_cast<uint8_t>(digits[i] - '0');
 }
 
-static void flag_set(VenderTestFlags *flags, const TestFlagPlace &place, unsigned long value)
+// Reads a counter. -1 is how a record says that it was never set.
+static bool counter_parse(const char *text, uint32_t *count)
+{
+    if (strcmp(text, "-1") != 0)
+        return ParseNumber(text, count);
+    *count = kVenderNeverSet;
+    return true;
+}
+
+static void flag_set(VenderTestFlags *flags, const TestFlagPlace &place, uint32_t value)
 {
     if (place.group == nullptr || value > kVenderFailed)
         return;
@@ -110,13 +120,12 @@ void test_flag_set(VenderTestFlags *flags, const char *name, const char *value)
         func_error_set(flags, value);
         return;
     }
-    char *end = nullptr;
-    const unsigned long number = strtoul(value, &end, 0);
-    if (end == value || *end != '\0')
+    uint32_t number = 0;
+    if (!counter_parse(value, &number))
         return;
     for (const TestCounter &counter : kCounters)
         if (strcmp(counter.name, name) == 0) {
-            flags->*counter.count = static_cast<uint32_t>(number);
+            flags->*counter.count = number;
             group_mark_tested(flags, counter.group);
             return;
         }

@@ -46,6 +46,9 @@ struct VenderRecord {
 [[nodiscard]] int NORVManutilVenderSemaphoreEnter();
 int NORVManutilVenderSemaphoreRelease();
 
+// Reads the record for a question, under the semaphore. Returns 0; -1 as above.
+[[nodiscard]] int vender_get(VenderRecord *record);
+
 // Reads the record, has it changed, and writes it back, under the semaphore. `change` returns 0, or a negative number
 // to write nothing. Returns what it returned; -1 when the record could not be read or written.
 int vender_update(int (*change)(VenderRecord *record, void *context), void *context);

@@ -7,25 +7,12 @@
 #include "lib/text.h"
 #include "manutil/vender_format.h"
 
-// Reads the record for a question.
-static int record_get(VenderRecord *record)
-{
-    if (NORVManutilVenderSemaphoreEnter() != 0) {
-        NORV_LOG(LOG_ERR, "failed to call NORVManutilVenderSemaphoreEnter()");
-        return -1;
-    }
-    const int result = ManutilGetAll(record);
-    if (NORVManutilVenderSemaphoreRelease() != 0)
-        NORV_LOG(LOG_ERR, "failed to call NORVManutilVenderSemaphoreRelease()");
-    return result;
-}
-
 int NORVManutilMacGet(int number, uint8_t *mac)
 {
     if (number < 1 || number > kVenderMacsMax || mac == nullptr)
         return fail(kErrBadParameter);
     VenderRecord record;
-    if (record_get(&record) != 0)
+    if (vender_get(&record) != 0)
         return -1;
     const VenderMac &stored = record.macs[number - 1];
     if (stored.is_set == 0)
@@ -60,7 +47,7 @@ int NORVManutilSnGet(char *serial, size_t size)
 {
     constexpr std::string_view kMark = ",CHK=";
     VenderRecord record;
-    if (record_get(&record) != 0)
+    if (vender_get(&record) != 0)
         return -1;
     const std::string_view stored = text_view(record.serial);
     if (stored.empty())

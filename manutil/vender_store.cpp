@@ -95,6 +95,18 @@ int NORVManutilVenderSemaphoreRelease()
     return semaphore_change(semaphore_give);
 }
 
+int vender_get(VenderRecord *record)
+{
+    if (NORVManutilVenderSemaphoreEnter() != 0) {
+        NORV_LOG(LOG_ERR, "failed to call NORVManutilVenderSemaphoreEnter()");
+        return -1;
+    }
+    const int result = ManutilGetAll(record);
+    if (NORVManutilVenderSemaphoreRelease() != 0)
+        NORV_LOG(LOG_ERR, "failed to call NORVManutilVenderSemaphoreRelease()");
+    return result;
+}
+
 int vender_update(int (*change)(VenderRecord *record, void *context), void *context)
 {
     if (NORVManutilVenderSemaphoreEnter() != 0) {

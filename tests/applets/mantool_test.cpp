@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <scsi/sg.h>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -77,11 +78,27 @@ TEST(Mantool, RecordOfTheUnit)
         {{"-test_flag_get", "FTF_USB"}, "Pass\n"},
         {{"-test_flag_init"}, ""}, // nothing to do
         {{"-test_flag_get", "pt_dma_cnt"}, "12\n"},
-        {{"-test_flag_list"},
-         "ProComm Test: True\n\t\tPTF_BEGIN               : Pass\n\t\tPTF_COMPLETE            : NotTest"
-         "\n\nPre Burn-in Test: True\n\tMemory Test Counter: 0\n"},
-        {{"-test_flag_reset"}, ""},
+        {{"-test_flag_set", "pt_dma_cnt", "010"}, ""}, // decimal
+        {{"-test_flag_get", "pt_dma_cnt"}, "10\n"},
+        {{"-test_flag_set", "pt_dma_cnt", "0x10"}, ""},
+        {{"-test_flag_set", "pt_dma_cnt", "4294967296"}, ""}, // no such number
+        {{"-test_flag_get", "pt_dma_cnt"}, "16\n"},
+        {{"-test_flag_set", "FTF_TESTED", "0"}, ""},
+        {{"-test_flag_get", "FTF_TESTED"}, "NotTest\n"},
+        {{"-test_flag_get", "FTF_USB"}, "Pass\n"},
+        {{"-test_flag_set", "pt_mem_cnt", "-1"}, ""}, // as never set
+        {{"-test_flag_set", "PTF_COMPLETE", "0"}, ""},
+        {{"-test_flag_get", "pt_mem_cnt"}, "4294967295\n"},
+        {{"-test_flag_get", "PTF_BEGIN"}, "Pass\n"},
+        {{"-test_flag_set", "PTF_BEGIN", "3"}, ""},
+        {{"-test_flag_get", "pt_dma_cnt"}, "16\n"},
+        {{"-test_flag_init"}, ""},
         {{"-test_flag_get", "pt_dma_cnt"}, "0\n"},
+        {{"-test_flag_get", "FTF_RAM"}, "Excution Error\n"},
+        {{"-test_flag_set", "ft_burnin_cnt", "7"}, ""},
+        {{"-test_flag_get", "FTB_TESTED"}, "Pass\n"},
+        {{"-test_flag_reset"}, ""},
+        {{"-test_flag_get", "ft_burnin_cnt"}, "0\n"},
         {{"-mac_get"}, "MAC:02:00:00:0A:0B:0C\n"}, // stays
     };
     for (const auto &row : kRows) {
@@ -90,6 +107,64 @@ TEST(Mantool, RecordOfTheUnit)
         EXPECT_EQ(out.substr(0, row.out.size()), row.out);
         EXPECT_TRUE(!row.out.empty() || out.empty()) << out;
     }
+}
+
+// The report's lines for flags, "NAME" or "NAME=RESULT" between blanks.
+std::string flag_lines(const std::string &flags)
+{
+    std::istringstream words(flags);
+    std::string lines;
+    for (std::string word; words >> word;) {
+        const size_t sign = word.find('=');
+        std::string name = word.substr(0, sign);
+        name.resize(24, ' ');
+        lines += "\n\t\t" + name + ": " + (sign == word.npos ? "NotTest" : word.substr(sign + 1));
+    }
+    return lines;
+}
+
+// The first two groups' flags are told once the group was begun, the last two's always.
+TEST(Mantool, ReportOfTheTests)
+{
+    const std::string others = " FTF_ESATA FTF_RTC FTF_FAN FTF_LED FTF_BUTTON FTF_FILE_COPY FTF_REBOOT "
+                               "FTF_SERIAL_NUMBER FTF_NETWORK_SPEED FTF_MAC_ADDRESS FTF_REDUNDANT_POWER FTF_ESATA2 "
+                               "FTF_HDD_SEQ FTF_CPU_NAME FTF_MEMORY_SIZE FTF_FUSE FTF_TRANSCODING "
+                               "FTF_SAS_CONTROLLER_PHY FTF_SATA_SPEED FTF_TEN_GIGA_NIC FTF_GROUP_UPDATE";
+    Unit box;
+    EXPECT_EQ(box.out({"-test_flag_list"}),
+              "ProComm Test: False\n\nPre Burn-in Test: False\n\nFinal Functional Test: False" +
+                  flag_lines("FTF_TESTED FTF_TEST_COMPLETE FTF_MODEL FTF_VERSION FTF_USB" + others) +
+                  "\n\nFinal Burn-in Test: False\n\tBurnin Test Counter: 0" +
+                  flag_lines("FTB_TESTED FTB_FILE_COPY FTB_FILE_CHECKSUM FTB_SATA FTB_NETWORK_CRC FTB_ATA_DRDY "
+                             "FTB_CHECK_ITEM") +
+                  "\n");
+    const char *const kSet[][2] = {{"PTF_BEGIN", "1"},
+                                   {"pt_mem_cnt", "3"},
+                                   {"pt_dma_cnt", "4"},
+                                   {"PTB_MEMORY_TEST", "2"},
+                                   {"FTF_USB", "1"},
+                                   {"FTB_SATA", "2"},
+                                   {"ft_burnin_cnt", "4294967295"}};
+    for (const auto &[name, value] : kSet)
+        EXPECT_EQ(box.out({"-test_flag_set", name, value}), "");
+    EXPECT_EQ(
+        box.out({"-test_flag_list"}),
+        "ProComm Test: True" + flag_lines("PTF_BEGIN=Pass PTF_COMPLETE") +
+            "\n\nPre Burn-in Test: True\n\tMemory Test Counter: 3" + flag_lines("PTB_MEMORY_TEST=Fail") +
+            "\n\tDMA Test Counter: 4" +
+            flag_lines("PTB_TESTED=Pass PTB_FILE_CHECKSUM PTB_NETWORK_CRC PTB_AV_STRESS PTB_FILE_COPY "
+                       "PTB_CHECK_ITEM") +
+            "\n\nFinal Functional Test: True" +
+            flag_lines("FTF_TESTED=Pass FTF_TEST_COMPLETE FTF_MODEL FTF_VERSION FTF_USB=Pass" + others) +
+            "\n\nFinal Burn-in Test: True\n\tBurnin Test Counter: 4294967295" +
+            flag_lines("FTB_TESTED=Pass FTB_FILE_COPY FTB_FILE_CHECKSUM FTB_SATA=Fail FTB_NETWORK_CRC FTB_ATA_DRDY "
+                       "FTB_CHECK_ITEM") +
+            "\n");
+    const std::string help = box.out({"-test_flag_help"});
+    for (const char *name : {"[ProComm Test]", "FTF_MODEL_VERSION", "FTB_SATA_ERROR", "FTB_CHECK_ITEM"})
+        EXPECT_NE(help.find(name), help.npos) << name;
+    for (const char *name : {"PTB_AV_STRESS", "PTB_FILE_COPY", "PTB_CHECK_ITEM", "FTF_ESATA2", "FTF_GROUP_UPDATE"})
+        EXPECT_EQ(help.find(name), help.npos) << name;
 }
 
 // A record with any byte changed is not taken for a good one, and a question changes nothing.
@@ -221,6 +296,7 @@ TEST(Mantool, AsksTheBoard)
          "0xc0084b2c memory_read 0x1000 -> 0xdeadbeef\n"},
         {{"-mem_read", "4096"}, "0x00001000: 0xdeadbeef\n", "0xc0084b2c memory_read 0x1000 -> 0xdeadbeef\n"},
         {{"-uart2", "w", "2x"}, "0x32\n", "0xc0014b21 micro_write \"2\"\n"},
+        {{"-uart2", "w", "0x33"}, "0x33\n", "0xc0014b21 micro_write \"3\"\n"},
         {{"-button_test", "enable"}, "", "0xc0044b80 manutil_mode 1\n"},
         {{"-button_test", "disable"}, "", "0xc0044b80 manutil_mode 0\n"},
         {{"-rtc_get"}, "2030/05/06 07:08:09\n", "0xc0074b05 rtc_read -> 9 8 7 1 6 4 130\n"},
@@ -282,6 +358,15 @@ TEST(Mantool, AsksTheBoard)
                                                   {"-md", "-1"},
                                                   {"-md", "0x"},
                                                   {"-md", "1x"},
+                                                  {"-md", "0x0x10"},
+                                                  {"-set_hddfaulty", "0", "on"},
+                                                  {"-set_hddfaulty", "1", "up"},
+                                                  {"-uart2", "w", "0x100"},
+                                                  {"-uart2", "w", ""},
+                                                  {"-test_flag_help", "FTF_USB"},
+                                                  {"-custom_sn_set", std::string(32, 'c')},
+                                                  {"-mac_set", "02:00:00:0A:0B:0C"},
+                                                  {"-mac_set", "1", "0200000A0B0"},
                                                   {"-mem_read", "0x100000000"},
                                                   {"-button_test", "on"},
                                                   {"-uart2", "r", "1"},

@@ -1,10 +1,10 @@
 // The factory tool's command line, on a machine with a board, a record and nothing else. Input: a byte that chooses
 // whether there is a record, then the arguments, one a line.
-// Covers: applets/mantool_board.cpp(ParseNumber pair_parse)
+// Covers: lib/string_parse_number.cpp applets/mantool_board.cpp(pair_parse uart_byte_parse)
 // Covers: applets/mantool_vender.cpp(number_parse mac_parse man_mac_set) applets/mantool_schedule.cpp(entry_parse)
 // Covers: applets/set_time_command.cpp(is_match parse month_days is_valid)
 // Covers: applets/mantool_test_flags.cpp(man_test_flag_set man_test_flag_get)
-// Covers: manutil/test_flags.cpp(test_flag_find func_error_set flag_set test_flag_set)
+// Covers: manutil/test_flags.cpp(test_flag_find func_error_set counter_parse flag_set test_flag_set)
 // Covers: manutil/vender_identity.cpp(serial_is_valid)
 #include <cerrno>
 #include <cinttypes>
@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "applets/applets.h"
-#include "applets/mantool.h"
+#include "lib/string.h"
 #include "lib/text.h"
 #include "manutil/vender_format.h"
 #include "platform/board/board.h"

@@ -7,7 +7,7 @@
 
 struct UnitReport {
     std::string serial, mac;                  // empty: it has none, or cannot read it
-    std::map<std::string, std::string> flags; // "FTF_USB": "Pass", "Fail" or "NotTest"; those of untested groups miss
+    std::map<std::string, std::string> flags; // "FTF_USB": "Pass", "Fail" or "NotTest"; a group not begun may miss
 };
 
 [[nodiscard]] UnitReport unit_report_parse(std::string_view text);
