@@ -21,7 +21,9 @@ make_file_system() { # DEVICE
 
 stop_system() {
   norv_swap_ctl --stop || fail 10 "swap does not stop"
-  [ ! -e /dev/md0 ] || /sbin/mdadm -S /dev/md0 || fail 11 "/dev/md0 does not stop"
+  for array in /dev/md0 /dev/md1; do # where the kernel finds arrays, that of the swap runs though nobody started swap
+    [ ! -e $array ] || /sbin/mdadm -S $array || fail 11 "$array does not stop"
+  done
 }
 
 # The layouts that are still written: start, system size, swap size, gap in front of the data partition.

@@ -278,6 +278,7 @@ struct InstallerTest : testing::Test {
             root.stand_in(path);
         model("supportraid=\"yes\"\n");
         root.folder.file("dev/md0", "");
+        root.folder.file("dev/md1", "");
     }
     void model(const std::string &lines) const { root.folder.file("etc.defaults/norvinfo.conf", lines); }
     Root root;
@@ -286,7 +287,7 @@ struct InstallerTest : testing::Test {
 TEST_F(InstallerTest, DoesTheStepsOfItsModelInOrder)
 {
     SKIP_UNLESS_APART();
-    const std::string arrays = "norv_swap_ctl --stop\nmdadm -S /dev/md0\nnorvgetmaxpartition \n";
+    const std::string arrays = "norv_swap_ctl --stop\nmdadm -S /dev/md0\nmdadm -S /dev/md1\nnorvgetmaxpartition \n";
     const std::string system = "mke2fs -F -t ext4 /dev/md0\n";
     const std::string swap = "norv_swap_ctl --start\n";
     const std::string sda = "sfdisk -N1 -uS -q -f -j2048 -z4980480 -t83 -F /dev/sda\n"
@@ -304,11 +305,14 @@ TEST_F(InstallerTest, DoesTheStepsOfItsModelInOrder)
          "raidtool destroy 2\nraidtool newvol\n" + system + "mke2fs -F -t ext4 /dev/md2\n" + swap},
         {"supportraid=\"no\"\n",
          {"-r"},
-         "norv_swap_ctl --stop\nmdadm -S /dev/md0\nsfdisk --fast-delete 1:2 /dev/sda\nsfdisk -M1 /dev/sda\n" + sda +
-             "mke2fs -F -t ext4 /dev/sda1\n" + swap},
+         "norv_swap_ctl --stop\nmdadm -S /dev/md0\nmdadm -S /dev/md1\nsfdisk --fast-delete 1:2 /dev/sda\nsfdisk -M1 "
+         "/dev/sda\n" +
+             sda + "mke2fs -F -t ext4 /dev/sda1\n" + swap},
         {"partition_curr_version=\"8\"\n",
          {"-r", "-d"},
-         "norv_swap_ctl --stop\nmdadm -S /dev/md0\nsfdisk --fast-delete -1 /dev/sda\nsfdisk -M1 /dev/sda\n" + sda +
+         "norv_swap_ctl --stop\nmdadm -S /dev/md0\nmdadm -S /dev/md1\nsfdisk --fast-delete -1 /dev/sda\nsfdisk -M1 "
+         "/dev/sda\n" +
+             sda +
              "sfdisk --fast-delete 3:128 /dev/sda\nsfdisk -N3 -uS -q -f -j260352 -z-1 -t83 -F /dev/sda\n"
              "mke2fs -F -t ext4 /dev/sda1\nmke2fs -F -t ext4 /dev/sda3\n" +
              swap},
