@@ -25,7 +25,7 @@ FOLDERS = ("dev", "etc.defaults", "mnt", "proc", "root", "sys", "tmp", "usr/norv
 VERSION = {
     "majorversion": "7", "minorversion": "2", "productversion": "7.2-sample", "buildphase": "GM",
     "buildnumber": "64570", "smallfixnumber": "0", "builddate": "2025/01/01", "packing": "sample", "packing_id": "1",
-    "unique": "norv_x86_lab4", "partitionversionlimit": "7",
+    "unique": "norv_x86_lab4", "partitionversionlimit": "7", "extractsize": "",  # as it is, when nothing is given
 }
 MODEL = {"upnpmodelname": "NS0400", "hostname": "norvstation", "supportraid": "yes", "maxdisks": "4"}
 
@@ -108,7 +108,7 @@ def main() -> None:
             parser.error(f"no key {key}: known are {' '.join([*version, *model])}")
         (version if key in version else model)[key] = value
     root = root_fill(chosen.busybox, version, model)
-    version["extractsize"] = str(root.kibibytes())
+    version["extractsize"] = version["extractsize"] or str(root.kibibytes())
     chosen.folder.mkdir(parents=True, exist_ok=True)
     for name, mode, data in (("VERSION", 0o644, key_values(version)), ("hda1.tgz", 0o644, root.packed()),
                              ("updater", 0o755, (HERE / "updater").read_bytes())):
