@@ -8,6 +8,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 from lab.bridge import Bridge
+from lab.firmware import BUILD_NUMBER, UNIQUE
 
 _PORT = 80
 _FEED = "/autoupdate/genRSS.php"
@@ -21,7 +22,7 @@ def feed_text(patch: Path, unique: str, build: str) -> str:
 
 
 @contextlib.contextmanager
-def served(bridge: Bridge, patch: Path, unique: str = "norv_x86_lab4", build: str = "64570") -> Iterator[list[str]]:
+def served(bridge: Bridge, patch: Path, unique: str = UNIQUE, build: str = BUILD_NUMBER) -> Iterator[list[str]]:
     """Serves for the time of a with statement. Gives the list of what is asked for, which grows."""
     asked: list[str] = []
 

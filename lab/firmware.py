@@ -10,7 +10,18 @@ BUILD = SOURCE / "build/release"
 _MAKER = SOURCE / "tools/sample-firmware/make_firmware.py"
 _BUILDER = BUILD / "tools/norv-patch/norv-patch"
 _FLASH_BYTES = "64M"
-FLASH_BUILD = "buildnumber=64500"  # older than the sample
+UNIQUE, BUILD_NUMBER = "norv_x86_lab4", "64570"  # of the sample
+_FLASH_VERSION = ("buildnumber=64500", "productversion=7.2-64500")  # older than the sample
+
+# Patches that are refused: what is wrong with their VERSION, and the code of the refusal. What norv-patch can break is
+# refused for what it finds: 13.
+VERSION_FAULTS = {
+    "model": ("unique=norv_x86_other", 12),
+    "limit": ("partitionversionlimit=99", 70),
+    "room": ("extractsize=99999999", 13),
+}
+BUILDER_FAULTS = ("unsigned", "signature", "stranger", "truncated", "payload", "extra-file", "escape", "absolute", "link",
+                  "device", "checksum", "totals", "no-totals", "missing-file")
 
 
 def patch(folder: Path, *pairs: str, options: tuple[str, ...] = (), name: str = "sample.pat") -> Path:
@@ -21,9 +32,17 @@ def patch(folder: Path, *pairs: str, options: tuple[str, ...] = (), name: str = 
     return path
 
 
+def bad_patch(folder: Path, what: str) -> tuple[Path, int]:
+    """Makes a patch that is refused, and tells with which code."""
+    if what in VERSION_FAULTS:
+        pair, code = VERSION_FAULTS[what]
+        return patch(folder, pair, name="bad.pat"), code
+    return patch(folder, options=("--break", what), name="bad.pat"), 13
+
+
 def flash(folder: Path, *pairs: str) -> Path:
     """Makes a boot flash with that firmware in it, as a disk's image."""
-    patch(folder, FLASH_BUILD, *pairs, name="flash.pat")
+    patch(folder, *_FLASH_VERSION, *pairs, name="flash.pat")
     image = folder / "flash.img"
     image.unlink(missing_ok=True)
     tool("/sbin/mke2fs", "-q", "-t", "ext2", "-d", str(folder / "firmware"), str(image), _FLASH_BYTES)

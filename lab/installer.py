@@ -13,7 +13,8 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
-from lab.machine import Machine
+from lab.machine import Machine, wait_for
+from lab.packages import LabError
 
 _ANSWER_SECONDS = 600  # an upload is answered when the disks are formatted and all of it has come
 _PIECE_BYTES = 1 << 20
@@ -35,7 +36,10 @@ class Refused(Exception):
 
 def body_of(answer: str) -> dict[str, Any]:
     """The data of an answer, or of the progress file, which is one with its header. Raises Refused for an error."""
-    told = json.loads(answer.rpartition("\r\n\r\n")[2])
+    try:
+        told = json.loads(answer.rpartition("\r\n\r\n")[2])
+    except ValueError:
+        raise LabError(f"this is no answer of the installer: {answer!r}") from None
     if not told["success"]:
         error = told.get("errinfo", {})
         raise Refused(error.get("sec", ""), error.get("key", ""), error.get("line", 0))
@@ -67,23 +71,54 @@ class Installer:
     def __init__(self, machine: Machine, connect: Callable[[], socket.socket]) -> None:
         self._machine = machine
         self._connect = connect
+        self._clients: set[http.client.HTTPConnection] = set()
 
     def ask(self, program: str, query: Mapping[str, str] | None = None, body: Any = None, length: int = 0,
             kind: str = "") -> str:
         """Asks a program of the web server and returns the body of its answer. With a body it is a POST."""
+        path = f"/cgi-bin/{program}" + (f"?{urllib.parse.urlencode(query)}" if query else "")
+        return self.get(path, body, length, kind)
+
+    def restart(self) -> None:
+        """Has the machine restarted, as the page does."""
+        body_of(self.get("/cgi-bin/restart.cgi", b"", more={"X-Install-Page": "1"}))
+
+    def get(self, path: str, body: Any = None, length: int = 0, kind: str = "",
+            more: Mapping[str, str] | None = None) -> str:
+        """The same for any path; `more` fields of the head."""
         client = http.client.HTTPConnection("appliance", timeout=_ANSWER_SECONDS)
         client.sock = self._connect()
         client.sock.settimeout(_ANSWER_SECONDS)
-        path = f"/cgi-bin/{program}" + (f"?{urllib.parse.urlencode(query)}" if query else "")
+        self._clients.add(client)
         with contextlib.closing(client):
             if body is None:
                 client.request("GET", path)
             else:
                 # An answer may come before all is sent, and the connection go.
                 with contextlib.suppress(BrokenPipeError, ConnectionResetError):
-                    client.request("POST", path, body, {"Content-Length": str(length), "Content-Type": kind})
-            answer = client.getresponse()
-            return answer.read().decode(errors="replace")
+                    client.request("POST", path, body,
+                                   {"Content-Length": str(length), "Content-Type": kind, **(more or {})})
+            try:
+                text = client.getresponse().read().decode(errors="replace")
+            except http.client.HTTPException as error:
+                raise LabError(f"{path} was not answered: {error!r}") from None
+        self._clients.discard(client)
+        return text
+
+    def hang_up(self) -> None:
+        """Ends requests that nobody answers any more."""
+        for client in list(self._clients):
+            with contextlib.suppress(OSError, AttributeError):
+                client.sock.shutdown(socket.SHUT_RDWR)
+        self._clients.clear()
+
+    def is_idle(self) -> bool:
+        """Whether the web server answers, and neither an install nor a change of settings is at work."""
+        try:
+            body_of(self.ask("lock_check.cgi"))
+        except (OSError, LabError, Refused):
+            return False
+        return True
 
     def start(self, status: str, fields: Mapping[str, str], patch: Path | None = None) -> None:
         """Asks for an install over what the status word says; with a patch it is sent along. Raises Refused."""
@@ -97,6 +132,15 @@ class Installer:
             answer = self.ask("install.cgi", query | {"upload": "true"}, pieces, length,
                               f"multipart/form-data; boundary={boundary}")
         body_of(answer)
+
+    def send_half(self, status: str, patch: Path) -> None:
+        """Begins an upload, and goes away in the middle of it."""
+        length, pieces = form({}, patch, "half")
+        sent = b"".join(pieces)
+        head = (f"POST /cgi-bin/install.cgi?status={status}&upload=true HTTP/1.1\r\nHost: appliance\r\n"
+                f"Content-Type: multipart/form-data; boundary=half\r\nContent-Length: {length}\r\n\r\n")
+        with self._connect() as client:
+            client.sendall(head.encode() + sent[:length // 2])
 
     def recover(self) -> None:
         """Has the flash recovered from the disks. Raises Refused."""
@@ -116,10 +160,13 @@ class Installer:
                 ) -> dict[str, Any]:
         """A whole install: `start`, and the progress up to its end, whose data are the result.
 
+        The one before may still be about to end: that is waited for.
         on_stage: gets each stage when it begins. Raises Refused; TimeoutError; what on_stage raises.
         """
+        wait_for(self.is_idle, seconds, "the appliance to take an install")
         before = self._text()  # of the install before this one
-        with ThreadPoolExecutor(1) as thread:
+        with ThreadPoolExecutor(1) as thread, contextlib.ExitStack() as last:
+            last.callback(self.hang_up)
             request = thread.submit(self.start, status, fields, patch)
             stage = ""
             deadline = time.monotonic() + seconds

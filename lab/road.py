@@ -9,23 +9,25 @@ import re
 import socket
 import subprocess
 import time
-from collections.abc import Mapping, Sequence
+from collections.abc import Callable, Mapping, Sequence
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
+from lab import feed
+from lab.agent import GuestLost
 from lab.bridge import Bridge
 from lab.disks import Disk
 from lab.emulator import Settings
 from lab.firmware import BUILD
 from lab.image import SOURCE, Image
-from lab.installer import Installer, Refused, body_of
+from lab.installer import Installer
 from lab.machine import Machine, wait_for
 from lab.packages import LabError
 
 NORVFIND = BUILD / "tools/norvfind/norvfind"
 WORDS = {2: "not_install", 3: "updating", 4: "sys_crash", 9: "mem_testing", 11: "sys_recoverable", 14: "sys_migrat"}
-BANNER = "runs 7.2-sample"
+_BANNER = r"^(\S+) runs 7\.2-(\S+)"
 BAYS = 4
 PATIENCE = 300.0  # seconds for what takes a few on an idle machine
 _DAEMONS = "findhostd,ncemd"
@@ -38,14 +40,14 @@ class Appliance:
     bridge: Bridge
     address: str
     hostname: str
+    boot: str = "disks"  # what it was switched on with
+
+    def __post_init__(self) -> None:
+        self.web = Installer(self.machine, self._connect)
 
     @property
     def mac(self) -> str:
         return self.machine.settings.mac(0)
-
-    @property
-    def web(self) -> Installer:
-        return Installer(self.machine, self._connect)
 
     def _connect(self) -> socket.socket:
         client = self.bridge.tcp()
@@ -56,17 +58,18 @@ class Appliance:
 
 def create(folder: Path, bridge: Bridge, disks: Sequence[Disk], *, number: int = 1, hostname: str = "lab-nas",
            model: Mapping[str, str] | None = None, flash: Path | None = None, **settings: Any) -> Appliance:
-    """Makes an appliance, switched off, on port `number` - 1 of the bridge.
+    """Makes an appliance, switched off, on port `number` - 1 of the bridge. Its update server is that of lab.feed.
 
     model: values for its description, in the place of the usual ones; flash: what its boot flash holds.
     """
     bays = (1 << len(disks)) - 1
     everything = [*disks, Disk(image=str(flash), flash=True)] if flash else list(disks)
     machine = Machine.create(folder, Settings(disks=everything, number=number, tap=f"tap{number - 1}", net="none",
-                                              start=_DAEMONS, **({"boot": "disks"} | settings)))
+                                              start=_DAEMONS, **settings))
     path = "etc.defaults/norvinfo.conf"
     conf = (SOURCE / "lab/guest" / path).read_text()
-    for key, value in ({"internalportcfg": hex(bays), "maxdisks": str(max(BAYS, len(disks)))} | dict(model or {})).items():
+    own = {"internalportcfg": hex(bays), "maxdisks": str(max(BAYS, len(disks))), "rss_server_ssl": feed.URL}
+    for key, value in (own | dict(model or {})).items():
         conf = re.sub(f"^{key}=.*\n", "", conf, flags=re.MULTILINE) + f'{key}="{value}"\n'
     overlay = folder / "overlay" / path
     overlay.parent.mkdir(parents=True)
@@ -74,10 +77,16 @@ def create(folder: Path, bridge: Bridge, disks: Sequence[Disk], *, number: int =
     return Appliance(machine, bridge, f"10.77.0.{number + 1}", hostname)
 
 
-def switch_on(one: Appliance, boot: str | None = None) -> None:
+def switch_on(one: Appliance, boot: str = "disks") -> None:
     """Switches an appliance on and waits until its system in flash is up."""
-    one.machine.start(image=Image.existing(), within=one.bridge.within, boot=boot)
+    power_on(one, boot)
     one.machine.wait_ready(PATIENCE)
+
+
+def power_on(one: Appliance, boot: str) -> None:
+    """The same without the wait."""
+    one.boot = boot
+    one.machine.start(image=Image.existing(), within=one.bridge.within, boot=boot)
 
 
 def norvfind(one: Appliance, verb: str, *options: str, seconds: float = _FIND_SECONDS) -> dict[str, Any] | None:
@@ -113,17 +122,8 @@ def set_network(one: Appliance) -> dict[str, Any]:
                     one.hostname, seconds=PATIENCE)
     if told is None:
         raise LabError("no sealed answer came")
-    wait_for(lambda: _is_idle(one), PATIENCE, f"{one.address} to take an install")
+    wait_for(one.web.is_idle, PATIENCE, f"{one.address} to take requests")
     return told
-
-
-def _is_idle(one: Appliance) -> bool:
-    """Whether the web server answers, and nobody is at the appliance's settings any more."""
-    try:
-        body_of(one.web.ask("lock_check.cgi"))
-    except (OSError, Refused):
-        return False
-    return True
 
 
 def configuration(one: Appliance) -> dict[str, str]:
@@ -133,19 +133,47 @@ def configuration(one: Appliance) -> dict[str, str]:
             "manual_dns": one.bridge.ADDRESS}
 
 
+def install(one: Appliance, way: str, status: str, patch: Path,
+            on_stage: Callable[[str], object] = lambda stage: None) -> dict[str, Any]:
+    """An install by one of the ways that a patch can come: upload, download, builtin. Installer.install tells the rest."""
+    fields = configuration(one)
+    if way == "upload":
+        return one.web.install(status, fields, patch, on_stage=on_stage)
+    if way == "builtin":
+        return one.web.install(status, fields | {"buildin": "true"}, on_stage=on_stage)
+    with feed.served(one.bridge, patch):
+        return one.web.install(status, fields, on_stage=on_stage)
+
+
+def flash_version(one: Appliance) -> str:
+    """The build number of what the boot flash holds, which is whole."""
+    return one.machine.must("mkdir -p /run/flash && mount -o ro /dev/norvboot2 /run/flash && norvchecksum /run/flash && "
+                            "sed -n 's/^buildnumber=\"\\(.*\\)\"/\\1/p' /run/flash/VERSION; umount /run/flash").strip()
+
+
 def reboot(one: Appliance) -> str:
     """Restarts the machine, and waits for the system on its disks, whose banner is the result."""
-    before = len(one.machine.console())
-    one.machine.must("(sleep 1; reboot) >/dev/null 2>&1 </dev/null &")
-    return wait_banner(one, before)
+    if one.boot == "disks":
+        before = len(one.machine.console())
+        wait_for(one.web.is_idle, PATIENCE, "the install to end")
+        one.web.restart()
+        return wait_banner(one, before)
+    one.machine.stop(PATIENCE)
+    power_on(one, "disks")
+    return wait_banner(one)
 
 
 def wait_banner(one: Appliance, before: int = 0) -> str:
-    """Waits until the system that is installed on the disks has come up; `before`: length of the console before."""
-    def banner() -> str:
-        return next((line.strip() for line in one.machine.console()[before:].splitlines() if BANNER in line), "")
+    """Waits until the system that is installed on the disks has come up: host name and version.
 
-    return wait_for(banner, PATIENCE, f"{BANNER!r} on the console")
+    before: how much the console had said already.
+    """
+    def banner() -> re.Match[str] | None:
+        if not one.machine.runs:
+            raise GuestLost("the machine ended")
+        return re.search(_BANNER, one.machine.console()[before:], re.MULTILINE)
+
+    return wait_for(banner, PATIENCE, "the installed system's banner on the console")[0].strip()
 
 
 def check_system(one: Appliance) -> str:
