@@ -6,8 +6,9 @@ from appliance import DISK, OnABridge
 from firmware import install
 from lab import firmware, road
 from lab.installer import Refused
+from lab.machine import wait_for
 
-FULL = "fallocate -l $(($(df -Pk . | sed -n '2s/.* \\([0-9]*\\) *[0-9]*%.*/\\1/p') - 150000))K full"
+FULL = "fallocate -l $(($(df -Pk . | awk 'NR == 2 {print $4}') - 150000))K full"
 
 
 class Refusal(OnABridge):
@@ -45,8 +46,8 @@ class Refusal(OnABridge):
             ("room of the root", "", "", bad("room"), ("wizard", "err_patch", 13)),
             ("older than the disks", "", "", older, ("error", "error_version", 10)),
             ("no server", "", "", lambda: one.web.install("sys_migrat", fields), ("error", "error_download", 46)),
-            ("room of the volume", f"mount /dev/md0 /mnt && cd /mnt && {FULL}; cd /; umount /mnt",
-             "mount /dev/md0 /mnt && rm /mnt/full; umount /mnt", migrate, ("error", "no_space", 16)),
+            ("room of the volume", f"mount /dev/md0 /mnt && (cd /mnt && {FULL}) && umount /mnt",
+             "mount /dev/md0 /mnt && rm /mnt/full && umount /mnt", migrate, ("error", "no_space", 16)),
             ("flash", on_flash.format("mv /mnt/hda1.tgz /mnt/gone"), on_flash.format("mv /mnt/gone /mnt/hda1.tgz"),
              lambda: one.web.install("sys_migrat", fields | {"buildin": "true"}), ("error", "boot_damaged", 45)),
         ):
@@ -62,11 +63,12 @@ class Refusal(OnABridge):
             self.assertEqual(machine.must("cat /tmp/update.progress"), "A:-16:\0")
 
         with self.subTest("another install runs"):
-            machine.must("flock /tmp/install.lock sleep 10000 >/dev/null 2>&1 </dev/null & echo $! >/run/holder")
+            wait_for(one.web.is_idle, road.PATIENCE, "the install before to end")
+            machine.must("flock -o /tmp/install.lock sleep 10000 >/dev/null 2>&1 </dev/null & echo $! >/run/holder")
             machine.until("norvupgrade --check-system | grep updating")
             self.assertEqual(self.refused(lambda: one.web.start("sys_migrat", fields, good)),
                              ("error", "error_apply_lock", 41))
-            machine.must("killall sleep")
+            machine.must("kill $(cat /run/holder)")
             migrate()
 
         with self.subTest("the sender goes away"):
