@@ -21,7 +21,6 @@ from lab.packages import LabError
 from lab.qmp import QmpError
 
 _DISK = "12G"  # the system takes ten, so that a data volume is small
-_DATA = "all that one has"
 _REQUEST, _RECOVERY, _RESTART = "request", "recovery", "restart"  # stages that no progress tells of
 _TROUBLE = (LabError, GuestLost, QmpError, Refused, TimeoutError, OSError)
 
@@ -100,11 +99,8 @@ class Bench:
         road.set_network(self.one)
         machine.save("blank")
         road.install(self.one, "upload", "not_install", self._patch)
-        machine.must("sfdisk -N3 -uS -q -f -j262144 -z-1 -tfd -F /dev/sda && "
-                     "mdadm -q -C /dev/md2 -amd -R -l1 -f -n1 /dev/sda3 && mke2fs -q -t ext4 /dev/md2 && "
-                     f"mount /dev/md2 /mnt && echo '{_DATA}' >/mnt/file && umount /mnt && mdadm -q -S /dev/md2 && sync",
-                     timeout=road.PATIENCE)
         wait_for(self.one.web.is_idle, road.PATIENCE, "the install to end")
+        road.data_make(machine)
         machine.save("installed")
 
     def measure(self, way: Way) -> dict[str, float]:
@@ -145,7 +141,7 @@ class Bench:
             status = road.check_system(self.one)
             self._go_on(moment.way, status)
             if moment.way.disks == "installed":
-                data = "kept" if self._data_is_kept() else "LOST"
+                data = "kept" if road.data_is_kept(self.one.machine) else "LOST"
         except _TROUBLE as error:
             end = str(error) or type(error).__name__
         return Row(moment, status, end, time.monotonic() - begin, data)
@@ -176,12 +172,6 @@ class Bench:
                 raise LabError(f"the flash holds build {build or 'nothing whole'}")
             return
         road.install(self.one, way.by, status, self._patch)
-
-    def _data_is_kept(self) -> bool:
-        """Whether the data volume's file is there, and its file system in order without a repair."""
-        look = ("mdadm -q -A -R /dev/md2 /dev/sda3 && e2fsck -fn /dev/md2 >/dev/null && mount -o ro /dev/md2 /mnt && "
-                "cat /mnt/file; umount /mnt; mdadm -q -S /dev/md2")
-        return self.one.machine.run(look, timeout=road.PATIENCE).out == f"{_DATA}\n"
 
 
 def run(bench: Bench, count: int, seed: int, ways: Sequence[Way] = WAYS) -> Iterator[Row]:

@@ -32,6 +32,7 @@ BAYS = 4
 PATIENCE = 300.0  # seconds for what takes a few on an idle machine
 _DAEMONS = "findhostd,ncemd"
 _FIND_SECONDS = 10
+_DATA = "all that one has"
 
 
 @dataclass
@@ -179,3 +180,18 @@ def wait_banner(one: Appliance, before: int = 0) -> str:
 def check_system(one: Appliance) -> str:
     """The word of the upgrade tool for what the disks hold."""
     return one.machine.must("norvupgrade --check-system", timeout=PATIENCE)
+
+
+def data_make(machine: Machine) -> None:
+    """Makes a data volume on the first disk, as the installed system does, with a file on it."""
+    machine.must("sfdisk -N3 -uS -q -f -j262144 -z-1 -tfd -F /dev/sda && "
+                 "mdadm -q -C /dev/md2 -amd -R -l1 -f -n1 /dev/sda3 && mke2fs -q -t ext4 /dev/md2 && "
+                 f"mount /dev/md2 /mnt && echo '{_DATA}' >/mnt/file && umount /mnt && mdadm -q -S /dev/md2 && sync",
+                 timeout=PATIENCE)
+
+
+def data_is_kept(machine: Machine) -> bool:
+    """Whether that file is there still, and its file system in order without a repair."""
+    look = ("mdadm -q -A -R /dev/md2 /dev/sda3 && e2fsck -fn /dev/md2 >/dev/null && mount -o ro /dev/md2 /mnt && "
+            "cat /mnt/file; umount /mnt; mdadm -q -S /dev/md2")
+    return machine.run(look, timeout=PATIENCE).out == f"{_DATA}\n"

@@ -11,7 +11,6 @@ from lab.road import Appliance
 from scenario import Scenario
 
 DISK = "12G"  # the system takes ten, so that a data volume is small
-_DATA = "all that one has"
 
 
 class OnABridge(Scenario):
@@ -50,19 +49,6 @@ def conf_set(machine: Machine, **values: str) -> None:
     for key, value in values.items():
         machine.must(f"sed -i '/^{key}=/d' /etc.defaults/norvinfo.conf && "
                      f"echo '{key}=\"{value}\"' >>/etc.defaults/norvinfo.conf")
-
-
-def data_make(machine: Machine) -> None:
-    """Makes a data volume on the first disk, as the installed system does."""
-    machine.must("sfdisk -N3 -uS -q -f -j262144 -z-1 -tfd -F /dev/sda && "
-                 "mdadm -q -C /dev/md2 -amd -R -l1 -f -n1 /dev/sda3 && mke2fs -q -t ext4 /dev/md2 && "
-                 f"mount /dev/md2 /mnt && echo '{_DATA}' >/mnt/file && umount /mnt && mdadm -q -S /dev/md2", timeout=300)
-
-
-def data_is_kept(machine: Machine) -> bool:
-    """Whether it is still there, and its file system in order."""
-    return machine.must("mdadm -q -A -R /dev/md2 /dev/sda3 && e2fsck -fn /dev/md2 >&2 && mount -o ro /dev/md2 /mnt && "
-                        "cat /mnt/file; umount /mnt; mdadm -q -S /dev/md2", timeout=300) == f"{_DATA}\n"
 
 
 def on_system(machine: Machine, line: str) -> str:

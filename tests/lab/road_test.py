@@ -1,6 +1,6 @@
 """The roads of an install, over the real segment and the real web server, from each state that disks can be in."""
 
-from appliance import DISK, OnABridge, conf_set, data_is_kept, data_make, on_system
+from appliance import DISK, OnABridge, conf_set, on_system
 from firmware import install
 from lab import firmware, road
 from lab.installer import Refused
@@ -37,14 +37,14 @@ class Road(OnABridge):
         one = self.appliance(DISK, DISK, flash=firmware.flash(self.folder), saves=True)
         machine = one.machine
         install(machine, self.patch())
-        data_make(machine)
+        road.data_make(machine)
         road.set_network(one)
         self.assertEqual(self.refresh(one), "sys_recoverable")
         machine.save("installed")
 
         with self.subTest("a reinstall keeps the data volume"):
             self.take(one, "download", "sys_recoverable")
-            self.assertTrue(data_is_kept(machine))
+            self.assertTrue(road.data_is_kept(machine))
 
         machine.restore("installed")
         with self.subTest("a migration keeps what it does not replace"):
@@ -52,7 +52,7 @@ class Road(OnABridge):
             self.take(one, "upload", "sys_migrat", "buildnumber=64600")
             self.assertIn('buildnumber="64600"', on_system(machine, "cat etc.defaults/VERSION"))
             self.assertEqual(on_system(machine, "cat etc/mine"), "mine\n")
-            self.assertTrue(data_is_kept(machine))
+            self.assertTrue(road.data_is_kept(machine))
 
         machine.restore("installed")
         with self.subTest("the flash is recovered"):
@@ -79,7 +79,7 @@ class Road(OnABridge):
             on_system(machine, "touch .system_crashed")
             self.assertEqual(self.refresh(one), "sys_crash")
             self.take(one, "upload", "sys_crash")
-            self.assertTrue(data_is_kept(machine))
+            self.assertTrue(road.data_is_kept(machine))
             self.assertEqual(road.reboot(one), f"{one.hostname} runs 7.2-sample")
 
     def test_a_system_of_another_layout_migrates(self) -> None:
