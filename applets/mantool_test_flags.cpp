@@ -70,10 +70,11 @@ static void all_flags_print(VenderTestFlags *flags, TestGroupIndex index)
     flags_print(flags, kTestGroupTable[index], 0, kTestGroupTable[index].names.size());
 }
 
-static bool group_title_print(VenderTestFlags *flags, TestGroupIndex index, const char *before)
+static bool group_title_print(VenderTestFlags *flags, TestGroupIndex index)
 {
-    const bool is_tested = test_group_flags(flags, kTestGroupTable[index])[0] == kVenderPassed;
-    printf("%s%s: %s", before, kTestGroupTable[index].title, is_tested ? "True" : "False");
+    const TestGroup &group = kTestGroupTable[index];
+    const bool is_tested = test_group_flags(flags, group)[0] == kVenderPassed;
+    printf(group.title_format, is_tested ? "True" : "False");
     return is_tested;
 }
 
@@ -85,9 +86,9 @@ int man_test_flag_list(int argc, char * /*argv*/[])
     if (vender_get(&record) != 0)
         return -1;
     VenderTestFlags *flags = &record.flags;
-    if (group_title_print(flags, kGroupProComm, ""))
+    if (group_title_print(flags, kGroupProComm))
         all_flags_print(flags, kGroupProComm);
-    if (group_title_print(flags, kGroupPreBurnin, "\n\n")) {
+    if (group_title_print(flags, kGroupPreBurnin)) {
         const TestGroup &group = kTestGroupTable[kGroupPreBurnin];
         constexpr size_t kMemory = 1; // stands beside its counter
         printf("\n\tMemory Test Counter: %u", flags->pt_mem_cnt);
@@ -97,9 +98,9 @@ int man_test_flag_list(int argc, char * /*argv*/[])
         flags_print(flags, group, kMemory + 1, group.names.size());
     }
     // The final tests' flags are told also before anything was tested.
-    group_title_print(flags, kGroupFinalFunctional, "\n\n");
+    group_title_print(flags, kGroupFinalFunctional);
     all_flags_print(flags, kGroupFinalFunctional);
-    group_title_print(flags, kGroupFinalBurnin, "\n\n");
+    group_title_print(flags, kGroupFinalBurnin);
     printf("\n\tBurnin Test Counter: %u", flags->ft_burnin_cnt);
     all_flags_print(flags, kGroupFinalBurnin);
     putchar('\n');

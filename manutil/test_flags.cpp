@@ -37,15 +37,15 @@ static constexpr const char *kFinalFunctionalNames[] = {"FTF_TESTED",
 static constexpr const char *kFinalBurninNames[] = {"FTB_TESTED",      "FTB_FILE_COPY", "FTB_FILE_CHECKSUM", "FTB_SATA",
                                                     "FTB_NETWORK_CRC", "FTB_ATA_DRDY",  "FTB_CHECK_ITEM"};
 
-#define TEST_GROUP(title, member, names)                                                                               \
+#define TEST_GROUP(title_format, member, names)                                                                        \
     {                                                                                                                  \
-        title, offsetof(VenderTestFlags, member), sizeof(VenderTestFlags::member), names                               \
+        title_format, offsetof(VenderTestFlags, member), sizeof(VenderTestFlags::member), names                        \
     }
 constexpr TestGroup kTestGroupTable[kTestGroups] = {
-    TEST_GROUP("ProComm Test", procomm, kProCommNames),
-    TEST_GROUP("Pre Burn-in Test", pre_burnin, kPreBurninNames),
-    TEST_GROUP("Final Functional Test", final_functional, kFinalFunctionalNames),
-    TEST_GROUP("Final Burn-in Test", final_burnin, kFinalBurninNames),
+    TEST_GROUP("ProComm Test: %s", procomm, kProCommNames),
+    TEST_GROUP("\n\nPre Burn-in Test: %s", pre_burnin, kPreBurninNames),
+    TEST_GROUP("\n\nFinal Functional Test: %s", final_functional, kFinalFunctionalNames),
+    TEST_GROUP("\n\nFinal Burn-in Test: %s", final_burnin, kFinalBurninNames),
 };
 
 struct TestCounter {

@@ -7,7 +7,7 @@
 #include "manutil/vender.h"
 
 struct TestGroup {
-    const char *title;                  // as a report shows it
+    const char *title_format;           // of a report; takes whether the group was tested
     uint16_t member, bytes;             // byte offset and size of its flags in VenderTestFlags
     std::span<const char *const> names; // by index; 0 is whether the group was tested
 };

@@ -67,7 +67,7 @@ int ManutilSetAll(const VenderRecord &record)
             return fail(kErrVendorData);
         for (int tries = 0; tries < kWriteTries; tries++) {
             if (tries > 0)
-                NORV_LOG(LOG_ERR, "Repeat[%d] writing Vender", tries);
+                printf("Repeat[%d] writing Vender\n", tries);
             if (vender_file_write(kBootMountPoint, record) == 0)
                 return 0;
         }

@@ -259,15 +259,15 @@ TEST(Mantool, KilledToolHoldsUpNobody)
 // A write that fails is tried twice more; the record that was there stays.
 TEST(Mantool, FailedWriteIsTriedAgain)
 {
-    constexpr char kRepeat[] = "log err vender_store.cpp:* Repeat[";
+    const std::string repeats[] = {"Repeat[1] writing Vender\n", "Repeat[2] writing Vender\n"};
+    const std::string expected[] = {repeats[0], repeats[0] + repeats[1],
+                                    repeats[0] + repeats[1] +
+                                        "Fail to set vender all\nFailed to set serial number.\nExcution Error\n"};
     Unit box;
     box.out({"-sn_set", "A8ODN02468"});
     for (const int failures : {1, 2, 3}) {
         box.call({.call = "rename", .error = EIO, .times = failures});
-        const Result result = box.tool({"-sn_set", "B8ODN0246" + std::to_string(failures)});
-        EXPECT_EQ(result.record.count(kRepeat + std::string("*] writing Vender")), failures < 3 ? failures : 2);
-        EXPECT_EQ(result.out,
-                  failures < 3 ? "" : "Fail to set vender all\nFailed to set serial number.\nExcution Error\n");
+        EXPECT_EQ(box.out({"-sn_set", "B8ODN0246" + std::to_string(failures)}), expected[failures - 1]);
     }
     EXPECT_EQ(box.out({"-sn_get"}), "SN:B8ODN02462\n");
 }
