@@ -8,6 +8,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include "build_paths.h"
@@ -34,14 +35,23 @@ class Upgrade : public testing::Test
 {
   protected:
     // Makes a signed patch. `updater` is what its script does.
-    std::string patch_make(const std::string &version, const std::string &updater = "exit 0", size_t image_bytes = 2047)
+    std::string patch_make(const std::string &version, const std::string &updater = "exit 0", size_t image_bytes = 2047,
+                           const std::vector<std::string> &options = {})
     {
         scratch.write("firmware/VERSION", version);
-        scratch.write("firmware/hda1.tgz", std::string(image_bytes, 'x'));
+        if (image_bytes > 0)
+            scratch.write("firmware/hda1.tgz", std::string(image_bytes, 'x'));
+        else
+            std::filesystem::remove(scratch.path("firmware/hda1.tgz"));
         scratch.write("firmware/updater", "#!/bin/sh\n" + updater + "\n", 0755);
-        const Finished made =
-            run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
-                         scratch.path("a.pat"), "--keys", scratch.path("keys")});
+        std::vector<std::string> line = {NORV_BINARY_DIR "/tools/norv-patch/norv-patch",
+                                         "make",
+                                         scratch.path("firmware"),
+                                         scratch.path("a.pat"),
+                                         "--keys",
+                                         scratch.path("keys")};
+        line.insert(line.end(), options.begin(), options.end());
+        const Finished made = run_program(line);
         EXPECT_EQ(made.status, 0) << made.out;
         return scratch.read("a.pat");
     }
@@ -239,6 +249,40 @@ TEST_F(Upgrade, Refused)
     }
 }
 
+TEST_F(Upgrade, OldForm)
+{
+    const std::string kNotSigned = "log err ExtractTarUpgradeFile: Fail to verify codesign of /vol/upd@te...",
+                      kNotListed = "log err ErrFHOSTCheckUpgradeFile: Fail to verify checksum of "
+                                   "/vol/upd@te...(retv=0x3800)";
+    const struct {
+        const char *fault;
+        std::string record;
+    } kRows[] = {{"", "log err Pass checksum of /vol/upd@te..."},
+                 {"unsigned", kNotSigned},
+                 {"stranger", kNotSigned},
+                 {"extra-file", kNotSigned},
+                 {"checksum", kNotListed},
+                 {"no-totals", kNotListed}};
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.fault);
+        const bool is_good = row.fault[0] == '\0', is_signed = row.record != kNotSigned;
+        std::vector<std::string> options = {"--old"};
+        if (!is_good)
+            options.insert(options.end(), {"--break", row.fault});
+        const std::string patch = patch_make(kUnique + kBuild, "exit 0", 2047, options);
+        Sandbox box;
+        machine(box, patch);
+        const Result result = upgrade(box);
+        EXPECT_EQ(result.exit_status, is_good ? 0 : 255);
+        EXPECT_TRUE(
+            result.record.in_order({"log err Verify codesign of [/vol/upd@te]...", row.record, "log * retv=[*]"}));
+        EXPECT_EQ(result.record.count("*Extracting NorvArchive"), is_signed ? 0 : 1);
+        EXPECT_EQ(result.record.count("*Extraction failed [/vol/upd@te.pat][/vol/upd@te]"), is_signed ? 0 : 1);
+        EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", is_good ? "" : code_text(-13));
+        EXPECT_EQ(box.list("/vol"), std::vector<std::string>());
+    }
+}
+
 // What is said of arguments that are no good, and what stays of the volume and the patch.
 TEST_F(Upgrade, Arguments)
 {
@@ -346,6 +390,76 @@ TEST_F(Upgrade, Arguments)
         EXPECT_EQ(box.read_file("/vol/data"), "of the user");
         EXPECT_FALSE(box.exists("/vol/upd@te.pat"));
         EXPECT_EQ(result.record.count("run * -rf *"), row.exit_status == 0 ? 4 : 0); // twice, a shell and the program
+    }
+}
+
+// The room on the system's own device: KiB to unpack, 20482 more, and those of the image, of which half of one does not
+// count. A browser's install knows that device; of --patch none is known.
+TEST_F(Upgrade, Room)
+{
+    constexpr uint64_t kFits = (1000 + 20482 + 1) * 1024;
+    const std::string kGood = kUnique + kBuild, kSize = "extractsize=1000\n";
+    const struct {
+        const char *what;
+        std::string version;
+        uint64_t device_bytes;
+        bool fits;
+        std::vector<std::string> record = {};
+        bool has_image = true;
+    } kRows[] = {
+        {"just enough", kGood + kSize, kFits, true},
+        {"one byte short",
+         kGood + kSize,
+         kFits - 1,
+         false,
+         {"log err *[/dev/md0] has [21998591] bytes but requires [21998592] bytes",
+          "log err *partition /dev/md0 is not enough for 21483",
+          "log err ErrFHOSTDoUpgrade(*): child process failed, retv=-16"}},
+        {"no size", kGood, kFits, false, {"log err *fail to read [extractsize] from [/tmpData/upd@te/VERSION]"}},
+        {"size with letters",
+         kGood + "extractsize=12ab\n",
+         kFits,
+         false,
+         {"log err *fail to convert [12ab] to long long"}},
+        {"size below 0", kGood + "extractsize=-1\n", kFits, false, {"log err *fail to convert [-1] to long long"}},
+        {"size beyond all", kGood + "extractsize=18446744073709551615\n", kFits, false},
+        {"more bytes than numbers", kGood + "extractsize=18014398509481984\n", kFits, false},
+        {"no image",
+         kGood + kSize,
+         kFits,
+         false,
+         {"log err *stat [/tmpData/upd@te/hda1.tgz] failed, errno=2(No such file or directory)"},
+         false},
+        {"no device", kGood + kSize, 0, false, {"log err *[/dev/md0] is not a block device."}},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        const std::string patch = patch_make(row.version, "exit 0", row.has_image ? 2047 : 0);
+        Sandbox box;
+        machine(box, patch);
+        box.file(kConf, kModel + kUnique + "supportraid=yes\n");
+        if (row.device_bytes != 0)
+            box.device("/dev/md0", row.device_bytes);
+        else
+            box.directory("/dev/md0");
+        for (const char *path : {"/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop", "/bin/cp"})
+            box.program(path);
+        const std::string body =
+            "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n" + patch +
+            "\r\n--B--\r\n";
+        box.run({"install.cgi"}, {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=upload=true",
+                                          "CONTENT_LENGTH=" + std::to_string(body.size()),
+                                          "CONTENT_TYPE=multipart/form-data; boundary=B"},
+                                  .input = body,
+                                  .leaves = {"*"}});
+        for (int i = 0; i < 6000 && !box.processes().empty(); i++)
+            usleep(10000);
+        EXPECT_NE(box.read_file("/tmp/install.progress").find(row.fits ? "\"Success\"" : "\"line\":13"),
+                  std::string::npos);
+        EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", row.fits ? "" : code_text(-16));
+        EXPECT_TRUE(box.record().in_order(row.record));
+        EXPECT_EQ(box.record().count("run */updater -v *"), row.fits ? 2 : 0); // its shell, and it
+        EXPECT_FALSE(box.exists("/tmpData/upd@te"));
     }
 }
 
