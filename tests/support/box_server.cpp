@@ -102,9 +102,12 @@ void BoxServer::serve()
 void BoxServer::log_take()
 {
     char packet[65536];
-    for (ssize_t bytes; (bytes = recv(log_socket_.get(), packet, sizeof(packet), MSG_DONTWAIT)) >= 0;) {
+    for (;;) {
+        const std::lock_guard lock(lock_); // a line is at the socket or in the record, see caught_up
+        const ssize_t bytes = recv(log_socket_.get(), packet, sizeof(packet), MSG_DONTWAIT);
+        if (bytes < 0)
+            return;
         LogLine line = log_line({packet, static_cast<size_t>(bytes)});
-        const std::lock_guard lock(lock_);
         record_add(std::string("log ") + kPriorities[line.priority] + " " + line_shown(line.text));
         log_.push_back(std::move(line));
     }
@@ -182,9 +185,24 @@ size_t BoxServer::record_size() const
     return record_.lines.size();
 }
 
+// The lock, with all in the record that has been said by now: on a busy machine the thread may be behind.
+std::unique_lock<std::mutex> BoxServer::caught_up() const
+{
+    std::unique_lock lock(lock_);
+    pollfd log = {.fd = log_socket_.get(), .events = POLLIN, .revents = 0};
+    for (int i = 0; i < kStuckSeconds * 1000 && std::this_thread::get_id() != thread_.get_id(); i++) {
+        if (poll(&log, 1, 0) <= 0)
+            break;
+        lock.unlock();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        lock.lock();
+    }
+    return lock;
+}
+
 Record BoxServer::record(size_t from) const
 {
-    const std::lock_guard lock(lock_);
+    const auto lock = caught_up();
     Record part;
     part.lines.assign(record_.lines.begin() + static_cast<std::ptrdiff_t>(from), record_.lines.end());
     return part;
@@ -198,7 +216,7 @@ size_t BoxServer::log_size() const
 
 std::vector<LogLine> BoxServer::log(size_t from) const
 {
-    const std::lock_guard lock(lock_);
+    const auto lock = caught_up();
     return {log_.begin() + static_cast<std::ptrdiff_t>(from), log_.end()};
 }
 

@@ -81,6 +81,7 @@ class BoxServer
     const RequestRow *request_row(const std::string &device, unsigned long request);
     void board_settle();
 
+    [[nodiscard]] std::unique_lock<std::mutex> caught_up() const;
     [[nodiscard]] std::string args_shown(const Question &question) const;
     [[nodiscard]] std::string descriptor_path(const Question &question, std::int64_t fd) const;
     void mount_forget(const std::string &target);
