@@ -40,7 +40,8 @@ class Disk:
             elif key in ("image", "serial") and value:
                 disk = dataclasses.replace(disk, **{key: os.path.abspath(value) if key == "image" else value})
             else:
-                raise LabError(f"a disk cannot be {word!r}: known are a size such as 2G, ssd, flash, image=PATH, serial=TEXT")
+                raise LabError(f"a disk cannot be {word!r}: known are a size such as 2G, ssd, flash, "
+                                "image=PATH, serial=TEXT")
         return disk
 
     def create(self, path: Path) -> None:

@@ -20,8 +20,8 @@ VERSION_FAULTS = {
     "limit": ("partitionversionlimit=99", 70),
     "room": ("extractsize=99999999", 13),
 }
-BUILDER_FAULTS = ("unsigned", "signature", "stranger", "truncated", "payload", "extra-file", "escape", "absolute", "link",
-                  "device", "checksum", "totals", "no-totals", "missing-file")
+BUILDER_FAULTS = ("unsigned", "signature", "stranger", "truncated", "payload", "extra-file", "escape", "absolute",
+                  "link", "device", "checksum", "totals", "no-totals", "missing-file")
 
 
 def patch(folder: Path, *pairs: str, options: tuple[str, ...] = (), name: str = "sample.pat") -> Path:

@@ -186,4 +186,5 @@ HEAD = ("road", "stage", "after", "status", "second install", "seconds", "data")
 
 def cells(row: Row) -> tuple[str, ...]:
     moment = row.moment
-    return (moment.way.name, moment.stage, f"{moment.seconds:.1f} s", row.status, row.end, f"{row.seconds:.0f}", row.data)
+    return (moment.way.name, moment.stage, f"{moment.seconds:.1f} s", row.status, row.end, f"{row.seconds:.0f}",
+            row.data)

@@ -91,7 +91,7 @@ def power_on(one: Appliance, boot: str) -> None:
 
 
 def norvfind(one: Appliance, verb: str, *options: str, seconds: float = _FIND_SECONDS) -> dict[str, Any] | None:
-    """Asks the discovery client for this one appliance. None when it does not answer. LabError tells any other failure."""
+    """Asks the discovery client for this one appliance. None when it does not answer; LabError for other failures."""
     command = [*one.bridge.within, str(NORVFIND), verb, one.mac, "--json", "--interface", "br0", "--seconds",
                f"{seconds:.0f}", *options]
     done = subprocess.run(command, text=True, capture_output=True, timeout=seconds + 60)
@@ -136,7 +136,7 @@ def configuration(one: Appliance) -> dict[str, str]:
 
 def install(one: Appliance, way: str, status: str, patch: Path,
             on_stage: Callable[[str], object] = lambda stage: None) -> dict[str, Any]:
-    """An install by one of the ways that a patch can come: upload, download, builtin. Installer.install tells the rest."""
+    """An install by one of the ways that a patch can come: upload, download, builtin. See Installer.install."""
     fields = configuration(one)
     if way == "upload":
         return one.web.install(status, fields, patch, on_stage=on_stage)
@@ -148,8 +148,9 @@ def install(one: Appliance, way: str, status: str, patch: Path,
 
 def flash_version(one: Appliance) -> str:
     """The build number of what the boot flash holds, which is whole."""
-    return one.machine.must("mkdir -p /run/flash && mount -o ro /dev/norvboot2 /run/flash && norvchecksum /run/flash && "
-                            "sed -n 's/^buildnumber=\"\\(.*\\)\"/\\1/p' /run/flash/VERSION; umount /run/flash").strip()
+    look = ("mkdir -p /run/flash && mount -o ro /dev/norvboot2 /run/flash && norvchecksum /run/flash && "
+            "sed -n 's/^buildnumber=\"\\(.*\\)\"/\\1/p' /run/flash/VERSION; umount /run/flash")
+    return one.machine.must(look, timeout=PATIENCE).strip()
 
 
 def reboot(one: Appliance) -> str:

@@ -19,7 +19,8 @@ class Neighbours(OnABridge):
         with ThreadPoolExecutor(2) as threads:
             told = list(threads.map(road.set_network, both))
         for one, answer in zip(both, told):
-            self.assertEqual((answer["mac"], answer["address"], answer["hostname"]), (one.mac, one.address, one.hostname))
+            self.assertEqual((answer["mac"], answer["address"], answer["hostname"]),
+                             (one.mac, one.address, one.hostname))
         both[0].machine.must(f"ping -c 1 -W 60 {both[1].address}")
         patch = self.patch()
         with ThreadPoolExecutor(2) as threads:

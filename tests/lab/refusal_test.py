@@ -34,7 +34,8 @@ class Refusal(OnABridge):
             return one.web.install("sys_migrat", fields, good)
 
         def older() -> object:
-            return one.web.install("sys_migrat", fields, firmware.patch(self.folder, "buildnumber=64000", name="old.pat"))
+            old = firmware.patch(self.folder, "buildnumber=64000", name="old.pat")
+            return one.web.install("sys_migrat", fields, old)
 
         # What is wrong; what makes it so, and undoes it; the install; where and in which words it is refused.
         on_flash = "mount /dev/norvboot2 /mnt && {} && umount /mnt"
