@@ -76,8 +76,10 @@ TEST(Manual, PagesAreClean)
         if (!path.ends_with(".1") && !path.ends_with(".8"))
             continue;
         pages++;
-        EXPECT_EQ(run_program({"/usr/bin/mandoc", "-T", "lint", "-W", "warning", path}).out, "") << path;
-        EXPECT_EQ(run_program({"/usr/bin/groff", "-ww", "-man", "-Tutf8", "-z", path}).out, "") << path;
+        const Finished mandoc = run_program({"/usr/bin/mandoc", "-T", "lint", "-W", "warning", path});
+        const Finished groff = run_program({"/usr/bin/groff", "-ww", "-man", "-Tutf8", "-z", path});
+        EXPECT_EQ(mandoc.out + groff.out, "") << path;
+        EXPECT_TRUE(mandoc.status == 0 && groff.status == 0) << path;
     }
     EXPECT_EQ(pages, static_cast<int>(pages_read().size()));
 }
