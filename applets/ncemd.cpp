@@ -1,6 +1,5 @@
 #include "applets/ncemd.h"
 
-#include <cerrno>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include "external/board_device.h"
 #include "external/enclosure.h"
 #include "external/hw_control.h"
+#include "external/nic.h"
 #include "external/oob.h"
 #include "lib/conf.h"
 #include "lib/globals.h"
@@ -26,17 +26,27 @@ int gblMuteBuzzer = 0;
 namespace
 {
 
+bool is_on_extension_card(const char *interface_name)
+{
+    char pci_name[32];
+    return external_hw_find_NIC_PCI_name(interface_name, pci_name, sizeof(pci_name)) == 0 &&
+           external_hw_is_device_on_PCI_extension_port(pci_name) == 1;
+}
+
+// A port that is down wakes the machine, too.
 void wol_disable()
 {
-    NET_IF_INFO interfaces[kNetInterfacesMax];
-    const int count = NLIBNetGetInterfaceInfo(interfaces, kNetInterfacesMax, kNetPhysical);
-    if (count < 0) {
+    NET_STAT interfaces[kNetInterfacesMax];
+    const int count = NetStatGetAll(interfaces, kNetInterfacesMax);
+    if (count <= 0) {
         NORV_LOG(LOG_ERR, "Failed to get internal interface");
         return;
     }
-    for (int i = 0; i < count; i++)
-        if (net_wol_get(interfaces[i].szName) == 1 && net_wol_enable(interfaces[i].szName, 0) != 0)
-            NORV_LOG(LOG_ERR, "failed to disable WOL. Interface [%s]", interfaces[i].szName);
+    for (int i = 0; i < count; i++) {
+        const char *name = interfaces[i].szName;
+        if (!is_on_extension_card(name) && net_wol_get(name) == 1 && net_wol_enable(name, 0) != 0)
+            NORV_LOG(LOG_ERR, "failed to disable WOL. Interface [%s]", name);
+    }
 }
 
 // Tells the driver that the daemon runs.

@@ -82,7 +82,7 @@ TEST(NorvMicropControl, EachFormSendsItsText)
     Sandbox box;
     box.file(kDefaults, "supportraid=yes\n");
     const auto sent = [](const std::string &text) { return "board 0xc0014b21 micro_write \"" + text + "\"\n"; };
-    constexpr char kRole[] = "norv_microp_control";
+    constexpr char kRole[] = "norv_microp_control", kNotFound[] = "Command Not Found\nCommand failed\n";
     cases_run(box, {
                        {{kRole, "-w", "0x33"}, sent("3"), 0, ""},
                        {{kRole, "-w", "3"}, sent("3"), 0, ""},
@@ -96,7 +96,9 @@ TEST(NorvMicropControl, EachFormSendsItsText)
                        {{kRole, "BUZZER_OUT_LONG_AND_LOUD"}, sent("3"), 0, ""}, // what stands behind a name is ignored
                        {{kRole, "MICROP_LOG_ON"}, "board 0xc0014b31 micro_log 1\n", 0, ""},
                        {{kRole, "MICROP_LOG_OFF"}, "board 0xc0014b31 micro_log 0\n", 0, ""},
-                       {{kRole, "-fly"}, "", 255, "Command Not Found\nCommand failed\n"},
+                       {{kRole, "-w"}, "", 255, kNotFound},
+                       {{kRole, "FAN_SPEED_PWM_ADJUST_NOTHING", "40"}, "", 255, kNotFound},
+                       {{kRole, "MICROP_VERSION_REPORT", "1"}, "", 255, kNotFound}, // stands alone
                    });
     for (const std::vector<std::string> &bad : {std::vector<std::string>{kRole},
                                                 {kRole, "a", "b", "c"},

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <net/if.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -85,6 +86,49 @@ TEST(Ncemd, StartsInOrderAndStopsOnSigterm)
     EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led *"), 3);
 }
 
+TEST(Ncemd, StartPassesOverWhatFails)
+{
+    constexpr unsigned long kEthtool = 0x8946; // linux/sockios.h
+    DaemonBox box("maxdisks=27\nsupport_wol=yes\nsupport_led_behavior_v2=yes\n");
+    BoxLinks links(box);
+    ASSERT_TRUE(links.wire("eth0", "eth1")); // both down
+    box.symlink("/sys/class/net/eth1/device", "/sys/devices/0000:02:00.0");
+    box.directory("/sys/devices/0000:02:00.0");
+    box.directory("/sys/bus/pci/devices/0000:00:1c.0/0000:02:00.0");
+    box.file("/etc.defaults/extensionPorts", "[pci]\n\tslot1=\"0000:00:1c.0\"\n");
+    box.directory("/sys/block/sd{"); // what would be the letter of the 27th
+    box.board_scenario("fail disk_led EIO 1\nfail control EIO 2\nfail start EIO");
+    box.call({.call = "bind", .error = EADDRINUSE, .times = 1});
+    const RequestRow ethtool = {
+        .device = "socket:*", .request = kEthtool, .reads = 12, .at = offsetof(ifreq, ifr_data), .is_pointer = true};
+    RequestRow awake_once = ethtool, refused = ethtool;
+    awake_once.bytes = std::string("\5\0\0\0\x20\0\0\0\x20\0\0\0", 12);
+    awake_once.times = 1;
+    refused.error = EIO;
+    box.request(awake_once);
+    box.request(refused);
+    box.launch();
+    EXPECT_EQ(box.stop(), 0);
+    EXPECT_TRUE(box.record().in_order({
+        "log err ncemd_netlink.cpp:* NCEMD netlink bind fail.*",
+        "board 0xc0184b0a disk_led 1 0 0 *",
+        "log err ncemd_disk_led.cpp:* Failed to ioctl, errno=5, Input/output error",
+        "board 0xc0184b0a disk_led 27 0 0 *",
+        kBeep + std::string("*"),
+        control("0x4002") + "*",
+        "log err NCEMD: Fail to put the SysRun light up.",
+        "ioctl socket:* SIOCETHTOOL 050000000000000000000000",
+        "ioctl socket:* SIOCETHTOOL 060000000000000000000000*",
+        "log err ncemd.cpp:* failed to disable WOL. Interface [eth0]",
+        "board 0xc0044b24 start 1*",
+        "log err ncemd.cpp:* ioctl failed",
+        "board * event_source 2 0",
+    }));
+    EXPECT_EQ(box.record().count("ioctl socket:* SIOCETHTOOL *"), 3); // twice eth0, once lo; eth1 is on a card
+    EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led * 1 0 *"), 0);
+    EXPECT_EQ(box.record().count(kOrangeBlinking), 0);
+}
+
 TEST(Ncemd, WithoutABoardItRunsAllTheSame)
 {
     DaemonBox box("maxdisks=1\n");
@@ -110,6 +154,15 @@ TEST(Ncemd, PowerOffRunsInAChildAndTheDaemonServesOn)
     EXPECT_TRUE(box.record().in_order({"log err NCEMD: Shutdown the system.", control("0x4003"),
                                        "run /usr/norv/sbin/backup_junior_log.sh",
                                        "log err * norvpoweroff: System is going to [poweroff]", "run /sbin/poweroff"}));
+    box.board_scenario("fail control EIO"); // the machine goes off all the same
+    box.raise(0x223);
+    EXPECT_TRUE(box.wait_for("log info * norvpoweroff: NORVHWExternalControl[NORV_SYS_SHUTDOWN] failed"));
+    for (int tries = 0; tries < 500 && box.record().count("run /sbin/poweroff") < 2; tries++)
+        usleep(10000);
+    EXPECT_EQ(box.record().count("run /sbin/poweroff"), 2);
+    box.call({.call = "fork", .error = EAGAIN});
+    box.raise(0x223);
+    EXPECT_TRUE(box.wait_for("log err NCEMD: Error during shutdown"));
     EXPECT_EQ(box.stop(), 0);
 }
 
@@ -261,20 +314,38 @@ TEST(Ncemd, SasModelWithRaidOnlyMasksItsLamps)
 TEST(Ncemd, ButtonsOfTheMicroControllerAreAnswered)
 {
     struct Case {
-        const char *press;
+        int mode; // event raised first, 0 for none
+        const char *scenario;
         std::vector<std::string> record;
     };
     const Case kCases[] = {
-        {"press power", {"board 0xc0044b07 button_power*", kBeep, control("0x4003")}},
-        {"press reset", {"board 0xc0044b08 button_reset*", kBeep}},
+        {0, "press power", {"board 0xc0044b07 button_power*", kBeep, control("0x4003")}},
+        {0, "press reset", {"board 0xc0044b08 button_reset*", kBeep}},
+        {0x200, "press copy", {"board 0xc0044b09 button_copy*"}},
+        {0,
+         "fail button_power EIO\npress power",
+         {"board 0xc0044b07 button_power*", "log err ncemd_button.cpp:* Failed to ioctl, errno=5, Input/output error",
+          kBeep, control("0x4003")}},
+        {0,
+         "fail micro_read EIO 1\npress reset",
+         {"log err ncemd_button.cpp:* microP get error*", "board 0xc0044b08 button_reset*", kBeep}},
     };
     for (const Case &row : kCases) {
+        SCOPED_TRACE(row.scenario);
         DaemonBox box("");
         box.launch();
-        box.board_scenario(row.press);
-        ASSERT_TRUE(box.wait_for(row.record[0])) << row.press;
+        if (row.mode != 0) {
+            box.raise(row.mode);
+            ASSERT_TRUE(box.wait_for(control("0x5200")));
+        }
+        box.board_scenario(row.scenario);
+        const std::vector<std::string> &awaited = row.record;
+        for (int tries = 0; tries < 500 && !box.record().in_order(awaited); tries++)
+            usleep(10000);
+        if (row.mode != 0)
+            box.raise(0x201);
         EXPECT_EQ(box.stop(), 0);
-        EXPECT_TRUE(box.record().in_order(row.record));
+        EXPECT_TRUE(box.record().in_order(awaited));
     }
     DaemonBox box(""); // this one counts in button mode only
     box.launch();
@@ -287,16 +358,25 @@ TEST(Ncemd, ButtonsOfTheMicroControllerAreAnswered)
 TEST(Ncemd, AlarmSoundsUntilMutedAndAgainAfterItWasGood)
 {
     DaemonBox box("buzzeroffen=0x200\nbuzzeroffen_r2=0x0\n");
+    const auto pair_set = [&](const std::string &pair) { // and see it read
+        box.board_scenario("status " + pair);
+        return box.wait_for("board 0xc0084b19 status_pair -> " + pair);
+    };
     box.board_scenario("status 0 1");
     box.launch();
-    ASSERT_TRUE(box.wait_for("board 0xc0084b19 *"));
+    ASSERT_TRUE(box.wait_for("board 0xc0084b19 status_pair -> 0 1"));
     box.raise(0x224);
     ASSERT_TRUE(box.wait_for("board * event_get -> 0x224"));
+    ASSERT_TRUE(pair_set("0 3")); // still bad, and still muted
+    ASSERT_TRUE(pair_set("1 1"));
+    ASSERT_TRUE(pair_set("2 1")); // neither good nor bad
+    ASSERT_TRUE(pair_set("1 0"));
     EXPECT_EQ(box.stop(), 0);
-    EXPECT_TRUE(box.record().in_order({"board 0xc0084b19 status_pair*", kBeep}));
-    EXPECT_TRUE(box.record().in_order({"board * event_get -> 0x224", "board 0xc0084b19 status_pair*"}));
+    EXPECT_TRUE(box.record().in_order({"board 0xc0084b19 status_pair -> 0 1", kBeep}));
     const std::string whole = box.record().text();
-    EXPECT_EQ(whole.find(kBeep, whole.find("event_get -> 0x224")), std::string::npos) << whole;
+    const size_t muted = whole.find("event_get -> 0x224"), again = whole.find("status_pair -> 1 0");
+    EXPECT_EQ(whole.find(kBeep, muted), whole.find(kBeep, again)) << whole;
+    EXPECT_NE(whole.find(kBeep, again), std::string::npos) << whole;
 }
 
 TEST(Ncemd, PortThawMarksTheFaultForGood)
@@ -436,10 +516,15 @@ TEST(Ncemd, PanelTellsWhatIsMissingThenAsksToInstall)
     const std::string prompt = screen("Install NOS by Assistant or WebInstall", "SN:1234567890123");
     ASSERT_TRUE(wait_for_screen(prompt));
     EXPECT_NE(shown(screen("Link Detected!", "Please Wait...") + prompt), std::string::npos);
+    EXPECT_EQ(box.read_file("/dev/ttyACM0").find(prompt), box.read_file("/dev/ttyACM0").rfind(prompt)); // once
+
+    box.remove("/sys/block/sda"); // pulled and put back: asked anew
+    ASSERT_TRUE(wait_for_screen(prompt + no_disk));
+    box.directory("/sys/block/sda");
+    ASSERT_TRUE(wait_for_screen(disk_found + prompt));
     EXPECT_EQ(box.stop(), 0);
     const std::string all = box.read_file("/dev/ttyACM0");
-    EXPECT_EQ(all.find(prompt), all.rfind(prompt)); // shown once
-    EXPECT_EQ(all[0], '7');                         // the status LED goes off at the end
+    EXPECT_EQ(all[0], '7'); // the status LED goes off at the end
     EXPECT_TRUE(
         box.record().in_order({"log err * Invalid value form LCM module.", "log err * close CdcAcm for LCM module."}));
 }

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 
+#include "lib/report.h"
 #include "tests/support/private_root.h"
 
 namespace
@@ -68,6 +69,22 @@ TEST(HwExternalControl, RefusesBeforeAnythingIsSent)
     root.run([] { return NORVHWExternalControl(0x4002, -1, "", 9); });
     EXPECT_EQ(root.log(), "3 hw_external_control.cpp:# CheckControlType, type=9\n"
                           "3 hw_external_control.cpp:# CheckControlType failed, type=9\n");
+}
+
+TEST(HwPowerAction, OtherModesDoNothing)
+{
+    if (!PrivateRoot::allowed())
+        GTEST_SKIP() << "the kernel refuses a private root";
+    PrivateRoot root;
+    root.run([] {
+        for (const int mode : {2, 3}) {
+            NLIBCErrSet(kErrNone, "", 0);
+            EXPECT_EQ(NORVSysPowerAction(mode), 0);
+            EXPECT_EQ(NLIBCErrGet(), kErrBadParameter);
+        }
+        return 0;
+    });
+    EXPECT_EQ(root.log(), "3 hw_power_action.cpp:# Unknown option (2)\n3 hw_power_action.cpp:# Unknown option (3)\n");
 }
 
 } // namespace
