@@ -148,11 +148,12 @@ class Installer:
         body_of(self.ask("recover.cgi", None, body, len(body), "application/x-www-form-urlencoded"))
 
     def progress(self) -> dict[str, Any]:
-        """What the progress file says; nothing when no install has begun or it is just written. Raises Refused."""
-        text = self._text()
+        """What the page is told of the progress; nothing when there is none, or it is just written. Raises Refused."""
+        text = self.ask("progress.cgi")
         return body_of(text) if text else {}
 
     def _text(self) -> str:
+        """The progress file, past the web server, so that polling costs the guest little."""
         return self._machine.run("cat /tmp/install.progress").out
 
     def install(self, status: str, fields: Mapping[str, str], patch: Path | None = None, *,

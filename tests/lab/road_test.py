@@ -58,6 +58,11 @@ class Road(OnABridge):
         with self.subTest("the flash is recovered"):
             one.web.recover()
             self.assertEqual(road.flash_version(one), firmware.BUILD_NUMBER)
+        with self.subTest("the maintenance shell opens"):
+            self.assertIn('"success": true', one.web.ask("start_telnet.cgi"))
+            with self.bridge.tcp() as shell:
+                shell.settimeout(road.PATIENCE)
+                shell.connect((one.address, 23))
 
         machine.restore("installed")
         with self.subTest("a recovery that fails is not offered again"):
