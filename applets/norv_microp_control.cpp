@@ -66,7 +66,7 @@ constexpr MicropCommand kFanCommands[] = {
 };
 
 constexpr char kVersionCommand[] = "MICROP_VERSION_REPORT";
-constexpr char kVersionText[] = "O"; // switches the version report on, and off again
+constexpr char kVersionText[] = "O"; // asks for the report, and ends it
 
 // The switch of the driver's own log of what goes to and fro.
 struct LogCommand {
@@ -139,7 +139,7 @@ const char *version_find(const char *reply)
 
 int version_print(int device)
 {
-    MicropExchange exchange = {"O", kVersionReplyBytes};
+    MicropExchange exchange = {{kVersionText[0]}, kVersionReplyBytes};
     if (ioctl(device, NORVIO_MICROP_EXCHANGE, &exchange) < 0) {
         puts("Failed to set and get microp version\nPlease check if the microP version function is on.");
         return kVersionRequestFailed;
@@ -170,7 +170,7 @@ int command_run(int device, const char *name, const char *value)
     for (const MicropCommand &command : kCommands)
         if (starts_with(name, command.name))
             return text_send(device, command.text);
-    for (LogCommand command : kLogCommands)
+    for (LogCommand command : kLogCommands) // a copy: the driver may write to what it is given
         if (strcmp(name, command.name) == 0)
             return ioctl(device, NORVIO_MICROP_LOG, &command.value);
     puts("Command Not Found");

@@ -351,8 +351,12 @@ TEST(Ncemd, ButtonsOfTheMicroControllerAreAnswered)
     box.launch();
     box.board_scenario("press copy");
     ASSERT_TRUE(box.wait_for("board 0xc0014b30 micro_read* 1"));
+    box.call({.call = "open", .args = "/dev/norvbios *", .error = EIO}); // what is open already still tells of presses
+    box.board_scenario("press power");
+    EXPECT_TRUE(box.wait_for("log err NcemDoButtonCtrl(*)open norvbios error"));
     EXPECT_EQ(box.stop(), 0);
-    EXPECT_EQ(box.record().count("board 0xc0044b09 *"), 0);
+    EXPECT_EQ(box.record().count("board 0xc0044b07 *") + box.record().count("board 0xc0044b09 *"), 0);
+    EXPECT_EQ(box.record().count(kBeep), 1); // that of the start
 }
 
 TEST(Ncemd, AlarmSoundsUntilMutedAndAgainAfterItWasGood)
@@ -383,6 +387,7 @@ TEST(Ncemd, PortThawMarksTheFaultForGood)
 {
     DaemonBox box("maxdisks=2\nusbportcfg=0x80\ninternalportcfg=0x3\n");
     box.directory("/sys/block/sda");
+    box.directory("/sys/block/sdb");
     box.file("/sys/class/scsi_host/host0/norv_port_thaw", "0\n");
     box.file("/sys/class/scsi_host/host0/norv_diskname_trans", "sda\n");
     box.file("/sys/class/scsi_host/host1/norv_port_thaw", "1\n");
@@ -391,12 +396,18 @@ TEST(Ncemd, PortThawMarksTheFaultForGood)
     box.launch();
     box.raise(0x2800);
     ASSERT_TRUE(box.wait_for("board 0xc0184b0a disk_led 1 2 0 \"\""));
-    box.remove("/sys/block/sda"); // pulled: the fault stays
-    box.raise(0x2800);
     EXPECT_TRUE(box.wait_for("log err * File not exist: /sys/class/scsi_host/host2/norv_diskname_trans"));
+    box.remove("/sys/block/sda"); // both are pulled: one fault stays, one LED goes off
+    box.remove("/sys/block/sdb");
+    const auto went_off = [&] { return box.record().count("board 0xc0184b0a disk_led 2 0 0 \"\"") == 2; };
+    for (int tries = 0; tries < 1000 && !went_off(); tries++)
+        usleep(10000);
     EXPECT_EQ(box.stop(), 0);
-    EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led 1 2 0 *"), 1);
-    EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led 2 [12]*"), 0);
+    EXPECT_TRUE(went_off());
+    EXPECT_EQ(box.record().text("board 0xc0184b0a disk_led 1 *"), "board 0xc0184b0a disk_led 1 0 0 \"\"\n"
+                                                                  "board 0xc0184b0a disk_led 1 1 0 \"\"\n"
+                                                                  "board 0xc0184b0a disk_led 1 2 0 \"\"\n");
+    EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led 2 2 *"), 0);
 }
 
 TEST(Ncemd, PortThawPassesWhatIsNoInternalDisk)
