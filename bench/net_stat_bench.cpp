@@ -15,7 +15,7 @@ std::string interfaces_text()
 {
     std::string text = "Inter-| Receive\n face |bytes\n";
     for (int i = 0; i < kInterfaces; i++)
-        text += "  eth" + std::to_string(i * 2654435761U % kInterfaces) +
+        text += "  eth" + std::to_string(static_cast<unsigned>(i) * 2654435761U % kInterfaces) +
                 ": 123456789012 1234567 0 0 0 0 0 0 987654321098 7654321 0 0 0 0 0 0\n";
     return text;
 }

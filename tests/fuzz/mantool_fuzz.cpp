@@ -1,11 +1,12 @@
-// The factory tool's command line, on a machine with a board, a record and nothing else. Input: a byte that chooses
-// whether there is a record, then the arguments, one a line.
+// The factory tool's command line, on a machine with a board and a record at most. Input: a byte whose bits choose
+// whether there is a record (0) and the model (1 and 2), then the arguments, one a line.
 // Covers: lib/string_parse_number.cpp applets/mantool_board.cpp(pair_parse uart_byte_parse)
 // Covers: applets/mantool_vender.cpp(number_parse mac_parse man_mac_set) applets/mantool_schedule.cpp(entry_parse)
 // Covers: applets/set_time_command.cpp(is_match parse month_days is_valid)
-// Covers: applets/mantool_test_flags.cpp(man_test_flag_set man_test_flag_get)
-// Covers: manutil/test_flags.cpp(test_flag_find func_error_set counter_parse flag_set test_flag_set)
-// Covers: manutil/vender_identity.cpp(serial_is_valid)
+// Covers: applets/mantool_test_flags.cpp(man_test_flag_set man_test_flag_get) manutil/test_flags.cpp(test_flag_find
+// Covers: func_error_set counter_parse flag_set test_flag_set) manutil/vender_identity.cpp(serial_is_valid)
+// Covers: applets/mantool_log.cpp(counter_take session_get model_get record_add message_make)
+// Covers: applets/mantool_fan.cpp(man_fan_pwm_set)
 #include <cerrno>
 #include <cinttypes>
 #include <cstdarg>
@@ -102,6 +103,12 @@ void record_put(bool is_there)
     file_root_put(kPath, {reinterpret_cast<const char *>(bytes.data()), bytes.size()});
 }
 
+void model_put(int model)
+{
+    static constexpr const char *kUniques[] = {"norv_x86_fuzz", "norv", "norv_x86", "norv_x86_nosensor"};
+    file_root_put("/etc.defaults/norvinfo.conf", std::string("maxdisks=\"4\"\nunique=\"") + kUniques[model] + "\"\n");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
@@ -110,7 +117,9 @@ extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
     file_root_put("/dev/norvbios", "");
     file_root_put("/proc/sys/kernel/norv_vender_format_version", "0\n");
     file_root_put("/proc/sys/kernel/norv_install_flag", "");
-    file_root_put("/etc.defaults/norvinfo.conf", "unique=\"norv_x86_fuzz\"\nmaxdisks=\"4\"\n");
+    file_root_put("/proc/sys/kernel/norv_serial", "1234567890ABC\n");
+    file_root_put("/proc/sys/kernel/norv_mac_address1", "0200000a0b0c\n");
+    file_root_put("/etc/norvmanlog.conf", "label=\"a line of the factory\"\n");
     check(freopen("/dev/null", "w", stdout) != nullptr); // a plain file in this root
     return 0;
 }
@@ -120,7 +129,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (size == 0)
         return 0;
     board_init(&gblBoard, 0);
-    record_put(data[0] % 2 != 0);
+    record_put((data[0] & 1) != 0);
+    model_put(data[0] >> 1 & 3);
     const std::string name = "mantool";
     std::vector<std::vector<char>> words = {{name.c_str(), name.c_str() + name.size() + 1}, {}};
     for (size_t at = 1; at < size; at++)
@@ -138,7 +148,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
-    static_cast<void>(mantool_main(static_cast<int>(words.size()), argv.data()));
+    check(mantool_main(static_cast<int>(words.size()), argv.data()) == 0);
     rewind(stdout);
     return 0;
 }
