@@ -28,7 +28,7 @@ int NORVSysPowerAction(int mode)
         NLIBCErrSet(kErrBadParameter, __FILE_NAME__, __LINE__);
         return 0;
     }
-    static_cast<void>(conf_support_led_behavior_v2());
+    static_cast<void>(conf_support_led_behavior_v2()); // asked, but both kinds of models are told alike
     if (NORVHWExternalControl(kHwSystemShutdown, 0, nullptr, kHwTypeShutdown) < 0)
         NORV_LOG(LOG_INFO, "norvpoweroff: NORVHWExternalControl[NORV_SYS_SHUTDOWN] failed");
     NLIBCExec("/usr/norv/sbin/backup_junior_log.sh");

@@ -287,7 +287,7 @@ TEST(Ncemd, OutOfBandRequestActsOnceAndIsCleared)
 
 TEST(Ncemd, SasModelWithRaidOnlyMasksItsLamps)
 {
-    DaemonBox box("maxdisks=2\nsupportraid=yes\nsupportsas=yes\ninternal_disk_without_led_mask=yes\n");
+    DaemonBox box("");
     box.file(kDefaults, "maxdisks=2\nsupportraid=yes\nsupportsas=yes\ninternal_disk_without_led_mask=yes\n");
     box.board_scenario("fail disk_led_mask EIO 1");
     box.directory("/sys/block/sda");
