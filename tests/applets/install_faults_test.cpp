@@ -198,18 +198,16 @@ class Machine
         while (started() < n && (process.running() || !box.processes().empty()))
             usleep(1000);
         EXPECT_EQ(started(), n);
-        std::vector<Sandbox::Running> running = box.processes();
-        const auto is_install = [&](const Sandbox::Running &row) { return row.name == road.command[0]; };
-        if (std::none_of(running.begin(), running.end(), is_install))
+        if (!install_is_running())
             process.signal(SIGKILL); // else its child goes on with the work, and it ends by itself
         process.wait();
-        // The install first, then a shell before what it waits for.
-        std::sort(running.begin(), running.end(), [](const auto &a, const auto &b) { return a.pid < b.pid; });
-        std::stable_partition(running.begin(), running.end(), is_install);
-        for (const Sandbox::Running &row : running) {
-            box.signal(row.pid, SIGKILL);
-            EXPECT_TRUE(box.wait_for_end(row.pid, 60));
-        }
+        for (const auto &[pid, name] : box.processes())
+            if (name == road.command[0])
+                box.signal(pid, SIGKILL);
+        for (int i = 0; i < 60000 && install_is_running(); i++)
+            usleep(1000);
+        for (const auto &[pid, name] : box.processes())
+            box.signal(pid, SIGKILL);
         quiet_wait();
     }
 
@@ -290,6 +288,12 @@ class Machine
     {
         const std::lock_guard guard(lock_);
         return starts_.size();
+    }
+    [[nodiscard]] bool install_is_running() const
+    {
+        const std::vector<Sandbox::Running> running = box.processes();
+        return std::any_of(running.begin(), running.end(),
+                           [&](const auto &row) { return row.name == road.command[0]; });
     }
     void quiet_wait() const
     {

@@ -216,7 +216,7 @@ class Sandbox
         std::string name;
     };
     [[nodiscard]] std::vector<Running> processes() const;
-    void signal(pid_t pid, int number) const;
+    void signal(pid_t pid, int number) const; // one that has just ended is no fault
     // Waits until such a process has ended; false after the time. `status` receives its raw wait status.
     [[nodiscard]] bool wait_for_end(pid_t pid, double seconds = 10, int *status = nullptr) const;
 
