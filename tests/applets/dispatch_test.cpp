@@ -1,4 +1,5 @@
 // From the name of the program to its role, and what happens on the way.
+#include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
 #include <sstream>
@@ -6,6 +7,7 @@
 #include <sys/resource.h>
 #include <vector>
 
+#include "build_paths.h"
 #include "tests/support/sandbox.h"
 
 namespace
@@ -80,6 +82,17 @@ TEST(Dispatch, AnyOtherNameIsTheEventDaemon)
         SCOPED_TRACE(name.substr(0, 40));
         EXPECT_TRUE(is_daemon(box.run({"ncemd", "--help"}, {.argv0 = name})));
     }
+}
+
+// The words around the banner's year are printed, but not readable in the executable.
+TEST(Dispatch, BannerWordsAreScrambled)
+{
+    std::ifstream file(NORV_BINARY_DIR "/norv", std::ios::binary);
+    const std::string executable(std::istreambuf_iterator<char>(file), {});
+    ASSERT_NE(executable.find("norv_extract_system_patch"), executable.npos);
+    const std::string banner = kBanner;
+    for (const std::string &words : {banner.substr(0, 19), banner.substr(23, 36)})
+        EXPECT_EQ(executable.find(words), executable.npos) << words;
 }
 
 TEST(Dispatch, HelpCountsOnlyAlone)
