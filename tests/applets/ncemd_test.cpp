@@ -346,7 +346,7 @@ TEST(Ncemd, ButtonsOfTheMicroControllerAreAnswered)
             ASSERT_TRUE(box.wait_for(control("0x5200")));
         }
         box.board_scenario(row.scenario);
-        EXPECT_TRUE(wait_until([&] { return bool(box.record().in_order(row.record)); })) << box.record().text();
+        EXPECT_TRUE(wait_until([&] { return box.record().in_order(row.record); })) << box.record().text();
         if (row.mode != 0)
             box.raise(0x201);
         EXPECT_EQ(box.stop(), 0);
