@@ -206,8 +206,10 @@ class Machine
                 box.signal(pid, SIGKILL);
         for (int i = 0; i < 60000 && install_is_running(); i++)
             usleep(1000);
-        for (const auto &[pid, name] : box.processes())
-            box.signal(pid, SIGKILL);
+        std::vector<Sandbox::Running> running = box.processes();
+        std::sort(running.begin(), running.end(), [](const auto &a, const auto &b) { return a.pid < b.pid; });
+        for (const Sandbox::Running &row : running)
+            box.signal(row.pid, SIGKILL); // a shell before what it waits for, or it would start the next
         quiet_wait();
     }
 
