@@ -111,7 +111,7 @@ TEST(FileSetKeyValue, OwnerAndModeStay)
     const ScratchDir dir;
     const std::string path = dir.write("f", "a=0\n");
     const bool root = geteuid() == 0;
-    for (const mode_t mode : {0600U, 0644U, 0400U, 04751U, 06770U, 01666U}) {
+    for (const mode_t mode : {0600U, 0644U, 0400U, 04600U, 04751U, 06770U, 01666U}) {
         ASSERT_EQ(chown(path.c_str(), root ? 1000 : geteuid(), root ? 1001 : getegid()), 0);
         ASSERT_EQ(chmod(path.c_str(), mode), 0);
         EXPECT_EQ(NLIBCFileSetKeyValue(path.c_str(), "a", "1", nullptr), 1);

@@ -145,7 +145,8 @@ TEST(List, Operations)
         {"+c +a s1 ?c ?b", "0 1 1 -1 ", "a,c", 20},
         {"+b +A s16 +C +aa", "0 1 2 1 ", "A,aa,b,C", 41},
         {"s1 +a +a", "0 0 ", "a,a", 20},
-        {"+a +B s1 s16", "0 1 ", "B,a", 20},      // a sorted list only takes the word
+        {"+a +B s1 s16 +A", "0 1 1 ", "B,A,a", 30}, // a sorted list only takes the word
+        {"+b s1 s0 +a", "0 1 ", "b,a", 20},
         {"+a +B s17 1@A", "0 1 1 ", "B,A,a", 30}, // bit 0 goes before bit 4; the word is no order
         {"+b +a s2", "0 1 ", "b,a", 20},
         {"+b s1 r +y +x", "0 0 0 ", "x,y", 20}, // reset keeps the order
