@@ -95,6 +95,19 @@ TEST_F(Conf, AnswersStay)
               "3 conf_max_disks_get.cpp:# Failed to NLIBCFileGetKeyValue(/etc.defaults/norvinfo.conf,maxdisks)\n");
 }
 
+// 63 digits fit.
+TEST_F(Conf, LongDiskCounts)
+{
+    const std::string zeros(61, '0');
+    root.write(kDefaultsPath, "max_sys_raid_disks=" + zeros + "04\nmaxdisks=" + zeros + "12\n");
+    EXPECT_EQ(root.run([] { return NLIBCConfMaxSysRaidDisksGet() * 16 + NLIBCConfMaxDisksGet(); }), 4 * 16 + 12);
+    root.write(kDefaultsPath, "max_sys_raid_disks=" + zeros + "004\nmaxdisks=" + zeros + "12\n");
+    EXPECT_EQ(root.run([] { return NLIBCConfMaxSysRaidDisksGet(); }), 12);
+    EXPECT_EQ(root.log(), "");
+    root.write(kDefaultsPath, "maxdisks=" + zeros + "012\n");
+    EXPECT_EQ(root.run([] { return NLIBCConfMaxDisksGet(); }), 0);
+}
+
 TEST_F(Conf, NoDescription)
 {
     EXPECT_EQ(root.run([] {
