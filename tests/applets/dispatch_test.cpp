@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "build_paths.h"
+#include "tests/support/box.h"
 #include "tests/support/sandbox.h"
 
 namespace
@@ -27,6 +28,7 @@ const std::vector<std::string> kRoles =
           "norvnetseqadj norvssdcache norvlanstatus norv_pstore_collect norv_swap_ctl norv_extract_system_patch "
           "norv_oob_power_action norv_oob_ipv4_get norvstgcore norv_led_mask_on");
 
+constexpr char kProbe[] = "/bin/probe"; // starts a role as no shell does
 constexpr char kModel[] = "/etc.defaults/norvinfo.conf";
 constexpr char kBanner[] = "Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\n";
 const std::vector<std::string> kLeaves = {"/tmp/install.lock",
@@ -109,6 +111,7 @@ TEST(Dispatch, HelpCountsOnlyAlone)
 TEST(Dispatch, HostileSettings)
 {
     Sandbox box;
+    box.host_file(kProbe, SANDBOX_PROBE);
     box.file(kModel, "supportraid=\"no\"\n");
     box.compress_sleeps();
     for (const std::string &role : kRoles) {
@@ -117,10 +120,27 @@ TEST(Dispatch, HostileSettings)
         const RunOptions kSettings[] = {
             {.empty_env = true, .leaves = kLeaves},
             {.limits = {{RLIMIT_NOFILE, 8}}, .leaves = kLeaves},
+            {.limits = {{RLIMIT_STACK, 256 << 10}}, .leaves = kLeaves},
             {.closed = {0, 1, 2}, .leaves = kLeaves},
         };
         for (const RunOptions &setting : kSettings)
             EXPECT_EQ(box.run({role}, setting).exit_status, plain);
+        for (const char *signals : {"blocked", "ignored"})
+            EXPECT_EQ(box.run({kProbe, signals, role_path(role)}, {.leaves = kLeaves}).exit_status, plain) << signals;
+    }
+}
+
+// Without a name there is none that is listed.
+TEST(Dispatch, WithoutAnyArgumentItIsTheEventDaemon)
+{
+    Sandbox box;
+    box.host_file(kProbe, SANDBOX_PROBE);
+    box.compress_sleeps();
+    box.leaves({"process *", "/tmp/.not.dualhead"});
+    for (const char *role : {"raidtool", "findhostd"}) {
+        const Result result = box.run({kProbe, "nameless", role_path(role)});
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.record.count("log err *start ncemd"), 1);
     }
 }
 

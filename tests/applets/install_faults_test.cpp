@@ -18,6 +18,7 @@
 #include "build_paths.h"
 #include "tests/platform/run_program.h"
 #include "tests/support/box_text.h"
+#include "tests/support/points.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/scratch_dir.h"
 
@@ -378,6 +379,7 @@ TEST_P(InstallFaults, ProgramFails)
         EXPECT_EQ(machine.mounts(), std::vector<std::string>());
     }
     EXPECT_EQ(machine.install(), 0);
+    points_tried(static_cast<int>(calls.size()));
 }
 
 // What both roads have in common is done once in every way.
@@ -429,6 +431,7 @@ TEST_P(InstallKilled, AtEachStart)
         EXPECT_EQ(machine.temporary(), temporary);
     }
     EXPECT_GT(stages, 20U);
+    points_tried(static_cast<int>(stages / kShares));
 }
 
 std::vector<std::pair<const Road *, size_t>> kill_params()

@@ -9,6 +9,7 @@
 #include "lib/file.h"
 #include "lib/report.h"
 #include "tests/support/alloc_fault.h"
+#include "tests/support/points.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/sweep.h"
 
@@ -111,6 +112,7 @@ TEST(FileRewrite, SurvivesEveryFault)
                                           }});
         EXPECT_EQ(report.complaints, "");
         EXPECT_GT(report.runs, 100);
+        points_tried(report.runs);
         // Nothing may be in place that is not synced, owned and closed.
         EXPECT_EQ(
             calls_not_in_order(report.calls, {"openat /a.conf", "newfstatat", "openat /a.conf.", "newfstatat",

@@ -5,6 +5,7 @@
 
 #include "lib/report.h"
 #include "manutil/vender_format.h"
+#include "tests/support/points.h"
 #include "tests/support/sweep.h"
 
 namespace
@@ -111,6 +112,7 @@ TEST(VenderFile, CutLeavesTheOldRecordOrTheNew)
                .check = check});
     EXPECT_EQ(report.complaints, "");
     EXPECT_GT(report.runs, 50);
+    points_tried(report.runs);
     // What takes the name is on the disk, and the name itself is before success is told.
     EXPECT_EQ(calls_not_in_order(report.calls, {"openat /vender.new", "write /vender.new", "fsync /vender.new",
                                                 "rename /vender.new /vender", "openat /", "fsync /"}),

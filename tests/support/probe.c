@@ -236,6 +236,28 @@ static long do_kill(const char *number)
     return raise(atoi(number));
 }
 
+/* Become another program, in a way that no shell starts one. */
+static long do_blocked(const char *path)
+{
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, NULL);
+    return execl(path, path, NULL);
+}
+
+static long do_ignored(const char *path)
+{
+    for (int number = 1; number <= SIGRTMAX; number++)
+        signal(number, SIG_IGN);
+    return execl(path, path, NULL);
+}
+
+static long do_nameless(const char *path)
+{
+    char *none[] = {NULL};
+    return execve(path, none, environ);
+}
+
 static const struct {
     const char *name;
     long (*act)(const char *);
@@ -271,6 +293,9 @@ static const struct {
     {"read", do_read},
     {"exit", do_exit},
     {"kill", do_kill},
+    {"blocked", do_blocked},
+    {"ignored", do_ignored},
+    {"nameless", do_nameless},
 };
 
 int main(int argc, char *argv[])

@@ -97,6 +97,11 @@ void Sandbox::program_answer(std::function<std::optional<ProgramRow>(const Progr
     box_->server->program_answer(std::move(answer));
 }
 
+std::string Sandbox::outside(std::string_view path) const
+{
+    return box_->files->outside(path);
+}
+
 void Sandbox::host_program(std::string_view path)
 {
     box_->files->copy(std::string(path), BOX_HOST + std::string(path), 0755);

@@ -175,6 +175,8 @@ class Sandbox
     [[nodiscard]] bool exists(std::string_view path) const;                        // a symbolic link counts as itself
     [[nodiscard]] mode_t mode(std::string_view path) const;                        // permission bits
     [[nodiscard]] std::vector<std::string> list(std::string_view directory) const; // sorted names
+    // A path by which the test itself reaches a file whose folders are no symbolic links.
+    [[nodiscard]] std::string outside(std::string_view path) const;
 
     // A stand-in at a path. Rows are added to those there; a call that no row matches ends with 0 and no output, and
     // is listed by unexpected_calls when there are rows.
