@@ -236,7 +236,7 @@ TEST(RoleFaults, DaemonsEndAtAnyMoment)
             const size_t took = box.record().lines.size() - before;
             const auto end = [&] {
                 if (process.running())
-                    process.signal(number);
+                    box.signal(process.pid(), number);
                 for (const Sandbox::Running &row : box.processes())
                     if (row.name == role)
                         box.signal(row.pid, number);
