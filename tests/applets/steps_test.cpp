@@ -170,9 +170,9 @@ TEST(Command, LastRowOfANameRuns)
         CommandEnd end;
         const char *out;
     } kCases[] = {
-        {"-twice", CommandEnd::kDone, ""},        {"-fails", CommandEnd::kFailed, "Excution Error\n"},
-        {"", CommandEnd::kUnknown, ""},
-        {"-fail", CommandEnd::kUnknown, ""},      {"-failsx", CommandEnd::kUnknown, ""},
+        {"-twice", CommandEnd::kDone, ""},     {"-fails", CommandEnd::kFailed, "Excution Error\n"},
+        {"", CommandEnd::kUnknown, ""},        {"-fail", CommandEnd::kUnknown, ""},
+        {"-failsx", CommandEnd::kUnknown, ""},
     };
     for (auto [word, end, out] : kCases) {
         SCOPED_TRACE(word);

@@ -2,10 +2,10 @@
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <limits.h>
+#include <linux/sockios.h>
 #include <stdarg.h>
 #include <stdint.h>
 #include <string.h>
-#include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
