@@ -348,7 +348,8 @@ class InstallFaults : public testing::TestWithParam<std::pair<const Road *, cons
 
 TEST_P(InstallFaults, ProgramFails)
 {
-    const auto &[road, fault] = GetParam();
+    const Road *road = GetParam().first; // a lambda cannot take what a structured binding names
+    const Fault *fault = GetParam().second;
     Machine machine(*road);
     ASSERT_EQ(machine.install(), 0) << machine.box.record().text();
     const std::vector<std::string> temporary = machine.temporary();
