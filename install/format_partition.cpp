@@ -105,7 +105,8 @@ int FormatPartition(int migrate, char *mount_out, size_t size, InstallProgress p
     NORV_LOG(LOG_ERR, "system status = %d", status);
     progress(kStageFormat, 0, 0);
     if (migrate == 1) {
-        volume_unmount(gszUpgradeVolMnt); // an install that was killed left it mounted
+        if (volume_is_mounted(gszUpgradeVolMnt)) // by an install that was killed
+            volume_unmount(gszUpgradeVolMnt);
     } else if (ErrFHOSTDoFdiskFormat(gblCreateDataVol, status) != 0) {
         progress(kStageFormat, kCodeFormat, 0);
         return -1;

@@ -1,9 +1,13 @@
 #include "install/volume.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdio>
 #include <cstring>
+#include <mntent.h>
 #include <unistd.h>
 
+#include "autocleanup/unique.h"
 #include "install/shell.h"
 #include "lib/report.h"
 
@@ -27,6 +31,17 @@ void volume_unmount(const char *folder)
     (void)shell_run("/bin/umount -f %s > /dev/null 2>&1", folder);
     if (strcmp(folder, "/mnt") != 0)
         rmdir(folder);
+}
+
+bool volume_is_mounted(const char *folder)
+{
+    const UniqueFile mounts(fopen("/proc/mounts", "re"));
+    mntent entry;
+    char text[2 * PATH_MAX];
+    while (mounts && getmntent_r(mounts.get(), &entry, text, sizeof(text)) != nullptr)
+        if (strcmp(entry.mnt_dir, folder) == 0)
+            return true;
+    return false;
 }
 
 int MountPartition(const char *device, const char *folder)

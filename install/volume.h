@@ -7,5 +7,8 @@
 // Unmounts the folder by force and removes it, but for /mnt. Failures do not matter.
 void volume_unmount(const char *folder);
 
+// Whether something is mounted on the folder, as /proc/mounts tells; false without that list.
+[[nodiscard]] bool volume_is_mounted(const char *folder);
+
 // volume_mount that says so in the log first. Returns 1; 0 when it failed.
 [[nodiscard]] int MountPartition(const char *device, const char *folder);

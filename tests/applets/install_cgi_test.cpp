@@ -237,6 +237,9 @@ TEST_F(WebInstall, WhatThePageSees)
         const auto shown = [&](const char *stage) {
             return [&, stage](const ProgramCall & /*call*/) { page.wait_for(stage_body(stage)); };
         };
+        const bool is_migration = std::string(row.query).ends_with("sys_migrat");
+        if (is_migration) // one that was killed has left this
+            box.file("/proc/mounts", "/dev/md0 /tmpData ext4 rw 0 0\n");
         box.program(kInstaller, {{.reads_input = true}});
         box.program("/bin/mount", {{.args = "* /tmpData", .effect = shown("format_sys")}});
         box.program("/bin/cp", {{.args = "-f *", .effect = shown("install")}});
@@ -269,7 +272,7 @@ TEST_F(WebInstall, WhatThePageSees)
         EXPECT_TRUE(box.record().in_order({"run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /tmpData/etc/dhcpc",
                                            "run /bin/umount -f /tmpData", "run /usr/sbin/pppoe-stop"}));
         const std::vector<ProgramCall> formats = box.calls(kInstaller);
-        ASSERT_EQ(formats.size(), std::string(row.query).ends_with("sys_migrat") ? 0U : 1U);
+        ASSERT_EQ(formats.size(), is_migration ? 0U : 1U);
         EXPECT_EQ(formats.empty() ? "" : formats[0].input, "");
         EXPECT_EQ(box.record().count("run /usr/sbin/inetd*"), 0);
         EXPECT_EQ(box.read_file("/tmpData/.ns_configure.sh"),
