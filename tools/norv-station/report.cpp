@@ -211,7 +211,7 @@ bool report_write(const Station &station)
         return true;
     std::string csv = csv_line({"unit", "mac", "serial_given", "serial", "first_mac", "custom_serial", "memory",
                                 "passed", "failed", "not_tested", "verdict", "faults"});
-    json_object *all = json_object_new_object(), *units = json_object_new_array(), *log = json_object_new_array();
+    json_object *report = json_object_new_object(), *units = json_object_new_array(), *log = json_object_new_array();
     size_t number = 0;
     for (const auto &[mac, unit] : station.units) {
         csv += csv_line({std::to_string(++number), mac_text(mac), unit.serial, unit.report.serial, unit.report.mac,
@@ -222,10 +222,10 @@ bool report_write(const Station &station)
     }
     for (const LogLineHeard &line : station.log)
         json_object_array_add(log, log_json(line));
-    json_object_object_add(all, "units", units);
-    json_object_object_add(all, "log", log);
-    const std::string json = json_object_to_json_string_ext(all, JSON_C_TO_STRING_PRETTY);
-    json_object_put(all);
+    json_object_object_add(report, "units", units);
+    json_object_object_add(report, "log", log);
+    const std::string json = json_object_to_json_string_ext(report, JSON_C_TO_STRING_PRETTY);
+    json_object_put(report);
     const bool has_csv = file_write(station, "units.csv", "we", csv);
     return file_write(station, "units.json", "we", json + "\n") && has_csv;
 }

@@ -47,7 +47,7 @@ void message_send(const StationPort &port, const Mac &to, int event, uint16_t id
         frame.usLength = static_cast<uint16_t>(bytes);
         frame.usFlags = at + bytes == message.size() ? kUdpdLast : 0;
         memcpy(datagram, &frame, sizeof(frame));
-        memcpy(datagram + sizeof(frame), message.data() + at, bytes);
+        std::copy_n(message.data() + at, bytes, datagram + sizeof(frame));
         port_send(port, to, kDaemonPort, {datagram, sizeof(frame) + bytes});
         at += bytes;
         frame.nFragment++;
