@@ -7,7 +7,7 @@
 static constexpr char kFirstDisk[] = "sda";
 static constexpr int kListBytes = 1024;
 
-// Numbers of root, swap and data on a model that boots from eMMC.
+// The partitions that tell the layout of a model that boots from eMMC.
 static constexpr int kEmmcNumbers[] = {1, 3, 4};
 
 static bool extent_get(const char *disk, int n, PartitionExtent *extent)
@@ -17,23 +17,19 @@ static bool extent_get(const char *disk, int n, PartitionExtent *extent)
     return size >= 0;
 }
 
-// Whether a partition is the one of a layout, where one that takes what is left may lie anywhere.
-static bool extent_fits(const PartitionExtent &found, const PartitionExtent &wanted)
-{
-    return found == wanted || (wanted.start == kPartitionToTheEnd && found.fsId == wanted.fsId);
-}
-
 int GetPartitionLayout(const char *disk, PartitionLayout *layout)
 {
     if (!NLIBCConfIsYes("support_emmc_boot"))
         return partition_check_layout(disk, layout, nullptr) == 1 ? 1 : 0;
-    const PartitionLayout &emmc = partition_layout_table::kEmmc;
-    for (size_t i = 0; i < std::size(kEmmcNumbers); i++) {
-        PartitionExtent extent;
-        if (!extent_get(kFirstDisk, kEmmcNumbers[i], &extent) || !extent_fits(extent, emmc.partition[i]))
+    PartitionExtent found[std::size(kEmmcNumbers)];
+    for (size_t i = 0; i < std::size(kEmmcNumbers); i++)
+        if (!extent_get(kFirstDisk, kEmmcNumbers[i], &found[i]))
             return 0;
-    }
-    *layout = emmc;
+    // Root, swap and data, which may lie anywhere; or root and swap behind a partition to boot from.
+    const auto &[root, swap, data] = partition_layout_table::kEmmc.partition;
+    if ((found[0] != root || found[1] != swap || found[2].fsId != data.fsId) && (found[1] != root || found[2] != swap))
+        return 0;
+    *layout = partition_layout_table::kEmmc;
     return 1;
 }
 

@@ -133,6 +133,7 @@ TEST(Norvdiskport, MasksAreReadOnceUnlessUsbHasNone)
     EXPECT_EQ(result.out, "UNKNOWN\n");
     EXPECT_TRUE(result.record.in_order({"log err disk_port_masks_load.cpp:* Get usbportcfg key from "
                                         "/etc.defaults/norvinfo.conf Error"}));
+    rows_run(box, {{{"-enum_port", "-internal"}, " sda"}, {{"-enum_port", "-usb"}, ""}}); // no scan, no classes
 }
 
 TEST(Norvdiskport, BadCallsShowTheUsage)

@@ -120,6 +120,10 @@ TEST(NorvCheckPartition, OfADisk)
          "sdb",
          {listed("sda", 1, "63 4980087 fd"), listed("sda", 3, "4980150 4192965 fd"), listed("sda", 4, "9400000 8 fd")},
          6},
+        {"support_emmc_boot=\"yes\"\n", // behind one to boot from
+         "sdb",
+         {listed("sda", 1, "9400000 8 83"), listed("sda", 3, "63 4980087 fd"), listed("sda", 4, "4980150 4192965 fd")},
+         6},
         {"support_emmc_boot=\"yes\"\n", // the last one must be there, and for an array
          "sda",
          {listed("sda", 1, "63 4980087 fd"), listed("sda", 3, "4980150 4192965 fd")},

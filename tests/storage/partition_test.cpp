@@ -1,9 +1,7 @@
-// The partition tool's listing, and the table of layouts.
-#include "storage/partition_layout.h"
+// The partition tool's listing.
+#include "storage/partition.h"
 
 #include <gtest/gtest.h>
-
-#include "lib/report.h"
 
 namespace
 {
@@ -34,30 +32,6 @@ TEST(Partition, ListingLine)
         PartitionExtent extent = {};
         EXPECT_EQ(partition_line_parse(row.line, &extent), row.result) << row.line;
         EXPECT_EQ(extent, row.extent) << row.line;
-    }
-}
-
-// By place and type of both partitions; the museum holds every row.
-TEST(PartitionLayout, Match)
-{
-    static constexpr struct {
-        PartitionExtent root, swap;
-        int row; // -1: none
-    } kCases[] = {
-        {{2048, 4980480, 0x83}, {4982528, 4194304, 0x82}, 6},
-        {{2048, 4980480, 0xfd}, {4982528, 4194304, 0xfd}, 12},
-        {{256, 2097152, 0x83}, {2097408, 5105569, 0x83}, 14}, // of two equal rows the first
-        {{2048, 4980480, 0x83}, {4982528, 4194304, 0x83}, -1},
-        {{2048, 4980480, 0x82}, {4982528, 4194304, 0x82}, -1},
-        {{2049, 4980480, 0x83}, {4982528, 4194304, 0x82}, -1},
-        {{2048, 4980480, 0x83}, {4982528, 4194305, 0x82}, -1},
-        {{0, 0, 0}, {0, 0, 0}, -1},
-    };
-    for (const auto &[root, swap, expected] : kCases) {
-        int row = -1;
-        const PartitionLayout *layout = partition_layout_match(root, swap, &row);
-        EXPECT_EQ(row, expected);
-        EXPECT_EQ(layout != nullptr, expected >= 0);
     }
 }
 
