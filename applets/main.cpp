@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <string_view>
@@ -87,6 +88,7 @@ int support_raid_read()
 int main(int argc, char *argv[])
 {
     standard_streams_fill();
+    signal(SIGCHLD, SIG_DFL); // a starter may have it ignored, and then no program's exit status would reach us
     const char *name = argc > 0 && argv[0] != nullptr ? base_name(argv[0]) : "";
     gblNcemdStop = 0;
     const bool support_acm = NLIBCConfIsYes("support_acm");

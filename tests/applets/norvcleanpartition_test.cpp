@@ -1,11 +1,15 @@
 // norvcleanpartition on machines with disks of several classes. No disk is real.
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
+#include "build_paths.h"
 #include "tests/support/sandbox.h"
 
 namespace
 {
+
+constexpr char kProbe[] = "/bin/probe"; // starts a role as no shell does
 
 // Internal sda and sdc, USB sdb, an expansion unit's sdea, and a name that does not fit. sdd hangs on a hub.
 void machine_make(Sandbox &box, const std::string &keys)
@@ -40,14 +44,22 @@ TEST(CleanPartition, WipesClassByClass)
     const struct {
         const char *keys;
         bool raid;
-    } kCases[] = {{"supportraid=\"yes\"\n", true}, {"supportraid=\"Yes\"\n", false}};
-    for (const auto &[keys, raid] : kCases) {
+        std::vector<std::string> args;
+        const char *out;
+    } kCases[] = {
+        {"supportraid=\"yes\"\n", true, {"norvcleanpartition"}, ""},
+        {"supportraid=\"Yes\"\n", false, {"norvcleanpartition"}, ""},
+        // Started by one who ignores SIGCHLD.
+        {"supportraid=\"yes\"\n", true, {kProbe, "ignored", "/usr/sbin/norvcleanpartition"}, "named /bin/probe\n"},
+    };
+    for (const auto &[keys, raid, args, out] : kCases) {
         Sandbox box;
         machine_make(box, keys);
+        box.host_file(kProbe, SANDBOX_PROBE);
         box.program("/sbin/mdadm", {{.args = "--zero-superblock /dev/sdc", .exit_status = 2}});
-        const Result result = box.run({"norvcleanpartition"});
+        const Result result = box.run(args);
         EXPECT_EQ(result.exit_status, 0);
-        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.out, out);
         const auto zeroed = [zeroes = raid](const std::string &name) {
             return zeroes ? "run /sbin/mdadm --zero-superblock /dev/" + name + "\n" : std::string();
         };
