@@ -45,7 +45,7 @@ void members_collect(const NLIBSZLIST *disks, const int *results, SystemMembers 
     }
 }
 
-// Copies a running system onto the partitions.
+// Has an outside program write the partitions, whatever comes of it.
 void partitions_write(const SystemMembers &members)
 {
     UniqueText command;
