@@ -43,8 +43,5 @@ void man_shell(const char *line);
 // Whether the unit has a disk, so that it is no longer the factory's to test.
 [[nodiscard]] bool man_disk_is_visible();
 
-// mac = base + number, six bytes each. False when the sum does not fit.
-[[nodiscard]] bool man_mac_add(const uint8_t *base, int number, uint8_t *mac);
-
 // Ends the programs of the burn-in and empties /tmp; takes seconds. Returns 0; -1 when one of them survives.
 [[nodiscard]] int man_burnin_stop();

@@ -10,7 +10,8 @@ int MANCustomSnSet(UDPD_HANDLE *handle, char *message, int /*length*/)
     return man_reply(handle, kManCustomSnSet, done ? kManDone : kManFailed);
 }
 
-bool man_mac_add(const uint8_t *base, int number, uint8_t *mac)
+// mac = base + number, six bytes each. False when the sum does not fit.
+static bool mac_add(const uint8_t *base, int number, uint8_t *mac)
 {
     auto carry = static_cast<unsigned>(number);
     for (size_t i = kVenderMacBytes; i-- > 0; carry >>= 8) {
@@ -28,7 +29,7 @@ static int macs_set(const uint8_t *base)
         return -1;
     for (int i = 0; i < interfaces; i++) {
         uint8_t mac[kVenderMacBytes];
-        if (!man_mac_add(base, i, mac)) {
+        if (!mac_add(base, i, mac)) {
             NORV_LOG(LOG_ERR, "mac address is overflowed");
             NORV_LOG(LOG_ERR, "mac address calculation failed");
             return -1;

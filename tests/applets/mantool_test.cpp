@@ -531,7 +531,7 @@ struct LoggingUnit : Unit {
     BoxLinks links{*this};
     LoggingUnit()
     {
-        EXPECT_TRUE(links.wire("eth0", "peer0") && links.set("eth0", true) && links.set("peer0", true));
+        EXPECT_TRUE(links.live_wire("eth0", "peer0"));
         file("/proc/sys/kernel/norv_serial", "1234567890123\n");
         file("/proc/sys/kernel/norv_mac_address1", "0200000a0b0c\n");
         file("/etc/norvmanlog.conf", "label=line 4\n");

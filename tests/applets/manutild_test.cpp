@@ -51,8 +51,7 @@ struct Unit : Sandbox {
 
     Unit()
     {
-        EXPECT_TRUE(links.wire("eth0", "peer0")) << strerror(errno);
-        EXPECT_TRUE(links.set("eth0", true) && links.set("peer0", true)) << strerror(errno);
+        EXPECT_TRUE(links.live_wire("eth0", "peer0")) << strerror(errno);
         mac = box_mac(*this, "eth0");
         station = std::make_unique<BoxStation>(*this, "peer0");
         for (const char *seconds : {"15", "1", "5"})
@@ -496,27 +495,6 @@ TEST(Manutild, RecordIsPartOfTheCheck)
         unit.expect_reply(kManFinalCheck, passes ? kDone : kFailed);
         EXPECT_EQ(unit.record().count(passes ? kGreen : kOrange), 1);
         EXPECT_EQ(unit.stop(), 0);
-    }
-}
-
-TEST(Manutild, AddressesCarryThroughAllBytes)
-{
-    static constexpr struct {
-        uint8_t base[6];
-        int number;
-        uint8_t mac[6];
-        bool fits;
-    } kCases[] = {
-        {{0, 0x11, 0x32, 0xaa, 0xbb, 0xcc}, 0, {0, 0x11, 0x32, 0xaa, 0xbb, 0xcc}, true},
-        {{0, 0x11, 0x32, 0xff, 0xff, 0xfe}, 3, {0, 0x11, 0x33, 0, 0, 1}, true},
-        {{0xfe, 0xff, 0xff, 0xff, 0xff, 0xff}, 1, {0xff, 0, 0, 0, 0, 0}, true},
-        {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, 0, {0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, true},
-        {{0xff, 0xff, 0xff, 0xff, 0xff, 0xff}, 1, {}, false},
-    };
-    for (const auto &[base, number, expected, fits] : kCases) {
-        uint8_t mac[6];
-        EXPECT_EQ(man_mac_add(base, number, mac), fits);
-        EXPECT_EQ(memcmp(mac, expected, sizeof(mac)), 0);
     }
 }
 

@@ -25,8 +25,7 @@ struct Pair : Sandbox {
 
     Pair()
     {
-        EXPECT_TRUE(links.set("lo", true) && links.wire("eth0", "tap0") && links.set("eth0", true) &&
-                    links.set("tap0", true) && links.settle("tap0", true) && links.settle("eth0", true));
+        EXPECT_TRUE(links.set("lo", true) && links.live_wire("eth0", "tap0"));
         host_file("/bin/norvfind", NORV_BINARY_DIR "/tools/norvfind/norvfind");
         host_file("/sbin/ifconfig", "/bin/busybox"); // replies tell the address that the interface has
         for (const char *path : {"/bin/ping", "/sbin/route", "/usr/bin/killall", "/sbin/udhcpc", "/bin/ps", "/bin/grep",

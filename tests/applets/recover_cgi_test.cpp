@@ -127,8 +127,7 @@ TEST(CleanButtonFlags, Outcomes)
         SCOPED_TRACE(row.what);
         Sandbox box;
         BoxLinks links(box);
-        ASSERT_TRUE(links.wire("eth0", "peer") && links.set("eth0", true) && links.set("peer", true) &&
-                    links.settle("eth0", true));
+        ASSERT_TRUE(links.live_wire("eth0", "peer"));
         box.compress_sleeps();
         row.change(box);
         box.file(kConf, kModel);

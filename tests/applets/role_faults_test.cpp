@@ -218,7 +218,7 @@ TEST(RoleFaults, DaemonsEndAtAnyMoment)
         SCOPED_TRACE(role);
         Sandbox box;
         BoxLinks links(box);
-        ASSERT_TRUE(links.wire("eth0", "peer0") && links.set("eth0", true) && links.set("peer0", true));
+        ASSERT_TRUE(links.live_wire("eth0", "peer0"));
         machine(box);
         box.leaves({std::string("process ") + role});
         const std::string pid_file = std::string("/var/run/") + role + ".pid";

@@ -104,8 +104,7 @@ struct Segment : Sandbox {
 
     Segment()
     {
-        EXPECT_TRUE(links.wire("eth0", "tap0") && links.set("eth0", true) && links.set("tap0", true) &&
-                    links.settle("tap0", true));
+        EXPECT_TRUE(links.live_wire("eth0", "tap0"));
         host_file("/bin/norv-station", kStation);
         call({.call = "sleep", .args = "15"});
         for (const char *path : {"/bin/cat", "/bin/mkdir"})

@@ -76,9 +76,7 @@ class Flood : public testing::TestWithParam<Flooded>
     void SetUp() override
     {
         const std::string role = GetParam().role;
-        ASSERT_TRUE(links.wire("eth0", "peer0")) << strerror(errno);
-        ASSERT_TRUE(links.set("eth0", true) && links.set("peer0", true));
-        ASSERT_TRUE(links.settle("eth0", true));
+        ASSERT_TRUE(links.live_wire("eth0", "peer0")) << strerror(errno);
         station = std::make_unique<BoxStation>(box, "peer0");
         box.file("/etc.defaults/norvinfo.conf", "supportraid=no\n");
         box.file("/etc/sysconfig/network-scripts/ifcfg-eth0",

@@ -113,6 +113,11 @@ bool BoxLinks::wire(const std::string &left, const std::string &right)
     return send(netlink_.get(), &message);
 }
 
+bool BoxLinks::live_wire(const std::string &left, const std::string &right)
+{
+    return wire(left, right) && set(left, true) && set(right, true) && settle(left, true) && settle(right, true);
+}
+
 bool BoxLinks::add(const std::string &name, const std::string &kind)
 {
     LinkMessage message(RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL);

@@ -15,6 +15,8 @@ class BoxLinks
 
     // Makes two interfaces joined by a wire; both are down. False when the kernel refuses, errno tells.
     [[nodiscard]] bool wire(const std::string &left, const std::string &right);
+    // The same with both on and running: until then the kernel drops what is sent, and tells nobody.
+    [[nodiscard]] bool live_wire(const std::string &left, const std::string &right);
     // Makes one interface of a kind: "bridge", "bond", "tun". Down; false with EOPNOTSUPP where this kernel has no
     // such.
     [[nodiscard]] bool add(const std::string &name, const std::string &kind);
