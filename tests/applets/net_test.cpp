@@ -356,7 +356,8 @@ TEST(NetSeqAdjust, PortsFollowTheLabels)
     } kCases[] = {
         {"swap", "2", "netif_seq=\" 1  0\"\n", kTwo, "eth1 eth0 "},
         {"revision's own key", "2", "netif_seq=0 1\nnetif_seq_r2=1 0\n", kTwo, "eth1 eth0 "},
-        {"PCI order", "3", "", "eth0=03.0/03:00.0 eth1=01.0/01:00.0 eth2=02.0/02:00.0 ", "eth2 eth0 eth1 "},
+        {"PCI order", "3", "netif_seq=\"\"\nnetif_seq_r2=\"\"\n",
+         "eth0=03.0/03:00.0 eth1=01.0/01:00.0 eth2=02.0/02:00.0 ", "eth2 eth0 eth1 "},
         {"a card goes behind four",
          "4",
          "",
@@ -428,13 +429,18 @@ TEST(NetSeqAdjust, PortsFollowTheLabels)
         }
     }
     NetBox box;
-    EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 0);
-    EXPECT_EQ(box.record().count("log err * Skip network interface adjust*"), 1);
+    for (const char *no_ports : {"", "maxlanport=\n", "maxlanport=\"\"\n"}) {
+        box.file(kDefaults, no_ports);
+        EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 0);
+    }
+    EXPECT_EQ(box.record().count("log err * Skip network interface adjust*"), 3);
     box.remove(kDefaults);
     EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 255);
-    box.file(kDefaults, "maxlanport=1\nsupport_oob_ctl=yes\n"); // and no name for the port
     box.file("/proc/sys/kernel/norv_internal_netif_num", "2");
-    EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 255);
+    for (const char *no_name : {"", "oob_interface=\"\"\n"}) {
+        box.file(kDefaults, std::string("maxlanport=1\nsupport_oob_ctl=yes\n") + no_name);
+        EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 255);
+    }
 }
 
 TEST(NetSeqAdjust, SwapGoesThroughTheSpareNameAndTellsTheDriver)
