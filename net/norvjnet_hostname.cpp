@@ -17,7 +17,7 @@ int NORVJNetGetHostname(char (&name)[kHostNameRoom])
     const NetFilesLock lock(kNetReadLockWord);
     if (!lock.held())
         return -1;
-    if (gethostname(name, sizeof(name) - 1) != 0)
+    if (gethostname(name, sizeof(name)) != 0)
         return fail(kErrSystemCall);
     name[strcspn(name, ".")] = '\0';
     return name[0] != '\0' ? 1 : 0;
