@@ -11,10 +11,10 @@ inline constexpr char kInstallLockPath[] = "/tmp/install.lock";
 
 enum class LockOutcome : char { kTaken, kNoFile, kHeld };
 
-// Takes the lock for as long as `lock`, else left alone, is open in any process. Its file is made with mode 0644 when
-// missing; kNoFile comes with errno.
+// Takes the lock for as long as `lock`, else left alone, is open in any process. kNoFile comes with errno.
 //   open_flags  O_CLOEXEC, or 0 for a lock that the programs started meanwhile hold too
-[[nodiscard]] LockOutcome install_lock_take(int open_flags, UniqueFd *lock);
+//   mode        of its file when that is missing
+[[nodiscard]] LockOutcome install_lock_take(int open_flags, UniqueFd *lock, mode_t mode = 0644);
 
 // Begins an install for a web request: as cgi_begin, then takes the lock and removes the progress of the install
 // before.
