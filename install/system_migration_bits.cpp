@@ -5,7 +5,7 @@
 
 #include "autocleanup/unique.h"
 #include "install/system_status.h"
-#include "lib/file.h"
+#include "install/version_text.h"
 #include "lib/report.h"
 #include "lib/system/system.h"
 #include "lib/text.h"
@@ -29,8 +29,7 @@ static bool platform_differs()
 
 static bool is_nvr(const char *conf_path)
 {
-    char value[16];
-    return NLIBCFileGetKeyValue(conf_path, "nvr", value, sizeof(value), 0) > 0 && strncasecmp(value, "yes", 3) == 0;
+    return strncasecmp(version_text_read(conf_path, "nvr").value, "yes", 3) == 0;
 }
 
 // Reads the value of the first word of the kernel's boot line that begins "root=", cut to what the room holds.

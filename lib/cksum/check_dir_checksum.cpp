@@ -64,7 +64,7 @@ static int tool_output_compare(const ChecksumLine &line)
     const UniqueFile file(fopen(kToolOutputPath, "re"));
     if (!file)
         return kChecksumOpen;
-    char said[sizeof(line.crc) + sizeof(line.size)] = {};
+    char said[256];
     if (fgets(said, sizeof(said), file.get()) == nullptr)
         return kChecksumBad;
     std::string_view words = said;
@@ -81,14 +81,15 @@ static int file_check(const char *dir, const ChecksumLine &line, ChecksumTotals 
         result = tool_output_write(path);
     if (result != kChecksumGood)
         return result;
-    totals->offsets += line.offset;
     ChecksumSpot spot;
+    if (__builtin_add_overflow(totals->offsets, line.offset, &totals->offsets))
+        return kChecksumBad;
     result = checksum_spot(path, line.offset, &spot);
     if (result != kChecksumGood)
         return result;
-    if (spot.value != line.spot || spot.size != line.size_bytes)
+    if (spot.value != line.spot || spot.size != line.size_bytes ||
+        __builtin_add_overflow(totals->spots, spot.value, &totals->spots))
         return kChecksumBad;
-    totals->spots += spot.value;
     result = tool_output_compare(line);
     totals->sizes += spot.size;
     return result;

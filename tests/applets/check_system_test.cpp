@@ -121,6 +121,13 @@ TEST(CheckSystem, Outcomes)
          [](Sandbox &box) { box.program("/sbin/e2fsck", {{.exit_status = 12}}); },
          "sys_recoverable",
          {}},
+        {"lost after the file system check",
+         [](Sandbox &box) {
+             box.program("/sbin/e2fsck",
+                         {{.effect = [&box](const ProgramCall &) { box.file("/tmpRoot/lost+found/#12", ""); }}});
+         },
+         "sys_crash",
+         {"log err *Check Lost and Found Fail after fsck", "log err *SYSTEM_CRASHED: lost+found or fsck failed"}},
         {"not mounted at last",
          [](Sandbox &box) {
              box.program("/bin/mount", {{.times = 2}, {.exit_status = 32}});

@@ -97,6 +97,8 @@ TEST_F(Checksum, Lists)
         EXPECT_EQ(check(row.list), row.exit_status);
         EXPECT_FALSE(box.exists("/tmp/cksum.tmp"));
     }
+    box.file("/dev/checksum.norv", "0 0 null 130 1814\n# Norvcksum 0 130 1814\n");
+    EXPECT_EQ(box.run({"norvchecksum", "/dev"}).exit_status, 0);
     EXPECT_EQ(check(kAll, "/upd/"), 0);
     EXPECT_EQ(check(kAll, "/none"), 1);
     EXPECT_EQ(box.run({"norvchecksum"}).exit_status, 1);

@@ -24,7 +24,7 @@ TEST(SystemMigration, Bits)
         {"unique=n_88f6281_1\n", "", "88f6282", 2, 32, 8, 0}, // two that are alike
         {"unique=n_88f6281_1\n", "", "88f5281", 2, 32, 8, kMigratePlatform},
         {"unique=n\n", "", "x", 2, 64, 8, 0, "failed to get platform from /etc.defaults/norvinfo.conf errno=[0x"},
-        {"unique=n_x_1\nnvr=yes\n", "nvr=Yes2\n", "x", 2, 64, 8, 0},
+        {"unique=n_x_1\nnvr=yes\n", "nvr=Yes, and this model records as well\n", "x", 2, 64, 8, 0},
         {"unique=n_x_1\nnvr=ye\n", "nvr=yes\n", "x", 2, 64, 8, kMigrateNvr},
     };
     for (const auto &row : kRows) {
