@@ -1,6 +1,5 @@
 #include "storage/root_block_format.h"
 
-#include <cinttypes>
 #include <cstring>
 #include <unistd.h>
 
@@ -111,8 +110,6 @@ void write_report(const RootField &field, const char *path, const void *record)
     }
 }
 
-} // namespace
-
 void root_fields_decode(std::span<const RootField> fields, uint32_t version, const uint8_t *bytes, void *record)
 {
     for (const RootField &field : fields) {
@@ -139,13 +136,15 @@ void root_fields_encode(std::span<const RootField> fields, uint32_t version, con
     }
 }
 
+} // namespace
+
 int root_fields_read(int fd, uint64_t offset, std::span<const RootField> fields, uint32_t version, void *record)
 {
     if (fd < 0) {
         NORV_LOG(LOG_ERR, "bad parameters");
         return fail(kErrBadParameter);
     }
-    if (offset > INT64_MAX || lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
+    if (lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
         NORV_LOG(LOG_ERR, "Fail to lseek with fd:[%d] offset:[%llu]. errno=%m", fd,
                  static_cast<unsigned long long>(offset));
         return fail(kErrSystemCall);
@@ -168,7 +167,7 @@ int root_fields_write(int fd, const char *path, uint64_t offset, std::span<const
         NORV_LOG(LOG_ERR, "bad paramters");
         return fail(kErrBadParameter);
     }
-    if (offset > INT64_MAX || lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
+    if (lseek(fd, static_cast<off_t>(offset), SEEK_SET) < 0) {
         NORV_LOG(LOG_ERR, "Fail to lseek. errno=%m");
         return fail(kErrSystemCall);
     }

@@ -101,10 +101,6 @@ static_assert(std::size(kRootBodyBytes) == kRootBlockVersion + 1);
 inline constexpr size_t kRootFieldsMaxBytes = kRootBodyBytes[kRootBlockVersion];
 static_assert(kRootHeaderBytes <= kRootFieldsMaxBytes);
 
-// Between bytes and record, over the fields of one version. The bytes are as many as root_fields_bytes tells.
-void root_fields_decode(std::span<const RootField> fields, uint32_t version, const uint8_t *bytes, void *record);
-void root_fields_encode(std::span<const RootField> fields, uint32_t version, const void *record, uint8_t *bytes);
-
 // One read or write of all the fields of a version, at byte `offset`, so that a cut-off write leaves no mixture of two
 // records; a write is on the disk when it returns. Logs what fell short.
 //   path  of the disk, for the log

@@ -90,15 +90,6 @@ TEST(OuterForms, OutputAndExitStatus)
     EXPECT_EQ(box.programs_called(), "");
 }
 
-TEST(OuterForms, InstallOnlyModelHasNoSsdCache)
-{
-    Sandbox box;
-    box.file("/etc.defaults/norvinfo.conf", "support_install_only_dev=\"yes\"\n");
-    const Result result = box.run({"norvssdcache", "--check"});
-    EXPECT_EQ(result.exit_status, 0);
-    EXPECT_EQ(result.out, "");
-}
-
 TEST(OuterForms, SwapDeviceIsMissing)
 {
     Sandbox box;

@@ -1,6 +1,6 @@
 // The super block of a disk. The input is the disk from the block's place on.
-// Covers: storage/space_block_read.cpp(bytes_take number_load fields_take head_word_take raid_list_read cache_make
-// Covers: old_cache_read limit_is_known body_read cache_list_read magic_take head_store version_take first_block_read
+// Covers: storage/space_block_format.cpp storage/space_block_read.cpp(raid_list_read cache_make old_cache_read
+// Covers: limit_is_known body_read cache_list_read magic_take head_store version_take first_block_read
 // Covers: second_block_read)
 #include <cstdint>
 #include <cstdio>

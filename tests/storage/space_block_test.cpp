@@ -8,6 +8,7 @@
 
 #include "storage/space_block.h"
 #include "tests/support/alloc_fault.h"
+#include "tests/support/private_root.h"
 
 namespace
 {
@@ -234,6 +235,52 @@ TEST(SpaceBlock, EveryTruncationAndEveryFlippedBit)
             ASSERT_EQ(block.get()->magic[0] != '\0', result == 1) << bit;
         }
     }
+}
+
+// Which of the two places each form looks at: version 2 stands at the old one, version 5 at the one of now.
+TEST(SpaceBlock, Forms)
+{
+    if (!PrivateRoot::allowed())
+        GTEST_SKIP() << "no namespaces here";
+    const PrivateRoot root;
+    root.write("/etc.defaults/norvinfo.conf", "internalportcfg=\"0x1\"\nusbportcfg=\"0x10\"\n");
+    std::string disk(static_cast<size_t>(kSpaceBlockOldOffset), '\0');
+    disk += first_block({.version = 2});
+    disk.resize(static_cast<size_t>(kSpaceBlockOffset), '\0');
+    root.write("/dev/sda", disk + first_block({}));
+    const auto version = [](int result, const NORVBlock *block) {
+        return result == 1 ? static_cast<int>(block->version) : result;
+    };
+    const struct {
+        const char *start; // of partition 1; NULL: there is none
+        int of_partition, exists;
+    } kCases[] = {{nullptr, 0, 1}, {"256\n", 2, 1}, {"2048\n", 5, 1}, {"x\n", -1, -1}};
+    for (const auto &[start, of_partition, exists] : kCases) {
+        SCOPED_TRACE(start != nullptr ? start : "none");
+        if (start != nullptr) {
+            root.write("/sys/block/sda/sda1/start", start);
+            root.write("/sys/block/sda/sda1/size", "9\n");
+        }
+        EXPECT_EQ(root.run([] { return space_disk_block_exists("/dev/sda3"); }), exists);
+        EXPECT_EQ(root.run([&version] {
+            const UniqueSpaceBlock block(space_block_alloc());
+            return version(space_disk_block_get("sda3", block.get()), block.get());
+        }),
+                  of_partition);
+    }
+    for (const auto &[offset, wanted] : {std::pair(0x5000, 2), {0x7d000, 5}, {0, -1}, {0x5001, -1}})
+        EXPECT_EQ(root.run([&version, offset = offset] {
+            const UniqueSpaceBlock block(space_block_alloc());
+            return version(space_disk_block_get_at("sda3", offset, block.get()), block.get());
+        }),
+                  wanted);
+    for (const char *refused : {"norvboot", "xda"}) // the boot flash, and a name of no class
+        EXPECT_EQ(root.run([refused] {
+            const UniqueSpaceBlock block(space_block_alloc());
+            return space_disk_block_get(refused, kSpaceBlockOffset, block.get());
+        }),
+                  -1);
+    EXPECT_NE(root.log().find("bad paramters: disk path: norvboot"), std::string::npos);
 }
 
 TEST(SpaceBlock, NoMemory)
