@@ -30,6 +30,8 @@ void signal_note(int signal)
     const auto byte = static_cast<unsigned char>(signal);
     if (ends_daemon(signal))
         is_ending = 1;
+    if (is_ending != 0)
+        alarm(1); // for a sleep that begins only now
     if (write(signal_pipe[1], &byte, 1) != 1)
         errno = 0; // the pipe is full of signals
     errno = saved_errno;

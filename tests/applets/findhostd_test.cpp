@@ -668,6 +668,25 @@ TEST(Findhostd, SignalsAreReportedAndThreeOfThemEndIt)
     }
 }
 
+// The stop comes when it has not yet begun to sleep.
+TEST(Findhostd, EndsWithoutWaitingForALease)
+{
+    Lan box(1);
+    box.leaves({"*"});
+    const auto stop = [&](const ProgramCall &) {
+        box.signal(std::stoi(box.read_file("/var/run/findhostd.pid")), SIGTERM);
+    };
+    box.program("/sbin/udhcpc", {{.effect = stop}});
+    for (const char *path : {"/usr/bin/killall", "/sbin/ifconfig"})
+        box.program(path);
+    Process daemon = box.launch();
+    box.send(plain(base(3) + number(0x20, 1) + element(0x21, "") + element(0x29, mac_text(0))));
+    ASSERT_TRUE(box.wait_for("sleep 30"));
+    const time_t before = time(nullptr);
+    EXPECT_EQ(daemon.wait().exit_status, 0);
+    EXPECT_LT(time(nullptr), before + 25);
+}
+
 TEST(Findhostd, StartsAsADaemonAndEndsWithoutASocket)
 {
     const std::string stars(54, '*');
