@@ -70,22 +70,21 @@ int older_drop(PNLIBSZHASH *cache, unsigned long oldest)
     return 0;
 }
 
-// Makes room for one more entry: the oldest go, then all.
+// Makes room for one more entry: the oldest go, or where that does not help, all. Returns as older_drop.
 int room_make(PNLIBSZHASH *cache, unsigned long now)
 {
     if (NLIBCSzHashPairNum(*cache) < kFhostCachedKeysMax)
         return 0;
     const bool is_young = now < kYoungMachineSeconds;
     unsigned long limit = is_young ? now / 2 : kAgeLimitSeconds;
-    if (!is_young || limit > kAgeLimitLeastSeconds) {
-        unsigned long oldest = now - limit;
-        while (younger_count(*cache, oldest) >= kFhostCachedKeysMax && (limit /= 2) > kAgeLimitLeastSeconds)
-            oldest = now - limit;
-        if (older_drop(cache, oldest) != 0)
-            return -1;
-    }
-    if (NLIBCSzHashPairNum(*cache) >= kFhostCachedKeysMax)
-        NLIBCSzHashClear(*cache);
+    int kept = kFhostCachedKeysMax;
+    for (; limit > kAgeLimitLeastSeconds; limit /= 2)
+        if ((kept = younger_count(*cache, now - limit)) < kFhostCachedKeysMax)
+            break;
+    if (kept > 0 && kept < kFhostCachedKeysMax)
+        return older_drop(cache, now - limit);
+    NLIBCSzHashFree(*cache); // where it were cleared, each search would go over what is left of 4096 entries
+    *cache = nullptr;
     return 0;
 }
 
@@ -105,9 +104,9 @@ int key_cache_set(PNLIBSZHASH *cache, const char *mac, uint32_t key_id, const ch
         return -1;
     if (hex_key == nullptr)
         return fail(kErrBadParameter);
-    if (*cache == nullptr && (*cache = NLIBCSzHashAlloc(kPoolBytes)) == nullptr)
+    if (*cache != nullptr && room_make(cache, now) != 0)
         return -1;
-    if (room_make(cache, now) != 0)
+    if (*cache == nullptr && (*cache = NLIBCSzHashAlloc(kPoolBytes)) == nullptr)
         return -1;
     return entry_put(cache, name, hex_key, now);
 }
