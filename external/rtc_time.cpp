@@ -72,7 +72,8 @@ int RtcTimeRead(struct tm *tm)
     utc.tm_mday = record.month_day;
     utc.tm_mon = record.month;
     utc.tm_year = record.year;
-    const time_t time = mktime(&utc) - timezone; // mktime takes them for standard time of this zone, and sets timezone
+    time_t time = mktime(&utc); // takes them for standard time of this zone, and sets timezone
+    time -= timezone;
     if (localtime_r(&time, tm) == nullptr)
         return fail(kErrSystemCall);
     tm->tm_year += 1900;
