@@ -112,7 +112,7 @@ TEST(InstallLoad, PatchOfAnySizeTakesNoMemory)
         if (i == 8)
             before = held_by(box, cgi.pid());
         if (i + 1 == pieces)
-            after = held_by(box, cgi.pid());
+            after = held_by(box, cgi.pid(), &before);
     }
     cgi.send(tail);
     cgi.close_input();

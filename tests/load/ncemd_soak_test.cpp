@@ -47,7 +47,7 @@ TEST(Soak, NcemdOutlivesItsEvents)
     raise_all(count);
     while (next() != 0x224) // out of button mode again
         raise_all(1);
-    const Held after = held_by(box, pid);
+    const Held after = held_by(box, pid, &before);
     expect_no_growth(before, after);
     EXPECT_EQ(box.record().count("board * event_get -> 0x*"), raised);
     box.signal(pid, SIGTERM);
