@@ -7,6 +7,7 @@
 #include "lib/conf.h"
 #include "lib/file.h"
 #include "lib/globals.h"
+#include "lib/proc.h"
 #include "lib/report.h"
 
 namespace
@@ -89,6 +90,8 @@ int main(int argc, char *argv[])
 {
     standard_streams_fill();
     signal(SIGCHLD, SIG_DFL); // a starter may have it ignored, and then no program's exit status would reach us
+    for (const int number : {SIGPIPE, SIGXFSZ}) // a write that must fail says so, and what was begun is undone
+        signal_outlive(number);
     const char *name = argc > 0 && argv[0] != nullptr ? base_name(argv[0]) : "";
     gblNcemdStop = 0;
     const bool support_acm = NLIBCConfIsYes("support_acm");

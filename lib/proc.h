@@ -1,4 +1,4 @@
-// Starting programs without a shell, and signalling daemons by their pid file.
+// Starting programs without a shell, signalling daemons by their pid file, and outliving signals.
 #pragma once
 
 #include <cstdio>
@@ -58,3 +58,7 @@ int NLIBCPclose(FILE *fp);
 int NLIBCProcSignalByPidFile(const char *pid_file, int signal);
 // Whether that process lives: signal 0 succeeds.
 [[nodiscard]] bool NLIBCProcAliveByPidFile(const char *pid_file);
+
+// From now on a signal that would have ended this process only interrupts a call that waits; the one that raised it
+// fails. One that is ignored or has a handler stays as it is, and programs that are started end by it as ever.
+void signal_outlive(int number);

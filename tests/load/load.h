@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "tests/support/sandbox.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/wire.h"
 
 // How much of a load: `brief` as a test, `full` when NORV_LOAD is "full", ten times `brief` when it is "quick".
@@ -67,7 +68,7 @@ inline Held held_by(const Sandbox &box, pid_t pid, const Held *before = nullptr)
     return held;
 }
 
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef SANDBOX_SANITIZED
 inline constexpr bool kMemoryTells = false; // freed memory is kept for a while
 #else
 inline constexpr bool kMemoryTells = true;

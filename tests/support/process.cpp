@@ -4,6 +4,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -12,15 +13,8 @@
 
 #include "tests/support/box.h"
 #include "tests/support/box_text.h"
+#include "tests/support/sanitized.h"
 #include "tests/support/wire.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define SANDBOX_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SANDBOX_SANITIZED 1
-#endif
-#endif
 
 using Clock = std::chrono::steady_clock;
 
@@ -172,6 +166,16 @@ static UniqueFd open_input(UniqueFd *test_end)
     return UniqueFd(ends[1]);
 }
 
+static UniqueFd hostile_output(Output output)
+{
+    int ends[2] = {-1, -1};
+    if (output == Output::kFull)
+        return UniqueFd(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    if (pipe2(ends, O_CLOEXEC) == 0)
+        close(ends[0]);
+    return UniqueFd(ends[1]);
+}
+
 Process Sandbox::start(const std::vector<std::string> &args, const RunOptions &options)
 {
     const auto state = std::make_shared<Process::State>();
@@ -187,9 +191,10 @@ Process Sandbox::start(const std::vector<std::string> &args, const RunOptions &o
     if (options.input_open)
         process.send(options.input);
     state->out = memory_file("output", "");
+    const UniqueFd output = options.output == Output::kKept ? UniqueFd() : hostile_output(options.output);
     state->err = memory_file("errors", "");
     request.streams[0] = input.get();
-    request.streams[1] = state->out.get();
+    request.streams[1] = output ? output.get() : state->out.get();
     request.streams[2] = state->err.get();
 
     BoxState before = box_->state();

@@ -122,11 +122,19 @@ struct Limit {
     rlim_t value;
 };
 
+// Where standard output leads.
+enum class Output {
+    kKept,   // to Result::out
+    kFull,   // to a device that has no room
+    kBroken, // to a pipe that nobody reads
+};
+
 struct RunOptions {
     std::vector<std::string> env{}; // "NAME=value", beside the PATH that every program gets, or in its place
     bool empty_env = false;         // nothing but `env`
     std::string input{};            // standard input
     bool input_open = false;        // standard input is a stream that stays open behind `input`: Process::send
+    Output output = Output::kKept;
     std::string cwd = "/";
     std::optional<std::string> argv0{}; // what the program is told as its name
     std::vector<Limit> limits{};

@@ -182,7 +182,8 @@ WRAPPER long syscall(long number, ...)
 
 /*
  * Requests on plain files and named pipes are for devices that the box stands for, and those to a network card's driver
- * are, too; others reach what they name, and what a pipe holds is asked of any.
+ * are, too; others reach what they name, but those of sockets are told when a test asks. What a pipe holds is asked of
+ * any.
  */
 WRAPPER int ioctl(int fd, unsigned long request, ...)
 {
@@ -193,7 +194,8 @@ WRAPPER int ioctl(int fd, unsigned long request, ...)
     struct stat status;
     long result = RAW(fstat, fd, &status);
     if (result == 0 && request != FIONREAD &&
-        (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode) || request == SIOCETHTOOL)) {
+        (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode) || request == SIOCETHTOOL ||
+         (S_ISSOCK(status.st_mode) && watched(BOX_ioctl)))) {
         struct box_ask ask = ASK(ioctl, fd, (int64_t)request);
         ask.address = (uint64_t)(uintptr_t)argument;
         if (tell(ask, NULL, NULL, NULL, &result) == TOLD_RETURN)
