@@ -211,7 +211,7 @@ TEST(Manutild, DropsAMessageWhoseRestStaysAway)
     unit.launch();
     unit.send({.event = kManGroupOperation, .payload = "echo ", .flags = 0});
     const int before = unit.record().count("select 3*");
-    for (int i = 0; i < 1000 && unit.record().count("select 3*") < before + 8; i++)
+    for (int i = 0; i < 1000 && unit.record().count("select 3*") < before + 30; i++)
         usleep(10000);
     unit.send({.event = kManGroupOperation, .payload = "late", .fragment = 1});
     unit.send(kManMemTestProgress);
