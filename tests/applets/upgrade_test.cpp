@@ -393,8 +393,24 @@ TEST_F(Upgrade, Arguments)
     }
 }
 
+// Installs a patch that a browser uploads. Of all roads this one and its like alone know the system's own device.
+void upload(Sandbox &box, const std::string &patch)
+{
+    for (const char *path : {"/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop", "/bin/cp"})
+        box.program(path);
+    const std::string body = "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n" +
+                             patch + "\r\n--B--\r\n";
+    box.run({"install.cgi"},
+            {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=upload=true", "CONTENT_LENGTH=" + std::to_string(body.size()),
+                     "CONTENT_TYPE=multipart/form-data; boundary=B"},
+             .input = body,
+             .leaves = {"*"}});
+    for (int i = 0; i < 6000 && !box.processes().empty(); i++)
+        usleep(10000);
+}
+
 // The room on the system's own device: KiB to unpack, 20482 more, and those of the image, of which half of one does not
-// count. A browser's install knows that device; of --patch none is known.
+// count.
 TEST_F(Upgrade, Room)
 {
     constexpr uint64_t kFits = (1000 + 20482 + 1) * 1024;
@@ -442,24 +458,53 @@ TEST_F(Upgrade, Room)
             box.device("/dev/md0", row.device_bytes);
         else
             box.directory("/dev/md0");
-        for (const char *path : {"/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop", "/bin/cp"})
-            box.program(path);
-        const std::string body =
-            "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n" + patch +
-            "\r\n--B--\r\n";
-        box.run({"install.cgi"}, {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=upload=true",
-                                          "CONTENT_LENGTH=" + std::to_string(body.size()),
-                                          "CONTENT_TYPE=multipart/form-data; boundary=B"},
-                                  .input = body,
-                                  .leaves = {"*"}});
-        for (int i = 0; i < 6000 && !box.processes().empty(); i++)
-            usleep(10000);
+        upload(box, patch);
         EXPECT_NE(box.read_file("/tmp/install.progress").find(row.fits ? "\"Success\"" : "\"line\":13"),
                   std::string::npos);
         EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", row.fits ? "" : code_text(-16));
         EXPECT_TRUE(box.record().in_order(row.record));
         EXPECT_EQ(box.record().count("run */updater -v *"), row.fits ? 2 : 0); // its shell, and it
         EXPECT_FALSE(box.exists("/tmpData/upd@te"));
+    }
+}
+
+// A healthy system keeps the updater for its settings, and of some builds is told to stay away from small updates.
+TEST_F(Upgrade, OverAHealthySystem)
+{
+    const struct {
+        const char *build, *updater;
+        bool skips;
+    } kRows[] = {
+        {"24896", "exit 0", false}, {"24897", "exit 0", true}, {"39999", "exit 3", true}, {"40000", "exit 0", false}};
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.build);
+        const bool is_good = row.updater == "exit 0"s;
+        const std::string patch = patch_make(kUnique + "extractsize=1\nbuildnumber=" + row.build + "\n", row.updater);
+        Sandbox box;
+        box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 fd\n"},
+                                     {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 fd\n"}});
+        machine(box, patch);
+        box.file(kConf, kModel + kUnique + "supportraid=yes\n");
+        box.file("/proc/partitions", "   9 0 1 md0\n   9 1 1 md1\n");
+        box.device("/dev/md0", 1ULL << 30);
+        box.directory("/sys/block/sda");
+        box.directory("/tmpRoot/etc.defaults");
+        box.file("/tmp/.skip_auto_nano", "");
+        box.file("/mnt/.noroot", "");
+        box.program("/sbin/e2fsck");
+        upload(box, patch);
+        EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", is_good ? "" : code_text(-3));
+        EXPECT_EQ(box.read_file("/tmpRoot/.updater"), "#!/bin/sh\n"s + row.updater + "\n");
+        EXPECT_EQ(box.exists("/tmpRoot/var/.SkipAutoSmallupdate"), row.skips);
+        EXPECT_EQ(box.record().count("run /bin/umount -l /tmpRoot"), row.skips ? 1 : 0);
+        EXPECT_EQ(box.record().count("log err *skip auto nano"), row.skips ? 1 : 0);
+        EXPECT_EQ(box.exists("/mnt/var/.NormalShutdown"), is_good);
+        EXPECT_EQ(box.exists("/mnt/.noroot"), !is_good);
+        EXPECT_TRUE(box.record().in_order(
+            {"log err *SYSTEM_NORMAL*", "run */updater -v /tmpData*",
+             "log err *Moving updater for configuration upgrade...cmd=[/bin/mv -f /tmpData/upd@te/updater "
+             "/tmpRoot/.updater > /dev/null 2>&1]",
+             "run /bin/umount -f /tmpRoot", "log err *(ErrFHOSTDoUpgrade) retv=[*"}));
     }
 }
 
