@@ -1,5 +1,6 @@
 // The two requests that work under the install lock.
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "findhost/findhost.h"
@@ -15,6 +16,13 @@ static constexpr int kNoInterface = -2; // result of ErrFHOSTDoQuickConf
 namespace
 {
 
+void lock_release(int fd)
+{
+    flock(fd, LOCK_UN); // for every copy of the descriptor
+    close(fd);
+}
+using InstallLock = Unique<int, -1, lock_release>;
+
 // What the debug channel is told of a lock that is not had, around the reply about it.
 struct LockFailure {
     const char *before_reply, *after_reply;
@@ -24,12 +32,12 @@ struct LockFailures {
 };
 
 // Takes the install lock; a client whose request finds it taken is told so.
-UniqueFd lock_take(mode_t mode, const LockFailures &failures, const FHOST_RECORD &record, const sockaddr_in &peer)
+InstallLock lock_take(mode_t mode, const LockFailures &failures, const FHOST_RECORD &record, const sockaddr_in &peer)
 {
-    UniqueFd lock;
-    const LockOutcome outcome = install_lock_take(O_CLOEXEC, &lock, mode);
+    UniqueFd file;
+    const LockOutcome outcome = install_lock_take(O_CLOEXEC, &file, mode);
     if (outcome == LockOutcome::kTaken)
-        return lock;
+        return InstallLock(file.release());
     const LockFailure &failure = outcome == LockOutcome::kHeld ? failures.take : failures.create;
     FHOST_DEBUG("%s", failure.before_reply);
     FHOSTReply(0, &peer, kFhostLocked, true, &record);
@@ -58,7 +66,7 @@ int fhost_serve_netsetting(const FHOST_RECORD &record, const sockaddr_in &peer)
 {
     static constexpr LockFailures kFailures = {{"", "create lock file fail in PKT_ID_PTYPE_NETSETTING\n"},
                                                {"", "Get file lock fail in PKT_ID_PTYPE_NETSETTING\n"}};
-    const UniqueFd lock = lock_take(0644, kFailures, record, peer);
+    const InstallLock lock = lock_take(0644, kFailures, record, peer);
     if (!lock)
         return -1;
     FHOST_DEBUG("Get net setting packet\n");
@@ -91,7 +99,7 @@ int fhost_serve_quickconf(const FHOST_RECORD &record, const sockaddr_in &peer)
         FHOSTReply(0, &peer, kFhostRefused, true, &record);
         return 0;
     }
-    const UniqueFd lock = lock_take(0770, kFailures, record, peer);
+    const InstallLock lock = lock_take(0770, kFailures, record, peer);
     if (!lock)
         return -1;
     FHOST_DEBUG("Get QuickConf Packet\n");

@@ -569,6 +569,7 @@ TEST(Findhostd, LeavesAnInterfaceInDhcpModeAsItIs)
     Lan box(1);
     box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=dhcp\n");
     box.file("/etc/dhcpc/dhcpcd-eth0.info", "IPADDR=10.0.0.4\nNETMASK=255.255.255.0\n");
+    box.call({.call = "flock", .real = true});
     Process daemon = box.launch();
     box.send(plain(base(1)));
     const std::string host = box.frames(2)[0].elements.at(0x11);
@@ -576,6 +577,8 @@ TEST(Findhostd, LeavesAnInterfaceInDhcpModeAsItIs)
     for (const Frame &frame : box.frames(4))
         EXPECT_EQ(frame.value(0x1f), 0U);
     EXPECT_EQ(box.stop(&daemon), 0);
+    EXPECT_TRUE(box.record().in_order({"flock /tmp/install.lock 0x6", "usleep 300", "flock /tmp/install.lock 0x8"}))
+        << box.record().text("flock *");
     EXPECT_EQ(box.record().count("run /sbin/*"), 0);
     EXPECT_EQ(box.record().count("sethostname *"), 0);
 }
