@@ -4,10 +4,10 @@
 
 #include "applets/applets.h"
 #include "applets/banner.h"
-#include "autocleanup/unique.h"
 #include "findhost/findhost.h"
 #include "findhost/keys.h"
 #include "install/system_status.h"
+#include "lib/file_replace.h"
 #include "lib/proc.h"
 #include "lib/report.h"
 
@@ -41,9 +41,8 @@ bool options_read(int argc, char *argv[])
 
 void pid_write()
 {
-    const UniqueFile file(fopen(kFhostPidPath, "we"));
-    if (file)
-        fprintf(file.get(), "%d", getpid());
+    if (file_replace(kFhostPidPath, "%d", getpid()) != 0)
+        NORV_LOG(LOG_ERR, "Failed to write %s: %m", kFhostPidPath);
 }
 
 // A machine under a memory test tells of itself.

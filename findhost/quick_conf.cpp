@@ -83,7 +83,7 @@ int ErrQCFSetManual(const FHOST_RECORD &record, const char *name)
         NORV_LOG_OLD(LOG_ERR, __func__, ": Bad parameters(ulIP=%u, ulMask=%u)", record.ulIP, record.ulMask);
         return fail(kErrBadParameter);
     }
-    const UniqueFile lines(fopen(kQuickConfPath, "we"));
+    UniqueFile lines(fopen(kQuickConfPath, "we"));
     if (!lines) {
         NORV_LOG_OLD(LOG_ERR, __func__, ": open %s fail", kQuickConfPath);
         return fail(kErrOpen);
@@ -93,7 +93,7 @@ int ErrQCFSetManual(const FHOST_RECORD &record, const char *name)
         syslog(LOG_ERR, "Failed to set network manually! (0x%X)\n", static_cast<unsigned>(NLIBCErrGet()));
         return -1;
     }
-    // What fails from here on is not told: the address is set, and the client will see what it can reach.
+    // What fails from here on is not told to the client: the address is set, and the client will see what it can reach.
     if (record.ulGateway != 0) {
         const AddressText gateway(record.ulGateway);
         fprintf(lines.get(), "gateway=%s\n", gateway.text);
@@ -103,6 +103,11 @@ int ErrQCFSetManual(const FHOST_RECORD &record, const char *name)
         const AddressText dns(record.ulDns);
         fprintf(lines.get(), "dns=%s\n", dns.text);
         static_cast<void>(NORVJNetSetDNS(dns.text));
+    }
+    const bool is_whole = ferror(lines.get()) == 0;
+    if (fclose(lines.release()) != 0 || !is_whole) {
+        NORV_LOG(LOG_ERR, "Failed to write %s: %m", kQuickConfPath);
+        unlink(kQuickConfPath); // half of an address is none
     }
     return 0;
 }

@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <unistd.h>
 
-#include "autocleanup/unique.h"
 #include "findhost/findhost.h"
 #include "install/install_lock.h"
 #include "install/system_status.h"
+#include "lib/file_replace.h"
 #include "lib/report.h"
 
 static constexpr char kCacheKey[] = "fhost_status_static_part";
@@ -82,21 +82,17 @@ static void disk_sys_info_write()
 {
     static constexpr char kPath[] = "/tmp/disk_sysinfo";
     unlink(kPath);
-    const UniqueFile file(fopen(kPath, "we"));
-    if (!file) {
-        NORV_LOG(LOG_ERR, "open %s file error [%m]", kPath);
-        return;
-    }
     const DiskSysInfo &info = gDiskSysInfo;
-    fprintf(file.get(), R"({"model": "%s", "version": "%s", "build_num": %lu, "admin_port": %s})", info.model,
-            info.version, info.build_num, info.admin_port);
+    if (file_replace(kPath, R"({"model": "%s", "version": "%s", "build_num": %lu, "admin_port": %s})", info.model,
+                     info.version, info.build_num, info.admin_port) != 0)
+        NORV_LOG(LOG_ERR, "open %s file error [%m]", kPath);
 }
 
 void client_status_write(int status)
 {
-    const UniqueFile file(fopen("/tmp/fhost.status", "we"));
-    if (file)
-        fprintf(file.get(), "%d", status);
+    static constexpr char kPath[] = "/tmp/fhost.status";
+    if (file_replace(kPath, "%d", status) != 0)
+        NORV_LOG(LOG_ERR, "Failed to write %s: %m", kPath);
 }
 
 int CheckSysStatus()

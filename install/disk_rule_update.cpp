@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <mbedtls/md5.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include "autocleanup/unique.h"
 #include "lib/file.h"
 #include "lib/file_line.h"
+#include "lib/file_replace.h"
 #include "lib/report.h"
 #include "lib/text.h"
 #include "product.h"
@@ -27,13 +29,6 @@ static constexpr size_t kMd5Bytes = 16, kMd5Digits = 2 * kMd5Bytes;
 
 namespace
 {
-
-// A database on its way in. Its file has a name of its own until all is well.
-struct Incoming {
-    FileText text;
-    char temp_name[32];
-    bool is_written;
-};
 
 __attribute__((format(printf, 3, 4))) int fault(DiskRuleUpdate *update, int code, const char *format, ...)
 {
@@ -92,70 +87,48 @@ int file_fetch(const char *server, const char *name, size_t bytes_max, FileText 
     return https_get(url, bytes_max, text, update->fault, sizeof(update->fault));
 }
 
-int temp_write(int folder, Incoming *incoming, DiskRuleUpdate *update)
-{
-    const UniqueFd file(openat(folder, incoming->temp_name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!file)
-        return fault(update, kErrOpen, "%s/%s: %s", kDiskRuleFolder, incoming->temp_name, strerror(errno));
-    incoming->is_written = true;
-    const std::string_view bytes = incoming->text.view();
-    for (size_t done = 0; done < bytes.size();) {
-        const ssize_t count = write(file.get(), bytes.data() + done, bytes.size() - done);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            return fault(update, kErrWrite, "%s/%s: %s", kDiskRuleFolder, incoming->temp_name, strerror(errno));
-        done += static_cast<size_t>(count);
-    }
-    if (fsync(file.get()) != 0)
-        return fault(update, kErrWrite, "%s/%s: %s", kDiskRuleFolder, incoming->temp_name, strerror(errno));
-    return 0;
-}
-
-// Fetches one database beside its place, unless it is there already.
-int database_prepare(int folder, const char *server, const char *name, const char *md5, Incoming *incoming,
-                     DiskRuleUpdate *update, DiskRuleUpdate::Database *database)
+// Fetches one database, unless it is in place already: `text` stays empty then.
+int database_fetch(int folder, const char *server, const char *name, const char *md5, FileText *text,
+                   DiskRuleUpdate *update, DiskRuleUpdate::Database *database)
 {
     if (is_current(folder, name, md5))
         return 0;
-    if (file_fetch(server, name, kDiskRuleBytesMax, &incoming->text, update) != 0)
+    if (file_fetch(server, name, kDiskRuleBytesMax, text, update) != 0)
         return -1;
     char received[kMd5Digits + 1];
-    md5_text(incoming->text.view(), received);
+    md5_text(text->view(), received);
     if (strcmp(received, md5) != 0)
         return fault(update, kErrTransfer, "%s: checksum is %s, expected %s", name, received, md5);
     DiskRuleReport report;
-    if (disk_rule_check(incoming->text.view(), &report) != 0)
+    if (disk_rule_check(text->view(), &report) != 0)
         return fault(update, kErrBadFormat, "%s: %s", name, report.fault);
-    snprintf(incoming->temp_name, sizeof(incoming->temp_name), ".%s.new", name);
-    if (temp_write(folder, incoming, update) != 0)
-        return -1;
     database->is_new = true;
     memcpy(database->version, report.version, sizeof(database->version));
     return 0;
 }
 
-int databases_update(int folder, Incoming *incoming, DiskRuleUpdate *update)
+int databases_update(int folder, DiskRuleUpdate *update)
 {
     char server[kUrlBytes];
-    FileText list;
+    FileText list, fetched[kDiskRuleDatabases];
+    std::string_view texts[kDiskRuleDatabases];
     DiskRuleChecksums checksums;
     if (server_get(server, update) != 0 || file_fetch(server, kListName, kListBytesMax, &list, update) != 0)
         return -1;
     if (disk_rule_checksums_parse(list.view(), &checksums) != 0)
         return fault(update, kErrBadFormat, "%s/%s: not a list of the checksums of both databases", server, kListName);
-    for (size_t i = 0; i < kDiskRuleDatabases; i++)
-        if (database_prepare(folder, server, kDiskRuleNames[i], checksums.md5[i], &incoming[i], update,
-                             &update->databases[i]) != 0)
-            return -1;
     for (size_t i = 0; i < kDiskRuleDatabases; i++) {
-        if (!update->databases[i].is_new)
-            continue;
-        if (renameat(folder, incoming[i].temp_name, folder, kDiskRuleNames[i]) != 0)
-            return fault(update, kErrRename, "%s/%s: %s", kDiskRuleFolder, kDiskRuleNames[i], strerror(errno));
-        incoming[i].is_written = false;
+        if (database_fetch(folder, server, kDiskRuleNames[i], checksums.md5[i], &fetched[i], update,
+                           &update->databases[i]) != 0)
+            return -1;
+        texts[i] = fetched[i].view();
     }
-    return fsync(folder) == 0 ? 0 : fault(update, kErrWrite, "%s: %s", kDiskRuleFolder, strerror(errno));
+    return disk_rule_databases_put(folder, texts, update);
+}
+
+int put_fault(DiskRuleUpdate *update, int code, const char *name)
+{
+    return fault(update, code, "%s/%s: %s", kDiskRuleFolder, name, strerror(errno));
 }
 
 } // namespace
@@ -191,6 +164,24 @@ int disk_rule_checksums_parse(std::string_view list, DiskRuleChecksums *checksum
     return 0;
 }
 
+int disk_rule_databases_put(int folder, const std::string_view (&texts)[kDiskRuleDatabases], DiskRuleUpdate *update)
+{
+    static constexpr const char *kNewNames[] = {".host_rule.db.new", ".eunit_rule.db.new"};
+    static_assert(std::size(kNewNames) == kDiskRuleDatabases);
+    int result = 0;
+    for (size_t i = 0; i < kDiskRuleDatabases && result == 0; i++)
+        if (!texts[i].empty() && file_write_synced(folder, kNewNames[i], texts[i], 0644) != 0)
+            result = put_fault(update, NLIBCErrGet(), kNewNames[i]);
+    for (size_t i = 0; i < kDiskRuleDatabases && result == 0; i++)
+        if (!texts[i].empty() && renameat(folder, kNewNames[i], folder, kDiskRuleNames[i]) != 0)
+            result = put_fault(update, kErrRename, kDiskRuleNames[i]);
+    if (result == 0 && fsync(folder) != 0)
+        return put_fault(update, kErrWrite, "");
+    for (size_t i = 0; i < kDiskRuleDatabases && result != 0; i++)
+        unlinkat(folder, kNewNames[i], 0);
+    return result;
+}
+
 int disk_rule_update(DiskRuleUpdate *update)
 {
     *update = {};
@@ -203,10 +194,5 @@ int disk_rule_update(DiskRuleUpdate *update)
     const UniqueFd folder(open(kDiskRuleFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder)
         return fault(update, kErrOpen, "%s: %s", kDiskRuleFolder, strerror(errno));
-    Incoming incoming[kDiskRuleDatabases] = {};
-    const int result = databases_update(folder.get(), incoming, update);
-    for (const Incoming &database : incoming)
-        if (database.is_written)
-            unlinkat(folder.get(), database.temp_name, 0);
-    return result;
+    return databases_update(folder.get(), update);
 }

@@ -19,9 +19,14 @@ struct DiskRuleUpdate {
     char fault[256];                 // cut; empty on success
 };
 
-// Brings both databases up to what the server has, or leaves both as they are. Returns 0; -1 with the code of what
-// failed and a text for a person in `update`.
+// Brings both databases up to what the server has, or leaves both as they are, unless the very naming of the second one
+// fails. Returns 0; -1 with the code of what failed and a text for a person in `update`.
 [[nodiscard]] int disk_rule_update(DiskRuleUpdate *update);
+
+// Its last step: writes the texts, an empty one apart, into the open folder and then gives them their names, so that
+// each database is the old one or the new one. Returns 0; -1 with 0x0900, 0x0b00 or 0x2800 and a text in `update`.
+[[nodiscard]] int disk_rule_databases_put(int folder, const std::string_view (&texts)[kDiskRuleDatabases],
+                                          DiskRuleUpdate *update);
 
 // The checksums of both databases, as texts of 32 lower-case digits.
 struct DiskRuleChecksums {

@@ -12,6 +12,7 @@
 #include "install/shell.h"
 #include "install/update_request.h"
 #include "lib/file.h"
+#include "lib/file_replace.h"
 #include "lib/proc.h"
 #include "lib/report.h"
 
@@ -78,8 +79,7 @@ static int ClearPosibleResult(const char *folder)
 
 static int pid_write()
 {
-    const UniqueFile file(fopen(kDownloadPidPath, "we"));
-    if (!file || fprintf(file.get(), "%d", getpid()) < 0) {
+    if (file_replace(kDownloadPidPath, "%d", getpid()) != 0) {
         NORV_LOG(LOG_ERR, "Open %s Fail\n", kDownloadPidPath);
         return -1;
     }

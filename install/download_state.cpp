@@ -9,6 +9,7 @@
 #include "autocleanup/unique.h"
 #include "install/progress.h"
 #include "lib/file.h"
+#include "lib/file_replace.h"
 #include "lib/report.h"
 #include "lib/text.h"
 
@@ -71,28 +72,10 @@ int download_state_begin(const char *file, const char *link)
     current_file = file;
     current_link = link;
     current_percent = -1;
-    char temp_path[sizeof(kDownloadStatusPath) + 16];
-    snprintf(temp_path, sizeof(temp_path), "%s.%d", kDownloadStatusPath, getpid());
-    const UniqueFile state(fopen(temp_path, "we"));
-    if (!state) {
-        NORV_LOG(LOG_ERR, "Open %s Fail\n", temp_path);
-        return fail(kErrOpen);
-    }
-    fprintf(state.get(), "0 0 %s %s", file, link);
-    if (fflush(state.get()) == 0 && rename(temp_path, kDownloadStatusPath) == 0)
+    if (file_replace(kDownloadStatusPath, "0 0 %s %s", file, link) == 0)
         return 0;
     NORV_LOG(LOG_ERR, "Failed to write %s: %m", kDownloadStatusPath);
-    unlink(temp_path);
-    return fail(kErrWrite);
-}
-
-// Opens a file that is told anew. Empty, logged, when it cannot be had.
-static UniqueFile told_anew(const char *path)
-{
-    UniqueFile file(fopen(path, "we"));
-    if (!file)
-        NORV_LOG(LOG_ERR, "Open %s Fail\n", path);
-    return file;
+    return -1;
 }
 
 int download_progress(void * /*unused*/, long total, long now, long /*upload_total*/, long /*upload_now*/)
@@ -102,12 +85,12 @@ int download_progress(void * /*unused*/, long total, long now, long /*upload_tot
     if (percent == current_percent)
         return 0;
     current_percent = percent;
-    if (const UniqueFile page = told_anew(kInstallProgressPath))
-        fprintf(page.get(),
-                "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n"
-                "{\"success\": true, \"data\": {\"stage\": \"%s\", \"progress\": \"%d\"}}",
-                "download", percent);
-    if (const UniqueFile state = told_anew(kDownloadStatusPath))
-        fprintf(state.get(), "%d %ld %s %s", percent, now, current_file, current_link);
+    if (file_replace(kInstallProgressPath,
+                     "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n"
+                     "{\"success\": true, \"data\": {\"stage\": \"%s\", \"progress\": \"%d\"}}",
+                     "download", percent) != 0)
+        NORV_LOG(LOG_ERR, "Open %s Fail\n", kInstallProgressPath);
+    if (file_replace(kDownloadStatusPath, "%d %ld %s %s", percent, now, current_file, current_link) != 0)
+        NORV_LOG(LOG_ERR, "Open %s Fail\n", kDownloadStatusPath);
     return 0;
 }

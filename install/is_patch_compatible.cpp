@@ -5,11 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "autocleanup/unique.h"
 #include "install/download_state.h"
 #include "install/patch.h"
 #include "lib/conf.h"
 #include "lib/file.h"
+#include "lib/file_replace.h"
 #include "lib/norvarchive.h"
 #include "lib/proc.h"
 #include "lib/report.h"
@@ -27,13 +27,10 @@ static constexpr off_t kVersionMostBytes = 1 << 20; // of a file of a dozen line
 // Tells the download side of a patch that needs no download.
 static bool download_state_write(const char *patch)
 {
-    const UniqueFile file(fopen(kDownloadStatusPath, "we"));
-    if (!file) {
-        TELL("Fail to open file %s\n", kDownloadStatusPath);
-        return false;
-    }
-    fprintf(file.get(), "100 0 %s Link", patch);
-    return true;
+    if (file_replace(kDownloadStatusPath, "100 0 %s Link", patch) == 0)
+        return true;
+    TELL("Fail to open file %s\n", kDownloadStatusPath);
+    return false;
 }
 
 // Whether what the patch calls VERSION can be read without harm: a link could lead to a device, a pipe has no end. As

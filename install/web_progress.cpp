@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include "autocleanup/unique.h"
 #include "install/cgi.h"
+#include "lib/file_replace.h"
 #include "lib/report.h"
 #include "lib/text.h"
 
@@ -72,22 +72,21 @@ void web_error_set_code(unsigned code)
     web_error_set(sec, key, static_cast<int>(code));
 }
 
-// The file, emptied, with the header in it.
-static UniqueFile progress_open()
+#define ERROR_BODY R"({"success": false, "data": {}, "errinfo": {"sec": "%s","key": "%s","line":%d}})"
+
+// Logs that the file could not be replaced.
+static void written(int result)
 {
-    UniqueFile file(fopen(kInstallProgressPath, "we"));
-    if (file)
-        fputs(kCgiHtmlHeader, file.get());
-    else
+    if (result != 0)
         NORV_LOG(LOG_ERR, "Open %s Fail\n", kInstallProgressPath);
-    return file;
 }
 
 static void stage_write(const char *word)
 {
-    const UniqueFile file = progress_open();
-    if (file)
-        fprintf(file.get(), R"({"success": true, "data": {"stage": "%s"}})", word);
+    written(file_replace(kInstallProgressPath,
+                         "%s"
+                         R"({"success": true, "data": {"stage": "%s"}})",
+                         kCgiHtmlHeader, word));
 }
 
 void web_progress(int stage, unsigned code, unsigned long /*value*/)
@@ -105,28 +104,21 @@ void web_progress(int stage, unsigned code, unsigned long /*value*/)
     stage_write(word);
 }
 
-static void error_body_print(FILE *out)
-{
-    fprintf(out, R"({"success": false, "data": {}, "errinfo": {"sec": "%s","key": "%s","line":%d}})", gWebError.sec,
-            gWebError.key, gWebError.line);
-}
-
 void web_progress_fail()
 {
-    const UniqueFile file = progress_open();
-    if (file)
-        error_body_print(file.get());
+    written(file_replace(kInstallProgressPath, "%s" ERROR_BODY, kCgiHtmlHeader, gWebError.sec, gWebError.key,
+                         gWebError.line));
 }
 
 void web_progress_finish(const char *hostname)
 {
-    const UniqueFile file = progress_open();
-    if (file)
-        fprintf(file.get(), R"({"success": true, "data": {"stage": "Success", "hostname": "%s"}})", hostname);
+    written(file_replace(kInstallProgressPath,
+                         "%s"
+                         R"({"success": true, "data": {"stage": "Success", "hostname": "%s"}})",
+                         kCgiHtmlHeader, hostname));
 }
 
 void web_error_print(FILE *out)
 {
-    fputs(kCgiHtmlHeader, out);
-    error_body_print(out);
+    fprintf(out, "%s" ERROR_BODY, kCgiHtmlHeader, gWebError.sec, gWebError.key, gWebError.line);
 }

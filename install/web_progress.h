@@ -1,5 +1,5 @@
-// How an install that a browser asked for tells how far it is: in kInstallProgressPath, where a reader may find nothing
-// for a moment, and what went wrong also in the answer to the request.
+// How an install that a browser asked for tells how far it is: in kInstallProgressPath, which is replaced as a
+// whole each time, and what went wrong also in the answer to the request.
 #pragma once
 
 #include <cstdio>

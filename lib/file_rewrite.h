@@ -6,16 +6,9 @@
 #include <cstddef>
 #include <cstdio>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include "autocleanup/unique.h"
+#include "lib/file_replace.h"
 #include "lib/file_text.h"
-
-inline void unique_unlink(const char *path)
-{
-    unlink(path);
-}
-using UniqueFileName = Unique<const char *, nullptr, unique_unlink>; // a file that goes with its owner
 
 // What differs between the operations.
 struct RewriteRules {

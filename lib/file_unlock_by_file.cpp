@@ -10,13 +10,10 @@ int NLIBCFileUnlockByFile(int fd)
         fail(kErrBadParameter);
         return 0;
     }
-    if (flock(fd, LOCK_UN) != 0) {
+    const bool is_unlocked = flock(fd, LOCK_UN) == 0;
+    if (!is_unlocked)
         fail(kErrUnlock);
-        return 0;
-    }
-    if (close(fd) != 0) {
-        fail(kErrClose);
-        return 0;
-    }
-    return 1;
+    if (close(fd) != 0 && is_unlocked)
+        return fail(kErrClose), 0;
+    return is_unlocked ? 1 : 0; // the lock went with the descriptor at the latest
 }

@@ -9,7 +9,7 @@
 // cannot be locked at all). An interrupted try counts as refused.
 [[nodiscard]] int NLIBCFileLockTimeByFile(const char *path, int exclusive, int seconds, int *fd);
 
-// Gives the lock back and closes. Returns 1; 0 with 0x0d00, 0x0500 or 0xe300.
+// Gives the lock back and closes, also when the former fails. Returns 1; 0 with 0x0d00, 0x0500 or 0xe300.
 [[nodiscard]] int NLIBCFileUnlockByFile(int fd);
 
 // The configuration lock of a full system. Here there is nothing to guard: both return 0 and have no effect.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "lib/file_replace.h"
 #include "lib/io.h"
 #include "lib/report.h"
 #include "lib/string.h"
@@ -29,14 +30,6 @@ bool paths_make(const char *folder, Paths *paths)
 {
     return NLIBCStrSnprintf(paths->file, sizeof(paths->file), "%s/vender", folder) > 0 &&
            NLIBCStrSnprintf(paths->new_file, sizeof(paths->new_file), "%s/vender.new", folder) > 0;
-}
-
-// Makes the new file, all of it on the disk. False when that fails.
-bool new_file_write(const char *path, const VenderBytes &bytes)
-{
-    const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    return file && NLIBCWrite(file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
-           fsync(file.get()) == 0;
 }
 
 } // namespace
@@ -65,7 +58,8 @@ int vender_file_write(const char *folder, const VenderRecord &record)
     if (!paths_make(folder, &paths))
         return -1;
     vender_encode(record, &bytes);
-    const bool is_whole = new_file_write(paths.new_file, bytes);
+    const std::string_view text(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+    const bool is_whole = file_write_synced(AT_FDCWD, paths.new_file, text, 0600) == 0;
     if (!is_whole || rename(paths.new_file, paths.file) != 0) {
         unlink(paths.new_file);
         return fail(is_whole ? kErrRename : kErrWrite);

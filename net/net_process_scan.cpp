@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 #include "lib/file_line.h"
-#include "lib/file_rewrite.h"
+#include "lib/file_replace.h"
+#include "lib/file_text.h"
 #include "lib/string.h"
 #include "lib/text.h"
 #include "net/net_files.h"

@@ -1,6 +1,6 @@
 #include <unistd.h>
 
-#include "lib/file.h"
+#include "lib/file_replace.h"
 #include "lib/string.h"
 #include "net/net_files.h"
 
@@ -17,9 +17,7 @@ int NORVJLnxSetDHCP(const char *name)
         NORV_LOG_OLD(LOG_ERR, "NORVJLnxSetDHCP", " run udhcpc error %m");
         return fail(kErrChild);
     }
-    unlink(path);
-    if (NLIBCFileSetKeyValue(path, "BOOTPROTO", "dhcp", kDefaultFormat) != 1 ||
-        NLIBCFileSetKeyValue(path, "ONBOOT", "yes", kDefaultFormat) != 1) {
+    if (file_replace(path, "BOOTPROTO=dhcp\nONBOOT=yes\n") != 0) {
         NORV_LOG_OLD(LOG_ERR, "NORVJLnxSetDHCP", " Set %s error.", path);
         return -2;
     }

@@ -5,21 +5,10 @@
 #include <netinet/in.h>
 #include <unistd.h>
 
-#include "lib/file.h"
+#include "lib/file_replace.h"
 #include "lib/string.h"
 #include "net/net_files.h"
 #include "net/net_process_scan.h"
-
-static int config_write(const char *path, const char *ip, const char *mask)
-{
-    const struct {
-        const char *key, *value;
-    } kLines[] = {{"IPADDR", ip}, {"NETMASK", mask}, {"BOOTPROTO", "static"}, {"ONBOOT", "yes"}};
-    for (const auto &[key, value] : kLines)
-        if (NLIBCFileSetKeyValue(path, key, value, kDefaultFormat) != 1)
-            return -1;
-    return 0;
-}
 
 static int address_set(const char *name, const char *ip, const char *mask)
 {
@@ -53,7 +42,7 @@ int NORVJLnxSetIPNetmask(const char *name, const char *ip, const char *mask)
     const bool has_backup = rename(path, backup) == 0;
     if (!has_backup)
         NORV_LOG(LOG_ERR, "failed to rename %s to %s. %m", path, backup);
-    bool is_done = config_write(path, ip, mask) == 0;
+    bool is_done = file_replace(path, "IPADDR=%s\nNETMASK=%s\nBOOTPROTO=static\nONBOOT=yes\n", ip, mask) == 0;
     if (is_done) {
         net_dhcp_clients_kill(name);
         is_done = address_set(name, ip, mask) == 0 && hosts_refresh() == 0;

@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cstdio>
 
 #include "lib/file_line.h"
-#include "lib/file_rewrite.h"
+#include "lib/file_replace.h"
+#include "lib/file_text.h"
 #include "net/net_files.h"
 #include "net/net_text.h"
 
@@ -53,11 +53,5 @@ int NORVJNetSetDNS(const char *text)
     const NetFilesLock lock(kNetWriteLockWord);
     if (!lock.held())
         return -1;
-    UniqueFile file(fopen(kResolvNewPath, "we"));
-    if (!file)
-        return fail(kErrOpen);
-    const bool is_written = fprintf(file.get(), "nameserver\t%s\n", text) > 0;
-    if (fclose(file.release()) != 0 || !is_written)
-        return fail(kErrWrite);
-    return rename(kResolvNewPath, kResolvPath) == 0 ? 0 : static_cast<int>(fail(kErrRename));
+    return file_replace_through(kResolvNewPath, kResolvPath, "nameserver\t%s\n", text);
 }

@@ -3,7 +3,7 @@
 #include <unistd.h>
 
 #include "lib/file.h"
-#include "lib/file_rewrite.h"
+#include "lib/file_replace.h"
 #include "lib/string.h"
 #include "net/net.h"
 #include "net/net_files.h"

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "lib/file_replace.h"
 #include "lib/proc.h"
 #include "lib/report.h"
 #include "lib/text.h"
@@ -49,9 +50,8 @@ void pid_file_write(const UDPD_HANDLE &handle)
     char name[sizeof(handle.szName) + 1], path[32];
     text_cut(name, text_view(handle.szName));
     snprintf(path, sizeof(path), "/var/run/%s.pid", name);
-    const UniqueFile file(fopen(path, "we"));
-    if (file)
-        fprintf(file.get(), "%d", handle.nPid);
+    if (file_replace(path, "%d", handle.nPid) != 0)
+        NORV_LOG(LOG_ERR, "Failed to write %s: %m", path);
 }
 
 // Serves messages until the stop event. Returns 0; -1.

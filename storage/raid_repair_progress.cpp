@@ -1,6 +1,7 @@
 #include <cinttypes>
 
 #include "disk/disk.h"
+#include "lib/file_replace.h"
 #include "lib/report.h"
 #include "lib/string.h"
 #include "storage/raid.h"
@@ -20,13 +21,7 @@ int raid_repair_progress_set(const char *path, time_t begun, uint64_t sectors)
     char file[256];
     if (file_name(path, begun, file, sizeof(file)) != 0)
         return -1;
-    UniqueFile progress(fopen(file, "we"));
-    if (!progress)
-        return fail(kErrOpen);
-    const bool written = fprintf(progress.get(), "%" PRIu64 "\n", sectors) > 0;
-    if (fclose(progress.release()) != 0 || !written)
-        return fail(kErrWrite);
-    return 0;
+    return file_replace(file, "%" PRIu64 "\n", sectors);
 }
 
 int raid_repair_progress_get(const char *path, time_t begun, uint64_t *sectors)

@@ -6,6 +6,7 @@
 #include <json-c/json_util.h>
 #include <unistd.h>
 
+#include "lib/file_replace.h"
 #include "lib/report.h"
 
 static constexpr char kStateKey[] = "state";
@@ -18,10 +19,13 @@ int swap_json_file_write(json_object *object, const char *state)
         json_object_put(text);
         return fail(kErrOutOfMemory);
     }
-    if (json_object_to_file(kSwapStatePath, object) == 0)
+    const char *json = json_object_to_json_string_ext(object, JSON_C_TO_STRING_PLAIN);
+    if (json == nullptr)
+        return fail(kErrOutOfMemory);
+    if (file_replace(kSwapStatePath, "%s", json) == 0)
         return 0;
     NORV_LOG(LOG_ERR, "%s(%d): Fail to write json file %s!", __func__, __LINE__, kSwapStatePath);
-    return fail(kErrWrite);
+    return -1;
 }
 
 json_object *swap_json_file_read()

@@ -147,7 +147,7 @@ TEST_F(Lock, UnlockingFails)
             EXPECT_EQ(NLIBCFileUnlockByFile(fd), 0) << row.call;
         }
         EXPECT_EQ(NLIBCErrGet(), row.code);
-        close(fd);
+        EXPECT_EQ(close(fd), row.code == 0x0500 ? -1 : 0); // closed with the lock on it: the lock went, too
     }
     EXPECT_EQ(NLIBCFileUnlockByFile(-1), 0);
     EXPECT_EQ(NLIBCErrGet(), 0x0d00);

@@ -1,12 +1,9 @@
-// The unit's record on its way to the disk: its bytes, and what a cut or a fault leaves.
+// The bytes of the unit's record, and what a cut leaves of them.
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
-#include "lib/report.h"
 #include "manutil/vender_format.h"
-#include "tests/support/points.h"
-#include "tests/support/sweep.h"
 
 namespace
 {
@@ -86,41 +83,6 @@ TEST(VenderFile, HalfARecordIsNone)
         }
         EXPECT_FALSE(is_record(fresh.substr(0, cut), kNew)) << cut;
     }
-}
-
-// Whatever call fails, and wherever the process is cut off: the file is the old record or the new one.
-TEST(VenderFile, CutLeavesTheOldRecordOrTheNew)
-{
-    const auto check = [](const SweepRun &run) -> std::string {
-        const std::string left = run.content("vender").value_or("");
-        const bool is_old = is_record(left, kOld), is_new = is_record(left, kNew);
-        if (!is_old && !is_new)
-            return "no record";
-        if (run.killed)
-            return "";
-        if (run.result == 0 ? !is_new : is_new && !run.failed("fsync") && !run.failed("openat"))
-            return "the result does not tell what is there";
-        if (run.result != 0 && run.error_code != kErrWrite && run.error_code != kErrRename)
-            return "another code";
-        if (run.content("vender.new") && !run.failed("unlink"))
-            return "the new file is left over";
-        return run.left_open.empty() ? "" : "a descriptor is left open";
-    };
-    const SweepReport report =
-        sweep({.function = [](const std::string &tree) { return vender_file_write(tree.c_str(), kNew); },
-               .tree = {{"vender", bytes_of(kOld)}},
-               .check = check});
-    EXPECT_EQ(report.complaints, "");
-    EXPECT_GT(report.runs, 50);
-    points_tried(report.runs);
-    // What takes the name is on the disk, and the name itself is before success is told.
-    EXPECT_EQ(calls_not_in_order(report.calls, {"openat /vender.new", "write /vender.new", "fsync /vender.new",
-                                                "rename /vender.new /vender", "openat /", "fsync /"}),
-              "");
-    int writes = 0;
-    for (const SystemCall &call : report.calls)
-        writes += call.text.starts_with("write ") ? 1 : 0;
-    EXPECT_EQ(writes, 1);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tests/support/in_child.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -16,15 +17,16 @@ int in_child(const std::function<int()> &body)
     }
     int *result = static_cast<int *>(page);
     fflush(nullptr);
+    const bool had_failed = testing::Test::HasFailure();
     const pid_t pid = fork();
     if (pid == 0) {
         closelog();
         *result = body();
         fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
+        _exit(testing::Test::HasFailure() && !had_failed ? 1 : 0);
     }
     int status = -1;
-    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)), pid);
     EXPECT_EQ(status, 0) << "the child failed";
     const int answer = *result;
     munmap(page, sizeof(int));

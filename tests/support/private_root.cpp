@@ -25,7 +25,7 @@ static bool text_put(const char *path, const std::string &text)
 }
 
 // A user that may not change its root may do so in a user namespace.
-static bool root_enter(const std::string &path)
+bool PrivateRoot::enter(const std::string &path)
 {
     if (chroot(path.c_str()) == 0)
         return chdir("/") == 0;
@@ -53,7 +53,7 @@ PrivateRoot::~PrivateRoot()
 
 bool PrivateRoot::allowed()
 {
-    return in_child([] { return root_enter("/") ? 1 : 0; }) == 1;
+    return in_child([] { return enter("/") ? 1 : 0; }) == 1;
 }
 
 void PrivateRoot::write(std::string_view path, std::string_view text) const
@@ -77,7 +77,7 @@ int PrivateRoot::run(const std::function<int()> &body) const
         }
     });
     const int result = in_child([&] {
-        if (root_enter(dir_.path()))
+        if (enter(dir_.path()))
             return body();
         ADD_FAILURE() << "no private root";
         return -1;

@@ -326,6 +326,8 @@ void tree_make(const std::vector<SweepFile> &files, const std::filesystem::path 
     dup2(output, STDERR_FILENO);
     raise(SIGSTOP);
     if (row.program.empty()) {
+        if (row.prepare && !row.prepare(tree))
+            _exit(127);
         errno = 0;
         NLIBCErrSet(kErrNone, "", 0);
         mark(kBegin);
@@ -482,10 +484,12 @@ SweepReport sweep(const SweepRow &row)
 
 std::optional<std::string> SweepRun::content(const std::string &path) const
 {
-    std::ifstream stream(tree / path, std::ios::binary);
+    std::ifstream stream(tree / path, std::ios::binary | std::ios::ate);
     if (!stream)
         return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(stream), {});
+    std::string text(static_cast<size_t>(stream.tellg()), '\0');
+    stream.seekg(0).read(text.data(), static_cast<std::streamsize>(text.size()));
+    return text;
 }
 
 std::vector<std::string> SweepRun::entries() const

@@ -66,6 +66,9 @@ struct SweepRow {
     std::vector<std::string> program = {};
     std::function<int(const std::string &tree)> function = {};
 
+    // Run in the function's process before its calls count; false ends the run as one that could not be begun.
+    std::function<bool(const std::string &tree)> prepare = {};
+
     std::vector<SweepFile> tree = {};
     // Returns "" when the run was right, else what is wrong. Also asked about the clean run.
     std::function<std::string(const SweepRun &run)> check = {};

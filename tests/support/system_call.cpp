@@ -49,7 +49,7 @@ static constexpr SystemCallRule kRules[] = {
     CALL(fsync, "f"),
     CALL(fdatasync, "f"),
     CALL(syncfs, "f"),
-    CALL_THAT(sync, "", kNever),
+    CALL_THAT(sync, "", kSleeps),
     CALL(truncate, "pn"),
     CALL(ftruncate, "fn"),
     CALL(fallocate, "f"),
