@@ -57,10 +57,8 @@ int download_state_read(DownloadState *state)
 
 bool download_is_alive()
 {
-    if (!NLIBCFileIsRegular(kDownloadPidPath))
-        return false;
     int pid = 0;
-    const UniqueFile file(fopen(kDownloadPidPath, "re"));
+    const UniqueFile file(NLIBCFileIsRegular(kDownloadPidPath) ? fopen(kDownloadPidPath, "re") : nullptr);
     if (file && fscanf(file.get(), "%d", &pid) == 1 && pid > 0 && kill(pid, 0) == 0)
         return true;
     NORV_LOG(LOG_ERR, "Invalid pid: %d\n", pid);

@@ -17,7 +17,7 @@ struct DownloadState {
 // file does not hold all fields.
 [[nodiscard]] int download_state_read(DownloadState *state);
 
-// Whether the process that downloads lives; a pid of no process is logged.
+// Whether the process that downloads lives. When it does not, the pid that there is, or 0, is logged.
 [[nodiscard]] bool download_is_alive();
 
 // Begins the state of a download. The file is there as a whole or not at all. Returns 0; -1, logged.
