@@ -60,7 +60,7 @@ void counter_take(Values *values)
 // The number that all lines since the unit was switched on share.
 void session_get(Values *values)
 {
-    if (NLIBCFileGetKeyValue(kSessionPath, "session", values->session, sizeof(values->session), 0) > 1)
+    if (NLIBCFileGetKeyValue(kSessionPath, "session", values->session, sizeof(values->session), 0) > kEmptyValue)
         return;
     srand(static_cast<unsigned>(time(nullptr)));
     snprintf(values->session, sizeof(values->session), "%09d", rand() % 999999999 + 1);
@@ -71,7 +71,7 @@ void session_get(Values *values)
 int model_get(Values *values)
 {
     char unique[128] = "";
-    if (NLIBCFileGetKeyValue(kDefaultsPath, "unique", unique, sizeof(unique), 0) <= 1)
+    if (NLIBCFileGetKeyValue(kDefaultsPath, "unique", unique, sizeof(unique), 0) <= kEmptyValue)
         static_cast<void>(NLIBCFileGetKeyValue(kConfPath, "unique", unique, sizeof(unique), 0));
     const char *first = strchr(unique, '_');
     if (first == nullptr) {
@@ -90,7 +90,7 @@ int model_get(Values *values)
 int values_get(Values *values)
 {
     serial_and_mac_get(values);
-    if (NLIBCFileGetKeyValue(kLabelPath, "label", values->label, sizeof(values->label), 0) <= 0) {
+    if (NLIBCFileGetKeyValue(kLabelPath, "label", values->label, sizeof(values->label), 0) <= kEmptyValue) {
         NORV_LOG(LOG_ERR, "Get label from %s fail", kLabelPath);
         return -1;
     }

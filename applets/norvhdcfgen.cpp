@@ -18,7 +18,7 @@ int model_file_adopt(const NORVCfgInfo &model, const char *path)
         return 0;
     }
     char unique[64];
-    if (NLIBCFileGetKeyValue(path, "unique", unique, sizeof(unique), 0) <= 1) { // 1: empty
+    if (NLIBCFileGetKeyValue(path, "unique", unique, sizeof(unique), 0) <= kEmptyValue) {
         printf("%s: Fail to get value of [%s] in [%s], skip share hardware fixing\n", kWord, "unique", path);
         return 0;
     }

@@ -60,7 +60,7 @@ int norvnetseqadj_main(int /*argc*/, char * /*argv*/[])
         NORV_LOG(LOG_ERR, "Failed to get key %s from %s[0x%04X %s:%d]", "maxlanport", kDefaultsPath, NORV_ERR_ARGS);
         return -1;
     }
-    if (length <= kNetSeqNoValue) {
+    if (length <= kEmptyValue) {
         NORV_LOG(LOG_ERR, "Skip network interface adjust\n");
         return 0;
     }
@@ -83,7 +83,7 @@ int norvnetseqadj_main(int /*argc*/, char * /*argv*/[])
         return -1;
     }
     if (conf_support_oob_ctl() &&
-        NLIBCFileGetKeyValue(kDefaultsPath, "oob_interface", oob_interface, sizeof(oob_interface), 0) <= kNetSeqNoValue)
+        NLIBCFileGetKeyValue(kDefaultsPath, "oob_interface", oob_interface, sizeof(oob_interface), 0) <= kEmptyValue)
         return -1;
     NETDEVSEQ devices[kNetSeqMax];
     const int found = devices_collect(names, count, oob_interface, devices);

@@ -49,7 +49,7 @@ static int server_get(char (&url)[kUrlBytes])
         NORV_LOG(LOG_ERR, "Get rss server value fail\n\n");
         return -1;
     }
-    if (length == 0)
+    if (length <= kEmptyValue)
         text_cut(url, kProductUpdateEndpoint);
     return 0;
 }
@@ -82,7 +82,8 @@ static int disk_version_get(char *version, int size)
     if (!folder.ready())
         return -1;
     const ScopedMount mount(device, "/_disk");
-    if (!mount.mounted() || NLIBCFileGetKeyValue("/_disk/etc.defaults/VERSION", "buildnumber", version, size, 0) <= 0)
+    if (!mount.mounted() ||
+        NLIBCFileGetKeyValue("/_disk/etc.defaults/VERSION", "buildnumber", version, size, 0) <= kEmptyValue)
         return -1;
     RootInfoCacheSet(kVersionCacheKey, version);
     return 0;
@@ -111,7 +112,7 @@ static int feed_file_parse(NewVersion *result)
 {
     char unique[256];
     FileText text;
-    if (NLIBCFileGetKeyValue(kDefaultsPath, "unique", unique, sizeof(unique), 0) <= 0 ||
+    if (NLIBCFileGetKeyValue(kDefaultsPath, "unique", unique, sizeof(unique), 0) <= kEmptyValue ||
         file_text_load(kFeedPath, &text) != 0)
         return -1;
     return feed_parse(text.view(), unique, kVersionPath, result);

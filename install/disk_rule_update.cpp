@@ -49,7 +49,7 @@ int server_get(char (&server)[kUrlBytes], DiskRuleUpdate *update)
     const int length = NLIBCFileGetKeyValue(kDefaultsPath, kServerKey, server, sizeof(server), 0);
     if (length < 0 && NLIBCErrGet() == kErrBufferTooSmall)
         return fault(update, kErrBadParameter, "%s: value too long", kServerKey);
-    if (length <= 0)
+    if (length <= kEmptyValue)
         static_cast<void>(text_set(server, kProductDiskRuleServer));
     const size_t end = strlen(server);
     if (end > 0 && server[end - 1] == '/')

@@ -12,7 +12,7 @@ int GetUserAgent(char (&buffer)[kUserAgentBytes])
     if (!unique.is_there || !version.is_there || !build.is_there)
         return 0;
     char name[16];
-    if (NLIBCFileGetKeyValue(kDefaultsPath, "os_name", name, sizeof(name), 0) <= 0)
+    if (NLIBCFileGetKeyValue(kDefaultsPath, "os_name", name, sizeof(name), 0) <= kEmptyValue)
         text_cut(name, "NOS");
     const int length =
         snprintf(buffer, sizeof(buffer), "%s %s%s %s (webinstaller)", unique.value, name, version.value, build.value);

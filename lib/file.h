@@ -15,6 +15,8 @@ inline constexpr char kConfPath[] = "/etc/norvinfo.conf";              // workin
 inline constexpr char kDefaultFormat[] = "%s=%s\n";                    // how lines are written when no format is given
 inline constexpr char kConfFormat[] = "%s=\"%s\"\n";                   // how lines of kConfPath are written
 
+inline constexpr int kEmptyValue = 1; // length of what stands between two quotes with nothing in them: the NUL
+
 // Reads one value of a key-value file.
 //   file, key  NUL-terminated; keys compare exactly
 //   buf        room for `size` bytes with the NUL; NULL with size 0 asks for the length

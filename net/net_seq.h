@@ -4,7 +4,6 @@
 #include "lib/list.h"
 
 inline constexpr int kNetSeqMax = 32;
-inline constexpr int kNetSeqNoValue = 1; // bytes of a value that is empty between its quotes: the NUL
 
 // An interface that gets a number.
 struct NETDEVSEQ {

@@ -18,7 +18,7 @@ static void key_choose(char *key, size_t size)
     const UniqueFile file(fopen(kRevisionPath, "re"));
     if (file && NLIBCFgets(revision, sizeof(revision), file.get()) != nullptr &&
         NLIBCStrTrimSpace(revision, nullptr) > 0 && NLIBCStrSnprintf(key, size, "%s_%s", kKey, revision) > 0 &&
-        NLIBCFileGetKeyValue(kDefaultsPath, key, nullptr, 0, 0) > kNetSeqNoValue)
+        NLIBCFileGetKeyValue(kDefaultsPath, key, nullptr, 0, 0) > kEmptyValue)
         return;
     NLIBCStrSnprintf(key, size, "%s", kKey);
 }
@@ -32,11 +32,11 @@ int net_seq_numbers_read(int internal, PNLIBSZLIST *numbers)
         NORV_LOG(LOG_ERR, "Failed to get key %s from %s[0x%04X %s:%d]", key, kDefaultsPath, NORV_ERR_ARGS);
         return -1;
     }
-    if (length > kNetSeqNoValue && NLIBCStrTok(value, " ", numbers) < 0) {
+    if (length > kEmptyValue && NLIBCStrTok(value, " ", numbers) < 0) {
         NORV_LOG(LOG_ERR, "failed to parse %s", value);
         return -1;
     }
-    for (int i = 0; length <= kNetSeqNoValue && i < std::min(internal, kNetSeqMax); i++) {
+    for (int i = 0; length <= kEmptyValue && i < std::min(internal, kNetSeqMax); i++) {
         NLIBCStrSnprintf(value, sizeof(value), "%d", i);
         if (NLIBCSzListPush(numbers, value) < 0)
             return -1;

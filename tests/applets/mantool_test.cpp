@@ -383,6 +383,9 @@ TEST(Mantool, AsksTheBoard)
                                                   {"-rtc_set", "2021/08/04"}}) {
         EXPECT_EQ(box.out(words), usage + kFailed + "\n") << words[0];
     }
+    box.remove("/bin/cp");
+    EXPECT_EQ(box.out({"-auto_poweron_enable", "0"}),
+              std::string("Failed to set power on schedule\n") + kFailed + "\n");
     box.board_remove();
     EXPECT_EQ(box.out({"-temperature"}), std::string("open /dev/norvbios error!\n") + kFailed + "\n");
 }
@@ -592,6 +595,7 @@ TEST(Mantool, LogLineWithoutItsValues)
         std::string part;
     } kRows[] = {
         {"/etc/norvmanlog.conf", nullptr, "Get label from /etc/norvmanlog.conf fail", ""},
+        {"/etc/norvmanlog.conf", "label=\"\"\n", "Get label from /etc/norvmanlog.conf fail", ""},
         {"/etc.defaults/norvinfo.conf", "unique=norv\n", "Get first '_' error , unique name's format is invalid", ""},
         {"/etc.defaults/norvinfo.conf", "unique=a_b\n", "Get second '_' error , unique name's format is invalid", ""},
         {"/etc.defaults/norvinfo.conf", "unique=a_b_c\n", "", "7MODEL=c"},

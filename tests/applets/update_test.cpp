@@ -291,6 +291,7 @@ TEST(UpdateCheck, Faults)
         {"no feed", gone("/feed/rss.xml"), {"*fail to perform curl, CURLcode returns 37", "*Check NEW NOS fail*"}},
         {"nobody there", server_name("https://127.0.0.1:8443/"), {"*CURLcode returns 7", "*Check NEW NOS fail*"}},
         {"the product's server", file(kConf, kModel), {"*CURLcode returns 6", "*Check NEW NOS fail*"}},
+        {"no server between the quotes", server_name(""), {"*CURLcode returns 6", "*Check NEW NOS fail*"}},
         {"no library",
          file("/lib.bad/libcurl.so.4", "no library"),
          {"*Failed to open libcurl.so.4: *", "*CURLcode returns 2", "*Check NEW NOS fail*"},
