@@ -44,7 +44,7 @@ class Bridge:
         if self._keeper.stdout.readline() != "ready\n":
             said = self._keeper.stderr.read().strip()
             self._end()
-            raise LabError(f"no bridge: {said}")
+            raise LabError(f"no bridge: {said} (it takes user namespaces, and /dev/net/tun for everybody)")
 
     def __enter__(self) -> "Bridge":
         return self

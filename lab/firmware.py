@@ -24,10 +24,16 @@ BUILDER_FAULTS = ("unsigned", "signature", "stranger", "truncated", "payload", "
                   "link", "device", "checksum", "totals", "no-totals", "missing-file")
 
 
-def patch(folder: Path, *pairs: str, options: tuple[str, ...] = (), name: str = "sample.pat") -> Path:
-    """Makes a patch for the lab's model, with these values in its VERSION; `options` are those of norv-patch."""
+def patch(folder: Path, *pairs: str, options: tuple[str, ...] = (), name: str = "sample.pat",
+          updater: str = "") -> Path:
+    """Makes a patch for the lab's model, with these values in its VERSION; `options` are those of norv-patch.
+
+    updater: a script in the place of the sample's.
+    """
     firmware, path = folder / "firmware", folder / name
     tool(sys.executable, str(_MAKER), str(firmware), *pairs)
+    if updater:
+        (firmware / "updater").write_text(updater)
     tool(str(_BUILDER), "make", str(firmware), str(path), "--keys", str(BUILD / "keys"), *options)
     return path
 

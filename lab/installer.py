@@ -13,6 +13,7 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
+from lab.agent import GuestLost
 from lab.machine import Machine, wait_for
 from lab.packages import LabError
 
@@ -113,7 +114,12 @@ class Installer:
         self._clients.clear()
 
     def is_idle(self) -> bool:
-        """Whether the web server answers, and neither an install nor a change of settings is at work."""
+        """Whether the web server answers, and neither an install nor a change of settings is at work.
+
+        Raises GuestLost when the machine is off, so that nobody waits for it.
+        """
+        if not self._machine.runs:
+            raise GuestLost("the machine is off")
         try:
             body_of(self.ask("lock_check.cgi"))
         except (OSError, LabError, Refused):
@@ -132,6 +138,12 @@ class Installer:
             answer = self.ask("install.cgi", query | {"upload": "true"}, pieces, length,
                               f"multipart/form-data; boundary={boundary}")
         body_of(answer)
+
+    def send_no_file(self, status: str) -> None:
+        """An upload whose form has no file in it. Raises Refused."""
+        form = b'--empty\r\nContent-Disposition: form-data; name="hostname"\r\n\r\nattic\r\n--empty--\r\n'
+        body_of(self.ask("install.cgi", {"status": status, "upload": "true"}, form, len(form),
+                         "multipart/form-data; boundary=empty"))
 
     def send_half(self, status: str, patch: Path) -> None:
         """Begins an upload, and goes away in the middle of it."""

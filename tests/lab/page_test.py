@@ -4,10 +4,12 @@ import json
 import sys
 import urllib.request
 
+from appliance import on_system
+from firmware import install
 from lab import feed, road
 from lab.bridge import Bridge, usable
 from lab.disks import Disk
-from lab.firmware import patch
+from lab.firmware import BUILD_NUMBER, flash, patch
 from lab.image import SOURCE
 from lab.machine import wait_for
 from scenario import Scenario
@@ -98,6 +100,54 @@ class Page(Scenario):
             before = len(one.machine.console())
             page.click("#restart")
             self.assertIn("attic", road.wait_banner(one, before))
+            self.assertEqual(page.complaints(), [])
+
+    def test_recovers_migrates_and_forgets_the_reset_button(self) -> None:
+        if not usable():
+            self.skipTest("this machine has no tap devices for us")
+        with Bridge(2) as bridge, browser() as page:
+            one = road.create(self.folder / "one", bridge, [Disk.parse("12G")] * 2, flash=flash(self.folder))
+            self.addCleanup(one.machine.cut)
+            road.switch_on(one)
+            install(one.machine, patch(self.folder))
+            road.set_network(one)
+            url = f"http://127.0.0.1:{bridge.forward(one.address, 80)}/"
+
+            def arrive(title: str) -> None:
+                one.machine.must("rm -f /tmp/root_info.cache /tmp/disk_sysinfo /tmp/install.progress")
+                page.open(url)
+                page.until("state.view === 'start'")
+                self.assertIn(title, page.text("#start-title"))
+
+            def finish() -> None:
+                page.until("state.view === 'done' || state.view === 'fault'", seconds=STAGE_SECONDS)
+                self.assertEqual(page.text("#fault-title"), "", one.machine.log()[-3000:])
+
+            with self.subTest("the flash is recovered from the disks"):
+                arrive("newer than this installer")
+                page.click("input[name=way][value=recover]")
+                page.click("#source .primary")
+                page.view("consent")
+                page.click("#agreed")
+                page.click("#begin")
+                finish()
+                self.assertEqual(road.flash_version(one), BUILD_NUMBER)
+
+            with self.subTest("what the flash holds is installed anew"):
+                arrive("installed")
+                page.click("input[name=way][value=migrate]")
+                page.click("input[name=road][value=builtin]")
+                page.click("#source .primary")
+                self.order(page, one)
+                finish()
+                self.assertIn("--set_hostname attic\n", on_system(one.machine, "cat .ns_configure.sh"))
+
+            with self.subTest("the reset button's marks go"):
+                on_system(one.machine, "touch .noroot .system_crashed")
+                arrive("installed")
+                page.click("#flags-clear")
+                page.view("done")
+                self.assertEqual(on_system(one.machine, "ls .noroot .system_crashed 2>/dev/null || true"), "")
             self.assertEqual(page.complaints(), [])
 
     @staticmethod

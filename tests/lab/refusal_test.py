@@ -37,8 +37,13 @@ class Refusal(OnABridge):
             old = firmware.patch(self.folder, "buildnumber=64000", name="old.pat")
             return one.web.install("sys_migrat", fields, old)
 
+        def unlicensed() -> object:
+            patch = firmware.patch(self.folder, name="bad.pat", updater="#!/bin/sh\nexit 65\n")
+            return one.web.install("sys_migrat", fields, patch)
+
         # What is wrong; what makes it so, and undoes it; the install; where and in which words it is refused.
         on_flash = "mount /dev/norvboot2 /mnt && {} && umount /mnt"
+        on_volume = "mount /dev/md0 /mnt && {} && umount /mnt"
         for name, before, after, work, error in (
             ("model", "", "", bad("model"), ("error", "error_model", 12)),
             ("signature", "", "", bad("stranger"), ("wizard", "err_patch", 13)),
@@ -47,8 +52,12 @@ class Refusal(OnABridge):
             ("room of the root", "", "", bad("room"), ("wizard", "err_patch", 13)),
             ("older than the disks", "", "", older, ("error", "error_version", 10)),
             ("no server", "", "", lambda: one.web.install("sys_migrat", fields), ("error", "error_download", 46)),
-            ("room of the volume", f"mount /dev/md0 /mnt && (cd /mnt && {FULL}) && umount /mnt",
-             "mount /dev/md0 /mnt && rm /mnt/full && umount /mnt", migrate, ("error", "no_space", 16)),
+            ("licence", "", "", unlicensed, ("error", "err_vnos_license_expire", 65)),
+            ("no file", "", "", lambda: one.web.send_no_file("sys_migrat"), ("error", "error_upload", 54)),
+            ("settings", on_volume.format("rm -f /mnt/.ns_pwd && mkdir /mnt/.ns_pwd"),
+             on_volume.format("rmdir /mnt/.ns_pwd"), migrate, ("error", "err_nsconfig", 695)),
+            ("room of the volume", on_volume.format(f"(cd /mnt && {FULL})"), on_volume.format("rm /mnt/full"), migrate,
+             ("error", "no_space", 16)),
             ("flash", on_flash.format("mv /mnt/hda1.tgz /mnt/gone"), on_flash.format("mv /mnt/gone /mnt/hda1.tgz"),
              lambda: one.web.install("sys_migrat", fields | {"buildin": "true"}), ("error", "boot_damaged", 45)),
         ):
