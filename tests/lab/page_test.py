@@ -5,7 +5,6 @@ import sys
 import urllib.request
 
 from appliance import on_system
-from firmware import install
 from lab import feed, road
 from lab.bridge import Bridge, usable
 from lab.disks import Disk
@@ -102,67 +101,73 @@ class Page(Scenario):
             self.assertIn("attic", road.wait_banner(one, before))
             self.assertEqual(page.complaints(), [])
 
-    def test_recovers_migrates_and_forgets_the_reset_button(self) -> None:
+    def test_from_flash_then_migrated_recovered_and_without_the_reset_buttons_marks(self) -> None:
         if not usable():
             self.skipTest("this machine has no tap devices for us")
+        file = patch(self.folder)
         with Bridge(2) as bridge, browser() as page:
             one = road.create(self.folder / "one", bridge, [Disk.parse("12G")] * 2, flash=flash(self.folder))
             self.addCleanup(one.machine.cut)
             road.switch_on(one)
-            install(one.machine, patch(self.folder))
             road.set_network(one)
             url = f"http://127.0.0.1:{bridge.forward(one.address, 80)}/"
 
-            def arrive(title: str) -> None:
+            def arrive(title: str, way: str = "") -> None:
                 one.machine.must("rm -f /tmp/root_info.cache /tmp/disk_sysinfo /tmp/install.progress")
                 page.open(url)
                 page.until("state.view === 'start'")
-                self.assertIn(title, page.text("#start-title"))
+                self.assertEqual(page.text("#start-title"), title)
+                if way:
+                    page.click(f"input[name=way][value={way}]")
 
             def finish() -> None:
                 page.until("state.view === 'done' || state.view === 'fault'", seconds=STAGE_SECONDS)
                 self.assertEqual(page.text("#fault-title"), "", one.machine.log()[-3000:])
+                wait_for(one.web.is_idle, STAGE_SECONDS, "the install to end")
 
-            with self.subTest("the flash is recovered from the disks"):
-                arrive("newer than this installer")
-                page.click("input[name=way][value=recover]")
-                page.click("#source .primary")
-                page.view("consent")
-                page.click("#agreed")
-                page.click("#begin")
-                finish()
-                self.assertEqual(road.flash_version(one), BUILD_NUMBER)
+            arrive("Ready to install")
+            page.click("input[name=road][value=builtin]")
+            page.click("#source .primary")
+            self.order(page, one, netconfig="pppoe", ppp_account="a@isp", ppp_passwd="x+y%")
+            finish()
+            self.assertIn("--set_pppoe eth0 a@isp x+y%\n", on_system(one.machine, "cat .ns_configure.sh"))
 
-            with self.subTest("what the flash holds is installed anew"):
-                arrive("installed")
-                page.click("input[name=way][value=migrate]")
-                page.click("input[name=road][value=builtin]")
-                page.click("#source .primary")
-                self.order(page, one)
-                finish()
-                self.assertIn("--set_hostname attic\n", on_system(one.machine, "cat .ns_configure.sh"))
+            arrive("There is a system on the disks", "migrate")
+            page.choose_file("file", str(file))
+            page.click("#source .primary")
+            self.order(page, one)
+            finish()
 
-            with self.subTest("the reset button's marks go"):
-                on_system(one.machine, "touch .noroot .system_crashed")
-                arrive("installed")
-                page.click("#flags-clear")
-                page.view("done")
-                self.assertEqual(on_system(one.machine, "ls .noroot .system_crashed 2>/dev/null || true"), "")
+            arrive("The installed system is newer than this installer", "recover")
+            page.click("#source .primary")
+            self.agree(page)
+            finish()
+            self.assertEqual(road.flash_version(one), BUILD_NUMBER)
+
+            on_system(one.machine, "touch .noroot .system_crashed")
+            arrive("The system on the disks is damaged")
+            page.click("#flags-clear")
+            page.view("done")
+            self.assertEqual(on_system(one.machine, "ls .noroot .system_crashed 2>/dev/null || true"), "")
             self.assertEqual(page.complaints(), [])
 
     @staticmethod
-    def order(page: Browser, one: road.Appliance) -> None:
+    def agree(page: Browser) -> None:
+        page.view("consent")
+        page.click("#agreed")
+        page.click("#begin")
+
+    @classmethod
+    def order(cls, page: Browser, one: road.Appliance, **values: str) -> None:
         """From the second section to the work."""
         page.view("settings")
-        for name, value in {**road.configuration(one), "hostname": "attic"}.items():
+        for name, value in {**road.configuration(one), "hostname": "attic", **values}.items():
             if name == "netconfig":
                 page.click(f"input[name=netconfig][value={value}]")
             else:
                 page.fill(name, value)
         page.click("#values .primary")
-        page.view("consent")
-        page.click("#agreed")
-        page.click("#begin")
+        cls.agree(page)
 
     def test_programs_beside_the_page(self) -> None:
         machine = self.boot("1G")
