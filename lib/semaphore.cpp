@@ -22,12 +22,13 @@ static int value_set(int id)
     return semctl(id, 0, SETVAL, SemaphoreArgument{.value = 1});
 }
 
-// A set that was made and then neither set to 1 nor used: a used one has the time of its last change.
+// A set that was made and then neither set nor used: one that was set has the process that did it, a used one the time
+// of its last change. Who sets it to 0 holds it.
 static bool is_unset(int id)
 {
     struct semid_ds status = {};
-    return semctl(id, 0, GETVAL) == 0 && semctl(id, 0, IPC_STAT, SemaphoreArgument{.status = &status}) == 0 &&
-           status.sem_otime == 0;
+    return semctl(id, 0, GETVAL) == 0 && semctl(id, 0, GETPID) == 0 &&
+           semctl(id, 0, IPC_STAT, SemaphoreArgument{.status = &status}) == 0 && status.sem_otime == 0;
 }
 
 int semaphore_open(key_t key)

@@ -107,8 +107,13 @@ TEST(Semaphore, IsSetForAMakerThatDied)
         EXPECT_EQ(semaphore_take(id, kSemaphoreNoWait), 0);
         const WatchedCall sleeps("usleep");
         EXPECT_EQ(semaphore_open(kKey), id) << "a taken one is not waited for";
-        EXPECT_EQ(sleeps.seen.size(), 0U);
         EXPECT_EQ(semctl(id, 0, GETVAL), 0);
+        EXPECT_EQ(semctl(id, 0, IPC_RMID), 0);
+        const int held = semget(kKey, 1, IPC_CREAT | 0666);
+        EXPECT_EQ(semctl(held, 0, SETVAL, 0), 0);
+        EXPECT_EQ(semaphore_open(kKey), held) << "nor one that was set to 0";
+        EXPECT_EQ(sleeps.seen.size(), 0U);
+        EXPECT_EQ(semctl(held, 0, GETVAL), 0);
         return 0;
     });
 }
