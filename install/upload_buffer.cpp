@@ -17,6 +17,7 @@ bool upload_buffer_start(UploadBuffer *buffer, std::string_view boundary, Upload
     buffer->available = 0;
     buffer->stats = stats;
     buffer->progress = nullptr;
+    buffer->input_is_over = false;
     const int length = static_cast<int>(boundary.size());
     buffer->boundary_length = snprintf(buffer->boundary, sizeof(buffer->boundary), "--%.*s", length, boundary.data());
     buffer->delimiter_length =
@@ -38,7 +39,7 @@ int upload_fill(UploadBuffer *buffer)
     memmove(buffer->data, buffer->cursor, static_cast<size_t>(buffer->available));
     buffer->cursor = buffer->data;
     const int before = buffer->available;
-    while (buffer->available < buffer->capacity) {
+    while (!buffer->input_is_over && buffer->available < buffer->capacity) {
         if (!upload_input_wait(kInputSeconds)) {
             NORV_LOG(LOG_ERR, "no data within %d seconds", kInputSeconds);
             break;
@@ -56,6 +57,7 @@ int upload_fill(UploadBuffer *buffer)
         if (memchr(end, '\n', static_cast<size_t>(count)) != nullptr)
             break;
     }
+    buffer->input_is_over = buffer->available == before;
     return buffer->available - before;
 }
 

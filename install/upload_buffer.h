@@ -20,6 +20,7 @@ struct UploadBuffer {
     int delimiter_length;
     UploadStats *stats;
     void (*progress)(uint64_t done, uint64_t total); // called after each write; NULL for nobody
+    bool input_is_over;                              // a fill has brought nothing: no later one waits
 };
 
 // Makes an empty buffer. Returns false when the boundary is too long for it.

@@ -71,27 +71,27 @@ static bool bytes_write(UploadBuffer *buffer, size_t bytes, int file, const char
     return true;
 }
 
+// Copies what comes before the delimiter, or all there is.
 static bool bytes_copy(UploadBuffer *buffer, int file, const char *path)
 {
-    UploadStats *stats = buffer->stats;
+    const UploadStats *stats = buffer->stats;
     for (;;) {
         // So many bytes stay back: the beginning of a delimiter whose end has not come, and a CR before it.
-        const auto held = static_cast<size_t>(buffer->delimiter_length);
-        if (upload_view(*buffer).size() <= held) {
-            const int added = upload_fill(buffer);
-            if (added == 0) {
-                NORV_LOG(LOG_ERR, "read=%d, done=%llu, total=%llu", added, static_cast<unsigned long long>(stats->done),
-                         static_cast<unsigned long long>(stats->total));
-                stats->status = kUploadFailed;
-                return false;
-            }
-        }
+        auto held = static_cast<size_t>(buffer->delimiter_length);
+        if (upload_view(*buffer).size() <= held && upload_fill(buffer) == 0)
+            held = 0;
         const std::string_view all = upload_view(*buffer);
-        const auto *end = static_cast<const char *>(memmem(all.data(), all.size(), buffer->delimiter, held));
+        if (all.empty()) { // the line that ends the content will be missed
+            NORV_LOG(LOG_ERR, "read=%d, done=%llu, total=%llu", 0, static_cast<unsigned long long>(stats->done),
+                     static_cast<unsigned long long>(stats->total));
+            return true;
+        }
+        const std::string_view delimiter(buffer->delimiter, static_cast<size_t>(buffer->delimiter_length));
+        const void *end = memmem(all.data(), all.size(), delimiter.data(), delimiter.size());
         size_t bytes = all.size() - std::min(all.size(), held);
         if (end != nullptr)
-            bytes = static_cast<size_t>(end - all.data());
-        if (end != nullptr && bytes > 0 && end[-1] == '\r')
+            bytes = static_cast<size_t>(static_cast<const char *>(end) - all.data());
+        if (end != nullptr && bytes > 0 && all[bytes - 1] == '\r')
             bytes--;
         if (!bytes_write(buffer, bytes, file, path))
             return false;

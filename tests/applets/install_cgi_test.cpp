@@ -386,6 +386,8 @@ TEST_F(WebInstall, Refused)
          type("x; boundary=" + std::string(253, 'B'))},
         {"other boundary", kBoth, kUploadError, "log err *Cannot fill buffer[*", nothing(), type("x; boundary=C")},
         {"cut", kBoth, kUploadError, "log err *failed to read file. *", nothing(), promised(-12)},
+        {"ends in the patch", kBoth, kUploadError, "log err *failed to skip CRLF[]", nothing(),
+         body(form.substr(0, form.size() - 12))},
         {"more promised", kBoth, kUploadError, "log err *Failed to Load CGI param", no_patience, promised(1)},
         {"stalls", kBoth, kUploadError, "log err *no data within 30 seconds", no_patience,
          body(form.substr(0, form.size() - 12), 12)},
