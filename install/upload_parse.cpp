@@ -87,14 +87,14 @@ static bool text_gather(UploadBuffer *buffer, FileText *text)
 {
     const std::string_view delimiter(buffer->delimiter, static_cast<size_t>(buffer->delimiter_length));
     for (;;) {
-        if (upload_view(*buffer).size() <= delimiter.size() && upload_fill(buffer) == 0) {
+        if (upload_view(*buffer).size() < delimiter.size() && upload_fill(buffer) == 0) {
             NORV_LOG(LOG_ERR, "Cannot fill buffer[%d]", buffer->available);
             return false;
         }
         const std::string_view all = upload_view(*buffer);
         const size_t seen = strnlen(all.data(), all.size());
         const void *found = memmem(all.data(), seen, delimiter.data(), delimiter.size());
-        size_t bytes = all.size() - std::min(all.size(), delimiter.size());
+        size_t bytes = all.size() - std::min(all.size(), delimiter.size() - 1);
         if (found != nullptr)
             bytes = static_cast<size_t>(static_cast<const char *>(found) - all.data());
         if (!text_append(text, all.substr(0, bytes)))
