@@ -8,7 +8,7 @@ import random
 import threading
 import time
 from collections.abc import Callable, Iterator, Mapping, Sequence
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 
 from lab import firmware, road
@@ -111,18 +111,26 @@ class Bench:
         return {stage: end - begin for (stage, begin), (_, end) in zip(begun, begun[1:])}
 
     def cut(self, moment: Moment) -> Row:
-        """Cuts the power at a moment and goes on from there."""
+        """Cuts the power at a moment and goes on from there. A stage that is over sooner is cut at its end."""
+        begun = after = 0.0
 
         def power_goes() -> None:
+            nonlocal after
+            after = time.monotonic() - begun
             self.one.machine.cut()
             self.one.web.hang_up()
 
-        timers = []
+        timers: list[threading.Timer] = []
 
         def on_stage(stage: str) -> None:
+            nonlocal begun
             if stage == moment.stage:
+                begun = time.monotonic()
                 timers.append(threading.Timer(moment.seconds, power_goes))
                 timers[0].start()
+            elif timers and not after:
+                timers[0].cancel()
+                power_goes()
 
         status, end, data = "-", SUCCESS, "-"
         try:
@@ -144,7 +152,7 @@ class Bench:
                 data = "kept" if road.data_is_kept(self.one.machine) else "LOST"
         except _TROUBLE as error:
             end = str(error) or type(error).__name__
-        return Row(moment, status, end, time.monotonic() - begin, data)
+        return Row(replace(moment, seconds=after), status, end, time.monotonic() - begin, data)
 
     def _take(self, way: Way, on_stage: Callable[[str], object]) -> None:
         """Takes a road from its saved state to the banner of what was installed, or to the end of the recovery."""
