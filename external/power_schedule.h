@@ -27,7 +27,7 @@ enum class PowerScheduleList { kOn, kOff };
 [[nodiscard]] int power_schedule_read(PowerScheduleList list, NORVPowerSchedule *entries, int max);
 
 // Replaces one list of the file and keeps the other; without any entry left the file is removed. Each entry that comes
-// or goes is logged. Returns 0; -1 with 0x0d00, 0x0900, 0x0b00 or 0x2a00, the file as it was.
+// or goes is logged. Returns 0; -1 with 0x0d00, 0x0900, 0x0b00, 0x2a00 or 0x0200, the file as it was.
 [[nodiscard]] int power_schedule_write(PowerScheduleList list, const NORVPowerSchedule *entries, int count);
 
 // Reads and writes the board's list. Its clock runs in universal time; the entries here are in local time. Writing also

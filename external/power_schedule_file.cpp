@@ -106,7 +106,8 @@ int file_write(const PackedList &on, const PackedList &off)
         list_print(file.get(), PowerScheduleList::kOn, on) && list_print(file.get(), PowerScheduleList::kOff, off);
     if (fclose(file.release()) != 0 || !printed)
         return fail(kErrWrite);
-    return NLIBCExec("/bin/cp", kScheduleTempPath, kSchedulePath) == 0 ? 0 : static_cast<int>(fail(kErrChild));
+    const int status = NLIBCExec("/bin/cp", kScheduleTempPath, kSchedulePath);
+    return status > 0 ? static_cast<int>(fail(kErrChild)) : status;
 }
 
 } // namespace

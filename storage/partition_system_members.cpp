@@ -18,7 +18,7 @@ int partition_system_members(int glob_flags, PNLIBSZLIST *disks)
     GlobMatches members;
     const int found = glob(pattern, glob_flags, nullptr, &members.found);
     if (found != 0 && found != GLOB_NOMATCH)
-        return fail(kErrRead);
+        return fail(found == GLOB_NOSPACE ? kErrOutOfMemory : kErrRead);
     // What a partition adds to the name of its disk: one digit, on SAS a 'p' too.
     const size_t suffix = conf_supportsas() ? 2 : 1;
     for (size_t i = 0; i < members.found.gl_pathc; i++) {

@@ -19,7 +19,8 @@ int raid_assemble(const RaidAssembleRequest &request)
     if (NLIBCStrSnprintf(pattern, sizeof(pattern), "/etc/raid/bkp_reshape/%s_*", disk_bare_name(request.path)) < 0)
         return -1;
     GlobMatches backups;
-    glob(pattern, 0, nullptr, &backups.found);
+    if (glob(pattern, 0, nullptr, &backups.found) == GLOB_NOSPACE)
+        return fail(kErrOutOfMemory); // without its backup a reshape would be lost
     const size_t room = kFixedArguments + static_cast<size_t>(request.members->nItem);
     const UniqueArguments arguments(static_cast<char **>(calloc(room, sizeof(char *))));
     if (!arguments)

@@ -11,14 +11,19 @@ static constexpr PartitionFilter kMemberDisks = {nullptr, kDiskContainerInternal
                                                               kDiskContainerCache};
 static constexpr int kSwapPartition = 2; // never looked at, so that swap outlives the wipe
 
-// Whether the path is a partition that may be wiped and carries the UUID.
-static bool carries_uuid(const char *path, const char *uuid)
+// Whether the path is a partition that may be wiped and carries the UUID: 1; 0, also when that cannot be told; -1 with
+// 0x0200 when only memory was wanting.
+static int carries_uuid(const char *path, const char *uuid)
 {
     char disk[128];
     const int number = disk_partition_num_get(path, disk, sizeof(disk));
     RaidSuperblock superblock;
-    return number > 0 && number != kSwapPartition && raid_superblock_get(path, &superblock) > 0 &&
-           strcmp(superblock.uuid, uuid) == 0;
+    if (number <= 0 || number == kSwapPartition)
+        return 0;
+    NLIBCErrSet(kErrNone, __FILE_NAME__, __LINE__);
+    if (raid_superblock_get(path, &superblock) <= 0)
+        return NLIBCErrGet() == kErrOutOfMemory ? -1 : 0;
+    return strcmp(superblock.uuid, uuid) == 0 ? 1 : 0;
 }
 
 int raid_clean_superblock(const char *partition)
@@ -38,9 +43,11 @@ int raid_clean_superblock_by_uuid(const char *uuid)
     UniqueList found(NLIBCSzListAlloc(1024)), members(NLIBCSzListAlloc(1024));
     if (!found || !members || partition_path_enum(&kMemberDisks, found.address()) < 0)
         return -1;
-    for (int i = 0; i < found.get()->nItem; i++)
-        if (carries_uuid(found.get()->items[i], uuid) && NLIBCSzListPush(members.address(), found.get()->items[i]) < 0)
+    for (int i = 0; i < found.get()->nItem; i++) {
+        const int carries = carries_uuid(found.get()->items[i], uuid);
+        if (carries < 0 || (carries == 1 && NLIBCSzListPush(members.address(), found.get()->items[i]) < 0))
             return -1;
+    }
     for (int i = 0; i < members.get()->nItem; i++) {
         const char *partition = members.get()->items[i];
         NORV_LOG(LOG_WARNING, "[Info] Clean RAID superblock on '%s'", partition);

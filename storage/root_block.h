@@ -43,8 +43,8 @@ using UniqueRootBlock = Unique<RootBlock *, nullptr, root_block_free>;
 [[nodiscard]] int root_block_get(const char *disk, RootBlock **block);
 
 // Writes the block, which must have a capability, as the newest version: the primary copy, then the backup where no
-// partition lies. Returns 0 when the primary is written; -1 with 0x0d00, 0xd900 when its place is taken, 0x0900 or
-// 0x0b00.
+// partition lies. Returns 0 when the primary is written; -1 with 0x0d00, 0xd900 when its place is taken, 0x0900,
+// 0x0b00 or 0x0200.
 [[nodiscard]] int root_block_set(const char *disk, const RootBlock *block);
 
 // Sets the capability in memory. Returns 0; -1 with 0x0d00 or 0x0200.

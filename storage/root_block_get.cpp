@@ -26,8 +26,10 @@ int root_block_get(const char *disk, RootBlock **block)
             break;
         }
     }
-    if (copy != 0 && !is_disk_offset_avail(whole, info.offset))
-        copy = 0;
+    const int is_free = copy != 0 ? root_block_place_check(whole, info.offset) : 0;
+    if (is_free < 0)
+        return -1; // "no block" would have the caller write an empty one
+    copy = is_free == 1 ? copy : 0;
     if (copy != 0 && root_block_read(info, read.get()) != 0) {
         NORV_LOG(LOG_ERR, "Fail to read root block for [%s]", whole);
         return -1;

@@ -91,3 +91,11 @@ int root_block_clean(const RootBlockOpInfo &info)
     const RootBody empty = {};
     return root_fields_write(info.fd.get(), info.path, info.offset, kRootBodyFields, info.version, &empty);
 }
+
+int root_block_place_check(const char *disk, uint64_t offset)
+{
+    NLIBCErrSet(kErrNone, __FILE_NAME__, __LINE__);
+    if (is_disk_offset_avail(disk, offset))
+        return 1;
+    return NLIBCErrGet() == kErrOutOfMemory ? -1 : 0;
+}

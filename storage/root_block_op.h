@@ -26,6 +26,9 @@ struct PartitionsTaken {
 // Whether a byte offset is free of them, as is_disk_offset_avail says.
 [[nodiscard]] bool root_block_place_is_free(const PartitionsTaken &taken, uint64_t offset);
 
+// Whether is_disk_offset_avail says that a place is free: 1; 0; -1 with 0x0200, when for want of memory nobody knows.
+[[nodiscard]] int root_block_place_check(const char *disk, uint64_t offset);
+
 // Where the header of a copy stands. Returns 1; 0 when the disk is too small to have it; -1.
 [[nodiscard]] int root_block_header_offset_get(const char *disk, int copy, uint64_t *offset);
 

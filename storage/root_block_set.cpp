@@ -12,7 +12,10 @@ static int header_write(const char *path, int copy, const RootHeader &header)
     uint64_t offset = 0;
     if (root_block_header_offset_get(path, copy, &offset) != 1)
         return -1;
-    if (!is_disk_offset_avail(path, offset)) {
+    const int is_free = root_block_place_check(path, offset);
+    if (is_free < 0)
+        return -1;
+    if (is_free == 0) {
         NORV_LOG(LOG_WARNING,
                  "The offset %llu of %s is already been used, so we should not write backup root block at it.",
                  static_cast<unsigned long long>(offset), path);
@@ -32,7 +35,10 @@ static int copy_write(const char *disk, int copy, uint64_t body_at, const RootBl
     RootBlockOpInfo info;
     if (root_block_op_info_get(disk, &header, copy, &info) != 0)
         return -1;
-    if (!is_disk_offset_avail(info.path, info.offset)) {
+    const int is_free = root_block_place_check(info.path, info.offset);
+    if (is_free < 0)
+        return -1;
+    if (is_free == 0) {
         NORV_LOG(LOG_WARNING, "Invalid offset %llu on %s with %s root block.",
                  static_cast<unsigned long long>(info.offset), info.path,
                  copy == kRootBlockPrimary ? "primary" : "backup");

@@ -8,9 +8,7 @@
 #include "autocleanup/unique.h"
 #include "lib/file.h"
 #include "lib/report.h"
-#include "tests/support/alloc_fault.h"
 #include "tests/support/points.h"
-#include "tests/support/scratch_dir.h"
 #include "tests/support/sweep.h"
 
 namespace
@@ -142,23 +140,6 @@ TEST(FileRewrite, OwnerAndModeAreSetOnlyWhereTheyDiffer)
         const bool always = work.function != key_set;
         EXPECT_EQ(calls_not_in_order(report.calls, {"fchown"}).empty(), always);
         EXPECT_EQ(calls_not_in_order(report.calls, {"fchmod"}).empty(), always);
-    }
-}
-
-TEST(FileRewrite, SurvivesWantOfMemory)
-{
-    const ScratchDir dir;
-    for (const Work &work : kWorks) {
-        for (int nth = 1, struck = 1; struck != 0; nth++) {
-            dir.write("a.conf", kOld);
-            AllocFault fault(nth);
-            const int result = work.function(dir.path());
-            struck = fault.struck() ? 1 : 0;
-            EXPECT_EQ(result, struck != 0 ? -1 : 1) << nth;
-            EXPECT_EQ(fault.held(), 0) << nth;
-            EXPECT_EQ(dir.read("a.conf"), struck != 0 ? kOld : work.text) << nth;
-            EXPECT_EQ(dir.names(), std::vector<std::string>{"a.conf"});
-        }
     }
 }
 

@@ -7,7 +7,6 @@
 
 #include "lib/proc.h"
 #include "lib/report.h"
-#include "tests/support/alloc_fault.h"
 #include "tests/support/in_child.h"
 #include "tests/support/process_state.h"
 #include "tests/support/scratch_dir.h"
@@ -145,26 +144,6 @@ TEST_F(Popen, StartingFails)
         EXPECT_EQ(open_descriptors(), open_before) << row.call;
     }
     EXPECT_EQ(NLIBCPclose(first), 5 << 8);
-}
-
-TEST_F(Popen, WithoutMemory)
-{
-    for (int nth = 1, struck = 1; struck != 0; nth++) {
-        const AllocFault fault(nth);
-        FILE *stream = NLIBCPopen("/bin/true", "r", nullptr);
-        struck = fault.struck() ? 1 : 0;
-        if (struck != 0) {
-            EXPECT_EQ(stream, nullptr);
-            EXPECT_EQ(NLIBCErrGet(), 0x0200);
-        } else {
-            EXPECT_EQ(NLIBCPclose(stream), 0);
-        }
-        EXPECT_EQ(fault.held(), 0);
-    }
-    const AllocFault fault(1);
-    NLIBCErrSet(0, "", 0);
-    EXPECT_EQ(NLIBCExecl("/bin/true", 0, nullptr), -1);
-    EXPECT_EQ(NLIBCErrGet(), 0x0200);
 }
 
 TEST_F(Popen, AChildGetsNoOtherPipe)

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <glob.h>
 
 static thread_local AllocFault *active = nullptr;
 
@@ -52,6 +53,8 @@ void *__real_realloc(void *old, size_t size);
 void *__wrap_realloc(void *old, size_t size);
 void __real_free(void *block);
 void __wrap_free(void *block);
+int __real_glob(const char *pattern, int flags, int (*on_error)(const char *, int), glob_t *found);
+int __wrap_glob(const char *pattern, int flags, int (*on_error)(const char *, int), glob_t *found);
 }
 
 void *__wrap_realloc(void *old, size_t size)
@@ -70,4 +73,9 @@ void __wrap_free(void *block)
     if (active != nullptr)
         active->count(-1, block);
     __real_free(block);
+}
+
+int __wrap_glob(const char *pattern, int flags, int (*on_error)(const char *, int), glob_t *found)
+{
+    return active != nullptr && active->strikes() ? GLOB_NOSPACE : __real_glob(pattern, flags, on_error, found);
 }

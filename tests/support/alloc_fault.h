@@ -1,6 +1,7 @@
 // Lets an allocation of the code under test fail. Its calls of malloc, calloc, realloc, strdup, strndup and free come
-// here first: the linker wraps them in norv_unit_tests. What the C library allocates for itself (fopen, qsort) and
-// what operator new takes is not seen.
+// here first: the linker wraps them in norv_unit_tests, also those of the libraries that are linked statically. A glob
+// counts as one allocation. What else the C library allocates for itself (fopen, qsort) and what operator new takes is
+// not seen.
 #pragma once
 
 // From construction to destruction the `nth` allocation of this thread fails, counted from 1, and the others are
