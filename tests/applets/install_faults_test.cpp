@@ -19,6 +19,7 @@
 #include "tests/platform/run_program.h"
 #include "tests/support/box_text.h"
 #include "tests/support/points.h"
+#include "tests/support/program_faults.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/scratch_dir.h"
 
@@ -117,19 +118,8 @@ const Road kBuildin = {.name = "Buildin",
                                    {"/tmpRoot/.norv/patch/updater", "*", 0},
                                    {"/usr/sbin/pppoe-stop", "*", 0}}};
 
-// How a program fails. In the last two it ends well and has done nothing.
-struct Fault {
-    const char *name;
-    std::optional<ProgramRow> row; // none: there is no such program
-};
-const Fault kFaults[] = {{"missing", {}},
-                         {"exit 1", ProgramRow{.exit_status = 1}},
-                         {"exit 255", ProgramRow{.exit_status = 255}},
-                         {"killed", ProgramRow{.signal = SIGKILL}},
-                         {"idle garbage", ProgramRow{.output = std::string(70000, '\xfe'), .error = "\1 0 0\n"}},
-                         {"idle silent", ProgramRow{}}};
-
-constexpr const Fault *kByCall = &kFaults[1]; // each call of a program by itself; with the others, all of them
+// With this fault each call of a program fails by itself, with the others all of them.
+const ProgramFault *const kByCall = &kProgramFaults[1];
 
 constexpr const char *kHostPrograms[] = {kShell, "/bin/mkdir", "/bin/rm", "/bin/mv", "/bin/tar", "/bin/cp"};
 
@@ -243,7 +233,7 @@ class Machine
     }
 
     // `call` is the path of a program, or one whole call of it.
-    void fail(const std::string &call, const Fault &fault)
+    void fail(const std::string &call, const ProgramFault &fault)
     {
         if (fault.row) {
             const std::lock_guard guard(lock_);
@@ -252,7 +242,7 @@ class Machine
             box.remove(call);
         }
     }
-    void mend(const std::string &call, const Fault &fault)
+    void mend(const std::string &call, const ProgramFault &fault)
     {
         if (fault.row) {
             const std::lock_guard guard(lock_);
@@ -342,14 +332,14 @@ std::string program_of(const std::string &call)
     return call.substr(0, call.find(' '));
 }
 
-class InstallFaults : public testing::TestWithParam<std::pair<const Road *, const Fault *>>
+class InstallFaults : public testing::TestWithParam<std::pair<const Road *, const ProgramFault *>>
 {
 };
 
 TEST_P(InstallFaults, ProgramFails)
 {
     const Road *road = GetParam().first; // a lambda cannot take what a structured binding names
-    const Fault *fault = GetParam().second;
+    const ProgramFault *fault = GetParam().second;
     Machine machine(*road);
     ASSERT_EQ(machine.install(), 0) << machine.box.record().text();
     const std::vector<std::string> temporary = machine.temporary();
@@ -384,13 +374,13 @@ TEST_P(InstallFaults, ProgramFails)
 }
 
 // What both roads have in common is done once in every way.
-std::vector<std::pair<const Road *, const Fault *>> fault_params()
+std::vector<std::pair<const Road *, const ProgramFault *>> fault_params()
 {
-    std::vector<std::pair<const Road *, const Fault *>> params;
-    for (const Fault &fault : kFaults)
+    std::vector<std::pair<const Road *, const ProgramFault *>> params;
+    for (const ProgramFault &fault : kProgramFaults)
         params.emplace_back(&kUpload, &fault);
-    params.emplace_back(&kBuildin, &kFaults[0]);
-    params.emplace_back(&kBuildin, &kFaults[3]);
+    params.emplace_back(&kBuildin, &kProgramFaults[0]);
+    params.emplace_back(&kBuildin, &kProgramFaults[3]);
     return params;
 }
 

@@ -36,6 +36,10 @@ void BoxServer::call(CallRow row)
     for (std::uint32_t i = 0; i < BOX_CALL_COUNT; i++) {
         if (row.call != kCalls[i].name)
             continue;
+        std::erase_if(call_rows_, [&](const CallState &state) { // a row for true calls ends others of these arguments
+            const bool is_true = row.real || (state.row.real && state.row.times == 0);
+            return is_true && state.row.call == row.call && state.row.args == row.args;
+        });
         call_rows_.push_back({.row = std::move(row)});
         shared_.watched |= std::uint64_t{1} << i;
         shared_write();
