@@ -28,6 +28,9 @@ target_link_options(norv_flags INTERFACE -Wl,--gc-sections -Wl,-z,relro,-z,now)
 # Code of the tests (target property NORV_TEST) is compiled for speed of compiling: it has no other to show.
 set(is_test $<BOOL:$<TARGET_PROPERTY:NORV_TEST>>)
 target_compile_options(norv_flags INTERFACE "$<${is_test}:-O0;-g1>")
+# The product has one thread. The guards of its static variables would bring in the C++ runtime's exceptions, for whose
+# memory every start pays.
+target_compile_options(norv_flags INTERFACE $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:${is_test}>>:-fno-threadsafe-statics>)
 
 if(NORV_COVERAGE)
   target_compile_options(norv_flags INTERFACE -fprofile-instr-generate -fcoverage-mapping)
