@@ -104,6 +104,7 @@ static UniqueText body_read()
     FileText text;
     if (!file_text_grow(&text, body_room(length))) {
         NORV_LOG_OLD(LOG_ERR, "NorvCgiLoadCGIParam", "Failed to malloc, reason=%m");
+        fail(kErrOutOfMemory);
         return {};
     }
     const auto wanted = static_cast<size_t>(length);
@@ -120,8 +121,10 @@ static UniqueText query_read()
     if (query == nullptr)
         return {};
     UniqueText text(strndup(query, kQueryMax));
-    if (!text)
+    if (!text) {
         NORV_LOG_OLD(LOG_ERR, "NorvCgiLoadCGIParam", "Failed to malloc, reason=%s", strerror(errno));
+        fail(kErrOutOfMemory);
+    }
     return text;
 }
 
