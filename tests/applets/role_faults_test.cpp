@@ -244,9 +244,17 @@ struct Fault {
     RunOptions options{};
 };
 
-void faults_try(const Row &row, Machine &box, const Outcome &good, const std::vector<Fault> &faults)
+// Tries the faults and returns how many that were: with sanitizers, which take three times as long, each fourth.
+int faults_try(const Row &row, Machine &box, const Outcome &good, const std::vector<Fault> &faults)
 {
-    for (const Fault &fault : faults) {
+#ifdef SANDBOX_SANITIZED
+    constexpr size_t kStep = 4;
+#else
+    constexpr size_t kStep = 1;
+#endif
+    int tried = 0;
+    for (size_t at = 0; at < faults.size(); at += kStep, tried++) {
+        const Fault &fault = faults[at];
         SCOPED_TRACE(fault.name);
         box.make();
         if (fault.spoil)
@@ -264,6 +272,7 @@ void faults_try(const Row &row, Machine &box, const Outcome &good, const std::ve
         EXPECT_EQ(after.exit_status, good.exit_status);
         EXPECT_EQ(after.told, good.told) << spoilt.record.text();
     }
+    return tried;
 }
 
 // What a good run on a machine that is used comes to.
@@ -660,8 +669,7 @@ TEST(RoleFaults, EachProgramFails)
                                       },
                                   .is_failure = fault.is_failure});
         EXPECT_FALSE(faults.empty()) << good.record.text();
-        faults_try(row, box, good, faults);
-        points += static_cast<int>(faults.size());
+        points += faults_try(row, box, good, faults);
     }
     points_tried(points);
 }
@@ -711,8 +719,7 @@ TEST(RoleFaults, EachRequestFails)
                                       machine.call({.call = "open", .args = "/dev/norvbios *", .real = true});
                                   }});
         EXPECT_FALSE(faults.empty()) << good.record.text();
-        faults_try(row, box, good, faults);
-        points += static_cast<int>(faults.size());
+        points += faults_try(row, box, good, faults);
     }
     points_tried(points);
 }
@@ -744,8 +751,7 @@ TEST(RoleFaults, TooLittleOfEverything)
             fault.options.output = setting.output;
             faults.push_back(std::move(fault));
         }
-        faults_try(row, box, good, faults);
-        points += static_cast<int>(faults.size());
+        points += faults_try(row, box, good, faults);
     }
     points_tried(points);
 }
