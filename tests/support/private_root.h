@@ -18,7 +18,7 @@ class PrivateRoot
 
     // Whether the kernel lets this user have one.
     [[nodiscard]] static bool allowed();
-    // Makes a folder the root of this process, for a user other than root in a user namespace. False when that fails.
+    // Makes a folder the root of this process. False when that fails.
     [[nodiscard]] static bool enter(const std::string &path);
 
     // Files by their absolute path in the root.
