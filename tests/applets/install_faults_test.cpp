@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <regex>
 #include <set>
 #include <string>
 #include <unistd.h>
@@ -28,7 +29,8 @@ namespace
 
 constexpr char kProgress[] = "/tmp/install.progress";
 constexpr char kShell[] = "/bin/sh";
-const std::string kVersion = "majorversion=6\nminorversion=2\nbuildnumber=25556\nunique=\"norv_avoton_1817\"\n";
+const std::string kVersion = "majorversion=6\nminorversion=2\nbuildphase=hotfix\nbuilddate=2020/1/"
+                             "1\nbuildnumber=25556\nunique=\"norv_avoton_1817\"\n";
 const std::string kModel = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\nunique=\"norv_avoton_1817\"\nsupportraid=yes\n";
 
 // A patch of the old form. Its updater is the box's stand-in, so that the box answers it.
@@ -51,72 +53,68 @@ struct Patch {
     ScratchDir scratch;
 };
 
-// One kind of install, with what its failing programs come to.
+// One way that an install goes.
 struct Road {
     const char *name;
     std::vector<std::string> command;
-    std::string query, form; // of a web request; '@' in the form is where the patch goes
-    struct Ending {
-        const char *call, *fault; // patterns; the first that matches counts
-        int code;                 // 0: the install succeeds
-    };
-    std::vector<Ending> endings;
+    std::string query{}, form{}; // of a web request, for install.cgi; '@' in the form is where the patch goes
 };
 
 const Road kUpload = {
     .name = "Upload",
     .command = {"install.cgi"},
     .query = "upload=true&status=not_install",
-    .form = "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n@\r\n--B--\r\n",
-    .endings = {{"/bin/sh", "idle*", 13},
-                {"/bin/sh", "*", 35},
-                {"/usr/norv/sbin/installer.sh*", "idle*", 0},
-                {"/usr/norv/sbin/installer.sh*", "*", 35},
-                {"/bin/mkdir -p /tmpData/upd@te", "*", 13},
-                {"/bin/mkdir -p /tmpData", "*", 21},
-                {"/bin/mkdir", "idle*", 13},
-                {"/bin/mkdir", "*", 21},
-                {"/bin/mkdir *", "*", 0}, // for what is mounted a while, without which it goes on
-                {"/bin/mount * /tmpData", "*", 21},
-                {"/bin/mount", "idle*", 0},
-                {"/bin/mount", "*", 21},
-                {"/bin/mount *", "*", 0},
-                {"/bin/mv -f *", "*", 0},
-                {"/bin/mv*", "*", 13},
-                {"/bin/tar*", "*", 13},
-                {"/usr/norv/bin/norvcodesign*", "idle*", 0},
-                {"/usr/norv/bin/norvcodesign*", "*", 13},
-                {"/usr/bin/cksum*", "*", 13},
-                {"/tmpData/upd@te/updater*", "idle*", 0},
-                {"/tmpData/upd@te/updater*", "exit 255", 10},
-                {"/tmpData/upd@te/updater*", "*", 13},
-                {"/bin/rm*", "*", 0},
-                {"/bin/sync*", "*", 0},
-                {"/bin/umount*", "*", 0},
-                {"/bin/cp*", "*", 0},
-                {"/sbin/sfdisk*", "*", 0},
-                {"/sbin/e2fsck*", "*", 0},
-                {"/tmpRoot/.norv/patch/updater*", "*", 0},
-                {"/usr/sbin/pppoe-stop*", "*", 0}}};
+    .form = "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n@\r\n--B--\r\n"};
+const Road kBuildin = {
+    .name = "Buildin", .command = {"install.cgi"}, .query = "status=not_install", .form = "buildin=true"};
+const Road kDownload = {.name = "Download", .command = {"install.cgi"}, .query = "status=not_install", .form = "a=b"};
+const Road kAuto = {.name = "AutoCommand", .command = {"norvupgrade", "--auto"}};
+const Road kPatch = {.name = "PatchCommand", .command = {"norvupgrade", "--patch", "/in/a.pat", "/tmpData"}};
+const Road kBuildinCommand = {.name = "BuildinCommand", .command = {"norvupgrade", "--buildin-install"}};
 
-const Road kBuildin = {.name = "Buildin",
-                       .command = {"install.cgi"},
-                       .query = "status=not_install",
-                       .form = "buildin=true",
-                       .endings = {{"/bin/sh", "*", 35},
-                                   {"/usr/norv/sbin/installer.sh", "*", 35},
-                                   {"/bin/mkdir", "*", 21},
-                                   {"/bin/mount", "*", 21},
-                                   {"/usr/bin/cksum", "*", 45},
-                                   {"/usr/bin/xz", "*", 43},
-                                   {"/bin/cp", "*", 43},
-                                   {"/bin/rm", "*", 0},
-                                   {"/bin/sync", "*", 0},
-                                   {"/bin/umount", "*", 0},
-                                   {"/sbin/sfdisk", "*", 0},
-                                   {"/sbin/e2fsck", "*", 0},
-                                   {"/tmpRoot/.norv/patch/updater", "*", 0},
-                                   {"/usr/sbin/pppoe-stop", "*", 0}}};
+// What a failing program comes to. All three are patterns; the first row that matches counts.
+const struct Ending {
+    const char *road, *call, *fault;
+    int code; // 0: the install succeeds
+} kEndings[] = {{"PatchCommand", "/bin/sh", "idle*", 0},
+                {"PatchCommand", "/bin/sh", "*", 13},
+                {"Download", "/bin/sh", "idle*", 46},
+                {"*", "/bin/sh", "idle*", 13},
+                {"*", "/bin/sh", "*", 35},
+                {"*", "/usr/norv/sbin/installer.sh*", "idle*", 0},
+                {"*", "/usr/norv/sbin/installer.sh*", "*", 35},
+                {"*", "/bin/mkdir -p /tmpData/upd@te", "*", 13},
+                {"*", "/bin/mkdir -p /tmpData", "*", 21},
+                {"PatchCommand", "/bin/mkdir", "*", 13},
+                {"*", "/bin/mkdir", "idle*", 13},
+                {"*", "/bin/mkdir", "*", 21},
+                {"*", "/bin/mkdir *", "*", 0}, // for what is mounted a while, without which it goes on
+                {"*", "/bin/mount * /tmpData", "*", 21},
+                {"PatchCommand", "/bin/mount", "*", 0},
+                {"*", "/bin/mount", "idle*", 0},
+                {"*", "/bin/mount", "*", 21},
+                {"*", "/bin/mount *", "*", 0},
+                {"*", "/bin/mv -f *", "*", 0},
+                {"*", "/bin/mv*", "*", 13},
+                {"*", "/bin/tar*", "*", 13},
+                {"*", "/usr/norv/bin/norvcodesign*", "idle*", 0},
+                {"*", "/usr/norv/bin/norvcodesign*", "*", 13},
+                {"Buildin*", "/usr/bin/cksum*", "*", 45},
+                {"*", "/usr/bin/cksum*", "*", 13},
+                {"*", "/tmpData/upd@te/updater*", "idle*", 0},
+                {"*", "/tmpData/upd@te/updater*", "exit 255", 10},
+                {"*", "/tmpData/upd@te/updater*", "*", 13},
+                {"Buildin*", "/usr/bin/xz*", "*", 43},
+                {"Buildin*", "/bin/cp*", "*", 43},
+                {"*", "/bin/cp*", "*", 0},
+                {"Download", "/bin/rm", "*", 46},
+                {"*", "/bin/rm*", "*", 0},
+                {"*", "/bin/sync*", "*", 0},
+                {"*", "/bin/umount*", "*", 0},
+                {"*", "/sbin/sfdisk*", "*", 0},
+                {"*", "/sbin/e2fsck*", "*", 0},
+                {"*", "/tmpRoot/.norv/patch/updater*", "*", 0},
+                {"*", "/usr/sbin/pppoe-stop*", "*", 0}};
 
 // With this fault each call of a program fails by itself, with the others all of them.
 const ProgramFault *const kByCall = &kProgramFaults[1];
@@ -135,8 +133,12 @@ class Machine
   public:
     explicit Machine(const Road &of) : road(of)
     {
-        box.file("/etc.defaults/norvinfo.conf", kModel);
+        box.file("/etc.defaults/norvinfo.conf", kModel + "rss_server_ssl=file:///feed/rss\n");
         box.file("/etc.defaults/VERSION", kVersion);
+        box.file("/feed/rss", "<MajorVer>6</MajorVer>\n<MinorVer>2</MinorVer>\n<BuildNum>30000</"
+                              "BuildNum>\n<mUnique>norv_avoton_1817</mUnique>\n"
+                              "<mLink>file:///feed/a.pat</mLink>\n<mCheckSum>0</mCheckSum>\n");
+        box.file("/feed/a.pat", patch.scratch.read("a.pat"));
         box.file("/etc/dhcpc/dhcpcd-eth0.info", "");
         box.file("/tmp/.skip_auto_nano", "");
         box.directory("/sys/block/sda");
@@ -147,9 +149,9 @@ class Machine
                                      {.exit_status = 1}});
         box.file("/tmpRoot/etc.defaults/norvinfo.conf", kModel);
         box.file("/tmpRoot/etc.defaults/VERSION", kVersion);
-        for (const char *path :
-             {"/bin/mount", "/bin/umount", "/bin/sync", "/sbin/e2fsck", "/usr/norv/bin/norvcodesign",
-              "/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop", "/tmpRoot/.norv/patch/updater"})
+        for (const char *path : {"/bin/mount", "/bin/umount", "/bin/sync", "/sbin/e2fsck", "/usr/norv/bin/norvcodesign",
+                                 "/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop", "/bin/ps",
+                                 "/tmpRoot/.norv/patch/updater"})
             box.program(path);
         box.program("/tmpData/upd@te/updater"); // of the patch, once it is unpacked
         box.remove("/tmpData");
@@ -174,6 +176,12 @@ class Machine
         begin();
         const Result result = box.run(road.command, options());
         quiet_wait();
+        if (road.query.empty()) { // a command tells a failure as stage, code and 0
+            std::smatch failure;
+            std::regex_search(result.err, failure, std::regex("[0-9] ([1-9][0-9]*) 0"));
+            EXPECT_EQ(result.exit_status, failure.empty() ? 0 : 255) << result.err;
+            return failure.empty() ? 0 : stoi(failure[1]);
+        }
         const std::string told = box.exists(kProgress) ? box.read_file(kProgress) : result.out;
         const size_t line = told.find("\"line\":");
         const bool is_good = told.find("\"Success\"") != std::string::npos;
@@ -221,10 +229,16 @@ class Machine
             folders.push_back(others);
         return folders;
     }
+    void unmount()
+    {
+        const std::lock_guard guard(lock_);
+        mounts_.clear();
+    }
     [[nodiscard]] std::vector<std::string> temporary() const
     {
         std::vector<std::string> names = box.list("/tmp");
-        std::erase(names, "update.progress"); // of one that failed
+        for (const char *of_a_failure : {"update.progress", "install.progress"})
+            std::erase(names, of_a_failure);
         return names;
     }
     void expect_unlocked()
@@ -261,6 +275,10 @@ class Machine
     void begin(size_t last = SIZE_MAX)
     {
         box.remove(kProgress);
+        if (&road == &kPatch) { // which it moves
+            box.file("/in/a.pat", patch.scratch.read("a.pat"));
+            box.directory("/tmpData");
+        }
         const std::lock_guard guard(lock_);
         starts_.clear();
         last_ = last;
@@ -306,7 +324,7 @@ class Machine
             return ProgramRow{.stays = true};
         if (failing_.first == call.path || failing_.first == line)
             return failing_.second;
-        const std::string folder = call.args.size() == 2 ? call.args[1] : "";
+        const std::string folder = call.args.empty() ? "" : call.args.back();
         if (call.path == "/bin/mount") // refuses a folder where something is mounted
             return ProgramRow{.exit_status = mounts_.emplace(folder, call.args[0]).second ? 0 : 32};
         if (call.path == "/bin/umount")
@@ -350,10 +368,11 @@ TEST_P(InstallFaults, ProgramFails)
         if (!machine.box.exists(program_of(call)) && !fault->row)
             continue; // the patch brings it along
         SCOPED_TRACE(call + ": " + fault->name);
-        const auto ending = std::find_if(road->endings.begin(), road->endings.end(), [&](const Road::Ending &row) {
-            return pattern_matches(row.call, call) && pattern_matches(row.fault, fault->name);
+        const auto *ending = std::find_if(std::begin(kEndings), std::end(kEndings), [&](const Ending &row) {
+            return pattern_matches(row.road, road->name) && pattern_matches(row.call, call) &&
+                   pattern_matches(row.fault, fault->name);
         });
-        ASSERT_NE(ending, road->endings.end()) << "nobody has said what this comes to";
+        ASSERT_NE(ending, std::end(kEndings)) << "nobody has said what this comes to";
         machine.fail(call, *fault);
         const int code = machine.install();
         machine.mend(call, *fault);
@@ -362,8 +381,10 @@ TEST_P(InstallFaults, ProgramFails)
         EXPECT_EQ(machine.temporary(), temporary);
         const bool takes_away = is_shell(call) || call.starts_with("/bin/rm");
         EXPECT_TRUE(takes_away || !machine.box.exists("/tmpData/upd@te"));
-        const bool is_clean = machine.mounts().empty();
-        EXPECT_TRUE(is_clean || is_shell(call) || call.starts_with("/bin/umount"));
+        const bool is_clean = machine.mounts().empty(), keeps = call.starts_with("/bin/umount");
+        EXPECT_TRUE(is_clean || is_shell(call) || keeps);
+        if (keeps && road == &kPatch)
+            machine.unmount(); // as the other roads do before they begin
         if (is_clean && (code == 0 || fault != kByCall))
             continue; // the next case shows that installs go on
         EXPECT_EQ(machine.install(), 0);
@@ -373,14 +394,17 @@ TEST_P(InstallFaults, ProgramFails)
     points_tried(static_cast<int>(calls.size()));
 }
 
-// What both roads have in common is done once in every way.
+// What the roads have in common is done once in every way.
 std::vector<std::pair<const Road *, const ProgramFault *>> fault_params()
 {
     std::vector<std::pair<const Road *, const ProgramFault *>> params;
     for (const ProgramFault &fault : kProgramFaults)
-        params.emplace_back(&kUpload, &fault);
-    params.emplace_back(&kBuildin, &kProgramFaults[0]);
-    params.emplace_back(&kBuildin, &kProgramFaults[3]);
+        for (const Road *road : {&kUpload, &kDownload, &kPatch})
+            params.emplace_back(road, &fault);
+    for (const size_t fault : {0, 3})
+        params.emplace_back(&kBuildin, &kProgramFaults[fault]);
+    for (const Road *road : {&kAuto, &kBuildinCommand})
+        params.emplace_back(road, kByCall);
     return params;
 }
 
