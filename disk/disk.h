@@ -1,6 +1,7 @@
 // Disks by their kernel name: class, place, partitions. A name may be bare or have "/dev/" in front.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "lib/list.h"
@@ -46,6 +47,10 @@ static_assert(sizeof(DiskLocation) == 24);
 
 // The part of a name behind "/dev/".
 [[nodiscard]] const char *disk_bare_name(const char *path);
+
+// Path of a disk or partition that is given by its bare name or by a path. Returns the length; -1 with 0xfb00 when it
+// does not fit.
+[[nodiscard]] int disk_device_path_get(const char *name, char *path, size_t size);
 
 // Whether a partition of this name is written with a 'p' before its number.
 [[nodiscard]] bool disk_name_has_p(const char *path);

@@ -4,12 +4,18 @@
 #include <cstring>
 
 #include "lib/conf.h"
+#include "lib/string.h"
 
 static constexpr char kDevPrefix[] = "/dev/";
 
 const char *disk_bare_name(const char *path)
 {
     return strncmp(path, kDevPrefix, strlen(kDevPrefix)) == 0 ? path + strlen(kDevPrefix) : path;
+}
+
+int disk_device_path_get(const char *name, char *path, size_t size)
+{
+    return NLIBCStrSnprintf(path, size, "%s%s", *name == '/' ? "" : kDevPrefix, name);
 }
 
 bool disk_name_has_p(const char *path)

@@ -7,14 +7,13 @@
 
 #include "autocleanup/unique.h"
 #include "lib/report.h"
-#include "lib/string.h"
 
 int disk_size_get(const char *path, uint64_t *sectors)
 {
     if (path == nullptr || sectors == nullptr)
         return fail(kErrBadParameter);
     char device[64];
-    if (NLIBCStrSnprintf(device, sizeof(device), "/dev/%s", disk_bare_name(path)) < 0)
+    if (disk_device_path_get(path, device, sizeof(device)) < 0)
         return -1;
     const UniqueFd disk(open(device, O_RDONLY | O_CLOEXEC));
     if (!disk) {

@@ -6,7 +6,6 @@
 
 #include "disk/disk.h"
 #include "lib/report.h"
-#include "lib/string.h"
 #include "storage/partition_layout.h"
 #include "storage/raid.h"
 #include "storage/root_block.h"
@@ -50,7 +49,7 @@ void decide_by_layout(const char *disk, int wanted, DiskFormatDecision *decision
 DiskFormatDecision disk_format_decide(const char *disk, int version, const NLIBSZLIST *partitions)
 {
     char path[128];
-    if (disk == nullptr || NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0) {
+    if (disk == nullptr || disk_device_path_get(disk, path, sizeof(path)) < 0) {
         NORV_LOG(LOG_ERR, "Null List Error");
         return {kDiskFormatLeave, kFormatNotNamed, 0, nullptr};
     }

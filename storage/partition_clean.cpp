@@ -1,6 +1,5 @@
 #include "disk/disk.h"
 #include "lib/report.h"
-#include "lib/string.h"
 #include "storage/partition.h"
 #include "storage/raid.h"
 #include "storage/space.h"
@@ -11,7 +10,7 @@ int partition_clean(const char *disk, int what)
     if (disk == nullptr || what < kPartitionSystem || what > kPartitionAll)
         return fail(kErrBadParameter);
     char path[64];
-    if (NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0)
+    if (disk_device_path_get(disk, path, sizeof(path)) < 0)
         return -1;
     if (space_execl(kPartitionTool, "--fast-delete", kNumbers[what], path, nullptr) != 0)
         NORV_LOG(LOG_DEBUG, "Failed to do '%s --fast-delete %s %s'", kPartitionTool, kNumbers[what], path);

@@ -7,7 +7,6 @@
 #include "disk/disk.h"
 #include "lib/conf.h"
 #include "lib/report.h"
-#include "lib/string.h"
 #include "storage/partition_layout.h"
 #include "storage/space.h"
 
@@ -55,7 +54,7 @@ int partition_create(const char *disk, int what, const int *version)
     if (disk == nullptr || *disk == '\0' || (what & kPartitionAll) == 0)
         return fail(kErrBadParameter);
     char path[64];
-    if (NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0)
+    if (disk_device_path_get(disk, path, sizeof(path)) < 0)
         return -1;
     if ((what & kPartitionSystem) != 0 && strstr(disk, "sysd") != nullptr && NLIBCConfIsHdSeries()) {
         const PartitionExtent &fixed = kPartitionHdSeriesSystem;

@@ -47,8 +47,7 @@ int64_t PartitionInfoGet(int n, const char *disk, uint64_t *start, uint64_t *fsI
     if (disk == nullptr || n < 1)
         return fail(kErrBadParameter);
     char path[64], number[16], line[256];
-    if (NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0 ||
-        NLIBCStrSnprintf(number, sizeof(number), "-N%d", n) < 0)
+    if (disk_device_path_get(disk, path, sizeof(path)) < 0 || NLIBCStrSnprintf(number, sizeof(number), "-N%d", n) < 0)
         return -1;
     FILE *listing = NLIBCPopen(kPartitionTool, "r", "-l", "-uS", number, path, nullptr);
     if (listing == nullptr)

@@ -1,6 +1,5 @@
 #include "disk/disk.h"
 #include "lib/report.h"
-#include "lib/string.h"
 #include "storage/partition.h"
 #include "storage/space.h"
 
@@ -9,7 +8,7 @@ int partition_table_add(const char *disk)
     if (disk == nullptr)
         return fail(kErrBadParameter);
     char path[64];
-    if (NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0)
+    if (disk_device_path_get(disk, path, sizeof(path)) < 0)
         return -1;
     const int status = space_execl(kPartitionTool, "-M1", path, nullptr);
     if (status == 0)

@@ -63,7 +63,8 @@ enum RootBlockVerdict : int {
 [[nodiscard]] RootBlockVerdict root_block_is_compatible(const char *disk);
 
 // Byte offset that lies `from_end` bytes before the end of a disk: kRootBlockBackupHeader or kRootBlockBackupBody.
-// Returns 1; 0 when the disk is too small to have it; -1 with 0x0d00, or what disk_size_get leaves.
+// Returns 1; 0 when the disk is too small to have it or is a plain file, whose size is not asked for; -1 with 0x0d00,
+// or what disk_size_get leaves.
 [[nodiscard]] int root_block_backup_offset_get(const char *disk, uint64_t from_end, uint64_t *offset);
 
 // Whether a byte offset lies behind all partitions, or before the first one with 500 sectors to spare where that one

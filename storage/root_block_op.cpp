@@ -6,7 +6,6 @@
 
 #include "disk/disk.h"
 #include "lib/report.h"
-#include "lib/string.h"
 
 int root_block_header_offset_get(const char *disk, int copy, uint64_t *offset)
 {
@@ -36,7 +35,7 @@ int root_block_op_info_get(const char *disk, const RootHeader *given, int copy, 
                  disk);
         return fail(kErrBadParameter);
     }
-    if (NLIBCStrSnprintf(info->path, sizeof(info->path), "/dev/%s", disk_bare_name(disk)) < 0)
+    if (disk_device_path_get(disk, info->path, sizeof(info->path)) < 0)
         return -1;
     if (!info->fd)
         info->fd.reset(open(info->path, O_RDWR | O_CLOEXEC));

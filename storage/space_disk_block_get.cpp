@@ -2,7 +2,6 @@
 
 #include "disk/disk.h"
 #include "lib/report.h"
-#include "lib/string.h"
 #include "storage/partition.h"
 #include "storage/space_block.h"
 
@@ -17,7 +16,7 @@ int space_disk_block_get(const char *disk, int64_t offset, NORVBlock *block)
         return fail(kErrBadParameter);
     }
     char path[64];
-    if (NLIBCStrSnprintf(path, sizeof(path), "/dev/%s", disk_bare_name(disk)) < 0)
+    if (disk_device_path_get(disk, path, sizeof(path)) < 0)
         return -1;
     const UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
     if (!fd) {

@@ -1,6 +1,7 @@
 // norvstgcore on disks of all kinds: what it writes, where it does not, and what it says when a disk fails.
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
 #include <string>
 #include <vector>
 
@@ -144,6 +145,22 @@ TEST(RootBlockRole, Places)
                                                      : std::vector<std::string>{kPrimaryInvalid, kPrimaryFailed};
         EXPECT_EQ(bool(result.record.in_order(refused)), !row.primary || !row.backup) << result.log_text();
     }
+}
+
+// The image of a disk in a plain file, which has no size to ask for, has the primary copy alone.
+TEST(RootBlockRole, ImageOfADisk)
+{
+    static constexpr char kImage[] = "/tmp/image";
+    Machine machine;
+    machine.box.request({.device = kImage, .request = BLKGETSIZE64, .error = ENOTTY});
+    const std::string blank(kDiskBytes, '\0');
+    machine.box.file(kImage, blank);
+    EXPECT_EQ(machine.answer(kImage), "not found\n");
+    EXPECT_EQ(machine.update("2", kImage).exit_status, 0);
+    EXPECT_EQ(machine.answer(kImage), "no\n");
+    std::string written = blank;
+    written.replace(kHeaderAt, kPrimaryHeader.size(), kPrimaryHeader).replace(kBodyAt, 104, fresh_body(2));
+    EXPECT_TRUE(machine.box.read_file(kImage) == written);
 }
 
 // A partition whose place cannot be told may be anywhere.
