@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "applets/applets.h"
@@ -76,7 +75,7 @@ int ParseGetParam(Install *install)
 // Stores the patch of the form on the volume.
 bool patch_receive(Install *install, const char *folder)
 {
-    if (mkdir(folder, 0755) != 0 && errno != EEXIST) {
+    if (folder_make(folder) != 0) {
         NORV_LOG(LOG_ERR, "Failed to Create %s", folder);
         return false;
     }

@@ -1,7 +1,5 @@
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -86,8 +84,7 @@ static unsigned free_space_check(const char *mount)
 // Mounts the volume. Returns 0, or an InstallCode.
 static unsigned PrepareMntPoint(const char *device, const char *mount)
 {
-    if (mkdir(mount, 0755) != 0 && errno != EEXIST) {
-        fail(kErrSystemCall);
+    if (folder_make(mount) != 0) {
         NORV_LOG(LOG_ERR, "Fail to mkdir %s[0x%04X %s:%d]", mount, NORV_ERR_ARGS);
         return kCodeVolume;
     }

@@ -1,6 +1,5 @@
 #include "install/ns_config.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -159,8 +158,7 @@ int PrepareNSConfig(const NLIBSZHASH *params, const char *mount)
 {
     if (strcmp(gszUpgradeVolDev, gszSysDev) == 0)
         return volume_prepare(params, mount);
-    if (mkdir(kSystemMountPoint, 0755) != 0 && errno != EEXIST) {
-        fail(kErrSystemCall);
+    if (folder_make(kSystemMountPoint) != 0) {
         NORV_LOG(LOG_ERR, "Fail to mkdir %s[0x%04X %s:%d]", kSystemMountPoint, NORV_ERR_ARGS);
         return -1;
     }

@@ -52,6 +52,7 @@ static bool bytes_write(UploadBuffer *buffer, size_t bytes, int file, const char
 {
     if (bytes == 0)
         return true;
+    errno = 0; // a short write sets none
     const ssize_t written = write(file, buffer->cursor, bytes);
     if (written < 0) {
         buffer->stats->status = status_of(errno);

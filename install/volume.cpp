@@ -5,11 +5,20 @@
 #include <cstdio>
 #include <cstring>
 #include <mntent.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
 #include "install/shell.h"
 #include "lib/report.h"
+
+int folder_make(const char *path)
+{
+    struct stat status;
+    if (mkdir(path, 0755) == 0 || (errno == EEXIST && stat(path, &status) == 0 && S_ISDIR(status.st_mode)))
+        return 0;
+    return fail(kErrSystemCall);
+}
 
 int volume_mount(const char *device, const char *folder)
 {

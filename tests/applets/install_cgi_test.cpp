@@ -372,7 +372,7 @@ TEST_F(WebInstall, Refused)
         {"no room", kBoth, kNoSpace, "log err *FreeSize = *, not enough*",
          call({.call = "statvfs", .args = "/tmpData", .bytes = small, .times = 1})},
         {"no folder", kBoth, kUploadError, "log err *Failed to Create /tmpData/@autoupdate",
-         call({.call = "mkdir", .args = "/tmpData/@autoupdate *", .error = ENOSPC, .times = 1})},
+         file("/tmpData/@autoupdate", "not one")},
         {"not renamed", kBoth, kUploadError,
          "log err *Failed to rename upload patch /tmpData/@autoupdate/upload_tmp.* , /tmpData/@autoupdate/upload.pat",
          directory("/tmpData/@autoupdate/upload.pat")},
