@@ -4,9 +4,7 @@
 #include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <linux/if_packet.h>
 #include <map>
-#include <net/ethernet.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sodium.h>
@@ -17,6 +15,7 @@
 #include "autocleanup/unique.h"
 #include "tests/findhost/packet_bytes.h"
 #include "tests/support/box_links.h"
+#include "tests/support/box_station.h"
 #include "tests/support/sandbox.h"
 
 namespace
@@ -30,23 +29,6 @@ constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf";
 std::string mac_text(int wire)
 {
     return "02:00:00:00:00:0" + std::to_string(wire);
-}
-
-// The ones' complement sum of 16-bit words, as IPv4 and UDP have it: 0 over bytes that hold their right checksum.
-unsigned checksum(std::string bytes)
-{
-    bytes.resize((bytes.size() + 1) / 2 * 2);
-    unsigned sum = 0;
-    for (size_t i = 0; i < bytes.size(); i += 2)
-        sum += static_cast<unsigned>(bytes_of(bytes)[i] << 8 | bytes_of(bytes)[i + 1]);
-    while (sum > 0xffff)
-        sum = (sum & 0xffff) + (sum >> 16);
-    return ~sum & 0xffff;
-}
-
-std::string big_endian(size_t value)
-{
-    return {static_cast<char>(value >> 8), static_cast<char>(value)};
 }
 
 // One frame of a reply.
@@ -112,7 +94,7 @@ std::string sealed(const std::string &packet, const std::string &hex_key)
 // ends, whose names no interface list takes up. The third wire has no link.
 struct Lan : Sandbox {
     BoxLinks links{*this};
-    std::vector<UniqueFd> ends{};
+    std::vector<BoxStation> ends{};
     int next_client = 2; // 127.0.0.N: one client each, so that no repeat limit strikes
 
     explicit Lan(int wires = 3)
@@ -132,33 +114,11 @@ struct Lan : Sandbox {
             EXPECT_TRUE(links.settle(name, wire != 2));
             file("/etc/sysconfig/network-scripts/ifcfg-" + name,
                  "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.255.255.0\n");
-
-            memset(request.ifr_name, 0, sizeof(request.ifr_name));
-            end.copy(request.ifr_name, IFNAMSIZ - 1);
-            EXPECT_EQ(ioctl(control.get(), SIOCGIFINDEX, &request), 0);
-            sockaddr_ll address = {};
-            address.sll_family = AF_PACKET;
-            address.sll_protocol = htons(ETH_P_IP);
-            address.sll_ifindex = request.ifr_ifindex;
-            ends.emplace_back(socket(AF_PACKET, SOCK_RAW, htons(ETH_P_IP)));
-            EXPECT_EQ(bind(ends.back().get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+            if (wire != 2)
+                ends.emplace_back(*this, end);
         }
         program("/bin/ping");
-        leaves({"/tmp/fhost.status", "/tmp/install.lock"});
-    }
-
-    void address_set(const std::string &name, const char *ip, const char *mask)
-    {
-        const UniqueFd control(socket(AF_INET, SOCK_DGRAM));
-        ifreq request = {};
-        name.copy(request.ifr_name, IFNAMSIZ - 1);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        for (const auto &[what, text] : {std::pair(SIOCSIFADDR, ip), std::pair(SIOCSIFNETMASK, mask)}) {
-            inet_pton(AF_INET, text, &address.sin_addr);
-            memcpy(&request.ifr_addr, &address, sizeof(address));
-            EXPECT_EQ(ioctl(control.get(), static_cast<unsigned long>(what), &request), 0) << text;
-        }
+        leaves({"/tmp/fhost.status*", "/tmp/install.lock"}); // it may just be replacing the first
     }
 
     // The daemon in debug mode, its sockets open.
@@ -187,21 +147,19 @@ struct Lan : Sandbox {
     }
 
     // Checks all of a frame but what Frame holds.
-    void frame_check(const std::string &bytes, Frame *frame)
+    static void frame_check(const std::string &bytes, Frame *frame)
     {
         ASSERT_GE(bytes.size(), 42U);
         frame->payload = bytes.substr(42);
         frame->source_ip = bytes.substr(26, 4);
         frame->port = bytes_of(bytes)[36] << 8 | bytes_of(bytes)[37];
-        const size_t udp_bytes = bytes.size() - 34;
-        const std::string mac{2, 0, 0, 0, 0, static_cast<char>(frame->wire)};
-        EXPECT_EQ(bytes.substr(0, 14), "\xff\xff\xff\xff\xff\xff" + mac + "\x08\0"s);
-        EXPECT_EQ(bytes.substr(14, 10), "\x45\0"s + big_endian(udp_bytes + 20) + "\0\xf2\0\0\x40\x11"s);
-        EXPECT_EQ(checksum(bytes.substr(14, 20)), 0U);
-        EXPECT_EQ(bytes.substr(30, 6), "\xff\xff\xff\xff\x04\xd2"); // to all, from port 1234
-        EXPECT_EQ(bytes.substr(38, 2), big_endian(udp_bytes));
-        EXPECT_EQ(checksum(bytes.substr(26, 8) + "\0\x11"s + big_endian(udp_bytes) + bytes.substr(34)), 0U);
         frame->elements = elements_of(frame->payload);
+        const UdpFrame whole{.source_mac = {2, 0, 0, 0, 0, static_cast<char>(frame->wire)},
+                             .source_ip = frame->source_ip,
+                             .source_port = 1234,
+                             .destination_port = static_cast<uint16_t>(frame->port),
+                             .payload = frame->payload};
+        EXPECT_EQ(testing::PrintToString(bytes), testing::PrintToString(whole.bytes()));
     }
 
     // The next `count` frames of replies on all wires, in order of the wires.
@@ -209,17 +167,14 @@ struct Lan : Sandbox {
     {
         std::vector<std::vector<Frame>> by_wire(ends.size());
         std::vector<pollfd> waits;
-        for (const UniqueFd &end : ends)
-            waits.push_back({end.get(), POLLIN, 0});
+        for (const BoxStation &end : ends)
+            waits.push_back({end.fd(), POLLIN, 0});
         for (size_t found = 0; found < count && poll(waits.data(), waits.size(), 20000) > 0;)
             for (size_t wire = 0; wire < waits.size(); wire++) {
-                std::string bytes(2048, '\0');
                 if ((waits[wire].revents & POLLIN) == 0)
                     continue;
-                const ssize_t length = recv(waits[wire].fd, bytes.data(), bytes.size(), 0);
-                bytes.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
                 Frame frame{static_cast<int>(wire), 0, "", ""};
-                frame_check(bytes, &frame);
+                frame_check(ends[wire].receive(), &frame);
                 by_wire[wire].push_back(frame);
                 found++;
             }
@@ -259,7 +214,7 @@ TEST(Findhostd, AnswersAQueryFromEachPortWithTheWholeReplyTwice)
     box.file("/etc/resolv.conf", "nameserver 10.0.0.2\nnameserver 10.0.0.3\n");
     box.file("/proc/net/route", "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
                                 "eth0\t00000000\t0100000A\t0003\t0\t0\t0\t00000000\t0\t0\t0\n");
-    box.address_set("eth0", "10.0.0.4", "255.255.255.0");
+    box_address_set(box, "eth0", "10.0.0.4");
     box.program("/bin/ping", {{.args = "-c 2 -w 2 127.0.0.3", .exit_status = 1}, {}});
     Process daemon = box.launch();
     for (const int port : {9999, 9998, 9997}) {
@@ -272,7 +227,7 @@ TEST(Findhostd, AnswersAQueryFromEachPortWithTheWholeReplyTwice)
             EXPECT_EQ(frames[i].port, port);
             EXPECT_EQ(frames[i].source_ip, is_first ? "\x0a\0\0\x04"s : "\x01\x01\x01\x01");
             std::string expected = element(0x19, mac_text(is_first ? 0 : 1)) + number(0x12, is_first ? 0x0400000a : 0) +
-                                   number(0x10, 0) + number(0x13, is_first ? 0x00ffffff : 0) + number(0xba, 0) +
+                                   number(0x10, 0) + number(0x13, is_first ? 0xff : 0) + number(0xba, 0) +
                                    number(0x18, client == 3 ? 0 : 1) +
                                    number(0x1e, 0x7fU | static_cast<unsigned>(client) << 24) + number(0x1f, 0);
             if (is_first)
@@ -694,7 +649,7 @@ TEST(Findhostd, StartsAsADaemonAndEndsWithoutASocket)
 {
     const std::string stars(54, '*');
     Lan box(1);
-    box.leaves({"/var/run/findhostd.pid"});
+    box.leaves({"/var/run/findhostd.pid*"});
     const Result wrong = box.run({"findhostd", "-c", "-x"});
     EXPECT_EQ(wrong.exit_status, 0);
     EXPECT_NE(wrong.err.find("Findhostd Ver. 258.0\n"), std::string::npos);
