@@ -8,6 +8,7 @@
 #include "external/sys_attribute.h"
 #include "lib/file.h"
 #include "lib/report.h"
+#include "manutil/vender.h"
 #include "net/net.h"
 #include "net/udpd.h"
 
@@ -38,7 +39,7 @@ void serial_and_mac_get(Values *values)
     uint8_t mac[6];
     if (!sys_attribute_read(kSerialPath, values->serial, sizeof(values->serial)))
         NORV_LOG(LOG_ERR, "Fail to read %s", kSerialPath); // a line from an unknown unit is better than none
-    if (system_first_vender_mac_addr_get(mac) == 0)
+    if (system_first_vender_mac_addr_get(mac) == 0 || NORVManutilMacGet(1, mac) == 0) // what it booted with, or has now
         snprintf(values->mac, sizeof(values->mac), "%02X%02X%02X", mac[3], mac[4], mac[5]);
     else
         NORV_LOG(LOG_ERR, "Fail to get the first address");

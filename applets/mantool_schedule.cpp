@@ -34,7 +34,7 @@ static bool entry_parse(const char *text, NORVAutoPowerSet::Entry *entry)
 // Prints the first entries of the board's list, at most `asked`.
 static int alarms_print(int asked)
 {
-    NORVAutoPowerSet alarms;
+    NORVAutoPowerSet alarms = {};
     if (power_schedule_board_read(&alarms) != 0) {
         puts("Failed to get alarm time");
         return -1;

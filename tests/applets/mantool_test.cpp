@@ -599,6 +599,7 @@ TEST(Mantool, LogLineWithoutItsValues)
         {"/etc.defaults/norvinfo.conf", "unique=norv\n", "Get first '_' error , unique name's format is invalid", ""},
         {"/etc.defaults/norvinfo.conf", "unique=a_b\n", "Get second '_' error , unique name's format is invalid", ""},
         {"/etc.defaults/norvinfo.conf", "unique=a_b_c\n", "", "7MODEL=c"},
+        {"/proc/sys/kernel/norv_mac_address1", nullptr, "", "10MAC=0D0E0F"}, // the record's
         {"/tmp/norvmanlogcounter", nullptr, "", "9COUNTER=0"},
         {"/tmp/norvmanlogsession", nullptr, "", "17SESSION="},
     };
@@ -606,6 +607,7 @@ TEST(Mantool, LogLineWithoutItsValues)
         SCOPED_TRACE(row.path);
         LoggingUnit box;
         const BoxStation station(box, "peer0");
+        box.tool({"-mac_set", "0200000D0E0F"});
         if (row.content == nullptr)
             box.remove(row.path);
         else
