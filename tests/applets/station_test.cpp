@@ -9,8 +9,10 @@
 #include "build_paths.h"
 #include "tests/platform/run_program.h"
 #include "tests/support/box_links.h"
+#include "tests/support/box_station.h"
 #include "tests/support/sandbox.h"
 #include "tests/support/scratch_dir.h"
+#include "tests/support/udpd_datagram.h"
 #include "tools/norv-station/log_line.h"
 #include "tools/norv-station/unit_report.h"
 
@@ -98,6 +100,23 @@ TEST(Station, GoodUnitsPass)
     EXPECT_NE(run.out.find(" 1  02:00:00:00:00:01  VIRT000001     PASSED  "), std::string::npos) << run.out;
 }
 
+// The answer to a station's question for units, from an address of its own.
+std::string unit_answer(const std::string &question)
+{
+    constexpr size_t kIdAt = 14 + 20 + 8 + 24;
+    const UdpdDatagram answer{.payload = std::string("\0\0\0\2"
+                                                     "0%",
+                                                     6),
+                              .flags = 0xc000,
+                              .id = static_cast<uint16_t>(static_cast<uint8_t>(question.at(kIdAt)) |
+                                                          static_cast<uint8_t>(question.at(kIdAt + 1)) << 8)};
+    return UdpFrame{.source_mac = std::string("\2\0\0\0\0\7", 6),
+                    .source_port = 9999,
+                    .destination_port = 1122,
+                    .payload = answer.bytes()}
+        .bytes();
+}
+
 // A unit on the interface eth0, and the station at the wire's other end.
 struct Segment : Sandbox {
     BoxLinks links{*this};
@@ -129,6 +148,20 @@ TEST(Station, LooksAtASegment)
     Result nobody = box.station({"--interface", "tap0", "--out", "/tmp/none"});
     EXPECT_EQ(nobody.exit_status, 3);
     EXPECT_EQ(nobody.err, "norv-station: nobody answered\n");
+    { // Two boards that came with one address: neither is given anything.
+        const BoxStation twins(box, "eth0");
+        Process station =
+            box.start({"/bin/norv-station", "--interface", "tap0", "--expect", "1", "--serial", "A1"}, {.seconds = 60});
+        const std::string answer = unit_answer(twins.receive(60));
+        twins.send(answer);
+        twins.send(answer);
+        const Result result = station.wait();
+        EXPECT_EQ(result.exit_status, 1);
+        EXPECT_NE(
+            result.out.find("02:00:00:00:00:07  -              FAILED  memory -       tests  0/36    answers twice"),
+            std::string::npos)
+            << result.out;
+    }
     box.run({"manutild"});
     ASSERT_TRUE(box.wait_for("select 3*", 60));
     const Result one = box.station(look);
@@ -140,7 +173,8 @@ TEST(Station, LooksAtASegment)
     EXPECT_NE(box.station({"--interface", "tap0", "--expect", "1", "--stall", "1"}).out.find(" memory 12.05% "),
               std::string::npos);
     box.remove("/tmp/memtester.progress");
-    EXPECT_EQ(box.station({"--interface", "tap0", "--expect", "2"}).exit_status, 3);
+    EXPECT_EQ(box.station({"--interface", "tap0", "--expect", "2", "--seconds", "3", "--serial", "A1"}).exit_status, 3);
+    EXPECT_FALSE(box.exists("/.box/volumes/dev:norvboot2/vender"));
     // A serial that the unit refuses, and a report that cannot be written.
     const Result refused = box.station({"--interface", "tap0", "--expect", "1", "--serial", "A1"});
     EXPECT_EQ(refused.exit_status, 0) << refused.out;
@@ -159,7 +193,11 @@ TEST(Station, LooksAtASegment)
                                                   {"--units", "1", "--fail", "2"},
                                                   {"--units", "2", "--fail", "1:x"},
                                                   {"--interface", "tap0", "--serial", "a b"},
+                                                  {"--interface", "tap0", "--serial", "A"}, // nothing counts
                                                   {"--interface", "tap0", "--mac", "02:00:00:00:00"},
+                                                  {"--interface", "tap0", "--mac", "01:00:00:00:00:00"}, // a group's
+                                                  {"--interface", "tap0", "--out", "/tmp/out/none/none"},
+                                                  {"--interface", "tap0", "--out", "/etc/norvmanlog.conf"},
                                                   {"--interface", "tap0", "more"}})
         EXPECT_EQ(box.station(words).exit_status, 2) << testing::PrintToString(words);
 }

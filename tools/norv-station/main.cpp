@@ -22,7 +22,7 @@ constexpr char kUsage[] =
     "  --units N       N virtual units, the real daemon in each; the plan below is filled in for them\n"
     "  --fail N[:KIND] unit N has a fault: test (default), memory or silent; may be given several times\n"
     "  --interface NAME  units on a segment of this machine; may be given several times; needs cap_net_raw\n"
-    "  --expect N      how many units there must be\n"
+    "  --expect N      how many units there must be; with another number of them nothing is done\n"
     "  --listen        only take the log lines that units send\n"
     "\n"
     "Plan; what is not given is not done:\n"
@@ -34,7 +34,7 @@ constexpr char kUsage[] =
     "  --action A,B       group action: command A, then B; a unit does one per start\n"
     "  --command COMMAND  group command; may be given several times\n"
     "  --test COMMAND     runs one test on a unit; the test's name follows it; exit status 0 is a pass\n"
-    "  --check UNIQUE,BUILD  what the final check holds the unit against\n"
+    "  --check UNIQUE,BUILD  what the final check holds the unit against; a unit takes one per start\n"
     "\n"
     "Common options:\n"
     "  --out FOLDER    reports: units.csv, units.json, log.csv\n"
@@ -42,10 +42,10 @@ constexpr char kUsage[] =
     "  --stall N       seconds without progress that end a memory test: 60\n"
     "  --help          print this text\n"
     "\n"
-    "Exit status: 0 all units passed; 1 one failed; 2 wrong use, or no segment, or no reports; 3 units are missing;\n"
-    "77 this kernel gives no namespaces for virtual units.\n";
+    "Exit status: 0 all units passed; 1 one failed; 2 wrong use, or no segment, or no reports; 3 units are missing\n"
+    "or too many; 77 this kernel gives no namespaces for virtual units.\n";
 
-enum ExitStatus : int { kAllPassed = 0, kOneFailed = 1, kWrongUse = 2, kMissing = 3 };
+enum ExitStatus : int { kAllPassed = 0, kOneFailed = 1, kWrongUse = 2, kWrongNumber = 3 };
 
 struct Options {
     Station station{};
@@ -56,9 +56,9 @@ struct Options {
     int listen_seconds = 0;
 };
 
-int usage()
+int misuse(const std::string &what)
 {
-    fputs(kUsage, stderr);
+    fprintf(stderr, "norv-station: %s; norv-station --help tells more\n", what.c_str());
     return kWrongUse;
 }
 
@@ -90,7 +90,7 @@ bool fault_take(const std::string &text, Options *options)
     return true;
 }
 
-// A serial stands in a shell line, so it is what a unit takes anyway.
+// Stands in a shell line, so it is what a unit takes anyway.
 bool serial_take(const char *text, std::string *serial)
 {
     *serial = text;
@@ -128,7 +128,7 @@ bool option_take(int option, const char *value, Options *options)
     case 'M':
         return text_take(value, &plan.memory_command);
     case 'm':
-        if (!mac_parse(value, &mac))
+        if (!mac_parse(value, &mac) || (mac[0] & 1) != 0) // a group's is no unit's
             return false;
         plan.first_mac = mac;
         return true;
@@ -138,7 +138,7 @@ bool option_take(int option, const char *value, Options *options)
         plan.macs_per_unit = static_cast<unsigned>(number);
         return true;
     case 's':
-        return serial_take(value, &plan.first_serial);
+        return serial_take(value, &plan.first_serial) && isdigit(static_cast<unsigned char>(plan.first_serial.back()));
     case 'c':
         return serial_take(value, &plan.custom_serial);
     case 'a':
@@ -191,7 +191,9 @@ void stop(int)
 
 bool folder_make(const std::string &path)
 {
-    if (path.empty() || mkdir(path.c_str(), 0777) == 0 || errno == EEXIST)
+    if (path.empty() || mkdir(path.c_str(), 0777) == 0)
+        return true;
+    if (errno == EEXIST && access((path + "/").c_str(), W_OK | X_OK) == 0)
         return true;
     fprintf(stderr, "norv-station: %s: %s\n", path.c_str(), strerror(errno));
     return false;
@@ -212,16 +214,19 @@ int run(Options *options)
 {
     Station &station = options->station;
     const size_t found = station_find(&station);
-    if (found > 0)
+    const size_t wanted = station.plan.units != 0 ? station.plan.units : std::max<size_t>(found, 1);
+    if (found == wanted)
         station_run(&station);
+    else
+        report_show(&station, nullptr);
     if (!report_write(station) || station.is_log_lost)
         return kWrongUse;
-    if (found < std::max<size_t>(station.plan.units, 1)) {
+    if (found != wanted) {
         if (found == 0)
             fprintf(stderr, "norv-station: nobody answered\n");
-        else
-            fprintf(stderr, "norv-station: %zu of %zu units answered\n", found, station.plan.units);
-        return kMissing;
+        else // numbered, they would be given what is another's
+            fprintf(stderr, "norv-station: %zu units answered, not %zu: nothing was done\n", found, wanted);
+        return kWrongNumber;
     }
     size_t passed = 0, failed = 0;
     for (const auto &[mac, unit] : station.units) {
@@ -237,16 +242,20 @@ int run(Options *options)
 int main(int argc, char *argv[])
 {
     Options options;
-    for (int option; (option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
+    for (int option, index = 0; (option = getopt_long(argc, argv, "", kOptions, &index)) != -1;) {
         if (option == 'h')
             return fputs(kUsage, stdout) < 0 ? kWrongUse : kAllPassed;
+        if (option == '?')
+            return misuse("wrong use"); // it has told what
         if (!option_take(option, optarg, &options))
-            return usage();
+            return misuse(std::string("--") + kOptions[index].name + " does not take '" + optarg + "'");
     }
-    if (optind != argc || (options.virtual_units == 0) == options.interfaces.empty() ||
-        (options.virtual_units == 0 && !options.faults.empty()) ||
-        (!options.faults.empty() && options.faults.rbegin()->first > options.virtual_units))
-        return usage();
+    if (optind != argc)
+        return misuse(std::string("'") + argv[optind] + "' is no option");
+    if ((options.virtual_units == 0) == options.interfaces.empty())
+        return misuse("either --units or --interface is needed");
+    if (!options.faults.empty() && options.faults.rbegin()->first > options.virtual_units)
+        return misuse("--fail tells of no virtual unit");
     struct sigaction action = {};
     action.sa_handler = stop;
     sigaction(SIGINT, &action, nullptr);
@@ -256,6 +265,8 @@ int main(int argc, char *argv[])
     Station &station = options.station;
     if (!folder_make(station.out_folder) || !ports_open(options.interfaces, &station.ports))
         return kWrongUse;
+    if (station.plan.units > 0)
+        station.plan.find_seconds = station.plan.seconds;
     if (options.virtual_units > 0) {
         if (!units.start(options.virtual_units, options.faults, &station.ports))
             return kWrongUse;

@@ -149,12 +149,18 @@ json_object *log_json(const LogLineHeard &line)
     return object;
 }
 
+// Of standard output; without rows when it is no terminal.
+winsize terminal_size()
+{
+    winsize size = {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size : winsize{};
+}
+
 // Cuts a line that the terminal would break in two: lines are counted to be written over.
 std::string line_cut(const std::string &line)
 {
-    winsize size = {};
-    const bool is_known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return is_known ? line.substr(0, size.ws_col) : line;
+    const winsize size = terminal_size();
+    return size.ws_col > 0 ? line.substr(0, size.ws_col) : line;
 }
 
 void lines_erase(Station *station)
@@ -168,7 +174,7 @@ void lines_erase(Station *station)
 
 void report_show(Station *station, const StationUnit *changed, Change change)
 {
-    const bool is_terminal = isatty(STDOUT_FILENO) == 1;
+    const bool is_terminal = terminal_size().ws_row > station->units.size(); // else lines would roll away
     if (is_terminal)
         lines_erase(station);
     else if (change == Change::kDetail)

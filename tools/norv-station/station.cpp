@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr uint16_t kDaemonPort = 1122, kLogPort = 1123, kLogEvent = 1;
+constexpr char kDaemonName[8] = {'m', 'a', 'n', 'u', 't', 'i', 'l', 'd'};
 constexpr char kLogName[8] = {'n', 'o', 'r', 'v', 'm', 'a', 'n', 'l'}; // as much as fits of norvmanlogd
 constexpr int kPoll_ms = 500;
 
@@ -37,7 +38,7 @@ void message_send(const StationPort &port, const Mac &to, int event, uint16_t id
 {
     UdpdFrame frame = {};
     memcpy(frame.szMagic, kUdpdMagic, sizeof(frame.szMagic));
-    memcpy(frame.szName, "manutild", sizeof(frame.szName));
+    memcpy(frame.szName, kDaemonName, sizeof(frame.szName));
     frame.usEvent = static_cast<uint16_t>(event);
     frame.usId = id;
     size_t at = 0;
@@ -78,27 +79,37 @@ void log_take(Station *station, const Arrival &arrival, const UdpdFrame &frame)
 // Begins to wait for a unit's answer to the request under way.
 bool answer_expect(StationUnit *unit)
 {
-    memcpy(unit->handle.szWireName, "manutild", sizeof(unit->handle.szWireName));
+    memcpy(unit->handle.szWireName, kDaemonName, sizeof(unit->handle.szWireName));
     unit->reply.reset();
     return udpd_message_start(&unit->message, kUdpdEventAny) == 0;
 }
 
+// A unit answers the question that looks for units. It does so once each time, and in order.
+void unit_heard(Station *station, const Arrival &arrival, uint16_t id)
+{
+    const auto [place, is_new] = station->units.try_emplace(arrival.from);
+    StationUnit &unit = place->second;
+    if (is_new)
+        unit.port = arrival.port;
+    else if (unit.port == arrival.port) // two of the station's ports may lead to the same segment
+        unit.is_double |= static_cast<int16_t>(id - unit.answered_id) <= 0;
+    unit.answered_id = id;
+}
+
 void reply_take(Station *station, const Arrival &arrival, UdpdFrame frame)
 {
-    if ((frame.usFlags & kUdpdNoRequest) == 0 || frame.usId != station->request_id)
+    if ((frame.usFlags & kUdpdNoRequest) == 0 || frame.usEvent != station->request_event ||
+        memcmp(frame.szName, kDaemonName, sizeof(kDaemonName)) != 0 ||
+        static_cast<uint16_t>(station->request_id - frame.usId) >= station->requests_open)
         return; // a request of somebody, or an answer that comes too late
-    auto unit = station->units.find(arrival.from);
-    if (unit == station->units.end()) {
-        if (!station->is_finding || frame.usEvent != kManMemTestProgress)
-            return;
-        unit = station->units.try_emplace(arrival.from).first;
-        unit->second.port = arrival.port;
-        if (!answer_expect(&unit->second))
-            return;
-    }
-    StationUnit &known = unit->second;
-    if (known.reply)
+    if (station->is_finding) {
+        unit_heard(station, arrival, frame.usId);
         return;
+    }
+    const auto unit = station->units.find(arrival.from);
+    if (unit == station->units.end() || unit->second.reply)
+        return;
+    StationUnit &known = unit->second;
     frame.usFlags &= static_cast<uint16_t>(~kUdpdNoRequest); // as the daemon itself would take it
     memcpy(arrival.payload.data(), &frame, sizeof(frame));
     if (udpd_message_take(&known.message, &known.handle, arrival.payload.data(), arrival.payload.size()) ==
@@ -147,12 +158,21 @@ bool all_answered(const Station &station)
                        [](const auto &unit) { return is_answered(unit.second); });
 }
 
+// Every request has a number of its own, which its answers bear. The first is taken from the clock, so that what a unit
+// still answers to a station that was stopped is no answer to the next one.
+void request_number(Station *station, ManEvent event)
+{
+    station->request_id = static_cast<uint16_t>(station->request_event == 0 ? now_ms() : station->request_id + 1);
+    station->request_event = event;
+    station->requests_open = station->is_finding ? station->requests_open + 1 : 1;
+}
+
 // Sends each unit its request, and waits for the answers. Units without a request, and those that do not answer, have
 // no reply afterwards.
 void exchange(Station *station, const Event &event, bool to_everybody = false)
 {
     const int wait_ms = (station->plan.seconds * 3 / event.tries + event.extra_seconds) * 1000;
-    station->request_id++;
+    request_number(station, event.number);
     for (auto &[mac, unit] : station->units) {
         unit.reply.reset();
         if (unit.is_silent)
@@ -256,14 +276,16 @@ void tool_expect(Station *station, const std::string &name)
     });
 }
 
-// The serial of a unit: the digits at the end count up and keep their number.
-std::string serial_count(const std::string &first, size_t number)
+// The serial of a unit: the digits at the end count up, and get more only when they must.
+std::string serial_count(std::string serial, size_t number)
 {
-    const size_t digits_at = first.find_last_not_of("0123456789") + 1;
-    const std::string digits = first.substr(digits_at);
-    const std::string counted = std::to_string(strtoull(digits.c_str(), nullptr, 10) + number);
-    const size_t zeros = digits.size() > counted.size() ? digits.size() - counted.size() : 0;
-    return first.substr(0, digits_at) + std::string(zeros, '0') + counted;
+    for (size_t at = serial.size(); number > 0; number /= 10) {
+        if (at == 0 || serial[at - 1] < '0' || serial[at - 1] > '9')
+            serial.insert(at++, 1, '0');
+        number += static_cast<size_t>(serial[--at] - '0');
+        serial[at] = static_cast<char>('0' + number % 10);
+    }
+    return serial;
 }
 
 Mac mac_count(const Mac &first, size_t number)
@@ -280,6 +302,8 @@ void identities_give(Station *station)
 {
     size_t number = 0;
     for (auto &[mac, unit] : station->units) {
+        if (unit.is_silent)
+            continue;
         if (station->plan.first_mac)
             unit.first_mac = mac_count(*station->plan.first_mac, number * station->plan.macs_per_unit);
         if (!station->plan.first_serial.empty())
@@ -313,6 +337,8 @@ void memory_test(Station *station)
             status_expect(station, unit, "memory test", done);
         });
     }
+    // What a command has started shows itself within the time for an answer.
+    const int64_t start_end = now_ms() + (station->plan.memory_command.empty() ? 0 : station->plan.seconds * 1000);
     int64_t stall_end = now_ms() + station->plan.stall_seconds * int64_t{1000};
     for (bool is_testing = true; is_testing && !gblStationStop;) {
         for (auto &[mac, unit] : station->units)
@@ -321,8 +347,10 @@ void memory_test(Station *station)
         is_testing = false;
         for (auto &[mac, unit] : station->units) {
             const std::string told = progress_text(unit.reply.value_or(""));
-            if (told.empty())
+            if (told.empty()) {
+                is_testing |= !unit.is_silent && unit.memory.empty() && now_ms() < start_end;
                 continue;
+            }
             is_testing = true;
             if (told == unit.memory)
                 continue;
@@ -475,21 +503,21 @@ size_t station_tests()
 
 size_t station_find(Station *station)
 {
+    const Plan &plan = station->plan;
     station->is_finding = true;
-    station->request_id++;
-    const int64_t end = now_ms() + station->plan.find_seconds * int64_t{1000};
-    const auto is_done = [=] {
-        return gblStationStop || (station->plan.units != 0 && station->units.size() >= station->plan.units) ||
-               now_ms() >= end;
-    };
-    while (!is_done()) {
-        for (const StationPort &port : station->ports) // asked again: a frame may be lost
+    const int64_t end = now_ms() + plan.find_seconds * int64_t{1000};
+    do { // asked again: a frame may be lost
+        request_number(station, kManMemTestProgress);
+        for (const StationPort &port : station->ports)
             message_send(port, kEverybody, kManMemTestProgress, station->request_id, "");
-        const int64_t again = std::min(end, now_ms() + 1000);
-        while (!is_done() && now_ms() < again)
-            arrivals_take(station, again);
-    }
+        wait_for(station, kPoll_ms); // to its end: there may be more than are expected
+    } while (!gblStationStop && now_ms() < end && (plan.units == 0 || station->units.size() < plan.units));
     station->is_finding = false;
+    for (auto &[mac, unit] : station->units)
+        if (unit.is_double) {
+            unit.faults.emplace_back("answers twice: two units with this address?");
+            unit.is_silent = true; // what one is given, both would take
+        }
     return station->units.size();
 }
 

@@ -17,7 +17,7 @@
 
 // What is to be done. An empty text leaves its step out, so that without any the station only looks.
 struct Plan {
-    size_t units = 0; // to be found; 0: whoever answers within `find_seconds`
+    size_t units = 0; // there must be so many; 0: whoever answers within `find_seconds`
     int find_seconds = 3;
     int seconds = 10;             // for an answer, three times over
     int stall_seconds = 60;       // a memory test that does not get on for so long is over
@@ -53,6 +53,8 @@ struct StationUnit {
     std::vector<CommandDone> commands{};
     std::vector<std::string> faults{};
     bool is_silent = false;
+    bool is_double = false;   // an answer came twice: two units speak from one address
+    uint16_t answered_id = 0; // while units are looked for: the last request that it has answered
     UnitReport report{};
     // The message under way.
     std::optional<std::string> request{};
@@ -79,6 +81,8 @@ struct Station {
     std::vector<LogLineHeard> log{};
     std::string out_folder{}; // for the reports; empty: none
     uint16_t request_id = 0;
+    int requests_open = 0; // how many of the last ones are still answered
+    int request_event = 0;
     bool is_finding = false;
     bool is_log_lost = false; // a line could not be stored
     size_t lines_shown = 0;   // of the units, on a terminal
@@ -87,7 +91,7 @@ struct Station {
 // Set by a signal: every step ends, and what there is is reported.
 extern volatile bool gblStationStop;
 
-// Finds the units. Returns how many.
+// Finds the units. Returns how many; all of them are known when it is not the number that there must be, too.
 size_t station_find(Station *station);
 // Takes all units through the plan, to a verdict each: one where there is anything to be done.
 void station_run(Station *station);
