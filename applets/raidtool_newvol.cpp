@@ -9,7 +9,6 @@
 #include "lib/conf.h"
 #include "lib/file.h"
 #include "lib/report.h"
-#include "lib/string.h"
 #include "storage/partition.h"
 
 namespace
@@ -34,7 +33,7 @@ int data_partition_make(const char *name, char (&list)[kListRoom])
 {
     char disk[128], partition[128];
     const int model_version = 0;
-    if (NLIBCStrSnprintf(disk, sizeof(disk), "/dev/%s", name) < 0)
+    if (disk_device_path_get(name, disk, sizeof(disk)) < 0)
         return -1;
     if (partition_clean(disk, kPartitionData) != 0) {
         NORV_LOG(LOG_ERR, "Failed to clean all partition of %s, errno=0x%X", disk,

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 
 #include "autocleanup/unique.h"
+#include "disk/disk.h"
 #include "lib/file.h"
 #include "lib/report.h"
 
@@ -50,9 +51,8 @@ static bool required_kib_get(const char *folder, const char *version_path, uint6
 static bool device_bytes_get(const char *device, uint64_t *bytes)
 {
     char path[64];
-    snprintf(path, sizeof(path), device[0] == '/' ? "%s" : "/dev/%s", device);
     struct stat status;
-    if (stat(path, &status) != 0)
+    if (disk_device_path_get(device, path, sizeof(path)) < 0 || stat(path, &status) != 0)
         return false;
     if (!S_ISBLK(status.st_mode)) {
         NORV_LOG(LOG_ERR, "[%s] is not a block device.", path);
