@@ -401,7 +401,7 @@ std::vector<std::pair<const Road *, const ProgramFault *>> fault_params()
     for (const ProgramFault &fault : kProgramFaults)
         for (const Road *road : {&kUpload, &kDownload, &kPatch})
             params.emplace_back(road, &fault);
-    for (const size_t fault : {0, 3})
+    for (const size_t fault : {0U, 3U})
         params.emplace_back(&kBuildin, &kProgramFaults[fault]);
     for (const Road *road : {&kAuto, &kBuildinCommand})
         params.emplace_back(road, kByCall);
