@@ -10,13 +10,21 @@
 
 static constexpr int kMostTries = 3; // of a write that signals interrupt
 
-static int replace(const char *temp_path, const char *path, const char *format, va_list arguments)
+static int replace(const char *temp_path, const char *path, bool is_synced, const char *format, va_list arguments)
 {
+    char beside[PATH_MAX];
+    if (temp_path == nullptr) {
+        if (static_cast<size_t>(snprintf(beside, sizeof(beside), "%s.%d", path, getpid())) >= sizeof(beside)) {
+            errno = ENAMETOOLONG;
+            return fail(kErrOpen);
+        }
+        temp_path = beside;
+    }
     const UniqueFd file(open(temp_path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!file)
         return fail(kErrOpen);
     UniqueFileName temp_name(temp_path);
-    if (vdprintf(file.get(), format, arguments) < 0)
+    if (vdprintf(file.get(), format, arguments) < 0 || (is_synced && fsync(file.get()) != 0))
         return fail(kErrWrite);
     if (rename(temp_path, path) != 0)
         return fail(kErrRename);
@@ -24,25 +32,20 @@ static int replace(const char *temp_path, const char *path, const char *format, 
     return 0;
 }
 
-int file_replace_through(const char *temp_path, const char *path, const char *format, ...)
+int file_replace(const char *path, const char *format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const int result = replace(temp_path, path, format, arguments);
+    const int result = replace(nullptr, path, false, format, arguments);
     va_end(arguments);
     return result;
 }
 
-int file_replace(const char *path, const char *format, ...)
+int file_replace_synced(const char *temp_path, const char *path, const char *format, ...)
 {
-    char temp_path[PATH_MAX];
-    if (static_cast<size_t>(snprintf(temp_path, sizeof(temp_path), "%s.%d", path, getpid())) >= sizeof(temp_path)) {
-        errno = ENAMETOOLONG;
-        return fail(kErrOpen);
-    }
     va_list arguments;
     va_start(arguments, format);
-    const int result = replace(temp_path, path, format, arguments);
+    const int result = replace(temp_path, path, true, format, arguments);
     va_end(arguments);
     return result;
 }

@@ -17,7 +17,7 @@ int NORVJLnxSetDHCP(const char *name)
         NORV_LOG_OLD(LOG_ERR, "NORVJLnxSetDHCP", " run udhcpc error %m");
         return fail(kErrChild);
     }
-    if (file_replace(path, "BOOTPROTO=dhcp\nONBOOT=yes\n") != 0) {
+    if (file_replace_synced(nullptr, path, "BOOTPROTO=dhcp\nONBOOT=yes\n") != 0) {
         NORV_LOG_OLD(LOG_ERR, "NORVJLnxSetDHCP", " Set %s error.", path);
         return -2;
     }

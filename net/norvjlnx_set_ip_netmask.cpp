@@ -42,7 +42,8 @@ int NORVJLnxSetIPNetmask(const char *name, const char *ip, const char *mask)
     const bool has_backup = rename(path, backup) == 0;
     if (!has_backup)
         NORV_LOG(LOG_ERR, "failed to rename %s to %s. %m", path, backup);
-    bool is_done = file_replace(path, "IPADDR=%s\nNETMASK=%s\nBOOTPROTO=static\nONBOOT=yes\n", ip, mask) == 0;
+    bool is_done =
+        file_replace_synced(nullptr, path, "IPADDR=%s\nNETMASK=%s\nBOOTPROTO=static\nONBOOT=yes\n", ip, mask) == 0;
     if (is_done) {
         net_dhcp_clients_kill(name);
         is_done = address_set(name, ip, mask) == 0 && hosts_refresh() == 0;

@@ -53,5 +53,5 @@ int NORVJNetSetDNS(const char *text)
     const NetFilesLock lock(kNetWriteLockWord);
     if (!lock.held())
         return -1;
-    return file_replace_through(kResolvNewPath, kResolvPath, "nameserver\t%s\n", text);
+    return file_replace_synced(kResolvNewPath, kResolvPath, "nameserver\t%s\n", text);
 }
