@@ -1,4 +1,6 @@
 // Plays the factory's test station.
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -7,6 +9,7 @@
 #include <getopt.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tools/norv-station/report.h"
 #include "tools/norv-station/virtual_units.h"
@@ -266,7 +269,7 @@ int main(int argc, char *argv[])
     if (!folder_make(station.out_folder) || !ports_open(options.interfaces, &station.ports))
         return kWrongUse;
     if (station.plan.units > 0)
-        station.plan.find_seconds = station.plan.seconds;
+        station.plan.find_seconds = std::max(station.plan.find_seconds, station.plan.seconds);
     if (options.virtual_units > 0) {
         if (!units.start(options.virtual_units, options.faults, &station.ports))
             return kWrongUse;
