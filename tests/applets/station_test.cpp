@@ -183,7 +183,9 @@ TEST(Station, LooksAtASegment)
     EXPECT_NE(longer.out.find("serial: Length of SN is changed.; serial reads A1, not A10"), std::string::npos)
         << longer.out;
     box.directory("/tmp/out/units.csv");
-    EXPECT_EQ(box.station({"--interface", "tap0", "--expect", "1", "--out", "/tmp/out"}).exit_status, 2);
+    const Result lost = box.station({"--interface", "tap0", "--expect", "1", "--out", "/tmp/out"});
+    EXPECT_EQ(lost.exit_status, 2);
+    EXPECT_NE(lost.out.find("  A1             SEEN "), std::string::npos) << lost.out; // what it has
 
     for (const std::vector<std::string> &words : {std::vector<std::string>{},
                                                   {"--interface", "none"},

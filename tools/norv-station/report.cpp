@@ -44,9 +44,10 @@ std::string joined(const std::vector<std::string> &texts)
 
 std::string live_line(size_t number, const Mac &mac, const StationUnit &unit)
 {
+    const std::string &serial = unit.serial.empty() ? unit.report.serial : unit.serial;
     char line[512];
     snprintf(line, sizeof(line), "%2zu  %s  %-14s %-7s memory %-6s  tests %2zu/%zu  %s", number, mac_text(mac).c_str(),
-             unit.serial.empty() ? "-" : unit.serial.c_str(), verdict_words(unit.verdict),
+             serial.empty() ? "-" : serial.c_str(), verdict_words(unit.verdict),
              unit.memory.empty() ? "-" : unit.memory.c_str(), unit.tests.size(), station_tests(), unit.step.c_str());
     return text_clean(line + (unit.faults.empty() ? "" : "  " + joined(unit.faults)));
 }
