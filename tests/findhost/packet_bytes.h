@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
+#include "findhost/keys.h"
 #include "findhost/packet.h"
 
 // One element with its length byte.
@@ -32,4 +34,17 @@ inline std::string plain(std::string_view elements)
 inline const uint8_t *bytes_of(const std::string &text)
 {
     return reinterpret_cast<const uint8_t *>(text.data());
+}
+// The same bytes as the library holds a packet, and as it seals one to a key.
+inline FhostPacket packet_of(std::string_view bytes)
+{
+    FhostPacket packet = {};
+    packet.size = bytes.copy(reinterpret_cast<char *>(packet.bytes), sizeof(packet.bytes));
+    return packet;
+}
+inline int seal_to_this_process(std::string_view bytes, FhostPacket *sealed)
+{
+    uint8_t key[kFhostKeyBytes];
+    memcpy(key, FHOSTProcessPublicKey(), sizeof(key));
+    return fhost_seal(packet_of(bytes), key, sealed);
 }

@@ -4,13 +4,8 @@
 // Covers: external/disk_intf_check.cpp
 #include <algorithm>
 #include <cstdarg>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <iterator>
-#include <span>
 
 #include "applets/applets.h"
 #include "external/disk_intf_check.h"
@@ -18,6 +13,7 @@
 #include "external/rtc_time.h"
 #include "platform/board/board.h"
 #include "tests/fuzz/file_root.h"
+#include "tests/fuzz/fuzz.h"
 
 static std::span<const uint8_t> gblAnswer;
 
@@ -41,12 +37,6 @@ extern "C" int ioctl(int /*fd*/, unsigned long request, ...) noexcept
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 void role_run(int (*run)(int argc, char *argv[]), const char *first, const char *second)
 {
@@ -90,21 +80,18 @@ void controller_ask()
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+void fuzz_begin()
 {
     setenv("TZ", "CET-1", 1);
     file_root_enter();
     file_root_put("/dev/norvbios", "");
     check(freopen("/dev/null", "w", stdout) != nullptr);
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
     static constexpr void (*kAsk[])() = {schedule_ask, clock_ask, interfaces_ask, controller_ask};
-    if (size == 0)
-        return 0;
-    gblAnswer = {data + 1, size - 1};
-    kAsk[data[0] % std::size(kAsk)]();
-    return 0;
+    const auto ask = kAsk[byte_take(&input) % std::size(kAsk)];
+    gblAnswer = bytes_of(input);
+    ask();
 }

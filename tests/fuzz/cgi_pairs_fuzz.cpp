@@ -1,26 +1,14 @@
 // The pairs of a request against a plain model. The first byte tells whether "+" stays, the rest is the text.
 // Covers: install/cgi_param.cpp(cgi_pairs_load)
 #include <cctype>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <map>
-#include <string>
 
 #include "autocleanup/unique.h"
 #include "install/cgi_param.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    fprintf(stderr, "cgi_pairs_fuzz: %s\n", what);
-    abort();
-}
 
 // What a value becomes: decoded up to a bad escape, from where what lay in the buffer shows.
 std::string decoded(const std::string &raw, bool keep_plus)
@@ -57,19 +45,16 @@ std::map<std::string, std::string> model(std::string rest, bool keep_plus)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    if (size == 0)
-        return 0;
-    const bool keep_plus = data[0] % 2 == 0;
-    const UniqueText text(strndup(reinterpret_cast<const char *>(data) + 1, size - 1)); // of exactly its size
+    const bool keep_plus = byte_take(&input) % 2 == 0;
+    const UniqueText text(strndup(input.data(), input.size())); // of exactly its size
     const auto expected = model(text.get(), keep_plus);
     UniqueHash params(NLIBCSzHashAlloc(0));
     cgi_pairs_load(text.get(), keep_plus, params.address());
-    require(NLIBCSzHashPairNum(params.get()) == static_cast<int>(expected.size()), "another number of pairs");
+    check(NLIBCSzHashPairNum(params.get()) == static_cast<int>(expected.size()), "another number of pairs");
     for (const auto &[name, value] : expected) {
         const char *found = NLIBCSzHashGetValue(params.get(), name.c_str());
-        require(found != nullptr && value == found, "another value");
+        check(found != nullptr && value == found, "another value");
     }
-    return 0;
 }

@@ -4,25 +4,15 @@
 // Covers: lib/list_sort.cpp lib/list_grow.cpp(list_repack) lib/list_find.cpp lib/hash_set_value.cpp
 // Covers: lib/hash_search.cpp lib/hash_remove.cpp lib/hash_get_value.cpp(NLIBCSzHashGetValue)
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <map>
-#include <string>
-#include <string_view>
 #include <strings.h>
 #include <vector>
 
 #include "autocleanup/unique.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 bool is_sorted(int mode)
 {
@@ -166,22 +156,19 @@ void hash_call(UniqueHash &hash, HashModel &model, uint8_t call, int index, cons
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
     UniqueList list(NLIBCSzListAlloc(0));
     UniqueHash hash(NLIBCSzHashAlloc(0));
     ListModel list_model;
     HashModel hash_model;
-    const std::string_view input(reinterpret_cast<const char *>(data), size);
-    for (size_t at = 0; at + 2 < size;) {
-        const uint8_t call = data[at];
-        const int index = data[at + 1];
-        const std::string text(input.substr(at + 2, input.find('\0', at + 2) - (at + 2)));
-        at += 2 + text.size() + 1;
+    while (input.size() > 2) {
+        const uint8_t call = byte_take(&input);
+        const int index = byte_take(&input);
+        const std::string text = text_take(&input, '\0');
         if (call < 128)
             list_call(list, list_model, call, index, text);
         else
             hash_call(hash, hash_model, call, index, text);
     }
-    return 0;
 }

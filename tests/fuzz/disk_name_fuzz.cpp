@@ -3,24 +3,14 @@
 // Covers: disk/disk_device_partition_name_get.cpp(disk_device_partition_name_get) disk/disk_path_parse.cpp(is_sas_name
 // Covers: expansion_index disk_path_parse) disk/external_disk_port_check.cpp(has_bit esata_check mask_check
 // Covers: disk_container_get)
-#include <climits>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <vector>
 
 #include "disk/disk.h"
 #include "tests/fuzz/file_root.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 // A name is taken apart and put together again, as long as its parts are of one kind and the disk's name is not cut.
 void parts_check(const char *path)
@@ -40,19 +30,18 @@ void parts_check(const char *path)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+void fuzz_begin()
 {
     file_root_enter();
     file_root_put("/etc.defaults/norvinfo.conf",
                   "supportnvme=\"yes\"\nmaxdisks=\"4\"\ninternalportcfg=\"0xf\"\nesataportcfg=\"0x30\"\n"
                   "usbportcfg=\"0xf00\"\ncacheportcfg=\"0xf000\"\n");
     file_root_put("/tmp/eunitinfo_1", "EUnitModel=\"NX4R-1\"\nEUnitDisks=\"/dev/sdea,/dev/sdeb\"\n");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    const std::string text(reinterpret_cast<const char *>(data), size);
+    const std::string text(input);
     const char *path = text.c_str();
     parts_check(path);
     check(disk_letter_index(path) >= -1);
@@ -61,5 +50,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     DiskLocation location;
     if (disk_path_parse(path, &location) == 0)
         check(location.container == container && location.partition >= 0);
-    return 0;
 }

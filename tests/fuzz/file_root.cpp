@@ -1,5 +1,6 @@
 #include "tests/fuzz/file_root.h"
 
+#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -72,4 +73,29 @@ void file_root_put(const char *path, std::string_view text)
         abort();
     }
     close(fd);
+}
+
+static void file_remove(const char *path)
+{
+    path[0] == '/' ? unlink(path) : unsetenv(path);
+}
+
+void file_root_run(std::span<const FuzzFile> files, std::string_view input, bool stays)
+{
+    if (input.empty())
+        return;
+    const std::string text(input.substr(1));
+    for (const FuzzFile &file : files) {
+        if (file.letter != tolower(static_cast<unsigned char>(input[0])))
+            continue;
+        if (file.letter != input[0])
+            file_remove(file.path);
+        else if (file.path[0] == '/')
+            file_root_put(file.path, text);
+        else
+            setenv(file.path, text.c_str(), 1);
+        file.read();
+        if (!stays)
+            file_remove(file.path);
+    }
 }

@@ -2,6 +2,7 @@
 // with nothing in it but what the target puts there, no program, no device, no network, no board, no clock to set.
 #pragma once
 
+#include <span>
 #include <string_view>
 
 // Enters it, once, before the process has a second thread: a fuzz target does so in LLVMFuzzerInitialize. Nothing is
@@ -12,3 +13,12 @@ inline constexpr int kFileRootNone = 125;
 
 // Makes a file, and the folders above it.
 void file_root_put(const char *path, std::string_view text);
+
+struct FuzzFile {
+    char letter;
+    const char *path; // or the name of a variable of the environment
+    void (*read)();
+};
+// The first byte of an input is the letter of a file, which then holds the rest; with a capital letter it is not there.
+// Its reader is called, and the file goes again unless it `stays`.
+void file_root_run(std::span<const FuzzFile> files, std::string_view input, bool stays);

@@ -10,11 +10,6 @@
 // Covers: external/sas_model.cpp(sas_phy_id_get) disk/disk_is_ssd.cpp
 // Covers: manutil/vender_store.cpp(vender_format_version_get) lib/conf_is_vmm_vnos.cpp
 #include <algorithm>
-#include <cctype>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <unistd.h>
 
 #include "autocleanup/unique.h"
 #include "disk/disk.h"
@@ -33,16 +28,11 @@
 #include "swap/swap.h"
 #include "swap/swap_json.h"
 #include "tests/fuzz/file_root.h"
+#include "tests/fuzz/fuzz.h"
 #include "zram/zram.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 void swaps_read()
 {
@@ -146,12 +136,7 @@ void disk_read()
     check(is_ssd >= -1 && is_ssd <= 1);
 }
 
-struct KernelFile {
-    char letter;
-    const char *path;
-    void (*read)();
-};
-constexpr KernelFile kFiles[] = {
+constexpr FuzzFile kFiles[] = {
     {'s', "/proc/swaps", swaps_read},
     {'c', "/proc/cpuinfo", [] { check(zram_cores_get() != 0); }},
     {'p', "/proc/partitions", partitions_read},
@@ -175,29 +160,18 @@ constexpr KernelFile kFiles[] = {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+void fuzz_begin()
 {
     file_root_enter();
     file_root_put("/etc.defaults/norvinfo.conf", "unique=\"norv_x86_fuzz\"\nmaxdisks=\"4\"\nusbportcfg=\"0xf0\"\n"
                                                  "internalportcfg=\"0xf\"\nnetif_seq=\"0 1\"\nnetif_seq_r2=\"1 0\"\n"
                                                  "buzzeroffen=\"1\"\nbuzzeroffen_r2=\"0x2\"\nmaxlanport=\"2\"\n");
     file_root_put("/sys/block/sdb/sdb1/start/a_folder", "");
-    for (const KernelFile &file : kFiles)
+    for (const FuzzFile &file : kFiles)
         file_root_put(file.path, "1\n");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    if (size == 0)
-        return 0;
-    for (const KernelFile &file : kFiles)
-        if (file.letter == tolower(data[0])) {
-            if (data[0] == file.letter)
-                file_root_put(file.path, {reinterpret_cast<const char *>(data) + 1, size - 1});
-            else
-                unlink(file.path);
-            file.read();
-        }
-    return 0;
+    file_root_run(kFiles, input, true);
 }

@@ -3,29 +3,17 @@
 // Covers: lib/file_get_key_value.cpp lib/file_set_key_value.cpp lib/file_line.cpp lib/file_line_key_match.cpp
 // Covers: lib/file_match_section.cpp lib/file_get_section.cpp lib/file_set_section.cpp lib/file_enum_section.cpp
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
-#include <string>
-#include <string_view>
 #include <unistd.h>
 #include <vector>
 
 #include "autocleanup/unique.h"
 #include "lib/file.h"
 #include "lib/text.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    fprintf(stderr, "key_value_fuzz: %s\n", what);
-    abort();
-}
 
 constexpr std::string_view kLongMark = "#long\n", kWideMark = "[wide]\n";
 
@@ -38,7 +26,7 @@ std::string file_path()
 void file_put(const std::string &path, std::string_view text)
 {
     const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    require(write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), "no memory file");
+    check(write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), "no memory file");
 }
 
 std::string file_take(const std::string &path)
@@ -46,7 +34,7 @@ std::string file_take(const std::string &path)
     const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::string text(65536, '\0'); // more than the longest
     const ssize_t size = read(fd.get(), text.data(), text.size());
-    require(size >= 0, "the file is gone");
+    check(size >= 0, "the file is gone");
     text.resize(static_cast<size_t>(size));
     return text;
 }
@@ -80,9 +68,9 @@ std::string value_read(const std::string &path, const char *key)
 {
     char value[4096];
     const int length = NLIBCFileGetKeyValue(path.c_str(), key, value, sizeof(value), 0);
-    require(length >= 0, "a value that does not fit");
+    check(length >= 0, "a value that does not fit");
     char one;
-    require(NLIBCFileGetKeyValue(path.c_str(), key, &one, 1, 0) == (length > 1 ? -1 : length), "a value in no room");
+    check(NLIBCFileGetKeyValue(path.c_str(), key, &one, 1, 0) == (length > 1 ? -1 : length), "a value in no room");
     return length == 0 ? "(none)" : value;
 }
 
@@ -98,24 +86,24 @@ std::string lines_kept(const std::string &text, const char *key)
 
 void key_check(const std::string &path, const std::string &text, const char *key, const char *value)
 {
-    require(value_read(path, key) == value_expected(text, key), "get differs from the plain walk");
-    require(NLIBCFileSetKeyValue(path.c_str(), key, value, nullptr) == 1, "set failed");
+    check(value_read(path, key) == value_expected(text, key), "get differs from the plain walk");
+    check(NLIBCFileSetKeyValue(path.c_str(), key, value, nullptr) == 1, "set failed");
     const std::string after = file_take(path);
     const std::string_view name = key;
     const bool plain =
         !name.empty() && text_trim(name) == name && name.find('=') == name.npos && name[0] != '#' && name[0] != ';';
     if (!plain)
         return; // the new line is no line of its key
-    require(lines_kept(after, key) == lines_kept(text, key), "set changed another line");
+    check(lines_kept(after, key) == lines_kept(text, key), "set changed another line");
     const auto lines = lines_of(after);
-    require(std::count(lines.begin(), lines.end(), std::string(key) + "=" + value + "\n") == 1, "not one new line");
+    check(std::count(lines.begin(), lines.end(), std::string(key) + "=" + value + "\n") == 1, "not one new line");
     if (*value != '\0' && text_trim(value) == value)
-        require(value_read(path, key) == value, "get does not read what set wrote");
+        check(value_read(path, key) == value, "get does not read what set wrote");
 }
 
 void section_check(const std::string &path, const std::string &text, const char *section)
 {
-    require(NLIBCFileMatchSection(text.data(), -1, section) == 0, "a section in nothing");
+    check(NLIBCFileMatchSection(text.data(), -1, section) == 0, "a section in nothing");
     const auto lines = lines_of(text);
     const bool present = std::any_of(lines.begin(), lines.end(), [section](const std::string &line) {
         return NLIBCFileMatchSection(line.data(), static_cast<int>(line.size()), section) == 1;
@@ -126,57 +114,53 @@ void section_check(const std::string &path, const std::string &text, const char 
         return line[0] == '[' && line.size() >= 1024; // no header is as long as that
     });
     const int listed = NLIBCFileEnumSection(path.c_str(), names.address());
-    require(listed >= 0 || is_wide, "enum failed");
+    check(listed >= 0 || is_wide, "enum failed");
     if (listed < 0)
         return;
     if (present && *section != '\0') // a find passes over empty items
-        require(NLIBCSzListFind(names.get(), section) >= 0, "enum misses a section that is there");
-    require(NLIBCFileGetSection(path.c_str(), section, pairs.address()) == NLIBCSzHashPairNum(pairs.get()),
-            "get section failed");
+        check(NLIBCSzListFind(names.get(), section) >= 0, "enum misses a section that is there");
+    check(NLIBCFileGetSection(path.c_str(), section, pairs.address()) == NLIBCSzHashPairNum(pairs.get()),
+          "get section failed");
 
     NLIBCSzHashClear(pairs.get());
-    require(NLIBCSzHashSetValue(pairs.address(), "k", "v") >= 0, "no memory");
-    require(NLIBCFileSetSection(path.c_str(), section, nullptr, pairs.get(), nullptr) == (present ? 1 : 0),
-            "set section sees other sections");
+    check(NLIBCSzHashSetValue(pairs.address(), "k", "v") >= 0, "no memory");
+    check(NLIBCFileSetSection(path.c_str(), section, nullptr, pairs.get(), nullptr) == (present ? 1 : 0),
+          "set section sees other sections");
     if (!present) {
-        require(file_take(path) == text, "a section that is not there changed the file");
+        check(file_take(path) == text, "a section that is not there changed the file");
         return;
     }
     NLIBCSzHashClear(pairs.get());
-    require(NLIBCFileGetSection(path.c_str(), section, pairs.address()) >= 1, "the new section is gone");
+    check(NLIBCFileGetSection(path.c_str(), section, pairs.address()) >= 1, "the new section is gone");
     const char *value = NLIBCSzHashGetValue(pairs.get(), "k");
-    require(value != nullptr && std::string_view(value) == "v", "get section does not read what set section wrote");
-    require(NLIBCFileRemoveSection(path.c_str(), section) == 1, "remove does not see the section");
-    require(NLIBCFileRemoveSection(path.c_str(), section) == 0, "the section stays");
+    check(value != nullptr && std::string_view(value) == "v", "get section does not read what set section wrote");
+    check(NLIBCFileRemoveSection(path.c_str(), section) == 1, "remove does not see the section");
+    check(NLIBCFileRemoveSection(path.c_str(), section) == 0, "the section stays");
 }
 
 // A file that is not there is made, its folder is not.
 void missing_check(const std::string &path, const char *key, const char *value)
 {
     UniqueList names(NLIBCSzListAlloc(0));
-    require(NLIBCFileGetKeyValue(path.c_str(), key, nullptr, 0, 0) == -1, "a value of no file");
-    require(NLIBCFileEnumSection(path.c_str(), names.address()) == -1, "sections of no file");
-    require(NLIBCFileSetKeyValue((path + "/none").c_str(), key, value, nullptr) == -1, "a file in no folder");
-    require(NLIBCFileSetKeyValue(path.c_str(), key, value, nullptr) == 1, "set makes no file");
-    require(file_take(path) == std::string(key) + "=" + value + "\n", "a new file with more than its line");
+    check(NLIBCFileGetKeyValue(path.c_str(), key, nullptr, 0, 0) == -1, "a value of no file");
+    check(NLIBCFileEnumSection(path.c_str(), names.address()) == -1, "sections of no file");
+    check(NLIBCFileSetKeyValue((path + "/none").c_str(), key, value, nullptr) == -1, "a file in no folder");
+    check(NLIBCFileSetKeyValue(path.c_str(), key, value, nullptr) == 1, "set makes no file");
+    check(file_take(path) == std::string(key) + "=" + value + "\n", "a new file with more than its line");
     unlink(path.c_str());
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
     static const std::string path = file_path();
-    if (size > 4000) // so that every value and header fits
-        return 0;
+    if (input.size() > 4000) // so that every value and header fits
+        return;
     std::string words[3];
-    std::string_view rest(reinterpret_cast<const char *>(data), size);
-    for (std::string &word : words) {
-        const size_t end = std::min(rest.find('\n'), rest.size());
-        word = rest.substr(0, end);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
-    std::string text(rest.substr(0, 1000));
+    for (std::string &word : words)
+        word = text_take(&input, '\n');
+    std::string text(input.substr(0, 1000));
     if (text.starts_with(kLongMark))
         text.insert(0, std::string(20000, '#') + "\n");
     if (text.starts_with(kWideMark))
@@ -187,5 +171,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     key_check(path, text, words[0].c_str(), words[1].c_str());
     unlink(path.c_str());
     missing_check(path, words[0].c_str(), words[1].c_str());
-    return 0;
 }

@@ -1,21 +1,15 @@
 // Link messages of route netlink. Input: a batch as the kernel would send it.
 // Covers: net/link_event_handle.cpp(link_event_next)
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <vector>
 
 #include "net/link_event.h"
+#include "tests/fuzz/fuzz.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    const std::vector<uint8_t> exact(data, data + size);
-    std::span<const uint8_t> rest(exact);
+    std::span<const uint8_t> rest = bytes_of(input);
     LinkEvent event;
     while (link_event_next(&rest, &event)) {
-        const size_t length = strnlen(event.name, sizeof(event.name));
-        if (length == 0 || length == sizeof(event.name))
-            abort();
+        check(event.name[0] != '\0');
+        check_ended(event.name);
     }
-    return 0;
 }

@@ -1,20 +1,14 @@
 // What `pvs` printed about physical volumes of unknown origin.
 // Covers: storage/lvm_get_lvpath.cpp(lvm_lvpath_parse)
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
 
 #include "autocleanup/unique.h"
 #include "storage/lvm.h"
+#include "tests/fuzz/fuzz.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    if (size == 0)
-        return 0;
-    const UniqueFile listing(fmemopen(const_cast<uint8_t *>(data), size, "r"));
+    const UniqueFile listing = stream_of(input);
     char path[64];
     const int found = lvm_lvpath_parse(listing.get(), "/dev/md2", path, sizeof(path));
-    if (found != -1 && (found != 0 || strncmp(path, "/dev/", 5) != 0 || strchr(path, '\n') != nullptr))
-        abort();
-    return 0;
+    check(found == -1 || (found == 0 && strncmp(path, "/dev/", 5) == 0 && strchr(path, '\n') == nullptr));
 }

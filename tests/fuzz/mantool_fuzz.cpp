@@ -10,10 +10,6 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -25,6 +21,7 @@
 #include "manutil/vender_format.h"
 #include "platform/board/board.h"
 #include "tests/fuzz/file_root.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
@@ -71,12 +68,6 @@ extern "C" int settimeofday(const timeval * /*time*/, const struct timezone * /*
 namespace
 {
 
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
-
 void number_check(const char *text)
 {
     uint32_t value = 0, again = 1;
@@ -111,7 +102,7 @@ void model_put(int model)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+void fuzz_begin()
 {
     file_root_enter();
     file_root_put("/dev/norvbios", "");
@@ -121,25 +112,22 @@ extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
     file_root_put("/proc/sys/kernel/norv_mac_address1", "0200000a0b0c\n");
     file_root_put("/etc/norvmanlog.conf", "label=\"a line of the factory\"\n");
     check(freopen("/dev/null", "w", stdout) != nullptr); // a plain file in this root
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    if (size == 0)
-        return 0;
+    const uint8_t machine = byte_take(&input);
     board_init(&gblBoard, 0);
-    record_put((data[0] & 1) != 0);
-    model_put(data[0] >> 1 & 3);
+    record_put((machine & 1) != 0);
+    model_put(machine >> 1 & 3);
     const std::string name = "mantool";
     std::vector<std::vector<char>> words = {{name.c_str(), name.c_str() + name.size() + 1}, {}};
-    for (size_t at = 1; at < size; at++)
-        if (data[at] == '\n' || data[at] == '\0') {
-            words.back().push_back('\0');
+    for (const char c : input) {
+        const bool is_end = c == '\n' || c == '\0';
+        words.back().push_back(is_end ? '\0' : c);
+        if (is_end)
             words.emplace_back();
-        } else {
-            words.back().push_back(static_cast<char>(data[at]));
-        }
+    }
     words.back().push_back('\0');
     std::vector<char *> argv;
     for (std::vector<char> &word : words) { // each in a block of just its size
@@ -150,5 +138,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     argv.push_back(nullptr);
     check(mantool_main(static_cast<int>(words.size()), argv.data()) == 0);
     rewind(stdout);
-    return 0;
 }

@@ -1,33 +1,18 @@
 // What the kernel and the system's files tell of the network. Each input goes through every reader: /proc/net/dev,
 // /proc/net/route, resolv.conf, the output of ps, and, as address, NUL, mask, the address test.
-// net/norvjnet_dns.cpp(net_name_server) Covers: net/net_process_scan.cpp net/net_is_valid_ip_mask.cpp
+// Covers: net/net_process_scan.cpp net/net_is_valid_ip_mask.cpp net/norvjnet_dns.cpp(net_name_server)
 // Covers: net/net_stat.cpp(net_stat_read) net/norvjnet_gateway.cpp(net_gateway_read)
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <vector>
 
 #include "autocleanup/unique.h"
 #include "net/net_process_scan.h"
 #include "net/net_text.h"
 #include "net/norvjnet.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
-
-UniqueFile stream_of(const std::string &text)
-{
-    return UniqueFile(fmemopen(const_cast<char *>(text.data()), text.size(), "r"));
-}
 
 void check_interfaces(const std::string &text)
 {
@@ -73,16 +58,12 @@ void check_address(const std::string &text)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    const std::string text(reinterpret_cast<const char *>(data), size);
+    const std::string text(input);
     check_address(text);
     check_processes(text);
-    const std::vector<char> exact(text.begin(), text.end());
-    check(net_name_server({exact.data(), exact.size()}).size() <= size);
-    if (size == 0)
-        return 0; // no stream has no bytes
+    check(net_name_server(input).size() <= input.size());
     check_interfaces(text);
     check_gateway(text);
-    return 0;
 }

@@ -1,21 +1,16 @@
 // The partition tool's command line. Input: the arguments, one a line.
 // Covers: platform/sfdisk/options.cpp
-#include <cstdint>
-#include <cstdlib>
 #include <getopt.h>
-#include <string>
 #include <vector>
 
 #include "platform/sfdisk/options.h"
+#include "tests/fuzz/fuzz.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    std::vector<std::string> words = {"sfdisk", ""};
-    for (size_t at = 0; at < size; at++)
-        if (data[at] == '\n')
-            words.emplace_back();
-        else
-            words.back() += static_cast<char>(data[at]);
+    std::vector<std::string> words = {"sfdisk"};
+    while (!input.empty())
+        words.push_back(text_take(&input, '\n'));
     std::vector<char *> argv;
     argv.reserve(words.size() + 1);
     for (std::string &word : words)
@@ -25,13 +20,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     opterr = 0;
     optind = 0; // getopt begins anew
     if (!options_parse(static_cast<int>(words.size()), argv.data(), &options))
-        return 0;
+        return;
     const bool is_sound =
         options.disk_path != nullptr && options.disk_path[0] != '\0' &&
         (options.action != Action::kAdd || (options.partition.number > 0 && options.partition.sectors > 0)) &&
         (options.action != Action::kRemove ||
          (options.remove_first > 0 && options.remove_first <= options.remove_last));
-    if (!is_sound)
-        abort();
-    return 0;
+    check(is_sound);
 }

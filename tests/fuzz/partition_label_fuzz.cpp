@@ -7,15 +7,13 @@
 // Covers: entry_bytes partition_push logicals_read dos_is_label dos_read dos_write)
 // Covers: platform/sfdisk/label_gpt.cpp
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <span>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <vector>
 #include <zlib.h>
 
 #include "platform/sfdisk/label.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
@@ -58,53 +56,44 @@ bool same(const PartitionTable &left, const PartitionTable &right)
                       });
 }
 
-void require(bool holds)
-{
-    if (!holds)
-        abort();
-}
-
 void partition_add_check(PartitionTable *table, int number, uint8_t seed)
 {
     const PartitionRequested requested = {number, seed % 50U, seed % 3 == 0 ? kToTheEnd : seed, 0x83};
     if (table_add(table, requested) != Fault::kNone)
         return;
     const Partition *added = table_find(*table, number);
-    require(added->sectors > 0 && added->end() <= kSectors);
+    check(added->sectors > 0 && added->end() <= kSectors);
     for (const Partition &other : table->partitions)
-        require(&other == added || other.end() <= added->start || added->end() <= other.start);
+        check(&other == added || other.end() <= added->start || added->end() <= other.start);
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
     static const int kFd = memfd_create("disk", MFD_CLOEXEC);
-    if (size < 1)
-        return 0;
-    const uint8_t what = data[0];
+    const uint8_t what = byte_take(&input);
     std::fill(std::begin(gblImage), std::end(gblImage), uint8_t{0});
-    std::copy_n(data + 1, std::min(size - 1, sizeof(gblImage)), gblImage);
+    input.copy(reinterpret_cast<char *>(gblImage), sizeof(gblImage));
     if ((what & 2U) != 0)
         backup_make();
     if ((what & 1U) != 0)
         (what & 2U) != 0 ? sums_set(kBackupHeaderAt, kBackupEntriesAt) : sums_set(kHeaderAt, kEntriesAt);
-    require(pwrite(kFd, gblImage, sizeof(gblImage), 0) == sizeof(gblImage));
+    check(pwrite(kFd, gblImage, sizeof(gblImage), 0) == sizeof(gblImage));
 
     Disk disk;
     disk.fd.reset(dup(kFd));
     disk.sectors = kSectors;
     PartitionTable table;
     if (label_read(disk, &table) != Fault::kNone || table.kind == LabelKind::kNone)
-        return 0;
-    require(std::is_sorted(table.partitions.begin(), table.partitions.end(),
-                           [](const Partition &left, const Partition &right) { return left.number < right.number; }));
+        return;
+    check(std::is_sorted(table.partitions.begin(), table.partitions.end(),
+                         [](const Partition &left, const Partition &right) { return left.number < right.number; }));
     static_cast<void>(table_remove(&table, 2, what >> 5));
     if (const int number = what >> 2 & 7; number != 0)
-        partition_add_check(&table, number, data[size - 1]);
+        partition_add_check(&table, number, input.empty() ? uint8_t{0} : bytes_of(input).back());
     PartitionTable again;
-    require(label_write(disk, table) == Fault::kNone);
-    require(label_read(disk, &again) == Fault::kNone);
-    require(same(table, again));
-    return 0;
+    check(label_write(disk, table) == Fault::kNone);
+    check(label_read(disk, &again) == Fault::kNone);
+    check(same(table, again));
 }

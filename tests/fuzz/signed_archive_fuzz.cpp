@@ -2,20 +2,13 @@
 // accepted, written out and read again must be the same.
 // Covers: platform/codesign/signed_archive_head.cpp platform/codesign/manifest.cpp(path_is_clean word_cut number_parse
 // Covers: member_parse) platform/codesign/tree_signature.cpp(tree_signature_parse)
-#include <cstdint>
-#include <cstdlib>
 #include <vector>
 
 #include "platform/codesign/tree_signature.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 void check_same(const std::vector<codesign::SignatureLine> &a, const std::vector<codesign::SignatureLine> &b)
 {
@@ -54,10 +47,8 @@ void check_tree(std::string_view bytes)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    const std::vector<char> exact(data, data + size);
-    check_head({exact.data(), exact.size()});
-    check_tree({exact.data(), exact.size()});
-    return 0;
+    check_head(input);
+    check_tree(input);
 }

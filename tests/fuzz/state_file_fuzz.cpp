@@ -7,12 +7,6 @@
 // Covers: install/disk_sys_info_fill.cpp lib/system/system_info.cpp lib/system/system_endian_get.cpp
 // Covers: lib/system/system_bit_get.cpp lib/system/system_platform_get.cpp install/get_preferred_lang.cpp
 // Covers: storage/raid_repair_progress.cpp(raid_repair_progress_get)
-#include <cctype>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-#include <unistd.h>
 
 #include "external/expansion_unit.h"
 #include "external/power_schedule.h"
@@ -24,20 +18,10 @@
 #include "storage/raid.h"
 #include "swap/swap_json.h"
 #include "tests/fuzz/file_root.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
-
-template <size_t kRoom> void check_ended(const char (&field)[kRoom])
-{
-    check(strnlen(field, kRoom) < kRoom);
-}
 
 void swap_state_read()
 {
@@ -126,12 +110,7 @@ void repair_read()
     check(result <= 0);
 }
 
-struct StateFile {
-    char letter;
-    const char *path; // or the name of a variable of the environment
-    void (*read)();
-};
-constexpr StateFile kFiles[] = {
+constexpr FuzzFile kFiles[] = {
     {'s', kSwapStatePath, swap_state_read},
     {'d', kDownloadStatusPath, download_read},
     {'p', kDownloadPidPath, [] { static_cast<void>(download_is_alive()); }},
@@ -150,29 +129,14 @@ constexpr StateFile kFiles[] = {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/)
+void fuzz_begin()
 {
     setenv("TZ", "UTC", 1);
     file_root_enter();
     file_root_put("/etc.defaults/norvinfo.conf", "supplang=\"enu,ger,fre,cht,chs,ptb,dan\"\n");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    if (size == 0)
-        return 0;
-    const std::string text(reinterpret_cast<const char *>(data) + 1, size - 1);
-    for (const StateFile &file : kFiles) {
-        if (file.letter != tolower(data[0]))
-            continue;
-        const bool is_file = file.path[0] == '/', is_there = data[0] == file.letter;
-        if (is_there && is_file)
-            file_root_put(file.path, text);
-        else if (is_there)
-            setenv(file.path, text.c_str(), 1);
-        file.read();
-        is_file ? unlink(file.path) : unsetenv(file.path); // what comes next finds no other file
-    }
-    return 0;
+    file_root_run(kFiles, input, false);
 }

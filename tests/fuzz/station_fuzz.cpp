@@ -1,31 +1,22 @@
 // What units tell the test station: log lines and the report of their record. The first byte tells which.
 // Covers: tools/norv-station/log_line.cpp(log_line_parse) tools/norv-station/unit_report.cpp
-#include <cstdint>
-#include <cstdlib>
-#include <string>
 
+#include "tests/fuzz/fuzz.h"
 #include "tools/norv-station/log_line.h"
 #include "tools/norv-station/unit_report.h"
 
-static void check(bool holds)
+void fuzz_one(std::string_view input)
 {
-    if (!holds)
-        abort();
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
-{
-    if (size == 0)
-        return 0;
-    const std::string text(data + 1, data + size);
-    if (data[0] % 2 == 0) {
+    const bool is_report = byte_take(&input) % 2 == 0;
+    const std::string text(input);
+    if (is_report) {
         for (const auto &[name, words] : unit_report_parse(text).flags)
             check(text.find(name) != text.npos && text.find(words) != text.npos);
-        return 0;
+        return;
     }
     LogRecords records;
     if (!log_line_parse(text, &records))
-        return 0;
+        return;
     std::string rest = text.substr(0, text.find('\0')); // the records are all of it, each behind its length
     for (const auto &[key, value] : records) {
         const std::string record = key + "=" + value;
@@ -35,5 +26,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         rest.erase(0, at + record.size());
     }
     check(rest.empty());
-    return 0;
 }

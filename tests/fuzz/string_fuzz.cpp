@@ -1,25 +1,16 @@
 // The text operations against plain models. Input: up to three texts with a NUL behind each; the sizes follow from
 // them.
 // Covers: lib/string_split.cpp lib/string_sep_pair.cpp lib/string_trim_space.cpp lib/string_replace.cpp
-// lib/string_cat.cpp
+// Covers: lib/string_cat.cpp
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "autocleanup/unique.h"
 #include "lib/string.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 // `text` in a block of just its size, so that a sanitizer sees a byte too many.
 struct Copy {
@@ -114,20 +105,12 @@ void check_cat(const std::string &one, const std::string &two)
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
-    const std::string_view input(reinterpret_cast<const char *>(data), size);
-    std::string texts[3];
-    size_t at = 0;
-    for (std::string &text : texts) {
-        text = input.substr(at, input.find('\0', at) - at);
-        at = std::min(at + text.size() + 1, size);
-    }
-    const auto &[one, two, three] = texts;
+    const std::string one = text_take(&input, '\0'), two = text_take(&input, '\0'), three = text_take(&input, '\0');
     check_split(one, two);
     check_pair(one);
     check_trim(one);
     check_replace(one, two, three);
     check_cat(one, two);
-    return 0;
 }

@@ -1,22 +1,13 @@
 // The putting together of messages against a plain model. Input: datagrams, each behind two bytes with its length.
 // Covers: net/udpd_message.cpp
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 #include <vector>
 
 #include "net/udpd_frame.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace
 {
-
-void check(bool holds)
-{
-    if (!holds)
-        abort();
-}
 
 uint32_t number(const std::vector<uint8_t> &bytes, size_t at, size_t width)
 {
@@ -51,18 +42,18 @@ struct Model {
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
     static UDPD_HANDLE handle;
     memcpy(handle.szWireName, "manutild", sizeof(handle.szWireName));
     UdpdMessage message = {};
     Model model;
     check(udpd_message_start(&message, kUdpdEventAny) == 0);
-    while (size >= 2) {
-        const size_t bytes = std::min(size_t{data[0]} | size_t{data[1]} << 8, size - 2);
-        const std::vector<uint8_t> datagram(data + 2, data + 2 + bytes); // a sanitizer sees a byte too many
-        data += 2 + bytes;
-        size -= 2 + bytes;
+    while (input.size() >= 2) {
+        const size_t low = byte_take(&input), high = byte_take(&input);
+        const auto rest = bytes_of(input).first(std::min(low | high << 8, input.size()));
+        const std::vector<uint8_t> datagram(rest.begin(), rest.end()); // a sanitizer sees a byte too many
+        input.remove_prefix(rest.size());
         const UdpdTake take = udpd_message_take(&message, &handle, datagram.data(), datagram.size());
         check(take == model.take(datagram));
         check(message.length == model.message.size() && message.length <= message.room);
@@ -75,5 +66,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         }
     }
     udpd_message_free(&message);
-    return 0;
 }

@@ -2,20 +2,18 @@
 // Covers: manutil/vender_format.cpp(number_store number_load digest_make vender_encode vender_decode
 // Covers: vender_serial_check)
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <mbedtls/sha256.h>
 #include <vector>
 
 #include "manutil/vender_format.h"
+#include "tests/fuzz/fuzz.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz_one(std::string_view input)
 {
     static constexpr size_t kDigestAt = 16, kContentAt = 24, kContentEnd = 344;
-    if (size == 0)
-        return 0;
-    std::vector<uint8_t> bytes(data + 1, data + size);
-    if (data[0] % 2 != 0) {
+    const bool is_summed = byte_take(&input) % 2 != 0;
+    std::vector<uint8_t> bytes(input.begin(), input.end());
+    if (is_summed) {
         bytes.resize(kVenderBytes);
         uint8_t digest[32];
         mbedtls_sha256_ret(bytes.data() + kContentAt, kVenderBytes - kContentAt, digest, 0);
@@ -25,20 +23,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     memset(&record, 0xa5, sizeof(record));
     const VenderRecord before = record;
     if (!vender_decode(bytes, &record)) {
-        if (memcmp(&record, &before, sizeof(record)) != 0)
-            abort();
-        return 0;
+        check(memcmp(&record, &before, sizeof(record)) == 0);
+        return;
     }
     // What is read is what stands there: written again, it gives the same content.
     VenderBytes again;
     vender_encode(record, &again);
-    if (bytes.size() != kVenderBytes ||
-        !std::equal(bytes.begin() + kContentAt, bytes.begin() + kContentEnd, again.begin() + kContentAt))
-        abort();
+    check(bytes.size() == kVenderBytes &&
+          std::equal(bytes.begin() + kContentAt, bytes.begin() + kContentEnd, again.begin() + kContentAt));
     for (size_t length = 0; length <= sizeof(record.serial); length += sizeof(record.serial) / 4)
-        if (vender_serial_check(record.serial, length) > length * UINT8_MAX)
-            abort();
+        check(vender_serial_check(record.serial, length) <= length * UINT8_MAX);
     for (const VenderMac &mac : record.macs)
         static_cast<void>(vender_mac_check(mac.address));
-    return 0;
 }
