@@ -11,6 +11,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "tests/support/box_text.h"
 #include "tests/support/wire.h"
 
 namespace
@@ -22,15 +23,6 @@ void complain(std::string_view what, std::string_view path)
 {
     const int error = errno;
     ADD_FAILURE() << "sandbox: " << what << " " << path << ": " << strerror(error);
-}
-
-std::string descriptor_read(int fd)
-{
-    std::string content;
-    char piece[16384];
-    for (ssize_t count; (count = read(fd, piece, sizeof(piece))) > 0;)
-        content.append(piece, static_cast<size_t>(count));
-    return content;
 }
 
 bool descriptor_write(int fd, std::string_view content)

@@ -19,15 +19,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kGraceMs = 250;
 
-std::string descriptor_text(const UniqueFd &fd)
-{
-    std::string text;
-    char piece[4096];
-    for (ssize_t count; (count = read(fd.get(), piece, sizeof(piece))) > 0;)
-        text.append(piece, static_cast<size_t>(count));
-    return text;
-}
-
 // The words of each line of a table below the box's /proc.
 std::vector<std::vector<std::string>> table(const std::string &text)
 {
@@ -116,7 +107,8 @@ BoxState Box::state()
     // These tables show the reader's own namespace, so that the reader must come from inside.
     const std::pair<const char *, const char *> kinds[] = {{"sem", "semaphore"}, {"shm", "memory"}, {"msg", "queue"}};
     for (const auto &[file, kind] : kinds) {
-        for (const auto &row : table(descriptor_text(UniqueFd(init.open(std::string(BOX_PROC "/sysvipc/") + file))))) {
+        for (const auto &row :
+             table(descriptor_read(UniqueFd(init.open(std::string(BOX_PROC "/sysvipc/") + file)).get()))) {
             char key[24];
             snprintf(key, sizeof(key), " 0x%08x", static_cast<unsigned>(atol(row[0].c_str())));
             if (row[0] != "key")

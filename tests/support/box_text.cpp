@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 
 #include "tests/support/sandbox.h"
 
@@ -66,6 +67,15 @@ std::string words_shown(const std::vector<std::string> &words)
 std::string error_shown(int error)
 {
     return std::string(" = ") + strerrorname_np(error);
+}
+
+std::string descriptor_read(int fd)
+{
+    std::string content;
+    char piece[16384];
+    for (ssize_t count; (count = read(fd, piece, sizeof(piece))) > 0;)
+        content.append(piece, static_cast<size_t>(count));
+    return content;
 }
 
 std::vector<std::string> words_split(std::string_view texts)

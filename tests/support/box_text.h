@@ -18,5 +18,8 @@
 // How a line of the record ends whose call failed: " = ENOENT".
 [[nodiscard]] std::string error_shown(int error);
 
+// All that is still to be read.
+[[nodiscard]] std::string descriptor_read(int fd);
+
 // The words of NUL-terminated texts in a row.
 [[nodiscard]] std::vector<std::string> words_split(std::string_view texts);

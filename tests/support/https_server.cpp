@@ -1,19 +1,12 @@
 #include "tests/support/https_server.h"
 
-#include <net/if.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
+
+#include "tests/support/box_links.h"
 
 void loopback_up(const Sandbox &box)
 {
-    const int fd = box.socket(AF_INET, SOCK_DGRAM);
-    ifreq request = {};
-    request.ifr_name[0] = 'l';
-    request.ifr_name[1] = 'o';
-    request.ifr_flags = IFF_UP;
-    EXPECT_EQ(ioctl(fd, SIOCSIFFLAGS, &request), 0);
-    close(fd);
+    EXPECT_TRUE(BoxLinks(box).set("lo", true));
 }
 
 HttpsServer::HttpsServer(Sandbox &box, const char *form)
@@ -23,13 +16,10 @@ HttpsServer::HttpsServer(Sandbox &box, const char *form)
     loopback_up(box);
     box.host_program("/usr/bin/openssl");
     box.file("/feed/openssl.cnf", "[req]\ndistinguished_name=dn\n[dn]\n");
-    std::vector<std::string> request = {"/usr/bin/openssl", "req", "-x509", "-nodes"};
-    for (const char *word :
-         {"-config", "/feed/openssl.cnf", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-subj",
-          "/CN=box", "-addext", "subjectAltName=IP:127.0.0.1", "-days", "2", "-keyout", "/feed/key.pem", "-out",
-          "/feed/certificate.pem"})
-        request.emplace_back(word);
-    const Result made = box.run(request, {.leaves = {"/feed/*"}});
+    const char kRequest[] = "openssl req -x509 -nodes -config openssl.cnf -newkey ec -pkeyopt "
+                            "ec_paramgen_curve:prime256v1 -subj /CN=box -addext subjectAltName=IP:127.0.0.1 -days 2 "
+                            "-keyout key.pem -out certificate.pem";
+    const Result made = box.run({"/bin/sh", "-c", kRequest}, {.cwd = "/feed", .leaves = {"/feed/*"}});
     EXPECT_EQ(made.exit_status, 0) << made.err;
     box.file(kTrustedCertificates, box.read_file("/feed/certificate.pem"));
     process_ = box.start(

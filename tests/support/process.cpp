@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,15 +25,11 @@ static UniqueFd memory_file(const char *name, std::string_view content)
     return fd;
 }
 
+// Through a descriptor of its own, since a program is still writing through this one.
 static std::string memory_file_read(const UniqueFd &fd)
 {
-    struct stat status;
-    if (fstat(fd.get(), &status) != 0)
-        return "";
-    std::string content(static_cast<size_t>(status.st_size), '\0');
-    const ssize_t count = pread(fd.get(), content.data(), content.size(), 0);
-    content.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    return content;
+    return descriptor_read(
+        UniqueFd(open(("/proc/self/fd/" + std::to_string(fd.get())).c_str(), O_RDONLY | O_CLOEXEC)).get());
 }
 
 struct Process::State {

@@ -60,10 +60,11 @@ struct ProgramRow {
     std::function<void(const ProgramCall &)> effect{}; // done before it answers: box.file(...) and the like
 };
 
-// How a library call is answered, by name and arguments as the record shows them.
+// How a library call is answered, by name and arguments as the record shows them. A row of "ioctl" also has requests of
+// sockets told ("socket:* SIOCGIFADDR"), and with `real` leaves them to the table of requests.
 struct CallRow {
     std::string call{};      // "settimeofday", "open": see docs/testing.md for the names
-    std::string args = "*";  // pattern
+    std::string args = "*";  // pattern; of "ioctl" device and name of the request: "/dev/md0 GET_ARRAY_INFO"
     int error = 0;           // errno; the call then returns -1 or NULL
     std::int64_t result = 0; // else what it returns without doing anything
     std::string bytes{};     // stored where sysinfo or statvfs wants its result
@@ -72,7 +73,7 @@ struct CallRow {
     int times = 0;           // 0: any number
 };
 
-// How a request on a plain file below /dev is answered.
+// How a request on a plain file below /dev is answered, unless a CallRow of "ioctl" does it first.
 struct RequestRow {
     std::string device{};      // pattern: "/dev/md0"
     unsigned long request = 0; // ioctl number

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <elf.h>
 #include <fcntl.h>
 #include <fstream>
 #include <iterator>
@@ -22,6 +21,7 @@
 
 #include "autocleanup/unique.h"
 #include "lib/report.h"
+#include "tests/support/box_text.h"
 #include "tests/support/system_call.h"
 
 namespace
@@ -30,13 +30,13 @@ namespace
 constexpr int kRunSeconds = 20;     // a run that takes longer hangs
 constexpr size_t kMostCalls = 5000; // a run that makes so many more than the clean one never ends
 
-// A function tells where its work begins and ends by a getpid with arguments, which the kernel ignores.
+// The work tells where its work begins and ends by a getpid with arguments, which the kernel ignores.
 constexpr unsigned long long kMarker = 0x7357eebd;
 enum Phase : unsigned long long { kBegin = 1, kEnd = 2 };
 
-void mark(Phase phase, int result = 0, int error_number = 0, int error_code = 0)
+void mark(Phase phase, int result = 0, int error_code = 0)
 {
-    syscall(SYS_getpid, kMarker, phase, result, error_number, error_code);
+    syscall(SYS_getpid, kMarker, phase, result, error_code);
 }
 
 // Where the fault strikes: at the n-th swept call of one process.
@@ -48,10 +48,9 @@ struct Point {
 };
 
 enum class Watch {
-    kLoading, // a program before its entry point
-    kWaiting, // a function before its marker
+    kWaiting, // before the marker
     kCounted,
-    kIgnored, // the work is over, or another program was started
+    kIgnored, // the work is over, or a program was started
 };
 
 struct Tracee {
@@ -63,23 +62,20 @@ struct Tracee {
     int swept_calls = 0;
     int open_call = -1; // index of the call that it is in
     std::optional<long> forced_result = {};
-    unsigned long long entry_address = 0;
-    long entry_word = 0;
 };
 
 struct Tracing {
     const Point &point;
     std::string tree; // as the kernel tells paths, its own links resolved
     size_t most_calls;
-    bool is_program;
     SweepRun run = {};
     std::vector<Tracee> tracees = {};
     std::vector<std::string> open_at_begin = {};
     int processes = 0;
     bool begun = false;
     bool struck = false;
-    bool returned = false; // the function
-    int status = 0;        // wait status of the first process
+    bool returned = false;
+    int status = 0; // wait status of the first process
     std::string complaint = {};
 };
 
@@ -124,8 +120,7 @@ void marker_reached(Tracing &tracing, Tracee &tracee, const unsigned long long *
     tracee.watch = Watch::kIgnored;
     tracing.returned = true;
     tracing.run.result = static_cast<int>(arguments[2]);
-    tracing.run.error_number = static_cast<int>(arguments[3]);
-    tracing.run.error_code = static_cast<int>(arguments[4]);
+    tracing.run.error_code = static_cast<int>(arguments[3]);
     std::set_difference(open_now.begin(), open_now.end(), tracing.open_at_begin.begin(), tracing.open_at_begin.end(),
                         std::back_inserter(tracing.run.left_open));
 }
@@ -150,7 +145,7 @@ void call_begin(Tracing &tracing, Tracee &tracee, const __ptrace_syscall_info &i
         return;
 
     const Point &point = tracing.point;
-    const SystemCallRule &rule = system_call_rule(static_cast<long>(info.entry.nr));
+    const SystemCallRule rule = system_call_rule(static_cast<long>(info.entry.nr));
     const bool swept = rule.failure == CallFailure::kPlain || rule.failure == CallFailure::kDone;
     const bool here = swept && tracee.number == point.process && tracee.swept_calls == point.call;
     tracee.swept_calls += swept ? 1 : 0;
@@ -183,31 +178,6 @@ void call_end(Tracing &tracing, Tracee &tracee, const __ptrace_syscall_info &inf
     tracee.forced_result.reset();
     tracing.run.calls[static_cast<size_t>(tracee.open_call)].result = result;
     tracee.open_call = -1;
-}
-
-// A program's own work begins at its entry point, to which the loader jumps: a breakpoint there.
-void entry_break_set(Tracee &tracee)
-{
-    std::ifstream stream("/proc/" + std::to_string(tracee.pid) + "/auxv", std::ios::binary);
-    for (Elf64_auxv_t item; stream.read(reinterpret_cast<char *>(&item), sizeof item);)
-        if (item.a_type == AT_ENTRY)
-            tracee.entry_address = item.a_un.a_val;
-    tracee.entry_word = ptrace(PTRACE_PEEKTEXT, tracee.pid, tracee.entry_address, 0);
-    ptrace(PTRACE_POKETEXT, tracee.pid, tracee.entry_address, (tracee.entry_word & ~0xffL) | 0xcc);
-}
-
-bool entry_break_reached(Tracing &tracing, Tracee &tracee)
-{
-    user_regs_struct registers;
-    if (tracee.watch != Watch::kLoading || ptrace(PTRACE_GETREGS, tracee.pid, 0, &registers) != 0 ||
-        registers.rip != tracee.entry_address + 1)
-        return false;
-    ptrace(PTRACE_POKETEXT, tracee.pid, tracee.entry_address, tracee.entry_word);
-    registers.rip = tracee.entry_address;
-    ptrace(PTRACE_SETREGS, tracee.pid, 0, &registers);
-    tracee.watch = Watch::kCounted;
-    tracing.begun = true;
-    return true;
 }
 
 void child_announce(Tracing &tracing, pid_t parent)
@@ -244,17 +214,13 @@ void stop_handle(Tracing &tracing, pid_t pid, int status)
     Tracee &tracee = tracee_find(tracing, pid);
     if (event == PTRACE_EVENT_EXEC) {
         tracee.open_call = -1;
-        if (tracee.watch == Watch::kLoading && tracee.entry_address == 0)
-            entry_break_set(tracee);
-        else
-            tracee.watch = Watch::kIgnored;
+        tracee.watch = Watch::kIgnored;
     }
     if (signal == SIGSTOP && event == 0 && !tracee.announced) { // a child ahead of its parent's report
         tracee.held = true;
         return;
     }
-    const bool ours = event != 0 || (signal == SIGTRAP && entry_break_reached(tracing, tracee)) || signal == SIGSTOP;
-    resume(tracee, ours ? 0 : signal);
+    resume(tracee, event != 0 || signal == SIGSTOP ? 0 : signal);
 }
 
 void end_all(Tracing &tracing, const char *why)
@@ -270,7 +236,7 @@ void end_all(Tracing &tracing, const char *why)
 void trace(Tracing &tracing, pid_t first)
 {
     Tracee &started = tracee_find(tracing, first);
-    started.watch = tracing.is_program ? Watch::kLoading : Watch::kWaiting;
+    started.watch = Watch::kWaiting;
     started.announced = true;
     const time_t deadline = time(nullptr) + kRunSeconds;
     bool options_set = false;
@@ -325,28 +291,13 @@ void tree_make(const std::vector<SweepFile> &files, const std::filesystem::path 
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
     raise(SIGSTOP);
-    if (row.program.empty()) {
-        if (row.prepare && !row.prepare(tree))
-            _exit(127);
-        errno = 0;
-        NLIBCErrSet(kErrNone, "", 0);
-        mark(kBegin);
-        const int result = row.function(tree);
-        mark(kEnd, result, errno, NLIBCErrGet());
-        _exit(0);
-    }
-    std::vector<std::string> arguments = row.program;
-    std::vector<char *> pointers;
-    for (std::string &argument : arguments) {
-        const size_t at = argument.find("{tree}");
-        if (at != std::string::npos)
-            argument.replace(at, strlen("{tree}"), tree);
-        pointers.push_back(argument.data());
-    }
-    pointers.push_back(nullptr);
-    setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    execv(pointers[0], pointers.data());
-    _exit(127);
+    if (row.prepare && !row.prepare(tree))
+        _exit(127);
+    NLIBCErrSet(kErrNone, "", 0);
+    mark(kBegin);
+    const int result = row.function(tree);
+    mark(kEnd, result, NLIBCErrGet());
+    _exit(0);
 }
 
 void alarm_notice(int /*signal*/) {}
@@ -376,14 +327,6 @@ class Ticker
     struct sigaction before_ = {};
 };
 
-std::string output_read(int fd)
-{
-    std::string text(static_cast<size_t>(lseek(fd, 0, SEEK_END)), '\0');
-    const ssize_t got = pread(fd, text.data(), text.size(), 0);
-    text.resize(got > 0 ? static_cast<size_t>(got) : 0);
-    return text;
-}
-
 // What is wrong with a run that is over.
 std::string run_judge(const SweepRow &row, const Tracing &tracing)
 {
@@ -393,7 +336,7 @@ std::string run_judge(const SweepRow &row, const Tracing &tracing)
         return "cannot be traced or started here, wait status " + std::to_string(tracing.status);
     if (WIFSIGNALED(tracing.status) && !tracing.run.killed)
         return "ended by signal " + std::to_string(WTERMSIG(tracing.status)) + "\n" + tracing.run.output;
-    if (!tracing.is_program && !tracing.returned && !tracing.run.killed)
+    if (!tracing.returned && !tracing.run.killed)
         return "ended before it returned\n" + tracing.run.output;
     if (tracing.point.fault != SweepFault::kNone && !tracing.struck)
         return "did not come to this call";
@@ -409,7 +352,7 @@ std::string run_once(const SweepRow &row, const Point &point, size_t most_calls,
     const std::string tree = std::filesystem::canonical(folder).string();
     tree_make(row.tree, tree);
     const UniqueFd output(memfd_create("output", MFD_CLOEXEC));
-    Tracing tracing = {.point = point, .tree = tree, .most_calls = most_calls, .is_program = !row.program.empty()};
+    Tracing tracing = {.point = point, .tree = tree, .most_calls = most_calls};
     SweepRun &run = tracing.run;
     run.tree = tree;
     run.fault = point.fault;
@@ -419,10 +362,8 @@ std::string run_once(const SweepRow &row, const Point &point, size_t most_calls,
     if (first == 0)
         child_run(row, tree, output.get());
     trace(tracing, first);
-    run.output = output_read(output.get());
-    if (tracing.is_program && WIFEXITED(tracing.status))
-        run.result = WEXITSTATUS(tracing.status);
-
+    lseek(output.get(), 0, SEEK_SET);
+    run.output = descriptor_read(output.get());
     std::string complaint = run_judge(row, tracing);
     *calls = std::move(run.calls);
     std::error_code none;

@@ -1,11 +1,10 @@
 // The fault sweep: one piece of work is run clean and recorded, then again and again, each time with one of its system
 // calls failed or the process killed there, and each run is held against a checker.
 //
-// Runs are traced with ptrace, as root or as any user who may trace his own children. Counted are the calls of the
-// work itself: of a function all that it makes, of a program those after the loader's, and those of children of either
-// until they start another program. Waits pass at once. Neither allocation nor calls that cannot fail are swept
-// (system_call.cpp has the table). The work should be deterministic and single-threaded, and no other child of the test
-// process may end meanwhile.
+// Runs are traced with ptrace, as root or as any user who may trace his own children. Counted are the calls of the work
+// and those of its children until they start a program. Waits pass at once. Neither allocation nor calls that cannot
+// fail are swept (system_call.cpp has the table). The work should be deterministic and single-threaded, and no other
+// child of the test process may end meanwhile.
 //
 // A program built with sanitizers is swept without their search for leaks, which cannot run under a tracer.
 #pragma once
@@ -44,9 +43,8 @@ struct SweepRun {
     SweepFault fault = SweepFault::kNone;
     int error = 0;       // errno value of the fault
     bool killed = false; // by the sweep
-    int result = -1;     // what the function returned, or the program's exit status; -1 when killed
-    // Of a function, as it returned: errno, the code of the error record, and the descriptors that it left open.
-    int error_number = 0;
+    int result = -1;     // what the work returned; -1 when killed
+    // As it returned: the code of the error record, and the descriptors that it left open.
     int error_code = 0;
     std::vector<std::string> left_open;
     std::string output; // standard output and error
@@ -61,12 +59,9 @@ struct SweepRun {
 };
 
 struct SweepRow {
-    // One of the two. A program's arguments begin with its path; "{tree}" in them stands for the tree's path. A
-    // function runs in a forked child with the tree as its folder and gets the tree's path.
-    std::vector<std::string> program = {};
+    // The work, in a forked child with the tree as its folder.
     std::function<int(const std::string &tree)> function = {};
-
-    // Run in the function's process before its calls count; false ends the run as one that could not be begun.
+    // Run in the work's process before its calls count; false ends the run as one that could not be begun.
     std::function<bool(const std::string &tree)> prepare = {};
 
     std::vector<SweepFile> tree = {};

@@ -18,11 +18,11 @@ struct SystemCallRule {
     // One letter per argument: p path, d directory descriptor and path (two arguments), t text, f descriptor, n
     // decimal, o octal, - not told. Later arguments are not told.
     std::string_view arguments;
-    CallFailure failure;
+    CallFailure failure = CallFailure::kPlain;
 };
 
-// The rule of a system call; one that the table lacks fails plainly and has the name "call".
-[[nodiscard]] const SystemCallRule &system_call_rule(long number);
+// The rule of a system call; one that the tables lack fails plainly. Without a name it reads "call 57".
+[[nodiscard]] SystemCallRule system_call_rule(long number);
 
 // A stopped process's call as text: "openat /a.conf 0 0666". Paths lose the prefix `tree` and are absolute.
 [[nodiscard]] std::string system_call_text(pid_t process, const SystemCallRule &rule,

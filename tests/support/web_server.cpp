@@ -12,6 +12,7 @@
 
 #include "build_paths.h"
 #include "install/progress.h"
+#include "tests/support/box_text.h"
 #include "tests/support/https_server.h"
 
 static constexpr char kServer[] = "/usr/sbin/lighttpd", kModules[] = "/usr/lib/lighttpd",
@@ -27,10 +28,7 @@ std::string http_request(std::string_view method, std::string_view target, std::
 
 HttpAnswer http_answer(const UniqueFd &client)
 {
-    std::string text;
-    char piece[65536];
-    for (ssize_t count; (count = recv(client.get(), piece, sizeof(piece), 0)) > 0;)
-        text.append(piece, static_cast<size_t>(count));
+    const std::string text = descriptor_read(client.get());
     HttpAnswer answer;
     const size_t end = text.find("\r\n\r\n");
     if (end == text.npos || sscanf(text.c_str(), "HTTP/1.%*d %d ", &answer.status) != 1)

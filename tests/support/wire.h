@@ -39,40 +39,29 @@
     X(poll, "d")                                                                                                       \
     X(alarm, "d")                                                                                                      \
     X(settimeofday, "T")                                                                                               \
-    X(clock_settime, "dN")                                                                                             \
-    X(adjtime, "T")                                                                                                    \
-    X(stime, "d")                                                                                                      \
     X(sethostname, "s")                                                                                                \
     X(reboot, "x")                                                                                                     \
     X(mount, "sssx")                                                                                                   \
     X(umount2, "sx")                                                                                                   \
     X(swapon, "sx")                                                                                                    \
     X(swapoff, "s")                                                                                                    \
-    X(init_module, "s")                                                                                                \
     X(finit_module, "fs")                                                                                              \
     X(delete_module, "sx")                                                                                             \
     X(open, "sx")                                                                                                      \
     X(fopen, "ss")                                                                                                     \
-    X(opendir, "s")                                                                                                    \
-    X(close, "f")                                                                                                      \
     X(read, "fd")                                                                                                      \
     X(write, "fd")                                                                                                     \
     X(fsync, "f")                                                                                                      \
-    X(fdatasync, "f")                                                                                                  \
     X(flock, "fx")                                                                                                     \
-    X(fchmod, "fo")                                                                                                    \
-    X(fchown, "fdd")                                                                                                   \
     X(rename, "ss")                                                                                                    \
     X(unlink, "s")                                                                                                     \
     X(mkdir, "so")                                                                                                     \
-    X(rmdir, "s")                                                                                                      \
     X(chmod, "so")                                                                                                     \
     X(mknod, "sox")                                                                                                    \
     X(fork, "")                                                                                                        \
     X(kill, "dd")                                                                                                      \
     X(socket, "ddd")                                                                                                   \
     X(bind, "f")                                                                                                       \
-    X(sendto, "fd")                                                                                                    \
     X(semget, "xdo")                                                                                                   \
     X(semop, "d")                                                                                                      \
     X(sysinfo, "")                                                                                                     \

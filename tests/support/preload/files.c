@@ -1,6 +1,5 @@
 /* Calls that a test may watch, answer or let fail. Unwatched ones cost a branch. */
 #define _GNU_SOURCE
-#include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -42,19 +41,7 @@ WRAPPER int open(const char *path, int flags, ...)
     return open_at(AT_FDCWD, path, flags, mode);
 }
 
-WRAPPER int open64(const char *path, int flags, ...)
-{
-    MODE_OF(flags)
-    return open_at(AT_FDCWD, path, flags, mode);
-}
-
 WRAPPER int openat(int folder, const char *path, int flags, ...)
-{
-    MODE_OF(flags)
-    return open_at(folder, path, flags, mode);
-}
-
-WRAPPER int openat64(int folder, const char *path, int flags, ...)
 {
     MODE_OF(flags)
     return open_at(folder, path, flags, mode);
@@ -65,6 +52,9 @@ WRAPPER int creat(const char *path, mode_t mode)
     return open_at(AT_FDCWD, path, O_CREAT | O_WRONLY | O_TRUNC, mode);
 }
 
+WRAPPER int open64(const char *path, int flags, ...) __attribute__((alias("open")));
+WRAPPER int openat64(int folder, const char *path, int flags, ...) __attribute__((alias("openat")));
+
 /* The forms that fortified code calls. */
 WRAPPER int __open_2(const char *path, int flags);
 int __open_2(const char *path, int flags)
@@ -72,11 +62,7 @@ int __open_2(const char *path, int flags)
     return open_at(AT_FDCWD, path, flags, 0);
 }
 
-WRAPPER int __open64_2(const char *path, int flags);
-int __open64_2(const char *path, int flags)
-{
-    return open_at(AT_FDCWD, path, flags, 0);
-}
+WRAPPER int __open64_2(const char *path, int flags) __attribute__((alias("__open_2")));
 
 WRAPPER ssize_t __read_chk(int fd, void *bytes, size_t count, size_t room);
 ssize_t __read_chk(int fd, void *bytes, size_t count, size_t room)
@@ -99,20 +85,7 @@ WRAPPER FILE *fopen(const char *restrict path, const char *restrict mode)
     return NEXT(fopen)(path, mode);
 }
 
-WRAPPER FILE *fopen64(const char *restrict path, const char *restrict mode)
-{
-    return fopen(path, mode);
-}
-
-WRAPPER DIR *opendir(const char *path)
-{
-    long result;
-    if (watched(BOX_opendir) && tell(ASK(opendir), path, NULL, NULL, &result) == TOLD_RETURN) {
-        give(result);
-        return NULL;
-    }
-    return NEXT(opendir)(path);
-}
+WRAPPER FILE *fopen64(const char *restrict path, const char *restrict mode) __attribute__((alias("fopen")));
 
 WRAPPER pid_t fork(void)
 {
@@ -120,11 +93,6 @@ WRAPPER pid_t fork(void)
     if (watched(BOX_fork) && tell(ASK(fork), NULL, NULL, NULL, &result) == TOLD_RETURN)
         return (pid_t)give(result);
     return NEXT(fork)();
-}
-
-WRAPPER int close(int fd)
-{
-    return (int)WATCHED(RAW(close, fd), close, NULL, NULL, fd);
 }
 
 WRAPPER ssize_t read(int fd, void *bytes, size_t count)
@@ -142,24 +110,9 @@ WRAPPER int fsync(int fd)
     return (int)WATCHED(RAW(fsync, fd), fsync, NULL, NULL, fd);
 }
 
-WRAPPER int fdatasync(int fd)
-{
-    return (int)WATCHED(RAW(fdatasync, fd), fdatasync, NULL, NULL, fd);
-}
-
 WRAPPER int flock(int fd, int operation)
 {
     return (int)WATCHED(RAW(flock, fd, operation), flock, NULL, NULL, fd, operation);
-}
-
-WRAPPER int fchmod(int fd, mode_t mode)
-{
-    return (int)WATCHED(RAW(fchmod, fd, mode), fchmod, NULL, NULL, fd, mode);
-}
-
-WRAPPER int fchown(int fd, uid_t user, gid_t group)
-{
-    return (int)WATCHED(RAW(fchown, fd, user, group), fchown, NULL, NULL, fd, user, group);
 }
 
 WRAPPER int rename(const char *from, const char *to)
@@ -175,11 +128,6 @@ WRAPPER int unlink(const char *path)
 WRAPPER int mkdir(const char *path, mode_t mode)
 {
     return (int)WATCHED(RAW(mkdir, path, mode), mkdir, path, NULL, mode);
-}
-
-WRAPPER int rmdir(const char *path)
-{
-    return (int)WATCHED(RAW(rmdir, path), rmdir, path, NULL);
 }
 
 WRAPPER int chmod(const char *path, mode_t mode)
@@ -205,11 +153,6 @@ WRAPPER int socket(int domain, int type, int protocol)
 WRAPPER int bind(int fd, const struct sockaddr *address, socklen_t length)
 {
     return (int)WATCHED(RAW(bind, fd, address, length), bind, NULL, NULL, fd);
-}
-
-WRAPPER ssize_t sendto(int fd, const void *bytes, size_t count, int flags, const struct sockaddr *to, socklen_t length)
-{
-    return WATCHED(RAW(sendto, fd, bytes, count, flags, to, length), sendto, NULL, NULL, fd, (int64_t)count);
 }
 
 WRAPPER int semget(key_t key, int count, int flags)

@@ -12,9 +12,7 @@
 #include <sys/stat.h>
 #include <sys/swap.h>
 #include <sys/time.h>
-#include <sys/timex.h>
 #include <sys/uio.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "tell.h"
@@ -30,24 +28,6 @@ WRAPPER int settimeofday(const struct timeval *time, const struct timezone *zone
 {
     (void)zone;
     return (int)told_only(ASK(settimeofday, time->tv_sec, time->tv_usec), NULL, NULL);
-}
-
-WRAPPER int clock_settime(clockid_t clock, const struct timespec *time)
-{
-    return (int)told_only(ASK(clock_settime, clock, time->tv_sec, time->tv_nsec), NULL, NULL);
-}
-
-WRAPPER int adjtime(const struct timeval *delta, struct timeval *left)
-{
-    if (left != NULL)
-        *left = (struct timeval){0};
-    return (int)told_only(ASK(adjtime, delta->tv_sec, delta->tv_usec), NULL, NULL);
-}
-
-WRAPPER int stime(const time_t *time);
-int stime(const time_t *time)
-{
-    return (int)told_only(ASK(stime, *time), NULL, NULL);
 }
 
 WRAPPER int reboot(int command)
@@ -143,14 +123,6 @@ WRAPPER int swapoff(const char *path)
     return (int)told_only(ASK(swapoff), path, NULL);
 }
 
-WRAPPER int init_module(void *image, unsigned long length, const char *parameters);
-int init_module(void *image, unsigned long length, const char *parameters)
-{
-    (void)image;
-    (void)length;
-    return (int)told_only(ASK(init_module), parameters, NULL);
-}
-
 WRAPPER int delete_module(const char *name, unsigned flags);
 int delete_module(const char *name, unsigned flags)
 {
@@ -169,8 +141,6 @@ WRAPPER long syscall(long number, ...)
     switch (number) {
     case SYS_finit_module:
         return told_only(ASK(finit_module, a[0]), (const char *)a[1], NULL);
-    case SYS_init_module:
-        return init_module(NULL, 0, (const char *)a[2]);
     case SYS_delete_module:
         return delete_module((const char *)a[0], (unsigned)a[1]);
     case SYS_reboot:
