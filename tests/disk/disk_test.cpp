@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
-#include <string>
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
@@ -22,19 +21,11 @@ namespace
 class Disk : public testing::Test
 {
   protected:
-    void SetUp() override
-    {
-        if (!PrivateRoot::allowed())
-            GTEST_SKIP() << "the kernel refuses a private root";
-    }
     // Runs `body` where the model description is `conf`.
     void with(const std::string &conf, const std::function<void()> &body) const
     {
         root.write(kDefaultsPath, conf);
-        root.run([&body] {
-            body();
-            return 0;
-        });
+        root.run(body);
     }
     // Shows a device of the tree below /sys/block or /sys/class/net.
     static void link(const std::string &path, const std::string &target)
@@ -249,7 +240,6 @@ TEST_F(Disk, ListsByFormFactor)
     root.run([&] {
         link("/sys/block/nvme0n1", device(*bay, "nvme0n1"));
         link("/sys/block/nvme1n1", device(*slot, "nvme1n1"));
-        return 0;
     });
     static constexpr struct {
         const char *conf, *m2, *u2, *bays;

@@ -7,6 +7,7 @@
 #include "lib/report.h"
 #include "tests/external/disk_answers.h"
 #include "tests/support/device_answers.h"
+#include "tests/support/outcome.h"
 #include "tests/support/private_root.h"
 
 namespace
@@ -54,38 +55,32 @@ TEST(DiskIdentity, IsAskedOverEachBus)
     not_ata[1] = '\x80';
     not_ata[510] = 0;
     const struct {
-        const char *device;
         std::vector<DeviceAnswer> answers;
         const char *expected; // NULL: no identity
     } cases[] = {
-        {kDevice,
-         {{kInquiry, kSataInquiry},
+        {{{kInquiry, kSataInquiry},
           {kIdentify, ata_identity("  SER 1",
                                    "FW\x01"
                                    "2",
                                    "NORV-4T \xc4 DISK")}},
          "1||NORV-4T ? DISK|FW?2|SER 1|7814037168"},
-        {kDevice, {{kInquiry, kSataInquiry}, {kIdentify, flawed}}, nullptr},
-        {kDevice, {{kInquiry, kSataInquiry}, {kIdentify, not_ata}}, nullptr},
-        {kDevice, {{kInquiry, kSataInquiry}, {kIdentify, ata_identity("S", "F", "")}}, nullptr},
-        {kDevice, {{kInquiry, kSataInquiry}, {kIdentify, ata_identity("S", "F", "M").substr(0, 256)}}, nullptr},
-        {kDevice, {{kInquiry, kSataInquiry}}, nullptr},
-        {kDevice,
-         {{kInquiry, kSasInquiry}, {kSerialPage, "\0\x80\0\x05 Z123behind"s}},
-         "2|NORVDISK|S8000|AB01|Z123|7814037168"},
-        {kDevice, {{kInquiry, kSasInquiry}, {kSerialPage, "\0\x83\0\x05 Z123"s}}, nullptr},
-        {kDevice, {{kInquiry, scsi_inquiry_data(0x0d, "NORVESSA", "NX2400S", "0102")}}, nullptr}, // no disk
-        {kDevice, {{kInquiry, kSasInquiry.substr(0, 35)}}, nullptr},
-        {kDevice, {{.command = "\x12"s, .error = EIO}}, nullptr},
+        {{{kInquiry, kSataInquiry}, {kIdentify, flawed}}, nullptr},
+        {{{kInquiry, kSataInquiry}, {kIdentify, not_ata}}, nullptr},
+        {{{kInquiry, kSataInquiry}, {kIdentify, ata_identity("S", "F", "")}}, nullptr},
+        {{{kInquiry, kSataInquiry}, {kIdentify, ata_identity("S", "F", "M").substr(0, 256)}}, nullptr},
+        {{{kInquiry, kSataInquiry}}, nullptr},
+        {{{kInquiry, kSasInquiry}, {kSerialPage, "\0\x80\0\x05 Z123behind"s}}, "2|NORVDISK|S8000|AB01|Z123|7814037168"},
+        {{{kInquiry, kSasInquiry}, {kSerialPage, "\0\x83\0\x05 Z123"s}}, nullptr},
+        {{{kInquiry, scsi_inquiry_data(0x0d, "NORVESSA", "NX2400S", "0102")}}, nullptr}, // no disk
+        {{{kInquiry, kSasInquiry.substr(0, 35)}}, nullptr},
+        {{{.command = "\x12"s, .error = EIO}}, nullptr},
     };
     for (const auto &row : cases) {
         SCOPED_TRACE(&row - cases);
         const DeviceAnswers device(row.answers, 4000787030016);
         DiskIdentity disk;
-        EXPECT_EQ(disk_identity_get(row.device, &disk), row.expected == nullptr ? -1 : 0);
-        if (row.expected == nullptr) {
-            EXPECT_EQ(NLIBCErrGet(), kErrDiskIdentify);
-        }
+        EXPECT_EQ(outcome(disk_identity_get, kDevice, &disk),
+                  row.expected == nullptr ? (Outcome{-1, kErrDiskIdentify}) : (Outcome{0}));
         EXPECT_EQ(shown(disk), row.expected == nullptr ? "0|||||0" : row.expected);
     }
 }
@@ -98,8 +93,7 @@ TEST(DiskIdentity, WithoutADeviceFails)
         EXPECT_EQ(disk_identity_get(name, &disk), -1);
         EXPECT_EQ(disk_smart_get(name, &smart), -1);
     }
-    EXPECT_EQ(disk_identity_get(kDevice, &disk), -1); // the kernel refuses every command
-    EXPECT_EQ(NLIBCErrGet(), kErrDiskIdentify);
+    EXPECT_EQ(outcome(disk_identity_get, kDevice, &disk), (Outcome{-1, kErrDiskIdentify})); // the kernel refuses all
     EXPECT_EQ(disk_smart_get(kDevice, &smart), -1);
 }
 
@@ -148,8 +142,6 @@ TEST(DiskSmart, IsAskedOverEachBus)
 // What needs a node of the right name.
 TEST(DiskIdentity, OfDevicesByTheirNodes)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
     PrivateRoot root;
     root.write("/dev/nvme0n1", "");
     root.write("/dev/sg3", "");
@@ -188,7 +180,6 @@ TEST(DiskIdentity, OfDevicesByTheirNodes)
         }
         const DeviceAnswers device({});
         EXPECT_EQ(enclosure_serial_get("0:0:24:0", serial, sizeof(serial)), -1);
-        return 0;
     });
 }
 

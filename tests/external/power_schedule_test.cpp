@@ -1,11 +1,10 @@
 #include "external/power_schedule.h"
 
-#include <string>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "lib/report.h"
+#include "tests/support/outcome.h"
 #include "tests/support/private_root.h"
 
 namespace
@@ -21,12 +20,11 @@ bool operator==(const Entry &a, const Entry &b)
 
 TEST(PowerSchedule, ShiftTurnsTheWeekWithTheDay)
 {
-    struct Case {
+    static constexpr struct {
         Entry before;
         int minutes;
         Entry after;
-    };
-    static constexpr Case kCases[] = {
+    } kCases[] = {
         {{30, 12, kMonday}, 480, {30, 20, kMonday}},
         {{30, 20, kSaturday}, 480, {30, 4, kSunday}},                    // the week closes
         {{15, 1, kSunday}, -120, {15, 23, kSaturday}},                   // and backwards
@@ -34,24 +32,12 @@ TEST(PowerSchedule, ShiftTurnsTheWeekWithTheDay)
         {{0, 0, 0x7f}, -1, {59, 23, 0x7f}},
         {{59, 23, 0}, 1, {0, 0, 0}},
     };
-    for (const Case &row : kCases) {
+    for (const auto &row : kCases) {
         Entry entry = row.before;
         power_schedule_shift(&entry, row.minutes);
         EXPECT_TRUE(entry == row.after) << "case " << &row - kCases;
-    }
-}
-
-TEST(PowerSchedule, ShiftThereAndBackChangesNothing)
-{
-    for (const int zone : {-600, 345, 840}) {
-        for (int minute = 0; minute < 24 * 60; minute++) {
-            const Entry entry = {static_cast<uint8_t>(minute % 60), static_cast<uint8_t>(minute / 60),
-                                 kSunday | kFriday};
-            Entry shifted = entry;
-            power_schedule_shift(&shifted, zone);
-            power_schedule_shift(&shifted, -zone);
-            ASSERT_TRUE(shifted == entry) << "minute " << minute << " zone " << zone;
-        }
+        power_schedule_shift(&entry, -row.minutes);
+        EXPECT_TRUE(entry == row.before) << "case " << &row - kCases;
     }
 }
 
@@ -60,8 +46,6 @@ constexpr char kTempPath[] = "/tmp/power_sched.conf.tmp";
 
 TEST(PowerSchedule, FileIsReadByItsSections)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
     PrivateRoot root;
     root.write(kPath, "[Power On schedule]\n17237534\nx1\n 2\n20908032\n[Power Off schedule]\n16777216\n");
     root.run([] {
@@ -74,7 +58,6 @@ TEST(PowerSchedule, FileIsReadByItsSections)
         EXPECT_EQ(power_schedule_read(PowerScheduleList::kOff, entries, 0), 0);
         EXPECT_EQ(power_schedule_read(PowerScheduleList::kOff, entries, 1), 1);
         EXPECT_EQ(entries[0].weekdays, 0);
-        return 0;
     });
     std::string many = "[Power Off schedule]\n";
     for (int i = 0; i < 150; i++)
@@ -84,23 +67,17 @@ TEST(PowerSchedule, FileIsReadByItsSections)
         NORVPowerSchedule entries[200];
         EXPECT_EQ(power_schedule_read(PowerScheduleList::kOff, entries, 200), kPowerSchedulesMax);
         EXPECT_EQ(power_schedule_read(PowerScheduleList::kOn, entries, 200), 0);
-        return 0;
     });
 }
 
 TEST(PowerSchedule, WritingKeepsTheOtherListAndLogsWhatChanged)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
     PrivateRoot root; // without /bin/cp, so what would be copied stays to be seen
     root.write(kPath, "[Power On schedule]\n16777217\n16777218\n[Power Off schedule]\n33\n");
     root.run([] {
         const NORVPowerSchedule entries[] = {{1, 0x7f, 23, 59}, {1, 0, 0, 2}};
-        EXPECT_EQ(power_schedule_write(PowerScheduleList::kOn, entries, 2), -1);
-        EXPECT_EQ(NLIBCErrGet(), kErrChild);
-        EXPECT_EQ(power_schedule_write(PowerScheduleList::kOn, entries, 101), -1);
-        EXPECT_EQ(NLIBCErrGet(), kErrBadParameter);
-        return 0;
+        EXPECT_EQ(outcome(power_schedule_write, PowerScheduleList::kOn, entries, 2), (Outcome{-1, kErrChild}));
+        EXPECT_EQ(outcome(power_schedule_write, PowerScheduleList::kOn, entries, 101), (Outcome{-1, kErrBadParameter}));
     });
     EXPECT_EQ(root.read(kTempPath), "[Power On schedule]\n16777218\n25106235\n[Power Off schedule]\n33\n");
     EXPECT_EQ(root.log(), "3 power_schedule_file.cpp:# Remove power schedule 0x01000001 ON\n\n"
@@ -109,7 +86,6 @@ TEST(PowerSchedule, WritingKeepsTheOtherListAndLogsWhatChanged)
     root.run([] {
         EXPECT_EQ(power_schedule_write(PowerScheduleList::kOff, nullptr, 0), 0); // nothing left: no file
         EXPECT_EQ(access(kPath, F_OK), -1);
-        return 0;
     });
 }
 

@@ -1,7 +1,6 @@
 // Enclosures, SAS phys, device-mapper parents and NVMe places on made-up device trees.
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <string>
 
 #include "autocleanup/unique.h"
 #include "external/enclosure.h"
@@ -60,20 +59,16 @@ void sas_tree_make(const PrivateRoot &root)
         link_make("/sys/class/enclosure/0:0:24:0", ses + "/enclosure/0:0:24:0");
         link_make(ses + "/enclosure/0:0:24:0/device", ses);
         link_make(ses + "/enclosure/0:0:24:0/Slot 04/device", disk);
-        return 0;
     });
 }
 
 TEST(SasPlace, LeadsFromTheDiskToItsPhy)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
-    struct Case {
+    static constexpr struct {
         const char *disk;
         int result;
         const char *host, *expander, *phy;
-    };
-    static constexpr Case kCases[] = {
+    } kCases[] = {
         {"sda", 0, "host0", "expander-0:0", "phy-0:0:9"}, // of two phys the lower number
         {"/dev/sdb", 0, "host0", "", "phy-0:3"},
         {"sdc", -1, "", "", ""}, // SATA
@@ -84,7 +79,7 @@ TEST(SasPlace, LeadsFromTheDiskToItsPhy)
     PrivateRoot root;
     sas_tree_make(root);
     root.run([] {
-        for (const Case &row : kCases) {
+        for (const auto &row : kCases) {
             SCOPED_TRACE(row.disk);
             SasPlace place = {};
             EXPECT_EQ(sas_place_get(row.disk, &place), row.result);
@@ -103,7 +98,6 @@ TEST(SasPlace, LeadsFromTheDiskToItsPhy)
         EXPECT_EQ(sas_expander_model_id_get("expander-0:0"), 3);
         EXPECT_EQ(sas_expander_model_id_get("expander-0:1"), -1);
         EXPECT_EQ(NLIBCErrGet(), kErrNoDevice);
-        return 0;
     });
     EXPECT_EQ(sas_phy_map(7, 0), 7);
     EXPECT_EQ(sas_phy_map(7, 8), 8); // behind the range
@@ -116,8 +110,6 @@ TEST(SasPlace, LeadsFromTheDiskToItsPhy)
 
 TEST(Enclosure, ShowsItsSlotsAndLights)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
     PrivateRoot root;
     root.run([] { // no enclosure at all
         UniqueList ids(NLIBCSzListAlloc(0));
@@ -128,7 +120,6 @@ TEST(Enclosure, ShowsItsSlotsAndLights)
         EXPECT_EQ(NLIBCErrGet(), kErrNoDevice);
         char serial[8];
         EXPECT_EQ(enclosure_serial_get("0:0:24:0", serial, sizeof(serial)), -1);
-        return 0;
     });
     sas_tree_make(root);
     root.run([] {
@@ -149,7 +140,6 @@ TEST(Enclosure, ShowsItsSlotsAndLights)
         for (const char *name : {"sdb", "sd*", ""})
             EXPECT_EQ(enclosure_slot_find(name, &slot), -1) << name;
         EXPECT_EQ(enclosure_disk_lamp_set("sda", kLampLocate, true), 0);
-        return 0;
     });
     const auto lamps = [&] {
         std::string lit;
@@ -161,21 +151,15 @@ TEST(Enclosure, ShowsItsSlotsAndLights)
         return lit;
     };
     EXPECT_EQ(lamps(), "0100");
-    root.run([] {
-        EXPECT_EQ(enclosure_disk_led_set_host(1), 0);
-        return 0;
-    });
+    root.run([] { EXPECT_EQ(enclosure_disk_led_set_host(1), 0); });
     EXPECT_EQ(lamps(), "1111");
 }
 
 TEST(MappedDisk, LeadsToTheDeviceBelow)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
-    struct Case {
+    static constexpr struct {
         const char *name, *parent; // NULL: a failure
-    };
-    static constexpr Case kCases[] = {
+    } kCases[] = {
         {"sas3", "dm-0"},     {"/dev/mapper/sas3", "dm-0"},
         {"/dev/dm-0", "sdb"}, {"sdb", "sdb"},
         {"sas4", nullptr},    {"", nullptr},
@@ -188,7 +172,7 @@ TEST(MappedDisk, LeadsToTheDeviceBelow)
     root.write("/sys/block/dm-0/slaves/sdb/x", "");
     root.write("/sys/block/sdb/size", "8\n");
     root.run([] {
-        for (const Case &row : kCases) {
+        for (const auto &row : kCases) {
             char parent[8] = "";
             EXPECT_EQ(mapped_disk_parent_get(row.name, parent, sizeof(parent)), row.parent == nullptr ? -1 : 0);
             EXPECT_STREQ(parent, row.parent == nullptr ? "" : row.parent) << row.name;
@@ -196,14 +180,11 @@ TEST(MappedDisk, LeadsToTheDeviceBelow)
         char parent[4];
         EXPECT_EQ(mapped_disk_parent_get("sas3", parent, sizeof(parent)), -1);
         EXPECT_EQ(NLIBCErrGet(), kErrBufferTooSmall);
-        return 0;
     });
 }
 
 TEST(NvmePlace, IsKnownByItsPort)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
     struct Case {
         const char *unique, *disk, *folder;
         int kind, index, slot;
@@ -223,7 +204,7 @@ TEST(NvmePlace, IsKnownByItsPort)
         {"other", "nvme7n1", "0000:00:1d.0/0000:01:00.0", 0, 0, 0}, // not there
         {"other", "sda", "0000:00:1d.0/0000:01:00.0", 0, 0, 0},
     };
-    for (const Case &row : kCases) {
+    for (const auto &row : kCases) {
         SCOPED_TRACE(&row - kCases);
         PrivateRoot root;
         root.write("/etc.defaults/norvinfo.conf", std::string("unique=\"") + row.unique + "\"\n");
@@ -240,15 +221,12 @@ TEST(NvmePlace, IsKnownByItsPort)
             EXPECT_EQ(nvme_slot_kind_get(row.disk), row.kind);
             EXPECT_EQ(place.index, row.index);
             EXPECT_EQ(place.slot, row.slot);
-            return 0;
         });
     }
 }
 
 TEST(ExpansionUnit, ListsItsDisks)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel refuses a private root";
     PrivateRoot root;
     root.write("/tmp/eunitinfo_1", "EUnitModel=\"NX4R-1\"\nEUnitDisks=\"sdja,sdjb\"\n");
     root.write("/tmp/eunitinfo_2", "EUnitModel=\"NX-5-2\"\nEUnitDisks=\"sdk\"\n");
@@ -269,7 +247,6 @@ TEST(ExpansionUnit, ListsItsDisks)
         EXPECT_STREQ(place.model, "NX-5");
         EXPECT_EQ(place.unit, 2);
         EXPECT_EQ(expansion_unit_place_get("sda", &place), 0);
-        return 0;
     });
 }
 

@@ -1,7 +1,6 @@
 // What the handler lets pass, and when: on a machine without interfaces, where no reply can go out.
 #include <ctime>
 #include <gtest/gtest.h>
-#include <string>
 #include <unistd.h>
 
 #include "findhost/findhost.h"
@@ -21,18 +20,15 @@ int handle(const std::string &datagram)
 
 TEST(FhostHandlePacket, GatesStandInOrder)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "no private root for this user";
     const std::string caps = number(0xb0, 0x40, 8) + number(0xb8, 0x40, 8), half = number(0xb0, 0x40, 8);
     const std::string setting = number(0x20, 0) + element(0x21, "") + element(0x29, "");
-    struct Case {
+    const struct {
         std::string elements;
         int accepts_plain, mem_test;
         bool is_sealed;
         int result;
         int migration; // what the client can do, 7 before
-    };
-    const Case kCases[] = {
+    } kCases[] = {
         {base(1) + caps, 1, 0, false, 0, 1},
         {base(1) + half, 1, 0, false, 0, 0},
         {base(1), 1, 1, false, 0, 0},
@@ -56,50 +52,41 @@ TEST(FhostHandlePacket, GatesStandInOrder)
     const PrivateRoot root;
     root.run([&] {
         EXPECT_EQ(FHOSTProcessKeyInit(), 0);
-        for (const Case &row : kCases) {
+        for (const auto &row : kCases) {
             gblAcceptPlain = row.accepts_plain;
             gblMemTest = row.mem_test;
             gblAsstHasSySMigrat = 7;
             tvLastQuery = tvLastNetSet = 0;
             std::string datagram = plain(row.elements);
             if (row.is_sealed) {
-                FhostPacket packet, sealed;
-                fhost_packet_begin(&packet);
-                datagram.copy(reinterpret_cast<char *>(packet.bytes), datagram.size());
-                packet.size = datagram.size();
-                uint8_t key[kFhostKeyBytes];
-                memcpy(key, FHOSTProcessPublicKey(), sizeof(key));
-                EXPECT_EQ(fhost_seal(packet, key, &sealed), 0);
+                FhostPacket sealed;
+                EXPECT_EQ(seal_to_this_process(datagram, &sealed), 0);
                 datagram.assign(sealed.bytes, sealed.bytes + sealed.size);
             }
             EXPECT_EQ(handle(datagram), row.result) << testing::PrintToString(row.elements);
             EXPECT_EQ(gblAsstHasSySMigrat, row.migration) << testing::PrintToString(row.elements);
         }
         EXPECT_EQ(FHOSTHandlePacket(10, nullptr, nullptr), -1);
-        return 0;
     });
 }
 
 TEST(FhostHandlePacket, RepeatsAreLimitedByTheWholeSecond)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "no private root for this user";
     const std::string query = plain(base(1)),
                       setting = plain(base(3) + number(0x20, 0) + element(0x21, "") + element(0x29, ""));
-    struct Case {
+    const struct {
         const std::string &datagram;
         int age; // seconds since the last one; negative: the clock was set back
         uint32_t last_ip;
         int result;
-    };
-    const Case kCases[] = {
+    } kCases[] = {
         {query, 0, 0x0100007f, -1}, {query, 1, 0x0100007f, -1}, {query, 2, 0x0100007f, 0},
         {query, -1, 0x0100007f, 0}, {query, 0, 0x0200007f, 0},  {setting, 0, 0, 0},
         {setting, 4, 0, 0},         {setting, 5, 0, -1},        {setting, -1, 0, -1},
     };
     const PrivateRoot root;
     root.run([&] {
-        for (const Case &row : kCases)
+        for (const auto &row : kCases)
             for (time_t before = -1; before != time(nullptr);) { // within one second, or once more
                 before = time(nullptr);
                 tvLastQuery = tvLastNetSet = before - row.age;
@@ -113,7 +100,6 @@ TEST(FhostHandlePacket, RepeatsAreLimitedByTheWholeSecond)
                           &row.datagram == &setting && row.result == 0 ? before - row.age : before);
                 break;
             }
-        return 0;
     });
 }
 

@@ -2,8 +2,6 @@
 #include "findhost/findhost.h"
 
 #include <gtest/gtest.h>
-#include <memory>
-#include <string>
 
 #include "lib/text.h"
 #include "tests/findhost/packet_bytes.h"
@@ -43,11 +41,10 @@ std::string repeat(const std::string &text, int times)
 
 TEST(FhostPacket, EachTagHasItsPlaceAndItsLimit)
 {
-    struct Number {
+    static constexpr struct {
         int tag;
         uint32_t FHOST_RECORD::*member;
-    };
-    static constexpr Number kNumbers[] = {
+    } kNumbers[] = {
         {0x10, &FHOST_RECORD::ulDhcp},     {0x20, &FHOST_RECORD::ulDhcp},    {0x48, &FHOST_RECORD::ulFlag48},
         {0x49, &FHOST_RECORD::ulBuild},    {0x75, &FHOST_RECORD::ulRsvd75},  {0x76, &FHOST_RECORD::ulRsvd76},
         {0x90, &FHOST_RECORD::ulSmallFix}, {0xa3, &FHOST_RECORD::ulIfIndex}, {0xa4, &FHOST_RECORD::ulStamp},
@@ -57,7 +54,7 @@ TEST(FhostPacket, EachTagHasItsPlaceAndItsLimit)
         {0x23, &FHOST_RECORD::ulMask},     {0x24, &FHOST_RECORD::ulGateway}, {0x25, &FHOST_RECORD::ulDns},
     };
     FHOST_RECORD record;
-    for (const Number &row : kNumbers) {
+    for (const auto &row : kNumbers) {
         ASSERT_EQ(parse(base(1) + number(row.tag, 0x81020304), &record), 0) << row.tag;
         EXPECT_EQ(record.*row.member, 0x81020304) << row.tag;
         for (const int width : {0, 3, 5, 8})
@@ -107,12 +104,11 @@ TEST(FhostPacket, FrameAndTypeDecideWhatPasses)
 {
     const std::string setting = base(3) + number(0x20, 1) + element(0x21, "") + element(0x29, "");
     const std::string few = "not enough fields for netsetting ";
-    struct Case {
+    const struct {
         std::string elements;
         int result;
         std::string said;
-    };
-    const Case kCases[] = {
+    } kCases[] = {
         {base(1), 0, ""},
         {"", -1, "Basic is not satifsfied\n"},
         {number(0x01, 1), -1, "Basic is not satifsfied\n"},
@@ -147,7 +143,7 @@ TEST(FhostPacket, FrameAndTypeDecideWhatPasses)
         {number(0x01, 6) + repeat(number(0x10, 0), 64), -1, "Maybe some virus try to hack me\n"},
     };
     const FHOST_RECORD zero = {};
-    for (const Case &row : kCases) {
+    for (const auto &row : kCases) {
         FHOST_RECORD record;
         memset(&record, 0x55, sizeof(record));
         std::string said;
@@ -195,15 +191,14 @@ TEST(FhostPacket, MacOfAnInterfaceMatchesInEitherCase)
     NET_IF_INFO table[2] = {};
     memcpy(table[0].mac, "\x02\x00\x00\x00\x00\xaa", 6);
     memcpy(table[1].mac, "\x02\x00\x00\x00\x00\xbb", 6);
-    struct Case {
+    static constexpr struct {
         const char *mac;
         int index;
-    };
-    static constexpr Case kCases[] = {
+    } kCases[] = {
         {"02:00:00:00:00:aa", 0},   {"02:00:00:00:00:BB", 1}, {"02:00:00:00:00:cc", -1}, {"", -1},
         {"02:00:00:00:00:aa ", -1}, {"02:00:00:00:00:a", -1},
     };
-    for (const Case &row : kCases)
+    for (const auto &row : kCases)
         EXPECT_EQ(IsMacMatch(row.mac, table, 2), row.index) << row.mac;
     EXPECT_EQ(IsMacMatch("02:00:00:00:00:bb", table, 1), -1);
     EXPECT_EQ(IsMacMatch(nullptr, table, 2), -1);

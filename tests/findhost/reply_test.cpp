@@ -6,7 +6,6 @@
 #include <map>
 #include <net/ethernet.h>
 #include <sched.h>
-#include <string>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -48,6 +47,14 @@ const std::string kNoVersionLog = "3 reply_facts.cpp:# Fail to get productversio
 const std::string kMacs = "02:00:00:00:00:0a";
 const std::string kIdentity = number(0x01, 6) + number(0xa4, 0x01020000);
 const std::string kInterfaceIdentity = kIdentity + number(0xa6, 0x78) + number(0x48, 1);
+constexpr char kStaticEth0[] = "BOOTPROTO=static\n", kIfcfgEth0[] = "/etc/sysconfig/network-scripts/ifcfg-eth0";
+
+// How each interface's reply begins: the host's name, the port, its address and mask.
+std::string interface_begin(uint32_t ip = 0x0400000a, uint32_t mask = 0x00ffffff, int dhcp = 0)
+{
+    return element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, ip) +
+           number(0x10, static_cast<uint64_t>(dhcp)) + number(0x13, mask);
+}
 
 std::string capabilities(uint64_t bits)
 {
@@ -69,8 +76,6 @@ void migrates(FhostReply * /*reply*/, NET_IF_INFO * /*interface*/, FHOST_RECORD 
 
 TEST(FhostReply, ElementsStandInOrder)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "no private root for this user";
     const Case kCases[] = {
         {"everything set, long form",
          Kind::kInterface,
@@ -79,29 +84,27 @@ TEST(FhostReply, ElementsStandInOrder)
           {kVersion, "majorversion=7\nminorversion=2\nproductversion=\"7.2.1234\"\nbuildnumber=25556\n"
                      "smallfixnumber=3\n"},
           {kSerial, "1234567890123\n"},
-          {"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=dhcp\n"}},
+          {kIfcfgEth0, "BOOTPROTO=dhcp\n"}},
          [](FhostReply *reply, NET_IF_INFO *, FHOST_RECORD *request) {
              EXPECT_TRUE(text_set(request->szPcMac, "aa:bb"));
              reply->request = request;
          },
-         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x10, 1) +
-             number(0x13, 0x00ffffff) + number(0xba, 1) + number(0x18, 1) + number(0x1e, kPeer) + number(0x1f, 5) +
-             number(0xa3, 1) + kInterfaceIdentity + element(0x78, "NS0801") + element(0x70, "norv_one") +
-             element(0xc1, "NOS7") + number(0x71, 1) + element(0x7c, "aa:bb") + number(0xa7, 2) + capabilities(0) +
-             number(0x90, 3) + number(0x49, 25556) + element(0x77, "7.2.123") + element(0xc0, "1234567890123") +
-             element(0x73, "4567890123"),
+         interface_begin(0x0400000a, 0x00ffffff, 1) + number(0xba, 1) + number(0x18, 1) + number(0x1e, kPeer) +
+             number(0x1f, 5) + number(0xa3, 1) + kInterfaceIdentity + element(0x78, "NS0801") +
+             element(0x70, "norv_one") + element(0xc1, "NOS7") + number(0x71, 1) + element(0x7c, "aa:bb") +
+             number(0xa7, 2) + capabilities(0) + number(0x90, 3) + number(0x49, 25556) + element(0x77, "7.2.123") +
+             element(0xc0, "1234567890123") + element(0x73, "4567890123"),
          ""},
         {"nothing set, short form, no address",
          Kind::kInterface,
-         {{"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\n"}},
+         {{kIfcfgEth0, kStaticEth0}},
          [](FhostReply *reply, NET_IF_INFO *interface, FHOST_RECORD *request) {
              reply->long_form = false;
              reply->request = request; // its szPcMac is empty
              interface->szIP[0] = '\0';
          },
-         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0) + number(0x10, 0) + number(0x13, 0) +
-             number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) + number(0xa7, 2) +
-             capabilities(0) + kNoRelease,
+         interface_begin(0, 0) + number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) +
+             number(0xa7, 2) + capabilities(0) + kNoRelease,
          "3 reply_build.cpp:#(FHOSTSendViaVface) nic_ip.s_addr=0\n"
          "3 reply_build.cpp:#(FHOSTSendViaVface) nic_index=[1], PsIfaces[nic_index].szName=[eth0]\n" +
              kNoVersionLog},
@@ -111,13 +114,12 @@ TEST(FhostReply, ElementsStandInOrder)
                           "\nos_name=LONGNAME\nsupportraid=no\n"},
           {kVersion, "productversion=7\nbuildnumber=1\n"},
           {kSerial, "123456789\n"},
-          {"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\n"}},
+          {kIfcfgEth0, kStaticEth0}},
          [](FhostReply *reply, NET_IF_INFO *, FHOST_RECORD *) {
              reply->long_form = false;
              gSysStatus = SYSTEM_CRASHED;
          },
-         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x10, 0) +
-             number(0x13, 0x00ffffff) + number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) +
+         interface_begin() + number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) +
              number(0xa7, 4) + capabilities(0) + number(0x90, 0) + number(0x49, 1) + element(0x77, "7") +
              element(0xc0, "123456789"),
          "3 reply_facts.cpp:# Serial number is 9 out of size\n"},
@@ -125,13 +127,12 @@ TEST(FhostReply, ElementsStandInOrder)
          Kind::kInterface,
          {{kVersion, "productversion=7\nbuildnumber=29999\nsmallfixnumber=2\n"},
           {kSerial, "AB34567890123456"},
-          {"/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\n"}},
+          {kIfcfgEth0, kStaticEth0}},
          [](FhostReply *reply, NET_IF_INFO *interface, FHOST_RECORD *request) {
              reply->long_form = false;
              migrates(reply, interface, request);
          },
-         element(0x11, host_name()) + element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x10, 0) +
-             number(0x13, 0x00ffffff) + number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) +
+         interface_begin() + number(0xa3, 1) + kInterfaceIdentity + element(0xc1, "NOS") + number(0x71, 0) +
              kMigration + number(0x90, 2) + number(0x49, 30000) + element(0x77, "9.8.765") +
              element(0xc0, "AB34567890123456") + element(0x73, "7890123456"),
          ""},
@@ -174,7 +175,7 @@ TEST(FhostReply, ElementsStandInOrder)
          element(0x19, kMacs) + number(0x12, 0) + number(0x01, 18) + number(0xa4, 0x01020000),
          ""},
     };
-    for (const Case &row : kCases) {
+    for (const auto &row : kCases) {
         const PrivateRoot root;
         for (const auto &[path, text] : row.files)
             root.write(path, text);
@@ -200,7 +201,6 @@ TEST(FhostReply, ElementsStandInOrder)
                 fhost_ready_build(table[1], &packet);
             }
             EXPECT_EQ(std::string(packet.bytes, packet.bytes + packet.size), plain(row.elements)) << row.what;
-            return 0;
         });
         const std::string log = root.log();
         EXPECT_NE(log.find(row.log), std::string::npos) << row.what << "\n" << log;
@@ -210,8 +210,6 @@ TEST(FhostReply, ElementsStandInOrder)
 // Each running port replies on its own wire, once, under its own MAC and with no address.
 TEST(FhostReply, PhysicalPortsReplyEachForItself)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "no private root for this user";
     const PrivateRoot root;
     root.write("/proc/net/dev",
                "\n\neth0: 0 0 0 0 0 0 0 0 0 0\neth1: 0 0 0 0 0 0 0 0 0 0\neth2: 0 0 0 0 0 0 0 0 0 0\n");
@@ -263,19 +261,16 @@ TEST(FhostReply, PhysicalPortsReplyEachForItself)
 
 TEST(FhostStatus, FirstConditionThatHoldsDecides)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "no private root for this user";
-    struct Status {
+    static constexpr struct {
         int mem_test, system, recoverable, migration;
         bool is_locked;
         int status;
-    };
-    static constexpr Status kCases[] = {
+    } kCases[] = {
         {1, 1, 1, 1, true, 9},   {0, 1, 1, 1, true, 3},  {0, 1, 1, 1, false, 11},
         {0, 1, 0, 1, false, 14}, {0, 1, 0, 0, false, 4}, {0, 2, 1, 1, false, 4},
         {0, 3, 1, 1, false, 2},  {0, 7, 1, 1, false, 2}, {0, 0, 0, 0, false, 2},
     };
-    for (const Status &row : kCases) {
+    for (const auto &row : kCases) {
         const PrivateRoot root;
         if (row.is_locked)
             root.write("/tmp/install.lock/makes", "a folder, which cannot be opened for writing or locked\n");
@@ -285,7 +280,6 @@ TEST(FhostStatus, FirstConditionThatHoldsDecides)
             gblSystemRecoverable = row.recoverable;
             gblAsstHasSySMigrat = row.migration;
             EXPECT_EQ(FHOSTGetStatus(), row.status);
-            return 0;
         });
         EXPECT_EQ(root.read("/tmp/fhost.status"), std::to_string(row.status));
         EXPECT_EQ(root.log(), row.system == 7 || row.system == 0

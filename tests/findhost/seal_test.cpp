@@ -2,7 +2,6 @@
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sodium.h>
-#include <string>
 #include <sys/wait.h>
 
 #include "autocleanup/unique.h"
@@ -135,12 +134,11 @@ TEST(FhostSeal, ReplyGoesSealedOrNotAtAllToAClientWithAKey)
     uint8_t client_public[kFhostKeyBytes], client_secret[kFhostKeyBytes];
     crypto_box_keypair(client_public, client_secret);
     const std::string good = hex(client_public);
-    struct Case {
+    const struct {
         std::string key;
         size_t plain_bytes; // with what the sealing step appends: 66 and 6
         int result;
-    };
-    const Case kCases[] = {
+    } kCases[] = {
         {"", 100, 0}, // no key is known
         {good, 100, 1},
         {good, 967, 1},
@@ -150,7 +148,7 @@ TEST(FhostSeal, ReplyGoesSealedOrNotAtAllToAClientWithAKey)
         {good.substr(0, 63) + ",", 100, -1},
         {good.substr(0, 20) + "," + good.substr(21), 100, -1},
     };
-    for (const Case &row : kCases) {
+    for (const auto &row : kCases) {
         const Keys keys;
         FHOST_RECORD request = {};
         ASSERT_TRUE(text_set(request.szPcMac, "02:00:00:00:00:01"));
@@ -204,7 +202,7 @@ TEST(FhostKeyCache, TellsClientsApartAndCutsTheirTexts)
         {cut.c_str(), 2, nullptr},   {"m", 1, nullptr},     {"m", 0xffffffff, "one"},
         {"m", 0, nullptr},           {nullptr, 1, nullptr},
     };
-    for (const Case &row : kCases)
+    for (const auto &row : kCases)
         for (int round = 0; round < 2; round++) { // a lookup changes nothing but the entry's age
             EXPECT_EQ(FHOSTKeyCacheGet(row.mac, row.id, text), row.key == nullptr ? -1 : 0) << row.id;
             if (row.key != nullptr) {
@@ -222,12 +220,11 @@ TEST(FhostKeyCache, TellsClientsApartAndCutsTheirTexts)
 
 TEST(FhostKeyCache, MakesRoomByAgeThenForAll)
 {
-    struct Case {
+    static constexpr struct {
         unsigned long now;
         unsigned long first, step; // when entry i was set: first + i * step
         int kept;                  // beside the new one
-    };
-    static constexpr Case kCases[] = {
+    } kCases[] = {
         {500, 0, 0, 0},             // the limit of 250 is no limit: all go
         {1200, 0, 0, 0},            // 600 is not above 600 either
         {1202, 601, 0, 0},          // 601: none is older, all go
@@ -240,7 +237,7 @@ TEST(FhostKeyCache, MakesRoomByAgeThenForAll)
         {200000, 199324, 0, 0},     // 676 seconds: the last limit above 600 is 675, all are older
         {200000, 199325, 0, 0},     // 675: all stay at the last limit, and go at once
     };
-    for (const Case &row : kCases) {
+    for (const auto &row : kCases) {
         UniqueHash cache;
         char mac[24];
         for (unsigned long i = 0; i < 4096; i++) {

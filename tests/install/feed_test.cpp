@@ -1,6 +1,5 @@
 // Which patch of a feed a machine of version 7.1, build 200, takes.
 #include <gtest/gtest.h>
-#include <string>
 
 #include "install/feed.h"
 #include "install/update_request.h"

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <sched.h>
-#include <string>
 #include <sys/socket.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -187,10 +186,10 @@ const Replaced kFiles[] = {
      {{"volume/.WEBINST_OK", ""}}},
 };
 
-// Gives this process a network with eth0 in it, and a host name. A user other than root becomes it.
+// Gives this process a network with eth0 in it, and a host name.
 bool machine_enter()
 {
-    if ((geteuid() != 0 && !PrivateRoot::enter("/")) || unshare(CLONE_NEWNET | CLONE_NEWUTS) != 0)
+    if (unshare(CLONE_NEWNET | CLONE_NEWUTS) != 0)
         return false;
     BoxLinks links(UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)));
     return links.wire("eth0", "tap0") && links.set("eth0", true);
@@ -267,6 +266,7 @@ class Check
 // A row whose function sees the tree alone, and logs to the run's output.
 SweepRow row_in(std::vector<SweepFile> tree, int (*work)(), std::function<std::string(const SweepRun &)> check)
 {
+    PrivateRoot::require();
     return {.function = [work](const std::string & /*tree*/) { return work(); },
             .prepare =
                 [](const std::string &root) {
@@ -309,7 +309,7 @@ int files_sweep()
 
 TEST(ReplacedFiles, OldOrNewAndNothingBeside)
 {
-    const int points = in_child([] { return PrivateRoot::allowed() && machine_enter() ? files_sweep() : 0; });
+    const int points = in_child([] { return machine_enter() ? files_sweep() : 0; });
     if (points == 0)
         GTEST_SKIP() << "the kernel gives no root and network of their own to this user";
     points_tried(points);
@@ -319,8 +319,6 @@ TEST(ReplacedFiles, OldOrNewAndNothingBeside)
 // A crash record is in its place until its copy is whole.
 TEST(ReplacedFiles, CrashRecordsAreMovedWhole)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel gives no root of its own to this user";
     static constexpr char kRecord[] = "sys/fs/pstore/dmesg-0";
     const auto check = [](const SweepRun &run) -> std::string {
         const bool is_there = run.content(kRecord) == "oops";
@@ -348,8 +346,6 @@ std::string disk_of(const std::string &header, const std::string &body)
 // Each copy of the root block is the old one, the new one or none, and the primary is the new one when that is told.
 TEST(ReplacedFiles, RootBlockIsOldOrNew)
 {
-    if (!PrivateRoot::allowed())
-        GTEST_SKIP() << "the kernel gives no root of its own to this user";
     static const std::string kOther = std::string(104, '\0').replace(100, 4, std::string("\0\0\0\2", 4));
     const DeviceAnswers answers({}, 800 << 10);
     const SweepFile partitions = {"proc/partitions", "major minor  #blocks  name\n\n   8        0        800 sda\n"};

@@ -46,7 +46,6 @@ TEST(CheckDirChecksum, Results)
                 EXPECT_EQ(mkdir("/tmp/cksum.tmp", 0700), 0);
                 EXPECT_EQ(CheckDirChecksum("/upd", 1), 0x8100);
             }
-            return 0;
         });
         EXPECT_TRUE(root.log().starts_with(row.log));
     }

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <gtest/gtest.h>
-#include <string>
 #include <unistd.h>
 
 #include "lib/file.h"
@@ -16,11 +15,6 @@ namespace
 class Conf : public testing::Test
 {
   protected:
-    void SetUp() override
-    {
-        if (!PrivateRoot::allowed())
-            GTEST_SKIP() << "the kernel refuses a private root";
-    }
     PrivateRoot root;
 };
 
@@ -132,17 +126,16 @@ TEST_F(Conf, DualHeadIsRememberedInMarkers)
 {
     static constexpr char kYes[] = "/tmp/.dualhead";
     static constexpr char kNo[] = "/tmp/.not.dualhead";
-    struct Case {
+    static constexpr struct {
         const char *text;
         int answer;
         const char *made;
-    };
-    static constexpr Case kCases[] = {
+    } kCases[] = {
         {"support_dual_head=YES\n", 1, kYes},
         {"support_dual_head=no\n", 0, kNo},
         {"other=yes\n", 0, kNo},
     };
-    for (const Case &row : kCases) {
+    for (const auto &row : kCases) {
         const PrivateRoot fresh;
         fresh.write(kDefaultsPath, row.text);
         EXPECT_EQ(fresh.run([] { return NLIBCConfSupportDualHead(); }), row.answer) << row.text;

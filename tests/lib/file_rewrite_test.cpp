@@ -1,7 +1,5 @@
 // The system calls of the key-value operations: which are made, in which order, and what a fault in each leaves behind.
 #include <gtest/gtest.h>
-#include <string>
-#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -1,7 +1,5 @@
 #include <cstring>
 #include <gtest/gtest.h>
-#include <string>
-#include <string_view>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -10,6 +8,7 @@
 #include "lib/file.h"
 #include "lib/report.h"
 #include "tests/support/in_child.h"
+#include "tests/support/outcome.h"
 #include "tests/support/scratch_dir.h"
 
 using namespace std::string_view_literals;
@@ -69,8 +68,6 @@ TEST(FileSetKeyValue, ArgumentsAndPlaces)
 {
     const ScratchDir dir;
     const std::string path = dir.write("f", "b=2\n");
-    const std::string folder = dir.path();
-    const std::string nowhere = dir.path("no/where");
     // The path's length decides whether the name of the copy still fits.
     const auto long_path = [&dir](size_t length) {
         std::string text = dir.path() + "/";
@@ -85,24 +82,22 @@ TEST(FileSetKeyValue, ArgumentsAndPlaces)
     const std::string too_long_format = " " + longest_format;
     const struct {
         const char *file, *key, *value, *format;
-        int result, code;
+        Outcome expected;
     } cases[] = {
-        {nullptr, "a", "1", nullptr, -1, kErrBadParameter},
-        {path.c_str(), nullptr, "1", nullptr, -1, kErrBadParameter},
-        {path.c_str(), "a", nullptr, nullptr, -1, kErrBadParameter},
-        {folder.c_str(), "a", "1", nullptr, -1, kErrOpen},
-        {nowhere.c_str(), "a", "1", nullptr, -1, kErrOpen},
-        {path.c_str(), "a", "1", too_long_format.c_str(), -1, kErrBufferTooSmall},
-        {path.c_str(), "b", "1", too_long_format.c_str(), 1, kErrNone}, // only an appended line has this limit
-        {path.c_str(), "a", "1", longest_format.c_str(), 1, kErrNone},
-        {longest.c_str(), "a", "1", nullptr, 1, kErrNone},
-        {too_long.c_str(), "a", "1", nullptr, -1, kErrOpen},
+        {nullptr, "a", "1", nullptr, {-1, kErrBadParameter}},
+        {path.c_str(), nullptr, "1", nullptr, {-1, kErrBadParameter}},
+        {path.c_str(), "a", nullptr, nullptr, {-1, kErrBadParameter}},
+        {"/", "a", "1", nullptr, {-1, kErrOpen}},
+        {"/no/where", "a", "1", nullptr, {-1, kErrOpen}},
+        {path.c_str(), "a", "1", too_long_format.c_str(), {-1, kErrBufferTooSmall}},
+        {path.c_str(), "b", "1", too_long_format.c_str(), {1}}, // only an appended line has this limit
+        {path.c_str(), "a", "1", longest_format.c_str(), {1}},
+        {longest.c_str(), "a", "1", nullptr, {1}},
+        {too_long.c_str(), "a", "1", nullptr, {-1, kErrOpen}},
     };
-    for (const auto &row : cases) {
-        NLIBCErrSet(kErrNone, "", 0);
-        EXPECT_EQ(NLIBCFileSetKeyValue(row.file, row.key, row.value, row.format), row.result) << row.code;
-        EXPECT_EQ(NLIBCErrGet(), row.code);
-    }
+    for (const auto &row : cases)
+        EXPECT_EQ(outcome(NLIBCFileSetKeyValue, row.file, row.key, row.value, row.format), row.expected)
+            << &row - cases;
     EXPECT_EQ(dir.names(), (Names{"f", "ff"}));
 }
 

@@ -6,13 +6,11 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "autocleanup/unique.h"
 #include "lib/report.h"
 #include "tests/support/alloc_fault.h"
+#include "tests/support/outcome.h"
 
 namespace
 {
@@ -211,23 +209,12 @@ TEST(List, GrowsByDoublingOnly)
     }
 }
 
-TEST(List, TakesItsOwnItemsWhileGrowing)
-{
-    UniqueList list = list_of({"a text that belongs to the list"});
-    for (int i = 1; i < 500; i++)
-        ASSERT_EQ(NLIBCSzListPush(list.address(), NLIBCSzListGet(list.get(), i - 1)), i);
-    EXPECT_STREQ(NLIBCSzListGet(list.get(), 499), "a text that belongs to the list");
-    expect_whole(list.get());
-}
-
 TEST(List, RefusesWhatNoBlockCanHold)
 {
     UniqueList list = list_of({"a"});
     const NLIBSZLIST *before = list.get();
     for (const int index : {1 << 27, 1 << 28, INT_MAX - 1, INT_MAX}) {
-        NLIBCErrSet(kErrNone, "", 0);
-        EXPECT_EQ(NLIBCSzListInsert(list.address(), index, "b"), -1);
-        EXPECT_EQ(NLIBCErrGet(), kErrOutOfMemory);
+        EXPECT_EQ(outcome(NLIBCSzListInsert, list.address(), index, "b"), (Outcome{-1, kErrOutOfMemory}));
         EXPECT_EQ(list.get(), before);
         EXPECT_EQ(items(list.get()), "a");
         EXPECT_EQ(list.get()->cbFree, 470);

@@ -6,7 +6,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include "lib/report.h"
+#include "tests/support/outcome.h"
 #include "tests/support/process_state.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
@@ -39,9 +39,9 @@ TEST_F(Lock, SleepsWhileRefused)
         for (const int exclusive : {0, 1}) {
             const WatchedCall sleeps("usleep"), tries("flock", {.times = 0}), opens("open", {.times = 0});
             int fd = -7;
-            NLIBCErrSet(0, "", 0);
-            EXPECT_EQ(NLIBCFileLockTimeByFile(path_.c_str(), exclusive, row.seconds, &fd), 0) << row.seconds;
-            EXPECT_EQ(NLIBCErrGet(), 0x0400);
+            EXPECT_EQ(outcome(NLIBCFileLockTimeByFile, path_.c_str(), exclusive, row.seconds, &fd),
+                      (Outcome{0, 0x0400}))
+                << row.seconds;
             EXPECT_EQ(fd, -7);
             EXPECT_EQ(sleeps.seen, std::vector<long>(row.sleeps, 50'000)) << row.seconds;
             EXPECT_EQ(tries.seen, std::vector<long>(row.sleeps + 1, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB));
@@ -106,13 +106,10 @@ TEST_F(Lock, FileAndDescriptor)
 TEST_F(Lock, LockingFails)
 {
     int fd = -1;
-    EXPECT_EQ(NLIBCFileLockTimeByFile(nullptr, 1, 0, &fd), 0);
-    EXPECT_EQ(NLIBCErrGet(), 0x0d00);
-    EXPECT_EQ(NLIBCFileLockTimeByFile(path_.c_str(), 1, 0, nullptr), 0);
-    EXPECT_EQ(NLIBCErrGet(), 0x0d00);
+    EXPECT_EQ(outcome(NLIBCFileLockTimeByFile, nullptr, 1, 0, &fd), (Outcome{0, 0x0d00}));
+    EXPECT_EQ(outcome(NLIBCFileLockTimeByFile, path_.c_str(), 1, 0, nullptr), (Outcome{0, 0x0d00}));
     EXPECT_NE(access(path_.c_str(), F_OK), 0);
-    EXPECT_EQ(NLIBCFileLockTimeByFile(temp_.path("no/lock").c_str(), 1, -1, &fd), 0);
-    EXPECT_EQ(NLIBCErrGet(), 0x0900);
+    EXPECT_EQ(outcome(NLIBCFileLockTimeByFile, temp_.path("no/lock").c_str(), 1, -1, &fd), (Outcome{0, 0x0900}));
 
     static constexpr struct {
         int error, times;
@@ -125,9 +122,9 @@ TEST_F(Lock, LockingFails)
     };
     for (const auto &row : kCases) {
         const WatchedCall sleeps("usleep"), locks("flock", {.error = row.error, .times = row.times});
-        NLIBCErrSet(0, "", 0);
-        EXPECT_EQ(NLIBCFileLockTimeByFile(path_.c_str(), 1, 1, &fd), row.result) << row.error;
-        EXPECT_EQ(NLIBCErrGet(), row.result == 1 ? 0 : 0x0400);
+        EXPECT_EQ(outcome(NLIBCFileLockTimeByFile, path_.c_str(), 1, 1, &fd),
+                  (Outcome{row.result, row.result == 1 ? 0 : 0x0400}))
+            << row.error;
         EXPECT_EQ(sleeps.seen.size(), row.sleeps);
         if (row.result == 1)
             close(fd);
@@ -144,13 +141,11 @@ TEST_F(Lock, UnlockingFails)
         const int fd = hold(LOCK_EX);
         {
             const WatchedCall call(row.call, {.error = EIO});
-            EXPECT_EQ(NLIBCFileUnlockByFile(fd), 0) << row.call;
+            EXPECT_EQ(outcome(NLIBCFileUnlockByFile, fd), (Outcome{0, row.code})) << row.call;
         }
-        EXPECT_EQ(NLIBCErrGet(), row.code);
         EXPECT_EQ(close(fd), row.code == 0x0500 ? -1 : 0); // closed with the lock on it: the lock went, too
     }
-    EXPECT_EQ(NLIBCFileUnlockByFile(-1), 0);
-    EXPECT_EQ(NLIBCErrGet(), 0x0d00);
+    EXPECT_EQ(outcome(NLIBCFileUnlockByFile, -1), (Outcome{0, 0x0d00}));
 }
 
 TEST_F(Lock, ConfigurationLockNeverStalls)

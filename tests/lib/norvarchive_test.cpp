@@ -1,8 +1,6 @@
 // Signed archives on a library that obeys the test.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
 #include "build_paths.h"
 #include "lib/norvarchive.h"
@@ -18,10 +16,7 @@ template <typename Body> void expect_log(const char *settings, const Body &body,
     ASSERT_NE(dlopen(FAKE_CODESIGN, RTLD_NOW), nullptr) << dlerror(); // has the name that is asked for later
     const PrivateRoot root;
     root.write("/etc/fake_codesign", settings);
-    root.run([&] {
-        body();
-        return 0;
-    });
+    root.run(body);
     const std::string log = root.log();
     size_t at = 0;
     for (const std::string &word : words) {

@@ -8,6 +8,7 @@
 #include "lib/proc.h"
 #include "lib/report.h"
 #include "tests/support/in_child.h"
+#include "tests/support/outcome.h"
 #include "tests/support/process_state.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
@@ -65,11 +66,8 @@ TEST_F(Popen, ModesThatWrite)
 
 TEST_F(Popen, ModesThatAreNone)
 {
-    for (const char *mode : {"", "rw", "wr", "p", "eB", "x", "rx", "R", "r w"}) {
-        NLIBCErrSet(0, "", 0);
-        EXPECT_EQ(NLIBCPopen("/bin/true", mode, nullptr), nullptr) << mode;
-        EXPECT_EQ(NLIBCErrGet(), 0x0d00) << mode;
-    }
+    for (const char *mode : {"", "rw", "wr", "p", "eB", "x", "rx", "R", "r w"})
+        EXPECT_EQ(outcome(NLIBCPopen, "/bin/true", mode, nullptr), (Outcome{-1, 0x0d00})) << mode;
     char *const argv[] = {nullptr};
     EXPECT_EQ(NLIBCPopenv(nullptr, "r", argv), nullptr);
     EXPECT_EQ(NLIBCPopenv("/bin/true", nullptr, argv), nullptr);
@@ -97,13 +95,11 @@ TEST_F(Popen, CloseTellsTheRawStatus)
 
 TEST_F(Popen, CloseOfOtherStreams)
 {
-    EXPECT_EQ(NLIBCPclose(nullptr), -1);
-    EXPECT_EQ(NLIBCErrGet(), 0x0d00);
+    EXPECT_EQ(outcome(NLIBCPclose, nullptr), (Outcome{-1, 0x0d00}));
     FILE *pipe = NLIBCPopen("/bin/cat", "w", nullptr), *file = fopen("/dev/null", "we");
     ASSERT_NE(pipe, nullptr);
     ASSERT_NE(file, nullptr);
-    EXPECT_EQ(NLIBCPclose(file), -1);
-    EXPECT_EQ(NLIBCErrGet(), 0xe300);
+    EXPECT_EQ(outcome(NLIBCPclose, file), (Outcome{-1, 0xe300}));
     EXPECT_NE(fputs("still open", file), EOF);
     EXPECT_EQ(fclose(file), 0);
     EXPECT_EQ(NLIBCPclose(pipe), 0);
@@ -117,12 +113,10 @@ TEST_F(Popen, WaitingFails)
     for (const auto &row : kCases) {
         FILE *stream = NLIBCPopen("/bin/sh", "r", "-c", "exit 7", nullptr);
         ASSERT_NE(stream, nullptr);
-        NLIBCErrSet(0, "", 0);
         {
             const WatchedCall wait("waitpid", {.error = row.error, .times = row.times});
-            EXPECT_EQ(NLIBCPclose(stream), row.status);
+            EXPECT_EQ(outcome(NLIBCPclose, stream), (Outcome{row.status, row.code}));
         }
-        EXPECT_EQ(NLIBCErrGet(), row.code);
         while (waitpid(-1, nullptr, 0) > 0) // where the wait was not a true one
             continue;
     }
@@ -139,8 +133,7 @@ TEST_F(Popen, StartingFails)
     } kCases[] = {{"pipe2", EMFILE, 0x8100}, {"fdopen", ENOMEM, 0x0900}, {"clone", EAGAIN, 0x9700}};
     for (const auto &row : kCases) {
         const WatchedCall call(row.call, {.error = row.error});
-        EXPECT_EQ(NLIBCPopen("/bin/true", "r", nullptr), nullptr) << row.call;
-        EXPECT_EQ(NLIBCErrGet(), row.code) << row.call;
+        EXPECT_EQ(outcome(NLIBCPopen, "/bin/true", "r", nullptr), (Outcome{-1, row.code})) << row.call;
         EXPECT_EQ(open_descriptors(), open_before) << row.call;
     }
     EXPECT_EQ(NLIBCPclose(first), 5 << 8);
@@ -187,7 +180,6 @@ TEST_F(Popen, ClosedStandardStreams)
             fputs("text", stream);
             EXPECT_EQ(NLIBCPclose(stream), 0);
             EXPECT_EQ(temp.read("in"), "text");
-            return 0;
         });
 }
 
@@ -203,7 +195,6 @@ TEST_F(Popen, FcntlFailureIsTold)
         EXPECT_NE(stream, nullptr);
         EXPECT_TRUE(log.text.starts_with("3 proc_popen.cpp:")) << log.text;
         EXPECT_TRUE(log.text.ends_with(" fcntl failed, Bad file descriptor\n")) << log.text;
-        return 0;
     });
 }
 

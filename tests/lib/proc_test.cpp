@@ -12,6 +12,7 @@
 
 #include "lib/report.h"
 #include "tests/support/in_child.h"
+#include "tests/support/outcome.h"
 #include "tests/support/process_state.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
@@ -51,11 +52,10 @@ TEST_F(Proc, ExecResults)
     };
     for (const SigchldCase &sigchld : kSigchldCases) {
         const SigchldAction action(sigchld.handler, sigchld.flags);
-        for (const auto &row : kCases) {
-            NLIBCErrSet(0, "", 0);
-            EXPECT_EQ(NLIBCExecl(row.path, row.flags, "-c", row.script, nullptr), row.result) << row.script;
-            EXPECT_EQ(NLIBCErrGet(), row.code) << row.script;
-        }
+        for (const auto &row : kCases)
+            EXPECT_EQ(outcome(NLIBCExecl, row.path, row.flags, "-c", row.script, nullptr),
+                      (Outcome{row.result, row.code}))
+                << row.script;
     }
 }
 
@@ -76,9 +76,7 @@ TEST_F(Proc, ExecFamily)
     for (const SigchldCase &sigchld : kSigchldCases) {
         const SigchldAction action(sigchld.handler, sigchld.flags);
         EXPECT_EQ(NLIBCExecv("/bin/sh", quiet, 1), 0);
-        NLIBCErrSet(0, "", 0);
-        EXPECT_EQ(NLIBCExecv("/bin/sh", killed, 1), -1);
-        EXPECT_EQ(NLIBCErrGet(), 0x2a00);
+        EXPECT_EQ(outcome(NLIBCExecv, "/bin/sh", killed, 1), (Outcome{-1, 0x2a00}));
         EXPECT_EQ(NLIBCExecv("/bin/sh", killed, 0), 0);
         EXPECT_EQ(NLIBCExecv("/no/such", quiet, 0), 0);
         EXPECT_EQ(NLIBCExecv("/no/such", quiet, 1), 255);
@@ -125,11 +123,11 @@ TEST_F(Proc, WaitingAndStartingFail)
         {"clone", EAGAIN, 1, 0, -1, 0x2a00},      {"fork", EAGAIN, 1, kForkTwice, -1, 0x2a00},
     };
     for (const auto &row : kCases) {
-        NLIBCErrSet(0, "", 0);
         {
             const WatchedCall call(row.call, {.error = row.error, .times = row.times});
-            EXPECT_EQ(NLIBCExecl("/bin/sh", row.flags, "-c", "exit 7", nullptr), row.result) << row.call << row.error;
-            EXPECT_EQ(NLIBCErrGet(), row.code) << row.call << row.error;
+            EXPECT_EQ(outcome(NLIBCExecl, "/bin/sh", row.flags, "-c", "exit 7", nullptr),
+                      (Outcome{row.result, row.code}))
+                << row.call << row.error;
         }
         while (waitpid(-1, nullptr, 0) > 0) // where the wait was not a true one
             continue;
@@ -158,7 +156,7 @@ std::map<std::string, std::string> probe_parse(const std::string &text)
     return words;
 }
 
-// Three ways to a program under the same flags.
+// Two ways to a program under the same flags.
 int start_by_execl(unsigned flags, const char *out)
 {
     return NLIBCExecl("/bin/sh", flags, "-c", kProbe, "sh", out, nullptr);
@@ -337,23 +335,18 @@ TEST_F(Proc, ForkTwice)
     close(ends[1]);
 
     // The inner fork fails: the middle child tells and exits 255.
-    NLIBCErrSet(0, "", 0);
     {
         const LogCapture log;
         const WatchedCall inner("fork", {.error = EAGAIN, .skip = 1});
         const WatchedCall end(
             "_exit", {.times = 0, .before = [&] { temp.write("log", std::to_string(end.seen[0]) + ": " + log.text); }});
-        EXPECT_EQ(NLIBCFork(kForkTwice), -1);
+        EXPECT_EQ(outcome(NLIBCFork, kForkTwice), (Outcome{-1, 0x9700}));
     }
-    EXPECT_EQ(NLIBCErrGet(), 0x9700);
     const std::string errno_text = "[" + std::to_string(EAGAIN) + "/" + strerror(EAGAIN) + "]\n";
     EXPECT_THAT(temp.read("log"), testing::MatchesRegex("255: 3 proc_child.cpp:[0-9]+ Failed to fork\\(\\). errno=.*"));
     EXPECT_TRUE(temp.read("log").ends_with(errno_text)) << temp.read("log");
-    {
-        const WatchedCall first("fork", {.error = EAGAIN});
-        EXPECT_EQ(NLIBCFork(0), -1);
-        EXPECT_EQ(NLIBCErrGet(), 0x9700);
-    }
+    const WatchedCall first("fork", {.error = EAGAIN});
+    EXPECT_EQ(outcome(NLIBCFork, 0U), (Outcome{-1, 0x9700}));
 }
 
 TEST_F(Proc, ForkFlushes)
@@ -391,9 +384,9 @@ TEST_F(Proc, PidFiles)
         for (const int number : {0, SIGTERM}) {
             temp.write("pid", row.text);
             const WatchedCall kills("kill");
-            NLIBCErrSet(0, "", 0);
-            EXPECT_EQ(NLIBCProcSignalByPidFile(file.c_str(), number), row.pid != 0 ? 0 : -1) << row.text;
-            EXPECT_EQ(NLIBCErrGet(), row.pid != 0 ? 0 : 0x0900) << row.text;
+            EXPECT_EQ(outcome(NLIBCProcSignalByPidFile, file.c_str(), number),
+                      row.pid != 0 ? (Outcome{0}) : (Outcome{-1, 0x0900}))
+                << row.text;
             EXPECT_EQ(NLIBCProcAliveByPidFile(file.c_str()), row.pid != 0) << row.text;
             EXPECT_EQ(kills.seen, row.pid != 0 ? std::vector<long>(2, row.pid) : std::vector<long>{}) << row.text;
         }
@@ -410,8 +403,9 @@ TEST_F(Proc, PidFiles)
     for (const auto &row : kFailures) {
         const WatchedCall kills("kill", {.error = row.error});
         const std::string path = row.name == nullptr ? "" : temp.path(row.name);
-        EXPECT_EQ(NLIBCProcSignalByPidFile(row.name == nullptr ? nullptr : path.c_str(), row.number), -1);
-        EXPECT_EQ(NLIBCErrGet(), row.code) << path;
+        EXPECT_EQ(outcome(NLIBCProcSignalByPidFile, row.name == nullptr ? nullptr : path.c_str(), row.number),
+                  (Outcome{-1, row.code}))
+            << path;
     }
     EXPECT_FALSE(NLIBCProcAliveByPidFile(temp.path("missing").c_str()));
 }

@@ -36,10 +36,7 @@ TEST(SystemProbe, FileThenModelThenOwn)
         const PrivateRoot root;
         if (row.text != nullptr)
             root.write(std::string("/r/.system_info/") + row.file, row.text);
-        root.run([&] {
-            EXPECT_EQ(row.probe("/r", row.model), row.expected);
-            return 0;
-        });
+        root.run([&] { EXPECT_EQ(row.probe("/r", row.model), row.expected); });
     }
     EXPECT_EQ(system_endian_get(nullptr, nullptr), 2);
     EXPECT_EQ(system_bit_get(nullptr, nullptr), 64);
@@ -67,7 +64,6 @@ TEST(SystemProbe, Platform)
             char platform[8] = "?";
             EXPECT_EQ(system_platform_get("/etc/conf", platform, sizeof(platform)), row.platform != nullptr ? 0 : -1);
             EXPECT_STREQ(platform, row.platform != nullptr ? row.platform : "?");
-            return 0;
         });
         EXPECT_EQ(root.log(), row.log);
     }

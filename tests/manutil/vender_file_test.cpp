@@ -1,7 +1,6 @@
 // The bytes of the unit's record, and what a cut leaves of them.
 #include <cstring>
 #include <gtest/gtest.h>
-#include <string>
 
 #include "manutil/vender_format.h"
 

@@ -15,15 +15,6 @@ namespace
 
 constexpr int kArguments = 3;
 
-int list(char *argv[])
-{
-    NET_IF_INFO table[kNetInterfacesMax];
-    const int count = NLIBNetGetInterfaceInfo(table, kNetInterfacesMax, atoi(argv[0]));
-    for (int i = 0; i < count; i++)
-        printf("%s/%d/%s/%s ", table[i].szName, table[i].nLink, table[i].szIP, table[i].szMask);
-    return count;
-}
-
 int card(char *argv[])
 {
     NORV_CARD card;
@@ -74,7 +65,6 @@ const struct {
     const char *name;
     int (*call)(char *argv[]);
 } kCalls[] = {
-    {"list", list},
     {"card", card},
     {"card_set", card_set},
     {"host_name", host_name},

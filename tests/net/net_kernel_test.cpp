@@ -4,36 +4,32 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
-#include <sched.h>
-#include <string>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "net/net.h"
 #include "tests/support/box_links.h"
 #include "tests/support/in_child.h"
+#include "tests/support/private_mounts.h"
 
 namespace
 {
 
-enum Outcome { kRan, kNoNetwork, kNoSuchKind };
-
 // Runs `body` in a network of its own, with one interface of a kind in it if a name is given.
-Outcome in_own_network(const std::string &name, const std::string &kind, const std::function<void(BoxLinks &)> &body)
+void in_own_network(const std::string &name, const std::string &kind, const std::function<void(BoxLinks &)> &body)
 {
-    return static_cast<Outcome>(in_child([&] {
-        const int own_user = geteuid() == 0 ? 0 : CLONE_NEWUSER;
-        if (unshare(CLONE_NEWNET | CLONE_NEWNS | own_user) != 0 ||
-            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
+    enum { kRan, kNoNetwork, kNoSuchKind };
+    const int outcome = in_child([&] {
+        if (!private_mounts_enter(CLONE_NEWNET) || mount("sysfs", "/sys", "sysfs", 0, nullptr) != 0)
             return kNoNetwork;
         BoxLinks links(UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)));
         if (!name.empty() && !links.add(name, kind))
             return kNoSuchKind;
         body(links);
         return kRan;
-    }));
+    });
+    if (outcome != kRan)
+        GTEST_SKIP() << "this kernel has no " << (outcome == kNoNetwork ? "network of one's own" : kind);
 }
 
 std::string listed(int mode)
@@ -49,7 +45,7 @@ std::string listed(int mode)
 
 TEST(NetKernel, ListsWhatEachModeSees)
 {
-    const Outcome outcome = in_own_network("", "", [](BoxLinks &links) {
+    in_own_network("", "", [](BoxLinks &links) {
         EXPECT_EQ(listed(kNetPhysical), ""); // nothing but the loopback, which is down
         for (const char *name : {"eth0", "eth1", "eth10", "eth2"})
             ASSERT_TRUE(links.wire(name, std::string("tap-") + name) && links.set(name, true)) << strerror(errno);
@@ -77,25 +73,21 @@ TEST(NetKernel, ListsWhatEachModeSees)
         EXPECT_EQ(NetStatGet("eth10", &stat), 0);
         EXPECT_EQ(NetStatGet("tap0", &stat), -1);
     });
-    if (outcome != kRan)
-        GTEST_SKIP() << "this kernel has no network of one's own";
 }
 
 TEST(NetKernel, PortsOfABridgeAreListedNowhere)
 {
-    const Outcome outcome = in_own_network("br0", "bridge", [](BoxLinks &links) {
+    in_own_network("br0", "bridge", [](BoxLinks &links) {
         ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "br0"));
         ASSERT_TRUE(links.set("eth0", true) && links.set("br0", true) && links.set("tap-eth0", true));
         for (const int mode : {1, 2, 3, 8})
             EXPECT_TRUE(listed(mode) == "br0 " || listed(mode) == "br0+ ") << listed(mode);
     });
-    if (outcome != kRan)
-        GTEST_SKIP() << "this kernel has no " << (outcome == kNoNetwork ? "network of one's own" : "bridges");
 }
 
 TEST(NetKernel, MembersOfABondAndTheBondItself)
 {
-    const Outcome outcome = in_own_network("bond0", "bond", [](BoxLinks &links) {
+    in_own_network("bond0", "bond", [](BoxLinks &links) {
         ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "bond0"));
         ASSERT_TRUE(links.set("bond0", true) && links.set("tap-eth0", true));
         EXPECT_EQ(listed(kNetPhysical).substr(0, 4), "eth0");
@@ -103,13 +95,11 @@ TEST(NetKernel, MembersOfABondAndTheBondItself)
         EXPECT_EQ(listed(kNetVirtual).substr(0, 5), "bond0");
         EXPECT_EQ(listed(kNetVirtual).find("eth0"), std::string::npos);
     });
-    if (outcome != kRan)
-        GTEST_SKIP() << "this kernel has no " << (outcome == kNoNetwork ? "network of one's own" : "bonds");
 }
 
 TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
 {
-    const Outcome outcome = in_own_network("", "", [](BoxLinks &links) {
+    in_own_network("", "", [](BoxLinks &links) {
         ASSERT_TRUE(links.wire("eth0", "tap0") && links.wire("eth1", "fifteen-letters"));
         ASSERT_TRUE(links.set("eth1", true) && links.set("fifteen-letters", true));
         const int eth0 = links.index("eth0");
@@ -136,8 +126,6 @@ TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
             EXPECT_EQ(net_rename_eth(row.from, row.to), row.result) << &row - kCases;
         EXPECT_EQ(links.index("eth7"), eth0);
     });
-    if (outcome != kRan)
-        GTEST_SKIP() << "this kernel has no network of one's own";
 }
 
 } // namespace

@@ -3,28 +3,18 @@
 #include <gtest/gtest.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
-#include <string>
 #include <unistd.h>
-#include <vector>
 
-#include "autocleanup/unique.h"
 #include "lib/report.h"
 #include "lib/text.h"
 #include "net/link_event.h"
 #include "net/net_process_scan.h"
 #include "net/net_text.h"
 #include "net/norvjnet.h"
+#include "tests/support/containers.h"
 
 namespace
 {
-
-UniqueFile stream_of(const std::string &text)
-{
-    UniqueFile file(tmpfile());
-    fwrite(text.data(), 1, text.size(), file.get());
-    rewind(file.get());
-    return file;
-}
 
 TEST(NetStat, NamesInNaturalOrderWithoutHiddenOnes)
 {
@@ -48,7 +38,8 @@ TEST(NetStat, NamesInNaturalOrderWithoutHiddenOnes)
     };
     for (const auto &row : kCases) {
         NET_STAT stats[9];
-        const UniqueFile file = stream_of(kHeading + row.lines);
+        const std::string text = kHeading + row.lines;
+        const UniqueFile file = stream_of(text);
         ASSERT_EQ(net_stat_read(file.get(), stats, row.room), row.result) << row.lines;
         std::string found;
         for (int i = 0; i < row.result; i++) {
@@ -89,8 +80,9 @@ TEST(NetGateway, FirstDefaultRouteThatIsUp)
         {"", 64, 0, ""},
     };
     for (const auto &row : kCases) {
+        const std::string routes = kHeading + row.lines;
         char text[64] = "";
-        EXPECT_EQ(net_gateway_read(stream_of(kHeading + row.lines).get(), text, row.room), row.result) << row.lines;
+        EXPECT_EQ(net_gateway_read(stream_of(routes).get(), text, row.room), row.result) << row.lines;
         EXPECT_STREQ(text, row.text);
     }
     char text[64] = "";

@@ -3,10 +3,8 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
-#include <string>
 #include <sys/socket.h>
 #include <thread>
-#include <vector>
 
 #include "lib/report.h"
 #include "net/udpd_frame.h"

@@ -4,15 +4,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sched.h>
-#include <string>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
 #include "tests/support/in_child.h"
+#include "tests/support/private_mounts.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/watched_calls.h"
 
@@ -24,9 +22,8 @@ namespace
 bool machine_with_panel(const std::string &terminal, const std::string &folder)
 {
     const std::string panel = folder + "/ttyACM0";
-    return unshare(CLONE_NEWNS | CLONE_NEWNET) == 0 &&
-           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("none", folder.c_str(), "tmpfs", 0, nullptr) == 0 && mknod(panel.c_str(), S_IFREG | 0600, 0) == 0 &&
+    return private_mounts_enter(CLONE_NEWNET) && mount("none", folder.c_str(), "tmpfs", 0, nullptr) == 0 &&
+           mknod(panel.c_str(), S_IFREG | 0600, 0) == 0 &&
            mount(terminal.c_str(), panel.c_str(), nullptr, MS_BIND, nullptr) == 0 &&
            mount(folder.c_str(), "/dev", nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
@@ -38,25 +35,17 @@ std::string screen(const std::string &first, const std::string &second)
     return record;
 }
 
-// Reads what the line carries until it equals what is awaited in length: the kernel passes it on in its own time.
-std::string line_read(int fd, size_t awaited)
-{
-    std::string bytes;
-    pollfd ready = {fd, POLLIN, 0};
-    while (bytes.size() < awaited && poll(&ready, 1, 10'000) > 0) {
-        char part[1024];
-        const ssize_t count = read(fd, part, sizeof(part));
-        if (count <= 0)
-            break;
-        bytes.append(part, static_cast<size_t>(count));
-    }
-    return bytes;
-}
-
-// Expects exactly these bytes to come out of the line next.
+// Expects exactly these bytes to come out of the line next: the kernel passes them on in its own time.
 void expect_line(const UniqueFd &line, const std::string &expected)
 {
-    EXPECT_EQ(line_read(line.get(), expected.size()), expected);
+    std::string bytes;
+    pollfd ready = {line.get(), POLLIN, 0};
+    char part[1024];
+    for (ssize_t count = 1; count > 0 && bytes.size() < expected.size() && poll(&ready, 1, 10'000) > 0;) {
+        count = read(line.get(), part, sizeof(part));
+        bytes.append(part, static_cast<size_t>(std::max<ssize_t>(count, 0)));
+    }
+    EXPECT_EQ(bytes, expected);
 }
 
 TEST(Lcm, TerminalGetsTheStartAndTheWarningsInTurn)

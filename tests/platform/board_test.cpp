@@ -3,7 +3,7 @@
 
 #include <cstring>
 #include <ctime>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <map>
 #include <memory>
 #include <string>
@@ -11,20 +11,10 @@
 
 #include "platform/board/board_internal.h"
 #include "platform/board/check.h"
+#include "tests/platform/bytes.h"
 
 namespace
 {
-
-using Bytes = std::vector<uint8_t>;
-
-Bytes hex(std::string_view digits)
-{
-    Bytes bytes;
-    for (size_t i = 0; i + 1 < digits.size(); i += digits[i] == ' ' ? 1 : 2)
-        if (digits[i] != ' ')
-            bytes.push_back(static_cast<uint8_t>(std::stoi(std::string(digits.substr(i, 2)), nullptr, 16)));
-    return bytes;
-}
 
 // A program's memory: pieces at made-up addresses. What lies outside them is no memory.
 struct Memory {
@@ -421,13 +411,11 @@ TEST(BoardTime, AgreesWithTheLibrary)
         gmtime_r(&seconds, &expected);
         board_time split;
         board_time_split(seconds, &split);
-        ASSERT_EQ(split.second, expected.tm_sec) << seconds;
-        ASSERT_EQ(split.minute, expected.tm_min) << seconds;
-        ASSERT_EQ(split.hour, expected.tm_hour) << seconds;
-        ASSERT_EQ(split.week_day, expected.tm_wday) << seconds;
-        ASSERT_EQ(split.month_day, expected.tm_mday) << seconds;
-        ASSERT_EQ(split.month, expected.tm_mon) << seconds;
-        ASSERT_EQ(split.year, expected.tm_year) << seconds;
+        const int fields[] = {split.second,    split.minute, split.hour, split.week_day,
+                              split.month_day, split.month,  split.year};
+        ASSERT_THAT(fields, testing::ElementsAre(expected.tm_sec, expected.tm_min, expected.tm_hour, expected.tm_wday,
+                                                 expected.tm_mday, expected.tm_mon, expected.tm_year))
+            << seconds;
         int64_t joined = 0;
         ASSERT_EQ(board_time_join(&split, &joined), 0) << seconds;
         ASSERT_EQ(joined, seconds);

@@ -7,10 +7,12 @@
 #include <sstream>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <zlib.h>
 
 #include "build_paths.h"
 #include "platform/sfdisk/actions.h"
 #include "platform/sfdisk/label.h"
+#include "tests/platform/bytes.h"
 #include "tests/platform/run_program.h"
 
 namespace
@@ -20,26 +22,6 @@ constexpr char kSfdisk[] = NORV_BINARY_DIR "/platform/sfdisk/sfdisk";
 constexpr char kDebianSfdisk[] = "/sbin/sfdisk";
 constexpr uint64_t kGiB = 1ULL << 30;
 constexpr uint64_t kTiB = 1ULL << 40;
-
-using Bytes = std::vector<uint8_t>;
-
-// Bytes as hexadecimal text, with blanks where they please.
-Bytes hex(std::string_view digits)
-{
-    Bytes bytes;
-    bool is_low = false;
-    for (const char digit : digits) {
-        if (digit == ' ')
-            continue;
-        const auto value = static_cast<uint8_t>(digit <= '9' ? digit - '0' : digit - 'a' + 10);
-        if (is_low)
-            bytes.back() = static_cast<uint8_t>(bytes.back() << 4 | value);
-        else
-            bytes.push_back(value);
-        is_low = !is_low;
-    }
-    return bytes;
-}
 
 Bytes little_endian(uint64_t value, size_t count)
 {
@@ -57,16 +39,10 @@ Bytes operator+(Bytes left, const Bytes &right)
     return left;
 }
 
-// The check sum of a GPT, bit by bit.
+// The check sum of a GPT.
 uint32_t crc(const Bytes &bytes)
 {
-    uint32_t value = ~0U;
-    for (const uint8_t byte : bytes) {
-        value ^= byte;
-        for (int bit = 0; bit < 8; bit++)
-            value = value >> 1 ^ ((value & 1U) != 0 ? 0xedb88320U : 0);
-    }
-    return ~value;
+    return static_cast<uint32_t>(crc32(0, bytes.data(), static_cast<uInt>(bytes.size())));
 }
 
 // A sparse file in memory, known by a path as long as it lives.

@@ -1,7 +1,6 @@
 // The root block's bytes: both ways, every version, every cut and every bit.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <string>
 #include <sys/mman.h>
 #include <unistd.h>
 

@@ -4,8 +4,6 @@
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <string>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/wait.h>
@@ -14,6 +12,8 @@
 #include "lib/report.h"
 #include "lib/semaphore.h"
 #include "tests/support/in_child.h"
+#include "tests/support/outcome.h"
+#include "tests/support/private_mounts.h"
 #include "tests/support/watched_calls.h"
 
 namespace
@@ -57,15 +57,11 @@ TEST(SpaceExecl, CutsTheLogAndNothingElse)
 }
 
 // Runs in a namespace of its own where the kernel gives one.
-void with_own_semaphores(int (*body)())
+void with_own_semaphores(void (*body)())
 {
-    const int result = in_child([=] {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0 && unshare(CLONE_NEWIPC) != 0)
-            return -1;
-        return body();
-    });
-    if (result == -1)
-        GTEST_SKIP() << "no namespaces here";
+    const bool ran = in_child([=] { return private_mounts_enter(CLONE_NEWIPC) && (body(), true); }) != 0;
+    if (!ran)
+        GTEST_SKIP() << "the kernel gives no namespaces to this user";
 }
 
 TEST(Semaphore, OneHolderAtATime)
@@ -90,7 +86,6 @@ TEST(Semaphore, OneHolderAtATime)
         EXPECT_EQ(waitpid(holder, nullptr, 0), holder);
         EXPECT_EQ(semaphore_take(id, kSemaphoreNoWait), 0) << "the kernel gives back what the dead one had";
         EXPECT_EQ(semaphore_give(id), 0);
-        return 0;
     });
 }
 
@@ -114,7 +109,6 @@ TEST(Semaphore, IsSetForAMakerThatDied)
         EXPECT_EQ(semaphore_open(kKey), held) << "nor one that was set to 0";
         EXPECT_EQ(sleeps.seen.size(), 0U);
         EXPECT_EQ(semctl(held, 0, GETVAL), 0);
-        return 0;
     });
 }
 
@@ -134,16 +128,13 @@ TEST(Semaphore, WaitsForAMakerThatIsSlow)
         EXPECT_EQ(semaphore_open(kKey), id);
         EXPECT_EQ(looks, 3);
         EXPECT_EQ(semctl(id, 0, GETVAL), 1);
-        return 0;
     });
 }
 
 TEST(SpaceLock, RefusesAnUnknownLock)
 {
-    for (const int id : {-1, 8}) {
-        EXPECT_EQ(space_lock(id, kSpaceLockNoWait), -1);
-        EXPECT_EQ(NLIBCErrGet(), kErrBadParameter);
-    }
+    for (const int id : {-1, 8})
+        EXPECT_EQ(outcome(space_lock, id, kSpaceLockNoWait), (Outcome{-1, kErrBadParameter}));
 }
 
 } // namespace

@@ -2,6 +2,17 @@
 #pragma once
 
 #include <functional>
+#include <string_view>
+#include <type_traits>
 
 // Runs `body` in a child and returns what it returned. Expectations that fail in it fail the test.
 int in_child(const std::function<int()> &body);
+// The same for a body without a result.
+template <typename Body> std::enable_if_t<std::is_void_v<std::invoke_result_t<Body>>> in_child(const Body &body)
+{
+    in_child([&body] { return body(), 0; });
+}
+
+// Ends the whole test program: a test that this machine cannot run has neither passed nor failed. ctest knows it by the
+// line that is printed, others by the exit status.
+[[noreturn]] void not_run(std::string_view why);

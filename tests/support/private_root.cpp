@@ -20,6 +20,7 @@ bool PrivateRoot::enter(const std::string &path)
 
 PrivateRoot::PrivateRoot() : log_socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
 {
+    require();
     for (const char *folder : {"dev", "etc", "etc.defaults", "tmp"})
         std::filesystem::create_directories(dir_.path(folder));
     sockaddr_un address = {};
@@ -33,9 +34,11 @@ PrivateRoot::~PrivateRoot()
     close(log_socket_);
 }
 
-bool PrivateRoot::allowed()
+void PrivateRoot::require()
 {
-    return in_child([] { return enter("/") ? 1 : 0; }) == 1;
+    static const bool is_allowed = in_child([] { return enter("/"); }) != 0;
+    if (!is_allowed)
+        not_run("the kernel gives no root of its own to this user");
 }
 
 void PrivateRoot::write(std::string_view path, std::string_view text) const

@@ -2,10 +2,7 @@
 // process. For whole programs there is the Sandbox.
 #pragma once
 
-#include <functional>
-#include <string>
-#include <string_view>
-
+#include "tests/support/in_child.h"
 #include "tests/support/scratch_dir.h"
 
 class PrivateRoot
@@ -16,8 +13,8 @@ class PrivateRoot
     PrivateRoot(const PrivateRoot &) = delete;
     PrivateRoot &operator=(const PrivateRoot &) = delete;
 
-    // Whether the kernel lets this user have one.
-    [[nodiscard]] static bool allowed();
+    // Ends the test as not run where the kernel lets this user have none; so does the constructor.
+    static void require();
     // Makes a folder the root of this process. False when that fails.
     [[nodiscard]] static bool enter(const std::string &path);
 
@@ -27,6 +24,10 @@ class PrivateRoot
 
     // Runs `body` in a child that sees this root, as in_child does.
     int run(const std::function<int()> &body) const;
+    template <typename Body> std::enable_if_t<std::is_void_v<std::invoke_result_t<Body>>> run(const Body &body) const
+    {
+        run([&body] { return body(), 0; });
+    }
 
     // The log lines since the last call, as "3 unit.cpp:# text\n": priority, and # for the line number.
     [[nodiscard]] std::string log() const;
