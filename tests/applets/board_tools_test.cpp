@@ -1,6 +1,6 @@
 // The tools that talk to the board: each form, the requests it makes, what it prints.
 #include "tests/support/box_controller.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -8,20 +8,19 @@ namespace
 constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf";
 
 struct Case {
-    std::vector<std::string> args;
+    std::string args;
     std::string board; // lines of the board's transcript
-    int exit_status;
-    std::string out;
+    int exit_status = 0;
+    const char *out = "";
 };
 
-void cases_run(Sandbox &box, const std::vector<Case> &cases)
+void cases_run(Sandbox &box, const std::string &role, const std::vector<Case> &cases)
 {
     for (const Case &row : cases) {
-        const Result result = box.run(row.args);
-        const std::string what = row.args[0] + " " + (row.args.size() > 1 ? row.args.back() : "");
-        EXPECT_EQ(result.exit_status, row.exit_status) << what;
-        EXPECT_EQ(result.record.text("board *"), row.board) << what;
-        EXPECT_EQ(result.out, row.out) << what;
+        const Result result = box.run(words(row.args, role));
+        EXPECT_EQ(result.exit_status, row.exit_status) << row.args;
+        EXPECT_EQ(result.record.text("board *"), row.board) << row.args;
+        EXPECT_EQ(result.out, row.out) << row.args;
     }
 }
 
@@ -34,35 +33,37 @@ TEST(Norvhwctrl, EachNameSendsItsControl)
 {
     Sandbox box;
     box.file(kDefaults, "");
-    cases_run(box, {
-                       {{"norvhwctrl", "-set_stat_led", "run"}, control("0x4002", "0x0", ""), 0, ""},
-                       {{"norvhwctrl", "-set_stat_led", "shutdown"}, control("0x4003", "0x0", ""), 0, ""},
-                       {{"norvhwctrl", "-set_stat_led", "nodisk"}, control("0x4004", "0x0", ""), 0, ""},
-                       {{"norvhwctrl", "-set_stat_led", "usbcopy_on"}, "", 1, "Excution Error\n"},
-                       {{"norvhwctrl", "-set_stat_led"}, "", 1, "Excution Error\n"},
-                       {{"norvhwctrl", "-set_led", "usbcopy_blinking"}, control("0x5102", "0x80", ""), 0, ""},
-                       {{"norvhwctrl", "-set_led", "usbcopy_on"}, control("0x5100", "0x80", ""), 0, ""},
-                       {{"norvhwctrl", "-set_led", "usbcopy_off"}, control("0x5101", "0x80", ""), 0, ""},
-                       {{"norvhwctrl", "-set_led", "memtest_blinking"}, control("0x5903", "0x80", "\\x02"), 0, ""},
-                       {{"norvhwctrl", "-set_led", "memtest_on"}, control("0x5903", "0x80", "\\x01"), 0, ""},
-                       {{"norvhwctrl", "-set_led", "memtest_off"}, control("0x5903", "0x80", ""), 0, ""},
-                       {{"norvhwctrl", "-set_led", "power_green_on"}, control("0x5902", "0x80", "\\x01"), 0, ""},
-                       {{"norvhwctrl", "-set_led", "power_green_off"}, control("0x5902", "0x80", ""), 0, ""},
-                       {{"norvhwctrl", "-set_led", "power_orange_on"}, control("0x5901", "0x80", "\\x01"), 0, ""},
-                       {{"norvhwctrl", "-set_led", "power_orange_off"}, control("0x5901", "0x80", ""), 0, ""},
-                       {{"norvhwctrl", "-set_led", "run"}, "", 1, "Excution Error\n"},
-                   });
+    cases_run(box, "norvhwctrl",
+              {
+                  {"-set_stat_led run", control("0x4002", "0x0", "")},
+                  {"-set_stat_led shutdown", control("0x4003", "0x0", "")},
+                  {"-set_stat_led nodisk", control("0x4004", "0x0", "")},
+                  {"-set_stat_led usbcopy_on", "", 1, "Excution Error\n"},
+                  {"-set_stat_led", "", 1, "Excution Error\n"},
+                  {"-set_led usbcopy_blinking", control("0x5102", "0x80", "")},
+                  {"-set_led usbcopy_on", control("0x5100", "0x80", "")},
+                  {"-set_led usbcopy_off", control("0x5101", "0x80", "")},
+                  {"-set_led memtest_blinking", control("0x5903", "0x80", "\\x02")},
+                  {"-set_led memtest_on", control("0x5903", "0x80", "\\x01")},
+                  {"-set_led memtest_off", control("0x5903", "0x80", "")},
+                  {"-set_led power_green_on", control("0x5902", "0x80", "\\x01")},
+                  {"-set_led power_green_off", control("0x5902", "0x80", "")},
+                  {"-set_led power_orange_on", control("0x5901", "0x80", "\\x01")},
+                  {"-set_led power_orange_off", control("0x5901", "0x80", "")},
+                  {"-set_led run", "", 1, "Excution Error\n"},
+              });
 }
 
 TEST(Norvhwctrl, SecondUartTakesTextAndRefusesWhatHasNone)
 {
     Sandbox box;
     box.file(kDefaults, "supportuart2=\"yes\"\n");
-    cases_run(box, {
-                       {{"norvhwctrl", "-set_stat_led", "run"}, "board 0xc0014b21 micro_write \"4\"\n", 0, ""},
-                       {{"norvhwctrl", "-set_led", "usbcopy_on"}, "board 0xc0014b21 micro_write \"B\"\n", 0, ""},
-                       {{"norvhwctrl", "-set_led", "usbcopy_off"}, "board 0xc0014b21 micro_write \"@\"\n", 0, ""},
-                   });
+    cases_run(box, "norvhwctrl",
+              {
+                  {"-set_stat_led run", "board 0xc0014b21 micro_write \"4\"\n"},
+                  {"-set_led usbcopy_on", "board 0xc0014b21 micro_write \"B\"\n"},
+                  {"-set_led usbcopy_off", "board 0xc0014b21 micro_write \"@\"\n"},
+              });
     const Result refused = box.run({"norvhwctrl", "-set_stat_led", "nodisk"});
     EXPECT_EQ(refused.exit_status, 1);
     EXPECT_TRUE(refused.record.in_order({"log err invalid microp command 16388"}));
@@ -83,27 +84,26 @@ TEST(NorvMicropControl, EachFormSendsItsText)
     box.file(kDefaults, "supportraid=yes\n");
     const auto sent = [](const std::string &text) { return "board 0xc0014b21 micro_write \"" + text + "\"\n"; };
     constexpr char kRole[] = "norv_microp_control", kNotFound[] = "Command Not Found\nCommand failed\n";
-    cases_run(box, {
-                       {{kRole, "-w", "0x33"}, sent("3"), 0, ""},
-                       {{kRole, "-w", "3"}, sent("3"), 0, ""},
-                       {{kRole, "-w", "0x00"}, sent(""), 0, ""},
-                       {{kRole, "FAN_SPEED_PWM_ADJUST_DUTY_CYCLE_IN_PERCENTAGE", "40"}, sent("V40"), 0, ""},
-                       {{kRole, "FAN_SPEED_PWM_ADJUST_FREQUENCY_IN_HZ", "05"}, sent("W05"), 0, ""},
-                       {{kRole, "USB_LED_ON"}, sent("@"), 0, ""},
-                       {{kRole, "USB_LED_OFF"}, sent("B"), 0, ""},
-                       {{kRole, "ALERT_LED_BLINKING"}, sent("LA2"), 0, ""},
-                       {{kRole, "ENALBE_WAKE_ON_LAN_FUNCTION"}, sent("l"), 0, ""},
-                       {{kRole, "BUZZER_OUT_LONG_AND_LOUD"}, sent("3"), 0, ""}, // what stands behind a name is ignored
-                       {{kRole, "MICROP_LOG_ON"}, "board 0xc0014b31 micro_log 1\n", 0, ""},
-                       {{kRole, "MICROP_LOG_OFF"}, "board 0xc0014b31 micro_log 0\n", 0, ""},
-                       {{kRole, "-w"}, "", 255, kNotFound},
-                       {{kRole, "FAN_SPEED_PWM_ADJUST_NOTHING", "40"}, "", 255, kNotFound},
-                       {{kRole, "MICROP_VERSION_REPORT", "1"}, "", 255, kNotFound}, // stands alone
-                   });
-    for (const std::vector<std::string> &bad : {std::vector<std::string>{kRole},
-                                                {kRole, "a", "b", "c"},
-                                                {kRole, "FAN_SPEED_PWM_ADJUST_FREQUENCY_IN_HZ", "5"}}) {
-        const Result result = box.run(bad);
+    cases_run(box, kRole,
+              {
+                  {"-w 0x33", sent("3")},
+                  {"-w 3", sent("3")},
+                  {"-w 0x00", sent("")},
+                  {"FAN_SPEED_PWM_ADJUST_DUTY_CYCLE_IN_PERCENTAGE 40", sent("V40")},
+                  {"FAN_SPEED_PWM_ADJUST_FREQUENCY_IN_HZ 05", sent("W05")},
+                  {"USB_LED_ON", sent("@")},
+                  {"USB_LED_OFF", sent("B")},
+                  {"ALERT_LED_BLINKING", sent("LA2")},
+                  {"ENALBE_WAKE_ON_LAN_FUNCTION", sent("l")},
+                  {"BUZZER_OUT_LONG_AND_LOUD", sent("3")}, // what stands behind a name is ignored
+                  {"MICROP_LOG_ON", "board 0xc0014b31 micro_log 1\n"},
+                  {"MICROP_LOG_OFF", "board 0xc0014b31 micro_log 0\n"},
+                  {"-w", "", 255, kNotFound},
+                  {"FAN_SPEED_PWM_ADJUST_NOTHING 40", "", 255, kNotFound},
+                  {"MICROP_VERSION_REPORT 1", "", 255, kNotFound}, // stands alone
+              });
+    for (const char *bad : {"", "a b c", "FAN_SPEED_PWM_ADJUST_FREQUENCY_IN_HZ 5"}) {
+        const Result result = box.run(words(bad, kRole));
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_EQ(result.out.find("Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\nUsage: "), 0U);
         EXPECT_EQ(result.record.text("board *"), "");
@@ -195,26 +195,26 @@ TEST(NorvOob, AsksTheController)
 {
     using namespace std::string_literals;
     struct Question {
-        std::vector<std::string> args;
+        std::string args;
         std::string reply; // completion code and data
         const char *command;
         int exit_status;
         const char *out;
     };
     const Question kQuestions[] = {
-        {{"norv_oob_power_action"}, "\0\0"s, "3070", 0, "none\n"},
-        {{"norv_oob_power_action"}, "\0\1"s, "3070", 0, "poweroff\n"},
-        {{"norv_oob_power_action"}, "\0\2"s, "3070", 0, "reboot\n"},
-        {{"norv_oob_power_action"}, "\0\3"s, "3070", 0, "poweroff\n"},
-        {{"norv_oob_power_action"}, "\xc1\1"s, "3070", 255, ""},
-        {{"norv_oob_power_action", "--clear"}, "\0"s, "3071", 0, ""},
-        {{"norv_oob_ipv4_get"}, "\0\x11\x0a\1\2\xff"s, "0c02", 0, "10.1.2.255\n"},
+        {"norv_oob_power_action", "\0\0"s, "3070", 0, "none\n"},
+        {"norv_oob_power_action", "\0\1"s, "3070", 0, "poweroff\n"},
+        {"norv_oob_power_action", "\0\2"s, "3070", 0, "reboot\n"},
+        {"norv_oob_power_action", "\0\3"s, "3070", 0, "poweroff\n"},
+        {"norv_oob_power_action", "\xc1\1"s, "3070", 255, ""},
+        {"norv_oob_power_action --clear", "\0"s, "3071", 0, ""},
+        {"norv_oob_ipv4_get", "\0\x11\x0a\1\2\xff"s, "0c02", 0, "10.1.2.255\n"},
     };
     for (const Question &row : kQuestions) {
         Sandbox box;
         box.file(kDefaults, "supportraid=yes\n");
         controller_add(box, {row.reply});
-        const Result result = box.run(row.args);
+        const Result result = box.run(words(row.args));
         EXPECT_EQ(result.exit_status, row.exit_status) << row.out;
         EXPECT_EQ(result.out, row.out);
         EXPECT_EQ(result.record.count("ioctl /dev/ipmi0 * "s + row.command), 1) << result.record.text();

@@ -1,10 +1,9 @@
 // What the disks hold, as norvupgrade --check-system tells it.
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -72,236 +71,144 @@ void fixed_model(Sandbox &box, const std::string &sectors)
 
 struct Outcome {
     const char *what;
-    std::function<void(Sandbox &)> change;
+    Change change;
     const char *word;
-    std::vector<std::string> record;
+    std::string record = "";
 };
 
-void expect_outcome(const Outcome &row)
+void expect_outcomes(const std::vector<Outcome> &rows)
 {
-    SCOPED_TRACE(row.what);
-    Sandbox box;
-    row.change(box); // of two answers of a program the first counts, of two files the last
-    healthy(box);
-    row.change(box);
-    const Result result = box.run({"norvupgrade", "--check-system"}, kLeaves);
-    EXPECT_EQ(result.exit_status, 0);
-    EXPECT_EQ(result.out, row.word);
-    EXPECT_TRUE(result.record.in_order(row.record));
+    for (const Outcome &row : rows) {
+        SCOPED_TRACE(row.what);
+        Sandbox box;
+        row.change(box); // of two answers of a program the first counts, of two files the last
+        healthy(box);
+        row.change(box);
+        const Result result = box.run({"norvupgrade", "--check-system"}, kLeaves);
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, row.word);
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
+    }
 }
 
 TEST(CheckSystem, Outcomes)
 {
-    const Outcome kRows[] = {
-        {"recoverable",
-         [](Sandbox &) {},
-         "sys_recoverable",
-         {"log err *Dev: sda, DiskPath: /dev/sda, Partition version: 9", "run /bin/mkdir -p /tmpRoot", "run /bin/sync",
-          "run /bin/sync", "run /bin/sync", "run /bin/mount /dev/md0 /tmpRoot", "run /bin/umount -f /tmpRoot",
-          "run /sbin/e2fsck -pvf -C 0 /dev/md0", "run /bin/mount /dev/md0 /tmpRoot", "run /bin/umount -f /tmpRoot",
-          "run /bin/mount /dev/md0 /tmpRoot", "run /tmpRoot/.norv/patch/updater -a /tmpRoot",
-          "log err is_system_recoverable.cpp:* Executing /tmpRoot//.norv/patch/updater -a /tmpRoot [0]",
-          "log err *SYSTEM_NORMAL, [Recoverable=1]", "run /bin/umount -f /tmpRoot",
-          "log err *(FillUpgradeVolumeInfo): gszUpgradeVolDev = /dev/md0 *",
-          "log err *gblSupportRaid: 1, gSysStatus: 1, gblCreateDataVol: 0, gblSystemRecoverable: 1"}},
-        {"arrays missing",
-         [](Sandbox &box) { box.file("/proc/partitions", "major\n 9 1 1 md1\n 9 0 1 md0"); }, // no newline at the end
-         "not_install",
-         {"log err *SYSTEM_NOT_INSTALLED: Raid but md0 or md1 not exist"}},
-        {"found in lost+found",
-         [](Sandbox &box) { box.file("/tmpRoot/lost+found/#12", ""); },
-         "sys_crash",
-         {"log err *Check Lost and Found Fail", "log err *SYSTEM_CRASHED: lost+found or fsck failed"}},
-        {"no lost+found", [](Sandbox &box) { box.remove("/tmpRoot/lost+found"); }, "sys_recoverable", {}},
-        {"file system check 4",
-         [](Sandbox &box) { box.program("/sbin/e2fsck", {{.exit_status = 4}}); },
-         "sys_crash",
-         {"log err *Fsck fail with /dev/md0, ret = 4*", "log err *SYSTEM_CRASHED: lost+found or fsck failed"}},
-        {"file system check 12 passes",
-         [](Sandbox &box) { box.program("/sbin/e2fsck", {{.exit_status = 12}}); },
-         "sys_recoverable",
-         {}},
-        {"lost after the file system check",
-         [](Sandbox &box) {
-             box.program("/sbin/e2fsck",
-                         {{.effect = [&box](const ProgramCall &) { box.file("/tmpRoot/lost+found/#12", ""); }}});
-         },
-         "sys_crash",
-         {"log err *Check Lost and Found Fail after fsck", "log err *SYSTEM_CRASHED: lost+found or fsck failed"}},
-        {"not mounted at last",
-         [](Sandbox &box) {
-             box.program("/bin/mount", {{.times = 2}, {.exit_status = 32}});
-         },
-         "sys_crash",
-         {"log err *mount  partition failed. dev=/dev/md0, path=/tmpRoot", "log err *SYSTEM_CRASHED: Mount Failed"}},
-        {"both markers",
-         [](Sandbox &box) {
-             box.file("/tmpRoot/.restore_to_default", "");
-             box.file("/tmpRoot/.system_crashed", "");
-         },
-         "not_install",
-         {"log err *SYSTEM_NOT_INSTALLED: .restore_to_default in disk", "run /bin/umount*"}},
-        {"crashed",
-         [](Sandbox &box) { box.file("/tmpRoot/.system_crashed", ""); },
-         "sys_crash",
-         {"log err *SYSTEM_CRASHED: .system_crashed in disk"}},
-        {"recorder and not",
-         [](Sandbox &box) { box.file(kConf, kRaidModel + "nvr=\"yes\"\n"); },
-         "sys_crash",
-         {"log err *SYSTEM_CRASHED: Migrate between NVR and not NVR model"}},
-        {"marker of a failed recovery",
-         [](Sandbox &box) { box.file("/tmp/recover_fail", ""); },
-         "sys_migrat",
-         {"log err *recover fail flag on", "log err *SYSTEM_NORMAL, [Recoverable=0]"}},
-        {"unknown layout, recoverable",
-         [](Sandbox &box) { box.program("/sbin/sfdisk", {{.exit_status = 1}}); },
-         "sys_recoverable",
-         {"log err *Dev: sda, DiskPath: /dev/sda, Partition version: [not norv partition]"}},
-        {"unknown layout, not recoverable",
-         [](Sandbox &box) {
-             box.program("/sbin/sfdisk", {{.exit_status = 1}});
-             box.file("/tmpRoot/.system_crashed", "");
-         },
-         "not_install",
-         {"log err *SYSTEM_CRASHED: .system_crashed in disk",
-          "log err *SYSTEM_NOT_INSTALLED: Not NorvParitition and Not Recoverable"}},
-        {"lost+found is no folder",
-         [](Sandbox &box) {
-             box.remove("/tmpRoot/lost+found");
-             box.file("/tmpRoot/lost+found", "");
-         },
-         "sys_crash",
-         {"log err *open /tmpRoot/lost+found dir fail Not a directory", "run /bin/umount -f /tmpRoot",
-          "log err *Check Lost and Found Fail"}},
-        {"boot disk of another kind of system",
-         root_block_put,
-         "not_install",
-         {"log err *SYSTEM_NOT_INSTALLED: Migration with incompatible root block", "run /bin/umount -f /tmpRoot"}},
-        {"such a disk in the boot array",
-         [](Sandbox &box) {
-             root_block_put(box);
-             box.file("/proc/cmdline", "root=/dev/md0 root=/dev/none");
-             box.device("/dev/md0", 3 << 20);
-             box.request({.device = "/dev/md0", .request = 0x80480911, .bytes = std::string(72, '\1')});
-             box.file("/sys/block/md0/md/array_state", "clean\n");
-             for (const char *member : {"sda1", "sdb1"}) {
-                 box.file(std::string("/sys/block/md0/md/dev-") + member + "/state", "in_sync\n");
-                 box.file(std::string("/sys/block/md0/md/dev-") + member + "/slot", "0\n");
-             }
-         },
-         "not_install",
-         {"log err *Find incompatible root block on disk: [/dev/sda1]",
-          "log err *SYSTEM_NOT_INSTALLED: Migration with incompatible root block"}},
-        {"boot array unknown",
-         [](Sandbox &box) {
-             root_block_put(box);
-             box.file("/proc/cmdline", "root=/dev/md0\n");
-         },
-         "sys_recoverable",
-         {"log err *Failed to get root device from /dev/md0, skip"}},
-        {"boot arguments unknown",
-         [](Sandbox &box) {
-             root_block_put(box);
-             box.remove("/proc/cmdline");
-         },
-         "sys_recoverable",
-         {"log err *Failed to get boot arguments"}},
-        {"fixed model",
-         [](Sandbox &box) { fixed_model(box, "209715200"); },
-         "sys_recoverable",
-         {"run /sbin/sfdisk -l -uS -N1 /dev/sdb", "log err *SYSTEM_NORMAL, [Recoverable=1]"}},
-        {"fixed model, one disk of another size, not recoverable",
-         [](Sandbox &box) {
-             fixed_model(box, "209715201");
-             box.file("/tmp/recover_fail", "");
-         },
-         "not_install",
-         {"log err *SYSTEM_NORMAL, [Recoverable=0]", "log err *Not NorvParitition and Not Recoverable"}},
-        {"fixed model without its array",
-         [](Sandbox &box) {
-             fixed_model(box, "209715200");
-             box.file("/proc/partitions", "   9 1 1 md1\n   9 0 1 md0p1 md0\n");
-         },
-         "not_install",
-         {"log err *SYSTEM_NOT_INSTALLED: Raid but md0 not exist"}},
+    constexpr char kGood[] = "sys_recoverable", kNone[] = "not_install", kCrash[] = "sys_crash";
+    constexpr char kFound[] = "/tmpRoot/lost+found", kProc[] = "/proc/partitions", kSfdisk[] = "/sbin/sfdisk";
+    const Change root_block = root_block_put, fixed = [](Sandbox &box) { fixed_model(box, "209715200"); },
+                 other_size = [](Sandbox &box) { fixed_model(box, "209715201"); }, no_raid = file(kConf, kModel),
+                 foreign = program(kSfdisk, {.exit_status = 1}), crashed = file("/tmpRoot/.system_crashed"),
+                 recover_failed = file("/tmp/recover_fail"),
+                 lost_in_check =
+                     [&](Sandbox &box) {
+                         box.program("/sbin/e2fsck", {{.effect = [&box](const ProgramCall &) {
+                                         box.file("/tmpRoot/lost+found/#12", "");
+                                     }}});
+                     },
+                 mounts_twice =
+                     [](Sandbox &box) {
+                         box.program("/bin/mount", {{.times = 2}, {.exit_status = 32}});
+                     },
+                 boot_array = root_block + file("/proc/cmdline", "root=/dev/md0 root=/dev/none") + [](Sandbox &box) {
+                     box.device("/dev/md0", 3 << 20);
+                     box.request({.device = "/dev/md0", .request = 0x80480911, .bytes = std::string(72, '\1')});
+                     box.file("/sys/block/md0/md/array_state", "clean\n");
+                     for (const std::string member : {"sda1", "sdb1"}) {
+                         box.file("/sys/block/md0/md/dev-" + member + "/state", "in_sync\n");
+                         box.file("/sys/block/md0/md/dev-" + member + "/slot", "0\n");
+                     }
+                 };
+    expect_outcomes({
+        {"recoverable", kNoChange, kGood,
+         "log err *Dev: sda, DiskPath: /dev/sda, Partition version: 9\n"
+         "run /bin/mkdir -p /tmpRoot\nrun /bin/sync\nrun /bin/sync\nrun /bin/sync\n"
+         "run /bin/mount /dev/md0 /tmpRoot\nrun /bin/umount -f /tmpRoot\nrun /sbin/e2fsck -pvf -C 0 /dev/md0\n"
+         "run /bin/mount /dev/md0 /tmpRoot\nrun /bin/umount -f /tmpRoot\nrun /bin/mount /dev/md0 /tmpRoot\n"
+         "run /tmpRoot/.norv/patch/updater -a /tmpRoot\n"
+         "log err is_system_recoverable.cpp:* Executing /tmpRoot//.norv/patch/updater -a /tmpRoot [0]\n"
+         "log err *SYSTEM_NORMAL, [Recoverable=1]\nrun /bin/umount -f /tmpRoot\n"
+         "log err *(FillUpgradeVolumeInfo): gszUpgradeVolDev = /dev/md0 *\n"
+         "log err *gblSupportRaid: 1, gSysStatus: 1, gblCreateDataVol: 0, gblSystemRecoverable: 1"},
+        {"arrays missing", file(kProc, "major\n 9 1 1 md1\n 9 0 1 md0"), kNone, // no newline at the end
+         "log err *SYSTEM_NOT_INSTALLED: Raid but md0 or md1 not exist"},
+        {"found in lost+found", file("/tmpRoot/lost+found/#12"), kCrash,
+         "log err *Check Lost and Found Fail\nlog err *SYSTEM_CRASHED: lost+found or fsck failed"},
+        {"no lost+found", gone(kFound), kGood},
+        {"file system check 4", program("/sbin/e2fsck", {.exit_status = 4}), kCrash,
+         "log err *Fsck fail with /dev/md0, ret = 4*\nlog err *SYSTEM_CRASHED: lost+found or fsck failed"},
+        {"file system check 12 passes", program("/sbin/e2fsck", {.exit_status = 12}), kGood},
+        {"lost after the file system check", lost_in_check, kCrash,
+         "log err *Check Lost and Found Fail after fsck\nlog err *SYSTEM_CRASHED: lost+found or fsck failed"},
+        {"not mounted at last", mounts_twice, kCrash,
+         "log err *mount  partition failed. dev=/dev/md0, path=/tmpRoot\nlog err *SYSTEM_CRASHED: Mount Failed"},
+        {"both markers", file("/tmpRoot/.restore_to_default") + crashed, kNone,
+         "log err *SYSTEM_NOT_INSTALLED: .restore_to_default in disk\nrun /bin/umount*"},
+        {"crashed", crashed, kCrash, "log err *SYSTEM_CRASHED: .system_crashed in disk"},
+        {"recorder and not", file(kConf, kRaidModel + "nvr=\"yes\"\n"), kCrash,
+         "log err *SYSTEM_CRASHED: Migrate between NVR and not NVR model"},
+        {"marker of a failed recovery", recover_failed, "sys_migrat",
+         "log err *recover fail flag on\nlog err *SYSTEM_NORMAL, [Recoverable=0]"},
+        {"unknown layout, recoverable", foreign, kGood,
+         "log err *Dev: sda, DiskPath: /dev/sda, Partition version: [not norv partition]"},
+        {"unknown layout, not recoverable", foreign + crashed, kNone,
+         "log err *SYSTEM_CRASHED: .system_crashed in disk\n"
+         "log err *SYSTEM_NOT_INSTALLED: Not NorvParitition and Not Recoverable"},
+        {"lost+found is no folder", gone(kFound) + file(kFound), kCrash,
+         "log err *open /tmpRoot/lost+found dir fail Not a directory\nrun /bin/umount -f /tmpRoot\n"
+         "log err *Check Lost and Found Fail"},
+        {"boot disk of another kind of system", root_block, kNone,
+         "log err *SYSTEM_NOT_INSTALLED: Migration with incompatible root block\nrun /bin/umount -f /tmpRoot"},
+        {"such a disk in the boot array", boot_array, kNone,
+         "log err *Find incompatible root block on disk: [/dev/sda1]\n"
+         "log err *SYSTEM_NOT_INSTALLED: Migration with incompatible root block"},
+        {"boot array unknown", root_block + file("/proc/cmdline", "root=/dev/md0\n"), kGood,
+         "log err *Failed to get root device from /dev/md0, skip"},
+        {"boot arguments unknown", root_block + gone("/proc/cmdline"), kGood, "log err *Failed to get boot arguments"},
+        {"fixed model", fixed, kGood, "run /sbin/sfdisk -l -uS -N1 /dev/sdb\nlog err *SYSTEM_NORMAL, [Recoverable=1]"},
+        {"fixed model, one disk of another size, not recoverable", other_size + recover_failed, kNone,
+         "log err *SYSTEM_NORMAL, [Recoverable=0]\nlog err *Not NorvParitition and Not Recoverable"},
+        {"fixed model without its array", fixed + file(kProc, "   9 1 1 md1\n   9 0 1 md0p1 md0\n"), kNone,
+         "log err *SYSTEM_NOT_INSTALLED: Raid but md0 not exist"},
         {"healthy without RAID on a foreign layout, not recoverable",
-         [](Sandbox &box) {
-             box.file(kConf, kModel);
-             box.program("/sbin/sfdisk", {{.exit_status = 1}});
-             box.program("/tmpRoot/.norv/patch/updater", {{.exit_status = 1}});
-         },
-         "not_install",
-         {"log err *SYSTEM_NORMAL, [Recoverable=0]", "log err *Not NorvParitition and Not Recoverable",
-          "log err *gblSupportRaid: 0, gSysStatus: 3, gblCreateDataVol: 1, gblSystemRecoverable: 0"}},
-        {"memory test", [](Sandbox &box) { box.file("/.memtest", ""); }, "mem_testing", {}},
-        {"blank disk without RAID",
-         [](Sandbox &box) {
-             box.file(kConf, kModel);
-             box.program("/sbin/sfdisk", {{.exit_status = 1}});
-             box.program("/bin/mount", {{.exit_status = 32}});
-         },
-         "not_install",
-         {"log err *Mount Device /dev/sda1 Fail", "log err *SYSTEM_CRASHED: lost+found or fsck failed",
-          "log err *gblSupportRaid: 0, gSysStatus: 3, gblCreateDataVol: 1, gblSystemRecoverable: 0"}},
-    };
-    for (const Outcome &row : kRows)
-        expect_outcome(row);
+         no_raid + foreign + program("/tmpRoot/.norv/patch/updater", {.exit_status = 1}), kNone,
+         "log err *SYSTEM_NORMAL, [Recoverable=0]\nlog err *Not NorvParitition and Not Recoverable\n"
+         "log err *gblSupportRaid: 0, gSysStatus: 3, gblCreateDataVol: 1, gblSystemRecoverable: 0"},
+        {"memory test", file("/.memtest"), "mem_testing"},
+        {"blank disk without RAID", no_raid + foreign + program("/bin/mount", {.exit_status = 32}), kNone,
+         "log err *Mount Device /dev/sda1 Fail\nlog err *SYSTEM_CRASHED: lost+found or fsck failed\n"
+         "log err *gblSupportRaid: 0, gSysStatus: 3, gblCreateDataVol: 1, gblSystemRecoverable: 0"},
+    });
 }
 
 // The first reason against recovery ends the test.
 TEST(CheckSystem, Recoverability)
 {
-    const auto put = [](const char *path, const std::string &text) {
-        return [path, text](Sandbox &box) { box.file(path, text); };
-    };
-    constexpr char kDisk[] = "/tmpRoot/etc.defaults/VERSION", kPatch[] = "/tmpRoot/.norv/patch/VERSION";
+    constexpr char kGood[] = "sys_recoverable", kNot[] = "sys_migrat";
+    const std::string kDisk = "/tmpRoot/etc.defaults/VERSION", kPatch = "/tmpRoot/.norv/patch/VERSION";
     const auto special = [&](const char *model, const char *revision) {
-        return [&, model, revision](Sandbox &box) {
-            const std::string version = "majorversion=6\nminorversion=2\nbuildnumber=42218\n";
-            box.file(kDisk, version);
-            box.file(kPatch, version + "unique=norv_avoton_1817\n");
-            box.file("/proc/sys/kernel/norv_hw_version", model);
-            box.file("/proc/sys/kernel/norv_hw_revision", revision);
-        };
+        const std::string version = "majorversion=6\nminorversion=2\nbuildnumber=42218\n";
+        return file(kDisk, version) + file(kPatch, version + "unique=norv_avoton_1817\n") +
+               file("/proc/sys/kernel/norv_hw_version", model) + file("/proc/sys/kernel/norv_hw_revision", revision);
     };
-    const Outcome kRows[] = {
-        {"other model",
-         put("/tmpRoot/etc.defaults/norvinfo.conf", "unique=norv_avoton_2\n"),
-         "sys_migrat",
-         {"log err *unique not match"}},
-        {"flash is newer, as text",
-         put(kDisk, "majorversion=10\nminorversion=2\nbuildnumber=1\n"),
-         "sys_migrat",
-         {"log err *flash version is newer than disk version"}},
+    const Change other_patch = file(kPatch, kNewer + "unique=x\n");
+    expect_outcomes({
+        {"other model", file("/tmpRoot/etc.defaults/norvinfo.conf", "unique=norv_avoton_2\n"), kNot,
+         "log err *unique not match"},
+        {"flash is newer, as text", file(kDisk, "majorversion=10\nminorversion=2\nbuildnumber=1\n"), kNot,
+         "log err *flash version is newer than disk version"},
         {"updater refuses before the patch's model is looked at",
-         [&](Sandbox &box) {
-             box.program("/tmpRoot/.norv/patch/updater", {{.exit_status = 1}});
-             box.file(kPatch, kNewer + "unique=x\n");
-         },
-         "sys_migrat",
-         {"log err *Executing *updater -a /tmpRoot [1]", "log err *Recover patch is not available."}},
-        {"patch of another model",
-         put(kPatch, kNewer + "unique=x\n"),
-         "sys_migrat",
-         {"log err *Recover image and disk not match"}},
-        {"patch of another version",
-         put(kPatch, "majorversion=6\nminorversion=2\nunique=norv_avoton_1817\n"),
-         "sys_migrat",
-         {"log err *fail to read [buildnumber] from [*]", "log err *Recover image and disk not match"}},
-        {"same as the flash",
-         put(kVersion, kNewer),
-         "sys_migrat",
-         {"log info *Recover image has the same version as flash does; no need to recover"}},
-        {"same but for a small fix", put(kVersion, kNewer + "smallfixnumber=1\n"), "sys_recoverable", {}},
-        {"special case",
-         special("NSR05-j\n", "r2\n"),
-         "sys_migrat",
-         {"log info *NewModel Rx special case, don't recover"}},
-        {"special case, later revision", special("NSR05-j\n", "r20\n"), "sys_recoverable", {}},
-        {"special case, other model", special("XNSR05\n", "r1\n"), "sys_recoverable", {}},
-    };
-    for (const Outcome &row : kRows)
-        expect_outcome(row);
+         program("/tmpRoot/.norv/patch/updater", {.exit_status = 1}) + other_patch, kNot,
+         "log err *Executing *updater -a /tmpRoot [1]\nlog err *Recover patch is not available."},
+        {"patch of another model", other_patch, kNot, "log err *Recover image and disk not match"},
+        {"patch of another version", file(kPatch, "majorversion=6\nminorversion=2\nunique=norv_avoton_1817\n"), kNot,
+         "log err *fail to read [buildnumber] from [*]\nlog err *Recover image and disk not match"},
+        {"same as the flash", file(kVersion, kNewer), kNot,
+         "log info *Recover image has the same version as flash does; no need to recover"},
+        {"same but for a small fix", file(kVersion, kNewer + "smallfixnumber=1\n"), kGood},
+        {"special case", special("NSR05-j\n", "r2\n"), kNot, "log info *NewModel Rx special case, don't recover"},
+        {"special case, later revision", special("NSR05-j\n", "r20\n"), kGood},
+        {"special case, other model", special("XNSR05\n", "r1\n"), kGood},
+    });
 }
 
 TEST(CheckSystem, TellsOfTheDisksAndKeepsTheAnswer)
@@ -332,33 +239,26 @@ TEST(CheckSystem, TellsOfTheDisksAndKeepsTheAnswer)
         EXPECT_EQ(box.exists("/tmp/disk_sysinfo"), row.detects);
     }
 
-    // An install and a memory test come before the cache, and never get into it.
+    // An install comes before the cache, and never gets into it. Who cannot have the cache finds out anew, and keeps
+    // nothing.
     box.file("/tmp/root_info.cache", "fhost_status_static_part=14\n");
-    box.host_program("/usr/bin/flock");
-    Process holder = box.start({"/usr/bin/flock", "-x", "/tmp/install.lock", "-c", "echo held; read line"},
-                               {.input_open = true, .leaves = {"/tmp/*"}});
-    while (holder.running() && holder.out() != "held\n")
-        usleep(1000);
-    EXPECT_EQ(box.run({"norvupgrade", "--check-system"}, kLeaves).out, "updating");
-    holder.close_input();
-    holder.wait();
-    EXPECT_EQ(box.run({"norvupgrade", "--check-system"}, kLeaves).out, "sys_migrat");
-
-    // Who cannot have the cache finds out anew, and keeps nothing.
     box.compress_sleeps();
-    holder = box.start({"/usr/bin/flock", "-x", "/tmp/root_info.cache.lock", "-c", "echo held; read line"},
-                       {.input_open = true, .leaves = {"/tmp/*"}});
-    while (holder.running() && holder.out() != "held\n")
-        usleep(1000);
-    result = box.run({"norvupgrade", "--check-system"}, kLeaves);
+    const auto while_locked = [&](const std::string &path) {
+        Process holder = lock_holder(box, path);
+        Result seen = box.run({"norvupgrade", "--check-system"}, kLeaves);
+        holder.close_input();
+        holder.wait();
+        return seen;
+    };
+    EXPECT_EQ(while_locked("/tmp/install.lock").out, "updating");
+    EXPECT_EQ(box.run({"norvupgrade", "--check-system"}, kLeaves).out, "sys_migrat");
+    result = while_locked("/tmp/root_info.cache.lock");
     EXPECT_EQ(result.out, "sys_recoverable");
     EXPECT_TRUE(
         result.record.in_order({"log err scoped_lock.cpp:* Failed to get lock[0x0400 *]", "log err *SYSTEM_NORMAL*",
                                 "log err scoped_lock.cpp:* Failed to get lock[0x0400 *]",
                                 "log err *Failed to set key: [fhost_status_static_part][0x0400 *]",
                                 "log err *Failed to save system status cache"}));
-    holder.close_input();
-    holder.wait();
     EXPECT_EQ(box.read_file("/tmp/root_info.cache"), "fhost_status_static_part=14\n");
 }
 

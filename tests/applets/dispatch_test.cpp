@@ -3,7 +3,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <sys/resource.h>
 #include <vector>
@@ -11,18 +10,11 @@
 #include "build_paths.h"
 #include "tests/support/box.h"
 #include "tests/support/points.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 #include "tests/support/sanitized.h"
 
 namespace
 {
-
-// Words of a text.
-std::vector<std::string> words(const std::string &text)
-{
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), {}};
-}
 
 const std::vector<std::string> kRoles =
     words("manutild findhostd raidtool norvcfgen norvhdcfgen norvcheckpartition norvcleanpartition norvgetmaxpartition "
@@ -34,15 +26,9 @@ const std::vector<std::string> kRoles =
 constexpr char kProbe[] = "/bin/probe"; // starts a role as no shell does
 constexpr char kModel[] = "/etc.defaults/norvinfo.conf";
 constexpr char kBanner[] = "Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\n";
-const std::vector<std::string> kLeaves = {"/tmp/install.lock",
-                                          "/var/lock/oob_ioctl.lock",
-                                          "process manutild",
-                                          "/var/run/manutild.pid*",
-                                          "process findhostd",
-                                          "/var/run/findhostd.pid*",
-                                          "/tmp/fhost.status*",
-                                          "/var/lib*",
-                                          "/var/lock/disk_rule_update.lock"};
+const std::vector<std::string> kLeaves =
+    words("/tmp/install.lock /var/lock/oob_ioctl.lock 'process manutild' /var/run/manutild.pid* 'process findhostd' "
+          "/var/run/findhostd.pid* /tmp/fhost.status* /var/lib* /var/lock/disk_rule_update.lock");
 
 // The daemon answers a single --help with the banner and 0. Of the roles only manutild does so too.
 bool is_daemon(const Result &result)
@@ -67,23 +53,12 @@ TEST(Dispatch, EveryListedNameIsItsRole)
 
 TEST(Dispatch, AnyOtherNameIsTheEventDaemon)
 {
-    const std::string kNames[] = {
-        "ncemd",
-        "norv",
-        "Raidtool",
-        "raidtool2",
-        "raidtoo",
-        "raidtool ",
-        "raidtool/",
-        "/usr/sbin/",
-        "/",
-        "",
-        "install_cgi",
-        std::string(4096, 'r'),
-        std::string(4096, '/') + "session.cgi/x",
-    };
+    std::vector<std::string> names =
+        words("ncemd norv Raidtool raidtool2 raidtoo 'raidtool ' raidtool/ /usr/sbin/ / '' install_cgi");
+    names.emplace_back(4096, 'r');
+    names.push_back(std::string(4096, '/') + "session.cgi/x");
     Sandbox box;
-    for (const std::string &name : kNames) {
+    for (const std::string &name : names) {
         SCOPED_TRACE(name.substr(0, 40));
         EXPECT_TRUE(is_daemon(box.run({"ncemd", "--help"}, {.argv0 = name})));
     }

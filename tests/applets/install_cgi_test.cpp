@@ -1,11 +1,8 @@
 // An install that a browser asks for, through the web server.
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/statvfs.h>
@@ -13,6 +10,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "tests/support/https_server.h"
+#include "tests/support/rows.h"
 #include "tests/support/web_install.h"
 #include "tests/support/web_server.h"
 
@@ -21,30 +20,6 @@ namespace
 
 constexpr char kProgress[] = "/tmp/install.progress", kInstaller[] = "/usr/norv/sbin/installer.sh";
 const std::string kMultipart = "multipart/form-data; boundary=B";
-
-using Change = std::function<void(Sandbox &)>;
-
-Change nothing()
-{
-    return [](Sandbox &) {};
-}
-Change file(const char *path, const char *content)
-{
-    return [=](Sandbox &box) { box.file(path, content); };
-}
-Change directory(const char *path)
-{
-    return [=](Sandbox &box) { box.directory(path); };
-}
-// Of two answers of a program the first counts.
-Change program(const char *path, const ProgramRow &row)
-{
-    return [=](Sandbox &box) { box.program(path, {row}); };
-}
-Change call(const CallRow &row)
-{
-    return [=](Sandbox &box) { box.call(row); };
-}
 
 std::string post(const std::string &query, const std::string &type, const std::string &body, size_t length)
 {
@@ -93,7 +68,7 @@ void expect_next_install(Sandbox &box, const WebServer &server, const Firmware &
     for (const char *path : {"/.memtest", "/tmp/install.lock", "/tmpData"})
         box.remove(path);
     expect_unlocked(server);
-    firmware.appliance(box);
+    install_machine(box, firmware);
     const std::string form = patch_form(patch);
     EXPECT_EQ(said(server, post("upload=true", kMultipart, form, form.size())), kStarted);
     install_child_wait(box);
@@ -113,20 +88,22 @@ class WebInstall : public testing::Test
     std::string good{}; // a patch that installs
 };
 
-// A server of updates at 127.0.0.1:8080 of the box. It goes on when the page has shown what it does.
+std::string percent_body(const char *percent)
+{
+    return std::string("Content-type: text/html; charset=\"UTF-8\"\r\n\r\n"
+                       "{\"success\": true, \"data\": {\"stage\": \"download\", \"progress\": \"") +
+           percent + "\"}}";
+}
+
+// A server of updates at 127.0.0.1:8080 of the box. It goes on when the page has shown what it does, and ends where it
+// is told to: then it says no more, but does not hang up.
+enum class FeedEnd { kWhole, kNoFeed, kHalfPatch };
 class FeedServer
 {
   public:
-    FeedServer(const Sandbox &box, const ProgressPoll &page, const std::string &patch)
-        : page_(page), patch_(patch), socket_(box.socket(AF_INET, SOCK_STREAM))
+    FeedServer(const Sandbox &box, const ProgressPoll &page, const std::string &patch, FeedEnd end = FeedEnd::kWhole)
+        : page_(page), patch_(patch), end_(end), socket_(loopback_listen(box, 8080)), thread_([this] { run(); })
     {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(8080);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        EXPECT_EQ(listen(socket_.get(), 8), 0);
-        thread_ = std::thread([this] { run(); });
     }
     FeedServer(const FeedServer &) = delete;
     FeedServer &operator=(const FeedServer &) = delete;
@@ -139,28 +116,26 @@ class FeedServer
   private:
     const ProgressPoll &page_;
     const std::string &patch_;
-    UniqueFd socket_;
+    FeedEnd end_;
+    UniqueFd socket_, held_{};
     std::thread thread_{};
 
     void run()
     {
         for (;;) {
-            const UniqueFd client(accept(socket_.get(), nullptr, nullptr));
+            UniqueFd client(accept(socket_.get(), nullptr, nullptr));
             if (!client)
                 return;
             char request[4096] = {};
             EXPECT_GT(recv(client.get(), request, sizeof(request) - 1, 0), 0);
-            if (std::string_view(request).starts_with("GET /a.pat "))
+            const bool is_patch = std::string_view(request).starts_with("GET /a.pat ");
+            if (is_patch)
                 patch_send(client);
-            else
+            else if (end_ != FeedEnd::kNoFeed)
                 feed_send(client);
+            if (end_ == (is_patch ? FeedEnd::kHalfPatch : FeedEnd::kNoFeed))
+                held_ = std::move(client);
         }
-    }
-    static std::string percent_body(const char *percent)
-    {
-        return std::string("Content-type: text/html; charset=\"UTF-8\"\r\n\r\n"
-                           "{\"success\": true, \"data\": {\"stage\": \"download\", \"progress\": \"") +
-               percent + "\"}}";
     }
     static void reply(const UniqueFd &client, const std::string &text)
     {
@@ -181,6 +156,8 @@ class FeedServer
         reply(client, "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(patch_.size()) + "\r\n\r\n" +
                           patch_.substr(0, half));
         page_.wait_for(percent_body("50"));
+        if (end_ == FeedEnd::kHalfPatch)
+            return;
         reply(client, patch_.substr(half));
     }
 };
@@ -199,35 +176,33 @@ std::vector<std::string> stages_of(const std::vector<std::string> &bodies)
     return stages;
 }
 
+void feed_known(Sandbox &box)
+{
+    box.file(kConf, kModel + "rss_server_ssl=\"http://127.0.0.1:8080/autoupdate/genRSS.php\"\n");
+    box.file("/etc.defaults/VERSION", kFirmwareVersion + "buildphase=x\nbuilddate=x\nproductversion=6.2\n");
+}
+
 // What a page sees of each way to install. Nothing goes on before it has seen where that is.
 TEST_F(WebInstall, WhatThePageSees)
 {
-    const std::vector<std::string> kUploaded = {"format_sys", "upload", "install", "Success"};
+    const std::string kUploaded = "format_sys\nupload\ninstall\nSuccess";
     const struct {
         const char *query, *body; // without a body: the patch
-        std::vector<std::string> stages, record;
+        std::string stages, record;
     } kRows[] = {
-        {"x=y&upload=true&status=not_install&utctime=1600000000",
-         "",
-         kUploaded,
-         {"log err install_cgi.cpp:* Unknown param x=y", "board 0xc0074b06 rtc_write *",
-          "run /usr/norv/sbin/installer.sh -r*", "run /bin/mount /dev/md0 /tmpData",
-          "run /bin/mv /tmpData/@autoupdate/upload.pat /tmpData/upd@te.pat", "log err *Pass checksum of *",
-          "log err *Executing [/tmpData/upd@te/updater -v /tmpData > /dev/null 2>&1] error[0]"}},
-        {"upload=true&status=sys_crash", "", kUploaded, {"run /usr/norv/sbin/installer.sh -r*"}},
-        {"upload=true&status=sys_migrat",
-         "",
-         kUploaded,
-         {"run /bin/umount -f /tmpData", "run /bin/mount /dev/md0 /tmpData"}},
-        {"status=sys_crash",
-         "hostname=nas",
-         {"format_sys", "download_rss", "download", "install", "Success"},
-         {"run /usr/norv/sbin/installer.sh -r*", "run /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat"}},
-        {"status=not_install",
-         "buildin=true&hostname=nas",
-         {"chk_boot", "format_sys", "install", "Success"},
-         {"run /usr/norv/sbin/installer.sh -r*", "run /usr/bin/xz -cd /tmp/bootmnt/hda1.tgz",
-          "run /bin/cp /tmp/bootmnt/updater /tmpData/.updater"}},
+        {"x=y&upload=true&status=not_install&utctime=1600000000", "", kUploaded,
+         "log err install_cgi.cpp:* Unknown param x=y\nboard 0xc0074b06 rtc_write *\n"
+         "run /usr/norv/sbin/installer.sh -r*\nrun /bin/mount /dev/md0 /tmpData\n"
+         "run /bin/mv /tmpData/@autoupdate/upload.pat /tmpData/upd@te.pat\nlog err *Pass checksum of *\n"
+         "log err *Executing [/tmpData/upd@te/updater -v /tmpData > /dev/null 2>&1] error[0]"},
+        {"upload=true&status=sys_crash", "", kUploaded, "run /usr/norv/sbin/installer.sh -r*"},
+        {"upload=true&status=sys_migrat", "", kUploaded,
+         "run /bin/umount -f /tmpData\nrun /bin/mount /dev/md0 /tmpData"},
+        {"status=sys_crash", "hostname=nas", "format_sys\ndownload_rss\ndownload\ninstall\nSuccess",
+         "run /usr/norv/sbin/installer.sh -r*\nrun /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat"},
+        {"status=not_install", "buildin=true&hostname=nas", "chk_boot\nformat_sys\ninstall\nSuccess",
+         "run /usr/norv/sbin/installer.sh -r*\nrun /usr/bin/xz -cd /tmp/bootmnt/hda1.tgz\n"
+         "run /bin/cp /tmp/bootmnt/updater /tmpData/.updater"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.query);
@@ -244,10 +219,9 @@ TEST_F(WebInstall, WhatThePageSees)
         box.program("/bin/mount", {{.args = "* /tmpData", .effect = shown("format_sys")}});
         box.program("/bin/cp", {{.args = "-f *", .effect = shown("install")}});
         firmware.boot_partition(box);
-        firmware.appliance(box);
-        box.file(kConf, kModel + "rss_server_ssl=\"http://127.0.0.1:8080/autoupdate/genRSS.php\"\n");
-        box.file("/etc.defaults/VERSION",
-                 box.read_file("/etc.defaults/VERSION") + "buildphase=x\nbuilddate=x\nproductversion=6.2\n");
+        box.program("/usr/bin/xz", {{}});
+        install_machine(box, firmware);
+        feed_known(box);
         box.program("/bin/mkdir", {{.effect = [&](const ProgramCall &made) {
                         box.directory(made.args.back());
                         if (made.args.back() == "/tmp/bootmnt")
@@ -266,9 +240,9 @@ TEST_F(WebInstall, WhatThePageSees)
         }
         EXPECT_EQ(said(http_answer(client)), kStarted);
         page.wait_for(success_body("nas"));
-        EXPECT_EQ(stages_of(page.seen()), row.stages);
+        EXPECT_EQ(stages_of(page.seen()), lines(row.stages));
         install_child_wait(box);
-        EXPECT_TRUE(box.record().in_order(row.record));
+        EXPECT_TRUE(box.record().in_order(lines(row.record)));
         EXPECT_TRUE(box.record().in_order({"run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /tmpData/etc/dhcpc",
                                            "run /bin/umount -f /tmpData", "run /usr/sbin/pppoe-stop"}));
         const std::vector<ProgramCall> formats = box.calls(kInstaller);
@@ -309,7 +283,7 @@ struct Fault {
     Told told;
     Error error;
     const char *record;
-    Change change = nothing();
+    Change change = {};
     Request request{};
 };
 
@@ -323,7 +297,7 @@ void fault_run(const Fault &row, Firmware &firmware, const std::string &good)
     row.change(box);
     const std::string patch =
         request.updater != nullptr ? firmware.patch(request.updater, request.version) : "no patch";
-    firmware.appliance(box);
+    install_machine(box, firmware);
     box.file(kProgress, "of the install before");
     const WebServer server(box);
     const std::string body = request.body.empty() ? patch_form(patch) : request.body;
@@ -376,22 +350,22 @@ TEST_F(WebInstall, Refused)
         {"not renamed", kBoth, kUploadError,
          "log err *Failed to rename upload patch /tmpData/@autoupdate/upload_tmp.* , /tmpData/@autoupdate/upload.pat",
          directory("/tmpData/@autoupdate/upload.pat")},
-        {"no file", kBoth, kUploadError, "log err *Failed to get upload file", nothing(),
+        {"no file", kBoth, kUploadError, "log err *Failed to get upload file", kNoChange,
          body(patch_form("x", "other"))},
-        {"no body", kBoth, kUploadError, "log err *upload CONTENT_LENGTH must > 0, CONTENT_LENGTH =\"0\" ", nothing(),
+        {"no body", kBoth, kUploadError, "log err *upload CONTENT_LENGTH must > 0, CONTENT_LENGTH =\"0\" ", kNoChange,
          body("x", -1)},
-        {"no type", kBoth, kUploadError, "log err *failed to get boundary= from CONTENT_TYPE: ", nothing(), type("")},
-        {"no boundary", kBoth, kUploadError, "log err *failed to get boundary", nothing(), type("multipart/form-data")},
-        {"long boundary", kBoth, kUploadError, "log err *failed to get boundary", nothing(),
+        {"no type", kBoth, kUploadError, "log err *failed to get boundary= from CONTENT_TYPE: ", kNoChange, type("")},
+        {"no boundary", kBoth, kUploadError, "log err *failed to get boundary", kNoChange, type("multipart/form-data")},
+        {"long boundary", kBoth, kUploadError, "log err *failed to get boundary", kNoChange,
          type("x; boundary=" + std::string(253, 'B'))},
-        {"other boundary", kBoth, kUploadError, "log err *Cannot fill buffer[*", nothing(), type("x; boundary=C")},
-        {"cut", kBoth, kUploadError, "log err *failed to read file. *", nothing(), promised(-12)},
-        {"ends in the patch", kBoth, kUploadError, "log err *failed to skip CRLF[]", nothing(),
+        {"other boundary", kBoth, kUploadError, "log err *Cannot fill buffer[*", kNoChange, type("x; boundary=C")},
+        {"cut", kBoth, kUploadError, "log err *failed to read file. *", kNoChange, promised(-12)},
+        {"ends in the patch", kBoth, kUploadError, "log err *failed to skip CRLF[]", kNoChange,
          body(form.substr(0, form.size() - 12))},
         {"more promised", kBoth, kUploadError, "log err *Failed to Load CGI param", no_patience, promised(1)},
         {"stalls", kBoth, kUploadError, "log err *no data within 30 seconds", no_patience,
          body(form.substr(0, form.size() - 12), 12)},
-        {"more behind it", kBoth, kUploadError, "log err *Failed to Load CGI param", nothing(), body(form + "more")},
+        {"more behind it", kBoth, kUploadError, "log err *Failed to Load CGI param", kNoChange, body(form + "more")},
     };
     for (const Fault &row : kFaults)
         fault_run(row, firmware, good);
@@ -419,24 +393,24 @@ TEST_F(WebInstall, FailsInTheChild)
     damaged[damaged.size() / 2] ^= 1;
     const Fault kFaults[] = {
         {"updater refuses", kProgressAlone, kVersion,
-         "log err *Upgrade by the uploaded patch /tmpData/@autoupdate/upload.pat fail.", nothing(), patch("exit 255")},
-        {"licence", kProgressAlone, kLicence, "*", nothing(), patch("exit 65")},
-        {"updater is killed", kProgressAlone, kPatchError, "*", nothing(), patch("kill -9 $$")},
-        {"another model", kProgressAlone, kModelError, "*", nothing(), patch("exit 0", "unique=norv_other")},
-        {"disks of an older layout", kProgressAlone, kLayout, "*", nothing(),
+         "log err *Upgrade by the uploaded patch /tmpData/@autoupdate/upload.pat fail.", kNoChange, patch("exit 255")},
+        {"licence", kProgressAlone, kLicence, "*", kNoChange, patch("exit 65")},
+        {"updater is killed", kProgressAlone, kPatchError, "*", kNoChange, patch("kill -9 $$")},
+        {"another model", kProgressAlone, kModelError, "*", kNoChange, patch("exit 0", "unique=norv_other")},
+        {"disks of an older layout", kProgressAlone, kLayout, "*", kNoChange,
          patch("exit 0", "unique=norv_avoton_1817\nbuildnumber=40658\npartitionversionlimit=99")},
-        {"damaged", kProgressAlone, kPatchError, "log err *Extraction failed *", nothing(),
+        {"damaged", kProgressAlone, kPatchError, "log err *Extraction failed *", kNoChange,
          form("upload=true", patch_form(damaged))},
         {"no patch", kProgressAlone, kPatchError, "log err *VERSION Extraction failed *"},
         {"first start", kProgressAlone, kFirstStart, "log err install_cgi.cpp:* PrepareNSConfig Fail[0x*",
          directory("/tmpData/.WEBINST_OK"), patch("exit 0")},
-        {"download", kProgressAlone, kDownloadError, "log err *Upgrade by download patch fail.", nothing(),
+        {"download", kProgressAlone, kDownloadError, "log err *Upgrade by download patch fail.", kNoChange,
          form("status=sys_crash")},
-        {"long query", kProgressAlone, kDownloadError, cut.c_str(), nothing(),
+        {"long query", kProgressAlone, kDownloadError, cut.c_str(), kNoChange,
          form(std::string(256, 'x') + "&upload=true")},
-        {"encoded query", kProgressAlone, kDownloadError, "log err *Unknown param %25zz=%25", nothing(),
+        {"encoded query", kProgressAlone, kDownloadError, "log err *Unknown param %25zz=%25", kNoChange,
          form("%25zz=%25&upload=%2574rue&=&&status")},
-        {"built-in", kProgressAlone, kBootPatch, "log err *Upgrade by the buildin patch fail.", nothing(),
+        {"built-in", kProgressAlone, kBootPatch, "log err *Upgrade by the buildin patch fail.", kNoChange,
          form("", "buildin=true")},
         {"no boot partition", kProgressAlone, kBootMount, "log err *Failed to mount boot partition",
          call({.call = "mount", .error = ENOENT}), form("", "buildin=true")},
@@ -447,11 +421,37 @@ TEST_F(WebInstall, FailsInTheChild)
         fault_run(row, firmware, good);
 }
 
+// Killed while it waits for the server, or in the middle of the patch, a download does not keep the next from its work.
+TEST_F(WebInstall, KilledWhileItDownloads)
+{
+    for (const FeedEnd end : {FeedEnd::kNoFeed, FeedEnd::kHalfPatch}) {
+        SCOPED_TRACE(end == FeedEnd::kNoFeed ? "no feed" : "half a patch");
+        Sandbox box;
+        const WebServer server(box);
+        const ProgressPoll page(server);
+        install_machine(box, firmware);
+        feed_known(box);
+        const FeedServer feed(box, page, good, end);
+        EXPECT_EQ(said(server, post("status=sys_crash", kMultipart, "hostname=nas", 12)), kStarted);
+        page.wait_for(end == FeedEnd::kNoFeed ? stage_body("download_rss") : percent_body("50"));
+        if (end == FeedEnd::kHalfPatch) {
+            EXPECT_EQ(box.read_file("/var/run/downloadNOS.status"),
+                      "50 " + std::to_string((good.size() + 1) / 2) +
+                          " /tmpData//@autoupdate/a.pat http://127.0.0.1:8080/a.pat");
+            EXPECT_TRUE(box.exists("/var/run/downloadNOS.pid"));
+        }
+        for (const auto &[pid, name] : box.processes())
+            if (name == "install.cgi")
+                box.signal(pid, SIGKILL);
+        expect_next_install(box, server, firmware, good);
+    }
+}
+
 // A client that hangs up in the middle of its upload.
 TEST_F(WebInstall, ClientLeaves)
 {
     Sandbox box;
-    firmware.appliance(box);
+    install_machine(box, firmware);
     const WebServer server(box);
     const std::string form = patch_form(std::string(1 << 20, 'x'));
     for (const size_t sent : {size_t{0}, size_t{200}, form.size() / 2, form.size() - 1}) {
@@ -476,7 +476,7 @@ TEST_F(WebInstall, OneAtATime)
 {
     Sandbox box;
     box.program(kInstaller, {{.times = 1, .stays = true}});
-    firmware.appliance(box);
+    install_machine(box, firmware);
     const WebServer server(box);
     const std::string body = "hostname=nas", request = post("status=not_install", "x", body, body.size());
     EXPECT_EQ(said(server, request), kStarted);
@@ -505,30 +505,27 @@ TEST(Install, WithoutAWebServer)
 {
     const struct {
         const char *what;
-        std::function<void(Sandbox &, RunOptions &)> change;
-        std::vector<std::string> record;
+        std::vector<std::string> env; // in place of all of a request's
+        const char *record;
+        Change change = {};
     } kRows[] = {
-        {"no query",
-         [](Sandbox &, RunOptions &options) { options.env = {"REQUEST_METHOD=GET"}; },
-         {"log err *getenv(QUERY_STRING) fail. [*", "log err *ParseGetParam fail"}},
-        {"no method",
-         [](Sandbox &, RunOptions &options) { options.env = {"QUERY_STRING=upload=false"}; },
-         {"log err *NorvCgiLoadCGIParam fail*"}},
-        {"no child",
-         [](Sandbox &box, RunOptions &) { box.call({.call = "fork", .error = EAGAIN}); },
-         {"log err *fork fail!", "run /bin/umount -f /tmpData"}},
+        {"no query", {"REQUEST_METHOD=GET"}, "log err *getenv(QUERY_STRING) fail. [*\nlog err *ParseGetParam fail"},
+        {"no method", {"QUERY_STRING=upload=false"}, "log err *NorvCgiLoadCGIParam fail*"},
+        {"no child", {}, "log err *fork fail!\nrun /bin/umount -f /tmpData", call({.call = "fork", .error = EAGAIN})},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
         Sandbox box;
         RunOptions options = cgi_request("upload=true&utctime=1600000000", patch_form("no patch"));
+        if (!row.env.empty())
+            options.env = row.env;
         install_machine(box);
-        row.change(box, options);
+        row.change(box);
         const Result result = box.run({"install.cgi"}, options);
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_EQ(result.out, error_body("error", "error_unknown", -1));
-        EXPECT_TRUE(result.record.in_order(row.record));
-        EXPECT_FALSE(box.exists(kProgress) && box.read_file(kProgress) == result.out);
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
+        EXPECT_NE(text_of(box, kProgress), result.out);
     }
 }
 

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
-#include <functional>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
@@ -21,56 +20,30 @@
 #include "tests/support/box_text.h"
 #include "tests/support/points.h"
 #include "tests/support/program_faults.h"
-#include "tests/support/sandbox.h"
-#include "tests/support/scratch_dir.h"
+#include "tests/support/rows.h"
+#include "tests/support/web_install.h"
 
 namespace
 {
 
 constexpr char kProgress[] = "/tmp/install.progress";
 constexpr char kShell[] = "/bin/sh";
-const std::string kVersion = "majorversion=6\nminorversion=2\nbuildphase=hotfix\nbuilddate=2020/1/"
-                             "1\nbuildnumber=25556\nunique=\"norv_avoton_1817\"\n";
-const std::string kModel = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\nunique=\"norv_avoton_1817\"\nsupportraid=yes\n";
-
-// A patch of the old form. Its updater is the box's stand-in, so that the box answers it.
-struct Patch {
-    Patch()
-    {
-        scratch.write("firmware/VERSION", kVersion + "extractsize=1000\n");
-        scratch.write("firmware/hda1.tgz", "x");
-        std::filesystem::copy_file(NORV_BINARY_DIR "/tests/support/norv_box_standin", scratch.path("firmware/updater"));
-        const Finished made =
-            run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
-                         scratch.path("a.pat"), "--keys", scratch.path("keys"), "--old"});
-        EXPECT_EQ(made.status, 0) << made.out;
-    }
-    [[nodiscard]] std::string checksum(const std::string &member) const
-    {
-        return run_program({NORV_BINARY_DIR "/platform/programs/cksum", "-o", "3", scratch.path("firmware/" + member)})
-            .out;
-    }
-    ScratchDir scratch;
-};
+const std::string kVersion = kFirmwareVersion + "buildphase=hotfix\nbuilddate=2020/1/1\nunique=\"norv_avoton_1817\"\n";
 
 // One way that an install goes.
 struct Road {
-    const char *name;
-    std::vector<std::string> command;
+    const char *name, *command;
     std::string query{}, form{}; // of a web request, for install.cgi; '@' in the form is where the patch goes
 };
 
 const Road kUpload = {
-    .name = "Upload",
-    .command = {"install.cgi"},
-    .query = "upload=true&status=not_install",
-    .form = "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n@\r\n--B--\r\n"};
-const Road kBuildin = {
-    .name = "Buildin", .command = {"install.cgi"}, .query = "status=not_install", .form = "buildin=true"};
-const Road kDownload = {.name = "Download", .command = {"install.cgi"}, .query = "status=not_install", .form = "a=b"};
-const Road kAuto = {.name = "AutoCommand", .command = {"norvupgrade", "--auto"}};
-const Road kPatch = {.name = "PatchCommand", .command = {"norvupgrade", "--patch", "/in/a.pat", "/tmpData"}};
-const Road kBuildinCommand = {.name = "BuildinCommand", .command = {"norvupgrade", "--buildin-install"}};
+    "Upload", "install.cgi", "upload=true&status=not_install",
+    "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n@\r\n--B--\r\n"};
+const Road kBuildin = {"Buildin", "install.cgi", "status=not_install", "buildin=true"};
+const Road kDownload = {"Download", "install.cgi", "status=not_install", "a=b"};
+const Road kAuto = {"AutoCommand", "norvupgrade --auto"};
+const Road kPatch = {"PatchCommand", "norvupgrade --patch /in/a.pat /tmpData"};
+const Road kBuildinCommand = {"BuildinCommand", "norvupgrade --buildin-install"};
 
 // What a failing program comes to. All three are patterns; the first row that matches counts.
 const struct Ending {
@@ -138,7 +111,6 @@ class Machine
         box.file("/feed/rss", "<MajorVer>6</MajorVer>\n<MinorVer>2</MinorVer>\n<BuildNum>30000</"
                               "BuildNum>\n<mUnique>norv_avoton_1817</mUnique>\n"
                               "<mLink>file:///feed/a.pat</mLink>\n<mCheckSum>0</mCheckSum>\n");
-        box.file("/feed/a.pat", patch.scratch.read("a.pat"));
         box.file("/etc/dhcpc/dhcpcd-eth0.info", "");
         box.file("/tmp/.skip_auto_nano", "");
         box.directory("/sys/block/sda");
@@ -156,17 +128,19 @@ class Machine
         box.program("/tmpData/upd@te/updater"); // of the patch, once it is unpacked
         box.remove("/tmpData");
         box.program("/usr/bin/xz", {{.output = "root"}});
-        for (const char *member : {"VERSION", "hda1.tgz", "updater"}) {
-            box.program("/usr/bin/cksum", {{.args = std::string("*/") + member, .output = patch.checksum(member)}});
-            box.file(box.volume("/dev/norvboot2") + "/" + member,
-                     patch.scratch.read(std::string("firmware/") + member));
-        }
-        box.file(box.volume("/dev/norvboot2") + "/checksum.norv", patch.scratch.read("firmware/checksum.norv"));
+        // The updater is the box's stand-in, so that the box answers it.
+        std::ifstream file(NORV_BINARY_DIR "/tests/support/norv_box_standin", std::ios::binary);
+        const std::string standin(std::istreambuf_iterator<char>(file), {});
+        patch = firmware.pack(kVersion + "extractsize=1000\n", standin, "x", {"--old"});
+        box.file("/feed/a.pat", patch);
+        firmware.boot_partition(box);
+        firmware.trust(box);
+        const std::string cksum = NORV_BINARY_DIR "/platform/programs/cksum";
+        for (const std::string member : {"VERSION", "hda1.tgz", "updater"})
+            box.program("/usr/bin/cksum", {{.args = "*/" + member,
+                                            .output = run_program({cksum, "-o", "3", firmware.path(member)}).out}});
         for (const char *path : kHostPrograms)
             box.host_program(path);
-        const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
-        box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
-        box.host_file("/usr/norv/etc/codesign/0.pem", patch.scratch.path("keys/0.pem"), 0644);
         box.program_answer([this](const ProgramCall &call) { return answer(call); });
     }
 
@@ -174,7 +148,7 @@ class Machine
     int install()
     {
         begin();
-        const Result result = box.run(road.command, options());
+        const Result result = box.run(words(road.command), options());
         quiet_wait();
         if (road.query.empty()) { // a command tells a failure as stage, code and 0
             std::smatch failure;
@@ -193,7 +167,7 @@ class Machine
     void install_and_kill(size_t n)
     {
         begin(n);
-        Process process = box.start(road.command, options());
+        Process process = box.start(words(road.command), options());
         while (started() < n && (process.running() || !box.processes().empty()))
             usleep(1000);
         EXPECT_EQ(started(), n);
@@ -201,7 +175,7 @@ class Machine
             process.signal(SIGKILL); // else its child goes on with the work, and it ends by itself
         process.wait();
         for (const auto &[pid, name] : box.processes())
-            if (name == road.command[0])
+            if (name == words(road.command)[0])
                 box.signal(pid, SIGKILL);
         for (int i = 0; i < 60000 && install_is_running(); i++)
             usleep(1000);
@@ -276,7 +250,7 @@ class Machine
     {
         box.remove(kProgress);
         if (&road == &kPatch) { // which it moves
-            box.file("/in/a.pat", patch.scratch.read("a.pat"));
+            box.file("/in/a.pat", patch);
             box.directory("/tmpData");
         }
         const std::lock_guard guard(lock_);
@@ -287,7 +261,7 @@ class Machine
     {
         std::string body = road.form;
         if (const size_t at = body.find('@'); at != std::string::npos)
-            body.replace(at, 1, patch.scratch.read("a.pat"));
+            body.replace(at, 1, patch);
         return {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=" + road.query,
                         "CONTENT_LENGTH=" + std::to_string(body.size()),
                         "CONTENT_TYPE=multipart/form-data; boundary=B"},
@@ -304,7 +278,7 @@ class Machine
     {
         const std::vector<Sandbox::Running> running = box.processes();
         return std::any_of(running.begin(), running.end(),
-                           [&](const auto &row) { return row.name == road.command[0]; });
+                           [&](const auto &row) { return row.name == words(road.command)[0]; });
     }
     void quiet_wait() const
     {
@@ -332,8 +306,9 @@ class Machine
         return std::nullopt;
     }
 
-    Patch patch;
-    std::mutex lock_; // of what follows
+    Firmware firmware;
+    std::string patch; // of the old form
+    std::mutex lock_;  // of what follows
     std::vector<Start> starts_;
     std::map<std::string, std::string> mounts_; // source by folder
     std::pair<std::string, ProgramRow> failing_;

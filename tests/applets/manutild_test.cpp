@@ -101,6 +101,11 @@ struct Unit : Sandbox {
                 << record().text();
         }
     }
+    void ask(uint16_t event, const std::string &payload, const std::string &reply)
+    {
+        send(event, payload);
+        expect_reply(event, reply);
+    }
     // Ends the daemon and whatever it started; returns its exit status.
     int stop()
     {
@@ -171,8 +176,7 @@ TEST(Manutild, TellsTheMemoryTestsProgress)
     for (const auto &[progress, reply, log] : kCases) {
         if (progress != nullptr)
             unit.file("/tmp/memtester.progress", progress);
-        unit.send(kManMemTestProgress);
-        unit.expect_reply(kManMemTestProgress, progress_reply(reply));
+        unit.ask(kManMemTestProgress, "", progress_reply(reply));
         EXPECT_TRUE(log == nullptr || unit.record().count(log) == 1) << log;
     }
     box_address_set(unit, "eth0", "192.0.2.7");
@@ -197,8 +201,7 @@ TEST(Manutild, PassesOverWhatIsNotForIt)
             others.push_back({.event = event, .payload = "x"});
     for (const UdpdDatagram &other : others) {
         unit.send(other);
-        unit.send(kManMemTestProgress);
-        unit.expect_reply(kManMemTestProgress, progress_reply("0%"));
+        unit.ask(kManMemTestProgress, "", progress_reply("0%"));
     }
     EXPECT_EQ(unit.stop(), 0);
 }
@@ -214,8 +217,7 @@ TEST(Manutild, DropsAMessageWhoseRestStaysAway)
     for (int i = 0; i < 1000 && unit.record().count("select 3*") < before + 30; i++)
         usleep(10000);
     unit.send({.event = kManGroupOperation, .payload = "late", .fragment = 1});
-    unit.send(kManMemTestProgress);
-    unit.expect_reply(kManMemTestProgress, progress_reply("0%"));
+    unit.ask(kManMemTestProgress, "", progress_reply("0%"));
     EXPECT_EQ(unit.stop(), 0);
     EXPECT_EQ(unit.record().count("run /bin/sh*"), 0);
 }
@@ -234,8 +236,7 @@ TEST(Manutild, RunsACommandAndReturnsItsOutput)
     Unit unit;
     unit.launch();
     for (const auto &[command, reply] : kCases) {
-        unit.send(kManGroupOperation, command);
-        unit.expect_reply(kManGroupOperation, reply);
+        unit.ask(kManGroupOperation, command, reply);
     }
     // The command is longer than a datagram, its output than the reply; a byte behind it must not count.
     std::string whole = "x=" + std::string(2300, 'y') + "; echo ${#x}$x" + to_output;
@@ -246,8 +247,8 @@ TEST(Manutild, RunsACommandAndReturnsItsOutput)
     unit.expect_reply(kManGroupOperation,
                       kDone + result_text(0) + serial + padded("2300" + std::string(1019, 'y'), 1280));
     unit.remove("/proc/sys/kernel/norv_serial");
-    unit.send(kManGroupOperation, "echo after" + to_output);
-    unit.expect_reply(kManGroupOperation, kDone + result_text(0) + padded("SN=", 64) + padded("after\n", 1280));
+    unit.ask(kManGroupOperation, "echo after" + to_output,
+             kDone + result_text(0) + padded("SN=", 64) + padded("after\n", 1280));
     EXPECT_EQ(unit.stop(), 0);
     EXPECT_TRUE(unit.record().in_order({"run /bin/cat /proc/sys/kernel/norv_serial", "log err * serial = 1234567890123",
                                         "log err * group operation initiated, cmd='echo hello*; exit 3'"}));
@@ -259,9 +260,8 @@ TEST(Manutild, GoesOnWhenAReplyCannotBeSent)
     Unit unit;
     unit.call({.call = "socket", .args = std::to_string(AF_PACKET) + " *", .error = EPERM, .times = 1});
     unit.launch();
-    for (int i = 0; i < 2; i++)
-        unit.send(kManMemTestProgress);
-    unit.expect_reply(kManMemTestProgress, progress_reply("0%"));
+    unit.send(kManMemTestProgress);
+    unit.ask(kManMemTestProgress, "", progress_reply("0%"));
     EXPECT_EQ(unit.stop(), 0);
     EXPECT_EQ(unit.record().count("log err norvudpd.c: broadcast error."), 1);
 }
@@ -278,8 +278,7 @@ TEST(Manutild, ExportsTheUnitsRecord)
                                   {.args = "-test_flag_list", .times = 1},
                                   {.args = "-test_flag_list", .exit_status = 1}});
     unit.launch();
-    unit.send(kManTestFlagGet);
-    unit.expect_reply(kManTestFlagGet, kDone + "SN:1\n" + std::string(4087, 'm'));
+    unit.ask(kManTestFlagGet, "", kDone + "SN:1\n" + std::string(4087, 'm'));
     EXPECT_FALSE(unit.exists(busy));
     unit.send(kManTestFlagGet); // the last of the three fails
     unit.expect_reply(kManTestFlagGet, kFailed);
@@ -313,10 +312,8 @@ TEST(Manutild, GroupActionRunsItsCommandsOnce)
     unit.program("/bin/second");
     unit.file("/tmp/left", "");
     unit.launch();
-    unit.send(kManGroupAction, "first a,second b,c");
-    unit.expect_reply(kManGroupAction, kDone);
-    unit.send(kManGroupAction, "first a,second b,c");
-    unit.expect_reply(kManGroupAction, kDone);
+    unit.ask(kManGroupAction, "first a,second b,c", kDone);
+    unit.ask(kManGroupAction, "first a,second b,c", kDone);
     EXPECT_EQ(unit.stop(), 0);
     EXPECT_FALSE(unit.exists("/tmp/left"));
     std::vector<std::string> steps;
@@ -357,8 +354,7 @@ TEST(Manutild, GroupActionTellsItsFailure)
         if (burnin_survives)
             process_add(unit, "70", "burnin_test", "D", 0);
         unit.launch();
-        unit.send(kManGroupAction, payload);
-        unit.expect_reply(kManGroupAction, kFailed);
+        unit.ask(kManGroupAction, payload, kFailed);
         EXPECT_EQ(unit.stop(), 0);
         const Record record = unit.record();
         EXPECT_EQ(record.count(log), burnin_survives ? 11 : 1);
@@ -375,8 +371,7 @@ TEST(Manutild, UnitWithDisksIsLeftAlone)
         unit.directory(disk);
         unit.launch();
         for (const uint16_t event : {kManGroupAction, kManFinalCheck, kManFinalCheck}) {
-            unit.send(event, "true,true");
-            unit.expect_reply(event, kDone);
+            unit.ask(event, "true,true", kDone);
         }
         EXPECT_EQ(unit.stop(), 0);
         EXPECT_EQ(unit.record().count("run *"), 0);
@@ -391,14 +386,11 @@ TEST(Manutild, FailedCheckBeepsAndIsNotRepeated)
     unit.file("/etc/norvinfo.conf", "unique=\"norv_a_1\"\n");
     unit.file("/etc.defaults/VERSION", "buildnumber=\"42\"\n");
     unit.launch();
-    unit.send(kManFinalCheck, std::string(64, 'x'));
-    unit.expect_reply(kManFinalCheck, kFailed);
+    unit.ask(kManFinalCheck, std::string(64, 'x'), kFailed);
     EXPECT_EQ(unit.record().count("run *"), 0);
-    unit.send(kManFinalCheck, "norv_a_1,43");
-    unit.expect_reply(kManFinalCheck, kFailed);
+    unit.ask(kManFinalCheck, "norv_a_1,43", kFailed);
     EXPECT_TRUE(unit.wait_for("sleep 2", kLimit_s));
-    unit.send(kManFinalCheck, "norv_a_1,42");
-    unit.expect_reply(kManFinalCheck, kFailed);
+    unit.ask(kManFinalCheck, "norv_a_1,42", kFailed);
     EXPECT_EQ(unit.processes().size(), 2U); // the daemon and its beeper
     EXPECT_EQ(unit.stop(), 0);
     EXPECT_GE(unit.record().count("board 0xc0904b01 control 0x5301 *"), 1);
@@ -411,11 +403,9 @@ TEST(Manutild, RefusesRecordsThatItCannotStore)
     Unit unit;
     unit.launch();
     for (const std::string &payload : {std::string(), std::string("\x00\x11\x22\x33\x44", 5)}) {
-        unit.send(kManMacSet, payload);
-        unit.expect_reply(kManMacSet, kFailed);
+        unit.ask(kManMacSet, payload, kFailed);
     }
-    unit.send(kManCustomSnSet);
-    unit.expect_reply(kManCustomSnSet, kFailed);
+    unit.ask(kManCustomSnSet, "", kFailed);
     EXPECT_EQ(unit.stop(), 0);
 }
 
@@ -443,31 +433,25 @@ TEST(Manutild, StoresTheUnitsIdentityAndPassesItsCheck)
         {{"\x02\x00\x00\x0a\x0b\x0c", 6}, kDone, {"02:00:00:0A:0B:0C", "02:00:00:0A:0B:0D"}, nullptr},
     };
     for (const auto &[base, reply, macs, log] : kSets) {
-        unit.send(kManMacSet, base);
-        unit.expect_reply(kManMacSet, reply);
+        unit.ask(kManMacSet, base, reply);
         for (int i = 0; i < 2; i++)
             EXPECT_EQ(unit.run({"mantool", "-mac_get", std::to_string(i + 1)}).out, "MAC:" + macs[i] + "\n");
         EXPECT_TRUE(log == nullptr || unit.record().count(log) == 1);
     }
     EXPECT_EQ(unit.run({"mantool", "-mac_get", "3"}).out, "Failed to get Mac Address.\nExcution Error\n");
 
-    unit.send(kManCustomSnSet, std::string("CUSTOM-1\0behind it", 18));
-    unit.expect_reply(kManCustomSnSet, kDone);
+    unit.ask(kManCustomSnSet, std::string("CUSTOM-1\0behind it", 18), kDone);
     EXPECT_EQ(unit.read_file(record).substr(220, 32), padded("CUSTOM-1", 32));
-    unit.send(kManCustomSnSet, std::string(32, 'c'));
-    unit.expect_reply(kManCustomSnSet, kFailed);
+    unit.ask(kManCustomSnSet, std::string(32, 'c'), kFailed);
     EXPECT_EQ(unit.read_file(record).substr(220, 32), padded("CUSTOM-1", 32));
 
-    unit.send(kManFinalCheck, "norv_a_1,42");
-    unit.expect_reply(kManFinalCheck, kDone);
+    unit.ask(kManFinalCheck, "norv_a_1,42", kDone);
     EXPECT_EQ(unit.record().count(kGreen), 1);
     EXPECT_EQ(unit.record().count(kOrange), 0);
-    unit.send(kManFinalCheck, "norv_a_1,42");
-    unit.expect_reply(kManFinalCheck, kFailed);
+    unit.ask(kManFinalCheck, "norv_a_1,42", kFailed);
     EXPECT_EQ(unit.record().count("log err manutild_vender.cpp:* failed to set mac address *"), 0);
     unit.call({.call = "mount", .error = EIO}); // from here on there is no record
-    unit.send(kManMacSet, std::string("\x02\x00\x00\x0a\x0b\x0c", 6));
-    unit.expect_reply(kManMacSet, kFailed);
+    unit.ask(kManMacSet, std::string("\x02\x00\x00\x0a\x0b\x0c", 6), kFailed);
     EXPECT_EQ(unit.record().count("log err manutild_vender.cpp:* failed to set mac address 1"), 1);
     EXPECT_EQ(unit.stop(), 0);
 }
@@ -488,8 +472,7 @@ TEST(Manutild, RecordIsPartOfTheCheck)
         for (int i = 1; i <= macs; i++)
             unit.run({"mantool", "-mac_set", std::to_string(i), "0200000A0B0C"});
         unit.launch();
-        unit.send(kManFinalCheck, "norv_a_1,42");
-        unit.expect_reply(kManFinalCheck, kFailed);
+        unit.ask(kManFinalCheck, "norv_a_1,42", kFailed);
         EXPECT_EQ(unit.record().count(kOrange), 1);
         EXPECT_EQ(unit.stop(), 0);
     }

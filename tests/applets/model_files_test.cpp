@@ -3,60 +3,38 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
 
-const std::vector<std::string> kRoles[] = {{"norvcfgen"}, {"norvhdcfgen", "/disk"}};
-
-void files_make(Sandbox &box)
-{
-    box.file("/etc/norvinfo.conf", "unique=\"kept\"\n");
-    box.file("/disk/etc.defaults/norvinfo.conf", "unique=\"kept\"\n");
-}
-
 TEST(ModelFiles, BoardIsAskedAndNothingWritten)
 {
-    for (const std::vector<std::string> &words : kRoles) {
-        SCOPED_TRACE(words[0]);
-        Sandbox box;
-        files_make(box);
-        box.board_scenario("cpld 0x756e6974 0x1\n");
-        const Result result = box.run(words);
-        EXPECT_EQ(result.exit_status, 0);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.record.text("board *"),
-                  "board 0xc0044b0d cpld_first -> 0x756e6974\nboard 0xc0044b0e cpld_second -> 0x1\n");
-        EXPECT_TRUE(result.files_changed.empty());
-    }
-}
-
-TEST(ModelFiles, BoardRefuses)
-{
-    static constexpr struct {
-        const char *scenario;
-        int requests;
-    } kCases[] = {{"fail cpld_first EIO\n", 1}, {"fail cpld_second EIO\n", 2}};
-    for (const std::vector<std::string> &words : kRoles)
-        for (const auto &[scenario, requests] : kCases) {
-            SCOPED_TRACE(words[0] + ": " + scenario);
+    const std::string both = "board 0xc0044b0d cpld_first -> 0x756e6974\nboard 0xc0044b0e cpld_second -> 0x1\n";
+    const struct {
+        const char *scenario; // NULL: no board
+        int exit_status, requests;
+    } kCases[] = {{"cpld 0x756e6974 0x1\n", 0, 2},
+                  {"fail cpld_first EIO\n", 255, 1},
+                  {"fail cpld_second EIO\n", 255, 2},
+                  {nullptr, 255, 0}};
+    for (const char *role : {"norvcfgen", "norvhdcfgen /disk"})
+        for (const auto &[scenario, exit_status, requests] : kCases) {
+            SCOPED_TRACE(std::string(role) + ": " + (scenario == nullptr ? "no board" : scenario));
             Sandbox box;
-            files_make(box);
-            box.board_scenario(scenario);
-            const Result result = box.run(words);
-            EXPECT_EQ(result.exit_status, 255);
+            box.file("/etc/norvinfo.conf", "unique=\"kept\"\n");
+            box.file("/disk/etc.defaults/norvinfo.conf", "unique=\"kept\"\n");
+            if (scenario == nullptr)
+                box.board_remove();
+            else
+                box.board_scenario(scenario);
+            const Result result = box.run(words(role));
+            EXPECT_EQ(result.exit_status, exit_status);
             EXPECT_EQ(result.out, "");
             EXPECT_EQ(result.record.count("board *"), requests);
+            EXPECT_TRUE(exit_status != 0 || result.record.text("board *") == both);
+            EXPECT_TRUE(result.files_changed.empty());
         }
-}
-
-TEST(ModelFiles, NoBoard)
-{
-    Sandbox box;
-    box.board_remove();
-    for (const std::vector<std::string> &words : kRoles)
-        EXPECT_EQ(box.run(words).exit_status, 255) << words[0];
 }
 
 // One root path that is not empty, and not too long for the file below it; else the board is left alone.

@@ -1,8 +1,6 @@
 // The event daemon on the simulated board: start, each event, disks, links, stop.
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -15,8 +13,7 @@
 #include "tests/support/box_controller.h"
 #include "tests/support/box_links.h"
 #include "tests/support/in_child.h"
-#include "tests/support/sandbox.h"
-#include "tests/support/wire.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -73,26 +70,123 @@ struct DaemonBox : Sandbox {
     }
 };
 
-TEST(Ncemd, StartsInOrderAndStopsOnSigterm)
+// From start to stop: events are raised in turn, then something happens on the board, and the daemon does what it does.
+TEST(Ncemd, Sessions)
 {
-    DaemonBox box("maxdisks=2\nsupport_wol=no\n");
-    box.directory("/sys/block/sdb");
+    const auto text = [](const char *sent) { return std::string("board 0xc0014b21 micro_write \"") + sent + "\"\n"; };
+    const std::string beep = std::string(kBeep) + "\n", on = control("0x5200") + "\n", off = control("0x5201") + "\n",
+                      no_panel = "log err open CdcAcm error.\n", oob = "support_oob_ctl=yes\n",
+                      ports = "maxdisks=2\nusbportcfg=0x80\ninternalportcfg=0x7\n",
+                      taken = "board * event_get -> 0x2800", refused = "log err * fail to parse disk *";
+    const auto controller = [](char word) -> Change {
+        return [word](Sandbox &box) {
+            for (const char *path : {"/usr/norv/sbin/backup_junior_log.sh", "/sbin/poweroff", "/sbin/reboot"})
+                box.program(path);
+            controller_add(box, {{'\0', word}, {'\0', '\0'}});
+        };
+    };
+    const auto acts = [](const std::string &says) {
+        return "ioctl /dev/ipmi0 * 3070\nlog err * NCEMD: " + says + " the system.\nioctl /dev/ipmi0 * 3071";
+    };
+    const auto once = [](const std::string &runs, const std::string &not_run) {
+        return "1 run " + runs + "\n0 run " + not_run + "\n1 ioctl /dev/ipmi0 * 3071";
+    };
+    const auto thawed = [](const char *thaw, const char *name) {
+        const std::string host = "/sys/class/scsi_host/host0/norv_";
+        return file(host + "port_thaw", thaw) + file(host + "diskname_trans", name);
+    };
+    const struct {
+        const char *what;
+        std::string defaults, events;
+        const char *scenario;
+        std::string record;
+        std::string counts; // "NUMBER PATTERN" in each line
+        Change prepare = {};
+    } kCases[] = {
+        {"start", "maxdisks=2\nsupport_wol=no\n", "", "",
+         "log err ncemd.cpp:*(*) start ncemd\nsleep 5\nboard 0xc0184b0a disk_led 1 0 0 \"\"\n"
+         "board 0xc0184b0a disk_led 2 0 0 \"\"\nboard 0xc0184b0a disk_led 2 1 0 \"\"\n" + // sdb is there
+             beep +
+             control("0x4002") + "\nboard 0xc0044b24 start 1\n" + kOrangeBlinking +
+             "\nboard 0xc0084b17 event_source 2 0",
+         "3 board 0xc0184b0a disk_led *", directory("/sys/block/sdb")},
+        {"the lamp is toggled until the end of button mode", "", "0x200 0x223 0x240 0x2800 0x230 0x201", "",
+         on + "board * event_get -> 0x223\n" + off + "board * event_get -> 0x240\n" + on + control("0x5100") + "\n" +
+             control("0x5101") + "\n" + beep +
+             "board * event_get -> 0x2800\nlog err NCEMD: events ignored\n"
+             "board * event_get -> 0x230\n" +
+             off + "board * event_get -> 0x201\n" + on,
+         "0 *Shutdown*"}, // 0x223 powers nothing off here
+        {"a second UART is told in text, and its beeps are waited for", "supportuart2=yes\nsupport_acm=yes\n",
+         "0x200 0x240 0x201 0x224 0x224 0x224 0x224 0x224 0x224 0x230", "",
+         "usleep 1200000\n" + text("3") + text("4") + text(";") + no_panel + text("8") + no_panel +
+             "board * event_get -> 0x240\n" + text(":") + no_panel + text("B") + text("@") + "usleep 1200000\n" +
+             text("3") + "board * event_get -> 0x201\n" + text("8") + "board * event_get -> 0x230",
+         "0 board * control *\n5 log err * Fail to open /dev/ttyACM from LCM", // and no more
+         call({.call = "open", .args = "/dev/ttyACM0 *", .error = ENXIO})},
+
+        {"out-of-band 1", oob, "", "", acts("Shutdown"), once("/sbin/poweroff", "/sbin/reboot"), controller(1)},
+        {"out-of-band 2", oob, "", "", acts("Reboot"), once("/sbin/reboot", "/sbin/poweroff"), controller(2)},
+        {"out-of-band 3", oob, "", "", acts("Shutdown"), once("/sbin/poweroff", "/sbin/reboot"), controller(3)},
+
+        {"power", "", "", "press power", "board 0xc0044b07 button_power*\n" + beep + control("0x4003"), ""},
+        {"reset", "", "", "press reset", "board 0xc0044b08 button_reset*\n" + beep, ""},
+        {"copy in button mode", "", "0x200", "press copy", on + "board 0xc0044b09 button_copy*", ""},
+        {"power is not answered", "", "", "fail button_power EIO\npress power",
+         "board 0xc0044b07 button_power*\nlog err ncemd_button.cpp:* Failed to ioctl, errno=5, Input/output error\n" +
+             beep + control("0x4003"),
+         ""},
+        {"micro-controller is not answered once", "", "", "fail micro_read EIO 1\npress reset",
+         "log err ncemd_button.cpp:* microP get error*\nboard 0xc0044b08 button_reset*\n" + beep, ""},
+
+        // Of ports that thaw those are passed that have no internal disk.
+        {"no newline: not a word", ports, "0x2800", "", taken, "0 " + refused, thawed("0\n", "SAS")},
+        {"SAS", ports, "0x2800", "", taken, "1 log err * fail to parse disk SAS* id", thawed("0\n", "SAS\n")},
+        {"no name", ports, "0x2800", "", taken, "1 " + refused, thawed("0\n", "\n")},
+        {"on the USB port", ports, "0x2800", "", taken, "0 " + refused, thawed("0\n", "sdh\n")},
+        {"behind the last bay", ports, "0x2800", "", taken, "0 " + refused, thawed("0\n", "sdc\n")},
+        {"another state", ports, "0x2800", "", taken, "0 " + refused, thawed("10\n", "sda\n")},
+        {"no state", ports, "0x2800", "", taken, "0 " + refused, thawed("", "sda\n")},
+        {"no port", "", "0x2800", "", "log err * Failed to glob norv_port_thaw: error(3) *", ""},
+    };
+    for (const auto &row : kCases) {
+        SCOPED_TRACE(row.what);
+        DaemonBox box(row.defaults);
+        row.prepare(box);
+        box.launch();
+        for (const std::string &event : words(row.events))
+            box.raise(static_cast<int>(std::stol(event, nullptr, 16)));
+        if (row.events == "0x200") { // what happens then is for button mode
+            ASSERT_TRUE(box.wait_for(control("0x5200")));
+        }
+        box.board_scenario(row.scenario);
+        EXPECT_TRUE(wait_until([&] { return box.record().in_order(lines(row.record)); }))
+            << box.record().in_order(lines(row.record)).message();
+        for (const std::string &count : lines(row.counts))
+            wait_until([&] { return box.record().count(count.substr(2)) >= count[0] - '0'; });
+        if (row.events == "0x200")
+            box.raise(0x201);
+        EXPECT_EQ(box.stop(), 0);
+        const Record record = box.record();
+        for (const std::string &count : lines(row.counts))
+            EXPECT_EQ(record.count(count.substr(2)), count[0] - '0') << count << "\n" << record.text();
+        EXPECT_EQ(record.count("log err ncemd_signal.cpp:* Receive SIGTERM from burnintest."), 1);
+        EXPECT_EQ(record.count("board 0xc0184b0a disk_led * 2 0 *"), 0);
+    }
+}
+
+TEST(Ncemd, CopyButtonCountsInButtonModeOnly)
+{
+    DaemonBox box("");
     box.launch();
+    box.board_scenario("press copy");
+    ASSERT_TRUE(box.wait_for("board 0xc0014b30 micro_read* 1"));
+    box.call({.call = "open", .args = "/dev/norvbios *", .error = EIO}); // what is open already still tells of presses
+    box.board_scenario("press power");
+    EXPECT_TRUE(box.wait_for("log err NcemDoButtonCtrl(*)open norvbios error"));
     EXPECT_EQ(box.stop(), 0);
-    EXPECT_TRUE(box.record().in_order({
-        "log err ncemd.cpp:*(*) start ncemd",
-        "sleep 5",
-        "board 0xc0184b0a disk_led 1 0 0 \"\"",
-        "board 0xc0184b0a disk_led 2 0 0 \"\"",
-        "board 0xc0184b0a disk_led 2 1 0 \"\"", // sdb is there
-        kBeep,
-        control("0x4002"),
-        "board 0xc0044b24 start 1",
-        kOrangeBlinking,
-        "board 0xc0084b17 event_source 2 0",
-        "log err ncemd_signal.cpp:* Receive SIGTERM from burnintest.",
-    }));
-    EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led *"), 3);
+    EXPECT_EQ(box.record().count("board 0xc0044b07 *") + box.record().count("board 0xc0044b09 *"), 0);
+    EXPECT_EQ(box.record().count(kBeep), 1); // that of the start
 }
 
 TEST(Ncemd, StartPassesOverWhatFails)
@@ -173,33 +267,6 @@ TEST(Ncemd, PowerOffRunsInAChildAndTheDaemonServesOn)
     EXPECT_EQ(box.stop(), 0);
 }
 
-TEST(Ncemd, ButtonModeTogglesTheLampUntilItsEnd)
-{
-    DaemonBox box("");
-    box.launch();
-    for (const int event : {0x200, 0x223, 0x240, 0x2800, 0x230, 0x201})
-        box.raise(event);
-    ASSERT_TRUE(box.wait_for("board * event_get -> 0x201"));
-    EXPECT_EQ(box.stop(), 0);
-    EXPECT_TRUE(box.record().in_order({
-        control("0x5200"),
-        "board * event_get -> 0x223",
-        control("0x5201"),
-        "board * event_get -> 0x240",
-        control("0x5200"),
-        control("0x5100"),
-        control("0x5101"),
-        kBeep,
-        "board * event_get -> 0x2800",
-        "log err NCEMD: events ignored",
-        "board * event_get -> 0x230",
-        control("0x5201"),
-        "board * event_get -> 0x201",
-        control("0x5200"),
-    }));
-    EXPECT_EQ(box.record().count("*Shutdown*"), 0); // 0x223 powers nothing off here
-}
-
 TEST(Ncemd, SigtermInButtonModeIsServedAtItsEnd)
 {
     DaemonBox box("");
@@ -229,69 +296,6 @@ TEST(Ncemd, ButtonModeWaitsForABoardThatIsGone)
     EXPECT_TRUE(box.wait_for_end(box.pid));
 }
 
-TEST(Ncemd, SecondUartIsToldInTextAndBeepsAreWaitedFor)
-{
-    DaemonBox box("supportuart2=yes\nsupport_acm=yes\n");
-    box.call({.call = "open", .args = "/dev/ttyACM0 *", .error = ENXIO});
-    box.launch();
-    box.raise(0x200);
-    box.raise(0x240);
-    box.raise(0x201);
-    for (int round = 0; round < 6; round++)
-        box.raise(0x224);
-    box.raise(0x230);
-    ASSERT_TRUE(box.wait_for("board * event_get -> 0x230"));
-    EXPECT_EQ(box.stop(), 0);
-    const auto text = [](const std::string &sent) { return "board 0xc0014b21 micro_write \"" + sent + "\""; };
-    EXPECT_TRUE(box.record().in_order({
-        "usleep 1200000",
-        text("3"),
-        text("4"),
-        text(";"),
-        "log err open CdcAcm error.",
-        text("8"),
-        "log err open CdcAcm error.",
-        "board * event_get -> 0x240",
-        text(":"),
-        "log err open CdcAcm error.",
-        text("B"),
-        text("@"),
-        "usleep 1200000",
-        text("3"),
-        "board * event_get -> 0x201",
-        text("8"),
-    }));
-    EXPECT_EQ(box.record().count("board * control *"), 0);
-    EXPECT_EQ(box.record().count("log err * Fail to open /dev/ttyACM from LCM"), 5); // and no more
-}
-
-TEST(Ncemd, OutOfBandRequestActsOnceAndIsCleared)
-{
-    struct Case {
-        char word;
-        const char *log, *program, *other;
-    };
-    static constexpr Case kCases[] = {
-        {1, "log err * NCEMD: Shutdown the system.", "/sbin/poweroff", "/sbin/reboot"},
-        {2, "log err * NCEMD: Reboot the system.", "/sbin/reboot", "/sbin/poweroff"},
-        {3, "log err * NCEMD: Shutdown the system.", "/sbin/poweroff", "/sbin/reboot"},
-    };
-    for (const Case &row : kCases) {
-        DaemonBox box("support_oob_ctl=yes\n");
-        for (const char *path : {"/usr/norv/sbin/backup_junior_log.sh", "/sbin/poweroff", "/sbin/reboot"})
-            box.program(path);
-        controller_add(box, {{'\0', row.word}, {'\0', '\0'}});
-        box.launch();
-        const std::string run = std::string("run ") + row.program;
-        ASSERT_TRUE(box.wait_for(run));
-        EXPECT_EQ(box.stop(), 0);
-        EXPECT_TRUE(box.record().in_order({"ioctl /dev/ipmi0 * 3070", row.log, "ioctl /dev/ipmi0 * 3071"}));
-        EXPECT_EQ(box.record().count(run), 1);
-        EXPECT_EQ(box.record().count(std::string("run ") + row.other), 0);
-        EXPECT_EQ(box.record().count("ioctl /dev/ipmi0 * 3071"), 1);
-    }
-}
-
 TEST(Ncemd, SasModelWithRaidOnlyMasksItsLamps)
 {
     DaemonBox box("");
@@ -316,51 +320,6 @@ TEST(Ncemd, SasModelWithRaidOnlyMasksItsLamps)
     EXPECT_EQ(bare.stop(), 0);
     EXPECT_EQ(bare.record().count("board 0xc0044b25 *"), 0);
     EXPECT_EQ(bare.record().count("log err NCEMD : NORVEnclosureDiskLedSetHost failed"), 1);
-}
-
-TEST(Ncemd, ButtonsOfTheMicroControllerAreAnswered)
-{
-    struct Case {
-        int mode; // event raised first, 0 for none
-        const char *scenario;
-        std::vector<std::string> record;
-    };
-    const Case kCases[] = {
-        {0, "press power", {"board 0xc0044b07 button_power*", kBeep, control("0x4003")}},
-        {0, "press reset", {"board 0xc0044b08 button_reset*", kBeep}},
-        {0x200, "press copy", {"board 0xc0044b09 button_copy*"}},
-        {0,
-         "fail button_power EIO\npress power",
-         {"board 0xc0044b07 button_power*", "log err ncemd_button.cpp:* Failed to ioctl, errno=5, Input/output error",
-          kBeep, control("0x4003")}},
-        {0,
-         "fail micro_read EIO 1\npress reset",
-         {"log err ncemd_button.cpp:* microP get error*", "board 0xc0044b08 button_reset*", kBeep}},
-    };
-    for (const Case &row : kCases) {
-        SCOPED_TRACE(row.scenario);
-        DaemonBox box("");
-        box.launch();
-        if (row.mode != 0) {
-            box.raise(row.mode);
-            ASSERT_TRUE(box.wait_for(control("0x5200")));
-        }
-        box.board_scenario(row.scenario);
-        EXPECT_TRUE(wait_until([&] { return box.record().in_order(row.record); })) << box.record().text();
-        if (row.mode != 0)
-            box.raise(0x201);
-        EXPECT_EQ(box.stop(), 0);
-    }
-    DaemonBox box(""); // this one counts in button mode only
-    box.launch();
-    box.board_scenario("press copy");
-    ASSERT_TRUE(box.wait_for("board 0xc0014b30 micro_read* 1"));
-    box.call({.call = "open", .args = "/dev/norvbios *", .error = EIO}); // what is open already still tells of presses
-    box.board_scenario("press power");
-    EXPECT_TRUE(box.wait_for("log err NcemDoButtonCtrl(*)open norvbios error"));
-    EXPECT_EQ(box.stop(), 0);
-    EXPECT_EQ(box.record().count("board 0xc0044b07 *") + box.record().count("board 0xc0044b09 *"), 0);
-    EXPECT_EQ(box.record().count(kBeep), 1); // that of the start
 }
 
 TEST(Ncemd, AlarmSoundsUntilMutedAndAgainAfterItWasGood)
@@ -409,41 +368,6 @@ TEST(Ncemd, PortThawMarksTheFaultForGood)
                                                                   "board 0xc0184b0a disk_led 1 1 0 \"\"\n"
                                                                   "board 0xc0184b0a disk_led 1 2 0 \"\"\n");
     EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led 2 2 *"), 0);
-}
-
-TEST(Ncemd, PortThawPassesWhatIsNoInternalDisk)
-{
-    struct Case {
-        const char *thaw, *name;
-        const char *log;
-        int times;
-    };
-    static constexpr char kRefused[] = "log err * fail to parse disk *";
-    static constexpr Case kCases[] = {
-        {"0\n", "SAS", kRefused, 0}, // no newline: passed without a word
-        {"0\n", "SAS\n", "log err * fail to parse disk SAS* id", 1},
-        {"0\n", "\n", kRefused, 1},
-        {"0\n", "sdh\n", kRefused, 0}, // on the USB port
-        {"0\n", "sdc\n", kRefused, 0}, // behind the last bay
-        {"10\n", "sda\n", kRefused, 0},
-        {"", "sda\n", kRefused, 0},
-    };
-    for (const Case &row : kCases) {
-        DaemonBox box("maxdisks=2\nusbportcfg=0x80\ninternalportcfg=0x7\n");
-        box.file("/sys/class/scsi_host/host0/norv_port_thaw", row.thaw);
-        box.file("/sys/class/scsi_host/host0/norv_diskname_trans", row.name);
-        box.launch();
-        box.raise(0x2800);
-        ASSERT_TRUE(box.wait_for("board * event_get -> 0x2800"));
-        EXPECT_EQ(box.stop(), 0);
-        EXPECT_EQ(box.record().count(row.log), row.times) << box.record().text();
-        EXPECT_EQ(box.record().count("board 0xc0184b0a disk_led * 2 0 *"), 0) << row.name;
-    }
-    DaemonBox box("");
-    box.launch();
-    box.raise(0x2800);
-    EXPECT_TRUE(box.wait_for("log err * Failed to glob norv_port_thaw: error(3) *"));
-    EXPECT_EQ(box.stop(), 0);
 }
 
 TEST(Ncemd, LinksThatComeAndGoAreFollowed)
@@ -577,59 +501,6 @@ TEST(Ncemd, PanelsLastScreenIsWhatTheSharedByteTells)
         EXPECT_EQ(box.record().count("log err * Invalid value form LCM module."), 0);
         EXPECT_EQ(box.record().count("log err * Failed to fscanf errno=*"), row.is_memory_tested ? 0 : 1);
     }
-}
-
-// A daemon's memory and descriptors, as the kernel counts them.
-struct Footprint {
-    int resident_kib, descriptors;
-};
-Footprint footprint_of(Sandbox &box, pid_t pid)
-{
-    const std::string proc = BOX_PROC "/" + std::to_string(pid);
-    const Result result = box.run({"/bin/sh", "-c",
-                                   "set -- " + proc +
-                                       "/fd/*; while read key value rest; do [ \"$key\" = VmRSS: ] && echo "
-                                       "$value $#; done < " +
-                                       proc + "/status; exit 0"});
-    Footprint footprint = {};
-    EXPECT_EQ(sscanf(result.out.c_str(), "%d %d", &footprint.resident_kib, &footprint.descriptors), 2) << result.err;
-    return footprint;
-}
-
-TEST(Ncemd, SoakLeavesMemoryDescriptorsAndChildrenConstant)
-{
-    constexpr int kEventsPerRound = 500;
-    const char *wanted = getenv("SOAK_ROUNDS"); // 200 for 10^5 events
-    const int rounds = wanted != nullptr ? atoi(wanted) : 8;
-    DaemonBox box("maxdisks=4\nusbportcfg=0x80\ninternalportcfg=0xf\n");
-    BoxLinks links(box);
-    ASSERT_TRUE(links.wire("eth0", "peer0"));
-    box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\nIPADDR=10.1.2.3\nNETMASK=255.0.0.0\n");
-    box.program("/sbin/route");
-    // A sanitizer that holds freed memory back would look like a daemon that grows.
-    box.launch(
-        {.env = {"ASAN_OPTIONS=quarantine_size_mb=0:thread_local_quarantine_size_kb=0:log_path=" BOX_SANITIZER}});
-    ASSERT_TRUE(links.set("peer0", true));
-    Footprint first = {};
-    for (int round = 0; round < rounds; round++) {
-        ASSERT_TRUE(links.set("eth0", round % 2 == 0));
-        for (int event = 0; event < kEventsPerRound;) {
-            box.board([&](struct board &state) {
-                while (event < kEventsPerRound && board_event_raise(&state, event % 3 == 0 ? 0x2800 : 0x224) == 0)
-                    event++;
-            });
-            usleep(1000);
-        }
-        if (round == 3) // the heap has found its size
-            first = footprint_of(box, box.pid);
-    }
-    const Footprint last = footprint_of(box, box.pid);
-    EXPECT_LE(last.resident_kib, first.resident_kib + 64);
-    EXPECT_LE(last.descriptors, first.descriptors + 1); // the board may be open for a request just now
-    EXPECT_EQ(box.stop(), 0);
-    EXPECT_EQ(box.processes().size(), 0U);
-    RecordProperty("resident_kib", last.resident_kib);
-    RecordProperty("descriptors", last.descriptors);
 }
 
 // Children that end while SIGCHLD is blocked share one signal; none may stay a zombie.

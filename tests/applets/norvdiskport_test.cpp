@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/support/adapter_chip.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -17,25 +17,32 @@ constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf";
 constexpr char kVersion[] = "/proc/sys/kernel/norv_hw_version";
 
 struct Row {
-    std::vector<std::string> args;
-    std::string out;
-    int exit_status = 0;
+    std::string args;
+    const char *out; // without the newline; NULL: none, and 255
 };
 
 void rows_run(Sandbox &box, const std::vector<Row> &rows)
 {
     for (const Row &row : rows) {
-        std::vector<std::string> words = {"norvdiskport"};
-        words.insert(words.end(), row.args.begin(), row.args.end());
-        const Result result = box.run(words);
-        EXPECT_EQ(result.out, row.out.empty() && row.exit_status != 0 ? "" : row.out + "\n") << words.back();
-        EXPECT_EQ(result.exit_status, row.exit_status) << words.back();
+        const Result result = box.run(words(row.args, "norvdiskport"));
+        EXPECT_EQ(result.out, row.out == nullptr ? "" : std::string(row.out) + "\n") << row.args;
+        EXPECT_EQ(result.exit_status, row.out == nullptr ? 255 : 0) << row.args;
     }
 }
 
-void disks_make(Sandbox &box, const std::vector<std::string> &names)
+// What an option tells of many names: "NAME=WORD", or "NAME=" where it fails.
+void names_run(Sandbox &box, const std::string &option, const std::string &answers)
 {
-    for (const std::string &name : names)
+    for (const std::string &answer : words(answers)) {
+        const size_t equal = answer.find('=');
+        const std::string word = answer.substr(equal + 1);
+        rows_run(box, {{option + " " + answer.substr(0, equal), word.empty() ? nullptr : word.c_str()}});
+    }
+}
+
+void disks_make(Sandbox &box, const char *names)
+{
+    for (const std::string &name : words(names))
         box.directory("/sys/block/" + name);
 }
 
@@ -45,8 +52,7 @@ void sata_make(Sandbox &box, const std::string &more = "")
 {
     box.file(kDefaults, kSata + more);
     box.leaves({"/tmp/.dualhead", "/tmp/.not.dualhead"});
-    disks_make(box, {"sda", "sdb", "sdc", "sde", "sdg", "sdi", "sdja", "sdjb", "sdk", "isda", "norvboot", "mmcblk0"});
-    disks_make(box, {"sysd1", "nvme0n1", "md0", "usb1", "sas1"});
+    disks_make(box, "sda sdb sdc sde sdg sdi sdja sdjb sdk isda norvboot mmcblk0 sysd1 nvme0n1 md0 usb1 sas1");
     box.file("/tmp/eunitinfo_sdj", "EUnitModel=NX5-2\nEUnitDisks=sdja, /dev/sdjb,,\n");
 }
 
@@ -55,56 +61,40 @@ TEST(Norvdiskport, SataDisksByTheirMasks)
     Sandbox box;
     sata_make(box);
     rows_run(box, {
-                      {{"-internal"}, " sda sdb sdc"},
-                      {{"-esata"}, " sdi"},
-                      {{"-usb"}, " sde"},
-                      {{"-eunit"}, " sdja sdjb"},
-                      {{"-iscsi"}, " isda"},
-                      {{"-norvboot"}, " norvboot"},
-                      {{"-cache"}, " sdg"},
-                      {{"-sys"}, " sysd1"},
-                      {{"-invalid"}, "", 255}, // not a class that is searched for
-                      {{"-installable_disk_list"}, " sda sdb sdc"},
-                      {{"-missing_system_disk_list"}, ""},
-                      {{"-incompatible_disk_list"}, ""},
-                      {{"-portcheck", "sda5"}, "SATA"},
-                      {{"-portcheck", "/dev/sdi"}, "ESATA"},
-                      {{"-portcheck", "sdj"}, "EUNIT"},    // its unit's disks are listed
-                      {{"-portcheck", "sdja1"}, "EUNIT"},  // behind a port of the mask
-                      {{"-portcheck", "sdba"}, "USBHUB"},  // not behind one
-                      {{"-portcheck", "sdaga"}, "USBHUB"}, // bits repeat every 32: this one is bit 10
-                      {{"-portcheck", "sdag"}, "SATA"},
-                      {{"-portcheck", "sdf"}, "USB"},
-                      {{"-portcheck", "norvboot1"}, "NORVBOOT"},
-                      {{"-portcheck", "isdb"}, "ISCSI"},
-                      {{"-portcheck", "sdh"}, "CACHE"},
-                      {{"-portcheck", "sdk"}, "USBHUB"},
-                      {{"-portcheck", "/dev/mmcblk0p1"}, "SDCARD"},
-                      {{"-portcheck", "sysd1p2"}, "SYS"},
-                      {{"-portcheck", "sd"}, "UNKNOWN"},
-                      {{"-portcheck", "md0"}, "UNKNOWN"},
-                      {{"-portcheck", "nvme0n1"}, "UNKNOWN"},
-                      {{"-portcheck", "nvc1"}, "UNKNOWN"}, // the model cannot be read
-                      {{"-enum_port", "-internal"}, " sda sdb sdc sdd"},
-                      {{"-enum_port", "-esata"}, " sdi sdj"},
-                      {{"-enum_port", "-eunit"}, " sdi sdj"},
-                      {{"-enum_port", "-usb"}, " sde sdf"},
-                      {{"-enum_port", "-cache"}, " sdg sdh"},
-                      {{"-enum_port", "-sys"}, "", 255},
-                      {{"-deviceinfo", "/dev/sdb"}, "Internal HDD2"},
-                      {{"-deviceinfo", "sdj"}, "ESATA2"},
-                      {{"-deviceinfo", "sdjb"}, "EUnit2 HDD2"},
-                      {{"-deviceinfo", "sdjc"}, "", 255},
-                      {{"-deviceinfo", ""}, "", 255},
-                      {{"-part_name_get", "3", "/dev/sda"}, "sda3"},
-                      {{"-part_name_get", "2", "nvme0n1"}, "nvme0n1p2"},
-                      {{"-part_name_get", "0", "sda"}, "", 255},
-                      {{"-part_name_get", "1", "norvboot"}, "", 255},
-                      {{"-part_name_get", "1", "/dev/"}, "", 255},
+                      {"-internal", " sda sdb sdc"},
+                      {"-esata", " sdi"},
+                      {"-usb", " sde"},
+                      {"-eunit", " sdja sdjb"},
+                      {"-iscsi", " isda"},
+                      {"-norvboot", " norvboot"},
+                      {"-cache", " sdg"},
+                      {"-sys", " sysd1"},
+                      {"-invalid", nullptr}, // not a class that is searched for
+                      {"-installable_disk_list", " sda sdb sdc"},
+                      {"-missing_system_disk_list", ""},
+                      {"-incompatible_disk_list", ""},
+                      {"-enum_port -internal", " sda sdb sdc sdd"},
+                      {"-enum_port -esata", " sdi sdj"},
+                      {"-enum_port -eunit", " sdi sdj"},
+                      {"-enum_port -usb", " sde sdf"},
+                      {"-enum_port -cache", " sdg sdh"},
+                      {"-enum_port -sys", nullptr},
+                      {"-deviceinfo /dev/sdb", "Internal HDD2"},
+                      {"-deviceinfo sdj", "ESATA2"},
+                      {"-deviceinfo sdjb", "EUnit2 HDD2"},
+                      {"-deviceinfo sdjc", nullptr},
+                      {"-deviceinfo ''", nullptr},
                   });
+    // sdj's unit lists its disks, sdja is behind a port of the mask and sdba is not; bits repeat every 32, so that
+    // sdaga counts as bit 10; the model of nvc1 cannot be read.
+    names_run(box, "-portcheck",
+              "sda5=SATA /dev/sdi=ESATA sdj=EUNIT sdja1=EUNIT sdba=USBHUB sdaga=USBHUB sdag=SATA sdf=USB "
+              "norvboot1=NORVBOOT isdb=ISCSI sdh=CACHE sdk=USBHUB /dev/mmcblk0p1=SDCARD sysd1p2=SYS sd=UNKNOWN "
+              "md0=UNKNOWN nvme0n1=UNKNOWN nvc1=UNKNOWN");
+    names_run(box, "-part_name_get", "'3 /dev/sda=sda3' '2 nvme0n1=nvme0n1p2' '0 sda=' '1 norvboot=' '1 /dev/='");
     box.file("/tmp/eunitinfo_sdk", "EUnitModel=NX5-4\nEUnitDisks=sdka\n");
     box.file("/tmp/eunitinfo_sdl", "EUnitModel=NX5\nEUnitDisks=sdla\n"); // which unit it is, is not told
-    rows_run(box, {{{"-deviceinfo", "sdk"}, "EUnit4"}, {{"-deviceinfo", "sdla"}, "", 255}});
+    rows_run(box, {{"-deviceinfo sdk", "EUnit4"}, {"-deviceinfo sdla", nullptr}});
     const Result unknown = box.run({"norvdiskport", "-portcheck", "hda"});
     EXPECT_TRUE(
         unknown.record.in_order({"log err external_disk_port_check.cpp:* expected sdx or /dev/sdx, not hda, not "
@@ -120,7 +110,7 @@ TEST(Norvdiskport, MasksAreReadOnceUnlessUsbHasNone)
     } kCases[] = {{"usbportcfg=0\nesataportcfg=1\n", 12, "\n"}, {"usbportcfg=8\nesataportcfg=1\n", 4, " sda\n"}};
     for (const auto &row : kCases) {
         Sandbox box;
-        disks_make(box, {"sda", "sdb", "sdc"});
+        disks_make(box, "sda sdb sdc");
         box.file(kDefaults, row.conf);
         box.call({.call = "open", .args = "/etc.defaults/norvinfo.conf *", .real = true});
         const int others = box.run({"norvdiskport", "-missing_system_disk_list"}).record.count("open *");
@@ -133,29 +123,21 @@ TEST(Norvdiskport, MasksAreReadOnceUnlessUsbHasNone)
     EXPECT_EQ(result.out, "UNKNOWN\n");
     EXPECT_TRUE(result.record.in_order({"log err disk_port_masks_load.cpp:* Get usbportcfg key from "
                                         "/etc.defaults/norvinfo.conf Error"}));
-    rows_run(box, {{{"-enum_port", "-internal"}, " sda"}, {{"-enum_port", "-usb"}, ""}}); // no scan, no classes
+    rows_run(box, {{"-enum_port -internal", " sda"}, {"-enum_port -usb", ""}}); // no scan, no classes
 }
 
 TEST(Norvdiskport, BadCallsShowTheUsage)
 {
     Sandbox box;
     box.file(kDefaults, "");
-    for (const std::vector<std::string> &words : {std::vector<std::string>{},
-                                                  {"-fly"},
-                                                  {"internal"},
-                                                  {"-internal", "sda"},
-                                                  {"-portcheck"},
-                                                  {"-part_name_get", "1"},
-                                                  {"-part_name_get", "1", "sda", "sdb"},
-                                                  {"-enum_port", "-fly"}}) {
-        std::vector<std::string> all = {"norvdiskport"};
-        all.insert(all.end(), words.begin(), words.end());
-        const Result result = box.run(all);
+    for (const char *args : {"", "-fly", "internal", "-internal sda", "-portcheck", "-part_name_get 1",
+                             "-part_name_get 1 sda sdb", "-enum_port -fly"}) {
+        const Result result = box.run(words(args, "norvdiskport"));
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_TRUE(result.out.starts_with("Usage:\n    norvdiskport -internal\n")) << result.out;
     }
     box.file(kDefaults, "usbportcfg=1\nesataportcfg=0xf0\n");
-    rows_run(box, {{{"-enum_port", "-eunit"}, " sde sdf sdg sdh"}});
+    rows_run(box, {{"-enum_port -eunit", " sde sdf sdg sdh"}});
     const Result esata = box.run({"norvdiskport", "-enum_port", "-esata"});
     EXPECT_EQ(esata.out, "This model don't support eSATA device.\n");
     EXPECT_EQ(esata.exit_status, 255);
@@ -182,9 +164,7 @@ TEST(Norvdiskport, InstallableDisksComeByUnitAndNumber)
         Sandbox box;
         box.leaves({"/tmp/.dualhead", "/tmp/.not.dualhead"});
         box.file(kDefaults, row.conf);
-        std::string names = row.disks;
-        for (char *name = strtok(names.data(), " "); name != nullptr; name = strtok(nullptr, " "))
-            disks_make(box, {name});
+        disks_make(box, row.disks);
         const Result result = box.run({"norvdiskport", "-installable_disk_list"});
         EXPECT_EQ(result.out, std::string(row.out) + "\n");
         EXPECT_EQ(result.record.count("log err *Failed to compare system disks."), row.ties);
@@ -217,13 +197,13 @@ TEST(Norvdiskport, NvmeDisksByTheirSlot)
         box.directory("/sys/block");
         box.symlink("/sys/block/nvme0n1", disk);
         rows_run(box, {
-                          {{"-portcheck", "/dev/nvme0n1p1"}, row.word},
-                          {{"-internal"}, row.list != nullptr && !strcmp(row.list, "-internal") ? " nvme0n1" : ""},
-                          {{"-cache"}, row.list != nullptr && !strcmp(row.list, "-cache") ? " nvme0n1" : ""},
-                          {{"-portcheck", "nvme1n1"}, "UNKNOWN"},
+                          {"-portcheck /dev/nvme0n1p1", row.word},
+                          {"-internal", row.list != nullptr && !strcmp(row.list, "-internal") ? " nvme0n1" : ""},
+                          {"-cache", row.list != nullptr && !strcmp(row.list, "-cache") ? " nvme0n1" : ""},
+                          {"-portcheck nvme1n1", "UNKNOWN"},
                       });
         box.file(kDefaults, keys);
-        rows_run(box, {{{"-portcheck", "nvme0n1"}, "UNKNOWN"}, {{"-internal"}, ""}, {{"-cache"}, ""}});
+        rows_run(box, {{"-portcheck nvme0n1", "UNKNOWN"}, {"-internal", ""}, {"-cache", ""}});
     }
 }
 
@@ -236,7 +216,7 @@ TEST(Norvdiskport, FailsWhereTheDisksCannotBeListed)
     Sandbox box;
     box.leaves({"/tmp/.not.dualhead"});
     box.file(kDefaults, "usbportcfg=1\n");
-    rows_run(box, {{{"-internal"}, ""}}); // no folder, no disks
+    rows_run(box, {{"-internal", ""}}); // no folder, no disks
     box.symlink("/sys/block", "/sys/block");
     for (const auto &row : kCases) {
         const Result result = box.run({"norvdiskport", row.option});
@@ -254,7 +234,8 @@ TEST(Norvdiskport, M2DisksByTheirCard)
     const std::string first = kProductM2Card0Models[0], second = kProductM2Card12Models[1];
     const struct {
         int row; // of the table of cards; -1: a chip that is in none
-        std::string model, word, word_all;
+        std::string model;
+        const char *word, *word_all;
     } cases[] = {
         {0, first + "x-j5", "CACHE", "CACHE"}, {0, "OTHER", "INVALID", "CACHE"}, {0, second, "INVALID", "CACHE"},
         {1, first, "CACHE", "CACHE"},          {1, second, "INVALID", "CACHE"},  {2, second + "-j", "INVALID", "CACHE"},
@@ -275,11 +256,11 @@ TEST(Norvdiskport, M2DisksByTheirCard)
         box.symlink("/sys/block/nvc1", disk);
         box.file(kVersion, row.model + "\n");
         box.file(kDefaults, "usbportcfg=1\n");
-        rows_run(box, {{{"-portcheck", "/dev/nvc1p1"}, row.word}, {{"-cache"}, row.word == "CACHE" ? " nvc1" : ""}});
+        rows_run(box, {{"-portcheck /dev/nvc1p1", row.word}, {"-cache", *row.word == 'C' ? " nvc1" : ""}});
         box.file(kDefaults, "usbportcfg=1\nsupport_m2_all_devices=yes\n");
-        rows_run(box, {{{"-portcheck", "nvc1"}, row.word_all}, {{"-cache"}, " nvc1"}});
+        rows_run(box, {{"-portcheck nvc1", row.word_all}, {"-cache", " nvc1"}});
         box.file(kDefaults, "usbportcfg=1\nsupport_m2_all_devices=yes\nblockm2sata=yes\n");
-        rows_run(box, {{{"-portcheck", "nvc1"}, row.word_all}, {{"-cache"}, ""}});
+        rows_run(box, {{"-portcheck nvc1", row.word_all}, {"-cache", ""}});
     }
 }
 
@@ -356,31 +337,24 @@ TEST(Norvdiskport, SasDisksByTheirPhy)
     sas_disk_make(box, "sas5", 3, 10);           // the enclosure never comes
     sas_host_disk_make(box, "sas6", 1, 2, true); // bay 3
     sas_host_disk_make(box, "sas7", 2, 2, false);
-    disks_make(box, {"usb1", "iscsi1", "norvboot", "sda", "sysd1"});
+    disks_make(box, "usb1 iscsi1 norvboot sda sysd1");
     box.compress_sleeps();
     rows_run(box, {
-                      {{"-installable_disk_list"}, " sas2 sas6 sas1"},
-                      {{"-portcheck", "/dev/sas1p3"}, "SAS"},
-                      {{"-portcheck", "sas3"}, "CACHE"},
-                      {{"-portcheck", "sas4"}, "EUNIT"},
-                      {{"-portcheck", "sas9"}, "UNKNOWN"},
-                      {{"-portcheck", "usb1p1"}, "USB"},
-                      {{"-portcheck", "usbx"}, "USB"}, // found so far
-                      {{"-portcheck", "iscsi1"}, "ISCSI"},
-                      {{"-portcheck", "norvboot"}, "NORVBOOT"},
-                      {{"-portcheck", "sda"}, "UNKNOWN"},
-                      {{"-portcheck", "sysd1"}, "SYS"},
-                      {{"-internal"}, " sas1 sas2 sas6"},
-                      {{"-eunit"}, " sas4"},
-                      {{"-cache"}, " sas3"},
-                      {{"-usb"}, " usb1"},
-                      {{"-iscsi"}, " iscsi1"},
-                      {{"-norvboot"}, " norvboot"},
-                      {{"-esata"}, ""},
-                      {{"-enum_port", "-internal"}, "", 255},
-                      {{"-deviceinfo", "sas1"}, "", 255},
-                      {{"-part_name_get", "2", "/dev/sas3"}, "sas3p2"},
+                      {"-installable_disk_list", " sas2 sas6 sas1"},
+                      {"-internal", " sas1 sas2 sas6"},
+                      {"-eunit", " sas4"},
+                      {"-cache", " sas3"},
+                      {"-usb", " usb1"},
+                      {"-iscsi", " iscsi1"},
+                      {"-norvboot", " norvboot"},
+                      {"-esata", ""},
+                      {"-enum_port -internal", nullptr},
+                      {"-deviceinfo sas1", nullptr},
+                      {"-part_name_get 2 /dev/sas3", "sas3p2"},
                   });
+    names_run(box, "-portcheck",
+              "/dev/sas1p3=SAS sas3=CACHE sas4=EUNIT sas9=UNKNOWN usb1p1=USB usbx=USB iscsi1=ISCSI norvboot=NORVBOOT "
+              "sda=UNKNOWN sysd1=SYS"); // of usbx the letters that are found so far
     for (const char *disk : {"sas5", "sas7"}) {
         const Result waited = box.run({"norvdiskport", "-portcheck", disk});
         EXPECT_EQ(waited.out, "UNKNOWN\n");
@@ -398,23 +372,11 @@ TEST(Norvdiskport, AtaLinksAndTheirDisks)
     box.file("/sys/class/scsi_host/host2/norv_diskname_trans", "sda\n");
     box.file("/sys/class/scsi_host/host4/norv_diskname_trans", "sdi");
     box.file("/tmp/eunitinfo_sdi", unit + kProductReversedExpansionUnit + "-1\n");
-    rows_run(box, {
-                      {{"-atatodevice", "ata3"}, "sda"},
-                      {{"-atatodevice", "3.01"}, "sda"}, // only units have devices
-                      {{"-atatodevice", "ata9.01"}, "sdjb"},
-                      {{"-atatodevice", "9.14"}, "sdjo"},
-                      {{"-atatodevice", "ata9"}, "sdj"},
-                      {{"-atatodevice", "ata9.15"}, "", 255},
-                      {{"-atatodevice", "ata9.x"}, "", 255},
-                      {{"-atatodevice", "ata9.-1"}, "", 255},
-                      {{"-atatodevice", "ata5.00"}, "sdid"}, // a unit that counts backwards
-                      {{"-atatodevice", "ata5.03"}, "sdia"},
-                      {{"-atatodevice", "ata5.04"}, "", 255},
-                      {{"-atatodevice", "ata7"}, "", 255},
-                      {{"-atatodevice", "ata"}, "", 255},
-                      {{"-atatodevice", "ata0"}, "", 255},
-                      {{"-atatodevice", std::string("ata") + std::string(4000, '9')}, "", 255},
-                  });
+    // Only units have devices, and the one at sdi counts backwards.
+    names_run(box, "-atatodevice",
+              "ata3=sda 3.01=sda ata9.01=sdjb 9.14=sdjo ata9=sdj ata9.15= ata9.x= ata9.-1= ata5.00=sdid ata5.03=sdia "
+              "ata5.04= ata7= ata= ata0= ata" +
+                  std::string(4000, '9') + "=");
 }
 
 TEST(Norvdiskport, ThawedPortsAreListedOnceTheyStay)
@@ -427,7 +389,7 @@ TEST(Norvdiskport, ThawedPortsAreListedOnceTheyStay)
         box.file(folder + "/norv_port_thaw", state);
         box.file(folder + "/norv_diskname_trans", disk);
     };
-    rows_run(box, {{{"-portthawlist"}, ""}}); // no such files
+    rows_run(box, {{"-portthawlist", ""}}); // no such files
     host(0, "1\n", "sda\n");
     const Result none = box.run({"norvdiskport", "-portthawlist"});
     EXPECT_EQ(none.out, "\n");
@@ -453,13 +415,13 @@ TEST(Norvdiskport, BoardTellsWhichInterfacesDoNotSuit)
 {
     Sandbox box;
     sata_make(box, "support_disk_intf_check=yes\n");
-    rows_run(box, {{{"-incompatible_disk_list"}, ""}});
+    rows_run(box, {{"-incompatible_disk_list", ""}});
     box.board_scenario("incompatible SATA 1 3 5\nincompatible SAS 2\n"); // there is no bay 5
-    rows_run(box, {{{"-incompatible_disk_list"}, "SATA: 1 3\nSAS: 2"}});
+    rows_run(box, {{"-incompatible_disk_list", "SATA: 1 3\nSAS: 2"}});
     box.board_scenario("fail disk_interfaces EIO\n");
-    rows_run(box, {{{"-incompatible_disk_list"}, "", 255}});
+    rows_run(box, {{"-incompatible_disk_list", nullptr}});
     box.board_remove();
-    rows_run(box, {{{"-incompatible_disk_list"}, "", 255}});
+    rows_run(box, {{"-incompatible_disk_list", nullptr}});
 }
 
 // Answers an inquiry with the model, then one with the serial number, each once.
@@ -479,15 +441,15 @@ TEST(Norvdiskport, RulesTellWhichDisksAreInvalid)
 {
     Sandbox box;
     sata_make(box);
-    rows_run(box, {{{"-invalid_disk_list"}, "1, 2, 3"}}); // no disk answers
+    rows_run(box, {{"-invalid_disk_list", "1, 2, 3"}}); // no disk answers
     box.file("/var/lib/disk-compatibility/host_rule.db",
              R"({"format": 1, "default": {"selectable": true},
                  "rules": [{"model": "BAD*", "action": {"selectable": false}}]})");
     disk_answers(box, "/dev/sda", "BADLY MADE");
     disk_answers(box, "/dev/sdb", "GOOD");
-    rows_run(box, {{{"-invalid_disk_list"}, "1, 3"}});
+    rows_run(box, {{"-invalid_disk_list", "1, 3"}});
     box.file(kDefaults, std::string(kSata) + "support_install_only_dev=yes\n");
-    rows_run(box, {{{"-invalid_disk_list"}, ""}}); // dedicated disks are not looked at
+    rows_run(box, {{"-invalid_disk_list", ""}}); // dedicated disks are not looked at
 }
 
 } // namespace

@@ -13,7 +13,7 @@
 #include "build_paths.h"
 #include "tests/findhost/capture.h"
 #include "tests/support/box_links.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -45,31 +45,27 @@ struct Pair : Sandbox {
         EXPECT_EQ(bind(bystander.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
     }
 
-    Process daemon(const std::vector<std::string> &options = {})
+    Process daemon(const std::string &options = "")
     {
-        std::vector<std::string> line = {"findhostd", "-d"};
-        line.insert(line.end(), options.begin(), options.end());
-        Process process = start(line, {.seconds = 120});
+        Process process = start(words("-d " + options, "findhostd"), {.seconds = 120});
         for (int tries = 0; tries < 2000 && record().count("select 5.*") == 0; tries++)
             usleep(10000);
         return process;
     }
 
-    Result find(std::vector<std::string> words)
+    Result find(const std::string &command)
     {
-        words.insert(words.begin(), "/bin/norvfind");
-        words.insert(words.end(), {"--interface", "tap0"});
-        return run(words, {.seconds = 60});
+        return run(words(command + " --interface tap0", "/bin/norvfind"), {.seconds = 60});
     }
 
     // The client until it succeeds: on a busy machine an answer may come after its time. The daemon serves one address
     // again after a pause.
-    Result find_at_last(const std::vector<std::string> &words)
+    Result find_at_last(const std::string &command)
     {
-        Result result = find(words);
+        Result result = find(command);
         for (int tries = 0; tries < 10 && result.exit_status != 0; tries++) {
             sleep(2);
-            result = find(words);
+            result = find(command);
         }
         sleep(2);
         return result;
@@ -78,7 +74,7 @@ struct Pair : Sandbox {
     // The appliance's MAC, as a scan tells it.
     std::string mac()
     {
-        const std::string out = find_at_last({"scan", "--json", "--seconds", "1"}).out;
+        const std::string out = find_at_last("scan --json --seconds 1").out;
         const size_t at = out.find("\"mac\":\"");
         return at != out.npos ? out.substr(at + 7, 17) : "none";
     }
@@ -110,41 +106,38 @@ void end(Process &daemon)
 TEST(Norvfind, ScansAndShowsWhatHasNoAddress)
 {
     Pair box;
-    EXPECT_EQ(box.find({"scan", "--seconds", "1"}).exit_status, 1);
+    EXPECT_EQ(box.find("scan --seconds 1").exit_status, 1);
     Process daemon = box.daemon();
-    const Result table = box.find_at_last({"scan", "--seconds", "1"});
+    const Result table = box.find_at_last("scan --seconds 1");
     EXPECT_EQ(table.exit_status, 0) << table.err;
     EXPECT_NE(table.out.find("NS0801"), std::string::npos) << table.out;
     EXPECT_NE(table.out.find("7.2.1-25556"), std::string::npos);
     EXPECT_NE(table.out.find("not installed"), std::string::npos);
     EXPECT_NE(table.out.find("yes"), std::string::npos) << "sealed";
     EXPECT_FALSE(box.heard("norv_one_1")) << "the reply can be read on the way";
-    const Result shown = box.find_at_last({"show", box.mac()});
+    const Result shown = box.find_at_last("show " + box.mac());
     EXPECT_EQ(shown.exit_status, 0) << shown.err;
     EXPECT_NE(shown.out.find("norv_one_1"), std::string::npos) << shown.out;
-    EXPECT_EQ(box.find({"show", "02:00:00:00:00:99", "--seconds", "1"}).exit_status, 1);
+    EXPECT_EQ(box.find("show 02:00:00:00:00:99 --seconds 1").exit_status, 1);
     end(daemon);
 }
 
 TEST(Norvfind, SetsTheNetworkSealed)
 {
     Pair box;
-    Process daemon = box.daemon({"-C"}); // it takes nothing in the clear but queries
+    Process daemon = box.daemon("-C"); // it takes nothing in the clear but queries
     const std::string mac = box.mac();
     sleep(2);
-    const Result set = box.find(
-        {"set", mac, "--ip", "10.9.8.7/24", "--gateway", "10.9.8.1", "--dns", "10.9.8.2", "--hostname", "secretname"});
+    const Result set =
+        box.find("set " + mac + " --ip 10.9.8.7/24 --gateway 10.9.8.1 --dns 10.9.8.2 --hostname secretname");
     EXPECT_EQ(set.out, mac + ": done\n") << set.err << box.record().text();
     EXPECT_EQ(set.exit_status, 0);
     EXPECT_FALSE(box.heard("secretname"));
     EXPECT_NE(box.read_file("/etc/sysconfig/network-scripts/ifcfg-eth0").find("10.9.8.7"), std::string::npos);
-    EXPECT_EQ(box.find({"set", mac, "--dhcp", "--plain", "--seconds", "1"}).exit_status, 1); // plain: not even found
+    EXPECT_EQ(box.find("set " + mac + " --dhcp --plain --seconds 1").exit_status, 1); // plain: not even found
     sleep(2);
-    Process holder = box.start({"/usr/bin/flock", "-x", "/tmp/install.lock", "-c", "echo held; read line"},
-                               {.input_open = true, .leaves = {"/tmp/*"}});
-    while (holder.running() && holder.out() != "held\n")
-        usleep(1000);
-    const Result locked = box.find({"set", mac, "--ip", "10.9.8.8/24"});
+    Process holder = lock_holder(box, "/tmp/install.lock");
+    const Result locked = box.find("set " + mac + " --ip 10.9.8.8/24");
     EXPECT_EQ(locked.exit_status, 4) << locked.err;
     holder.close_input();
     holder.wait();
@@ -156,8 +149,8 @@ TEST(Norvfind, LeavesItsKeyForTheDissector)
 {
     Pair box;
     Process daemon = box.daemon();
-    EXPECT_EQ(box.find_at_last({"scan", "--seconds", "1", "--key-file", "/tmp/keys"}).exit_status, 0);
-    EXPECT_EQ(box.find({"scan", "--key-file", "/none/keys"}).exit_status, 2);
+    EXPECT_EQ(box.find_at_last("scan --seconds 1 --key-file /tmp/keys").exit_status, 0);
+    EXPECT_EQ(box.find("scan --key-file /none/keys").exit_status, 2);
     end(daemon);
     if (!Capture::can_be_shown())
         GTEST_SKIP() << "no tshark: what the bystander heard was not looked at";
@@ -173,15 +166,12 @@ TEST(Norvfind, LeavesItsKeyForTheDissector)
 TEST(Norvfind, WrongUse)
 {
     Pair box;
-    for (const std::vector<std::string> &words : {std::vector<std::string>{"set", "02:00:00:00:00:00"},
-                                                  {"set", "02:00:00:00:00:00", "--dhcp", "--ip", "1.2.3.4/8"},
-                                                  {"set", "02:00:00:00:00:00", "--ip", "1.2.3.4/33"},
-                                                  {"set", "02:00:00:00:00:00", "--ip", "1.2.3/8"},
-                                                  {"scan", "x"},
-                                                  {"scan", "--port", "1"},
-                                                  {"find"}}) {
-        const Result result = box.find(words);
-        EXPECT_EQ(result.exit_status, 2) << words.back();
+    const std::string set = "set 02:00:00:00:00:00";
+    for (const std::string &command :
+         {set, set + " --dhcp --ip 1.2.3.4/8", set + " --ip 1.2.3.4/33", set + " --ip 1.2.3/8", std::string("scan x"),
+          std::string("scan --port 1"), std::string("find")}) {
+        const Result result = box.find(command);
+        EXPECT_EQ(result.exit_status, 2) << command;
         EXPECT_NE(result.err.find("usage: norvfind"), std::string::npos);
     }
 }

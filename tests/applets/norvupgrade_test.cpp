@@ -1,13 +1,12 @@
 // The command line of an upgrade, and how it makes the disks ready.
 #include <cerrno>
-#include <functional>
 #include <gtest/gtest.h>
 #include <regex>
 #include <string>
 #include <sys/statvfs.h>
 #include <vector>
 
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -49,26 +48,10 @@ TEST(NorvUpgrade, UsageForAllElse)
 {
     Sandbox box;
     machine(box);
-    using Words = std::vector<std::string>;
-    for (const Words &words : std::vector<Words>{{},
-                                                 {"--download"},
-                                                 {"--start"},
-                                                 {"--parse"},
-                                                 {"--help"},
-                                                 {"-x"},
-                                                 {"--che"},
-                                                 {"--check-"},
-                                                 {"--check-m="},
-                                                 {"--auto=now"},
-                                                 {"check"},
-                                                 {""},
-                                                 {"-"},
-                                                 {"--"},
-                                                 {"--", "--auto"}}) {
-        SCOPED_TRACE(words.empty() ? "(none)" : words.back());
-        Words args = {"norvupgrade"};
-        args.insert(args.end(), words.begin(), words.end());
-        const Result result = box.run(args);
+    for (const char *options : {"", "--download", "--start", "--parse", "--help", "-x", "--che", "--check-",
+                                "--check-m=", "--auto=now", "check", "''", "-", "--", "-- --auto"}) {
+        SCOPED_TRACE(options);
+        const Result result = box.run(words(options, "norvupgrade"));
         EXPECT_EQ(result.exit_status, 0);
         EXPECT_TRUE(result.err.ends_with(kUsage)) << result.err;
         EXPECT_TRUE(result.out.starts_with("Copyright (c) 2003-2021")) << result.out;
@@ -89,33 +72,29 @@ TEST(NorvUpgrade, ArgumentsOfEachOption)
         return "Upgrade by the manual patch [" + path + "] fail.\nUpgrade by the manual patch fail.\n";
     };
     const struct {
-        std::vector<std::string> args;
+        const char *args;
         int exit_status;
         std::string told, err_end;
         const char *record = "*";
     } kRows[] = {
-        {{"--auto", "--check", ""}, 255, "Auto Upgrade Fail.\n", "\n2 0 012 0 012 46 0"},
-        {{"x", "--check", "y"}, 255, "Check New NOS for [Install] Fail.\n", ""},
-        {{"-check-re", ""}, 255, "Check New NOS for [Reinstall] Fail.\n", ""},
-        {{"--check-migrate", "--patch"}, 255, "Check New NOS for [Migration] Fail.\n", ""},
-        {{"--patch"}, 255, "Too few arguement.\n", ""},
-        {{"/a.pat", "--patch"}, 255, "Too few arguement.\n", ""},
-        {{"--patch", ""}, 255, refused(""), "5 13 0"},
-        {{"--patch", "--auto"}, 255, refused("--auto"), "5 13 0"},
-        {{"--patch", "/none.pat", "/vol"}, 255, refused("/none.pat"), "5 13 0"},
-        {{"--patch", "/a.pat"}, 255, refused("/a.pat"), "5 13 0", "run /bin/tar * /a.pat -C * VERSION"},
-        {{"--patch", "/a.pat", ""}, 255, refused("/a.pat"), "5 0 05 13 0", "run /bin/mv /a.pat /upd@te.pat"},
-        {{"--patch", "/a.pat", "/vol", "x"},
-         255,
-         refused("/a.pat"),
-         "5 0 05 13 0",
-         "run /bin/mv /a.pat /vol/upd@te.pat"},
-        {{"--buildin-install", "--auto"}, 255, "Upgrade by the buildin patch fail.\n", "10 0 010 45 0"},
-        {{"--check-system", "--auto", ""}, 0, "not_install", "CheckSysStatus return 2\n"},
-        {{"--recover", "", "x"}, 255, "recover system image fail [13]\nRecover flash fail\n", ""},
+        {"--auto --check ''", 255, "Auto Upgrade Fail.\n", "\n2 0 012 0 012 46 0"},
+        {"x --check y", 255, "Check New NOS for [Install] Fail.\n", ""},
+        {"-check-re ''", 255, "Check New NOS for [Reinstall] Fail.\n", ""},
+        {"--check-migrate --patch", 255, "Check New NOS for [Migration] Fail.\n", ""},
+        {"--patch", 255, "Too few arguement.\n", ""},
+        {"/a.pat --patch", 255, "Too few arguement.\n", ""},
+        {"--patch ''", 255, refused(""), "5 13 0"},
+        {"--patch --auto", 255, refused("--auto"), "5 13 0"},
+        {"--patch /none.pat /vol", 255, refused("/none.pat"), "5 13 0"},
+        {"--patch /a.pat", 255, refused("/a.pat"), "5 13 0", "run /bin/tar * /a.pat -C * VERSION"},
+        {"--patch /a.pat ''", 255, refused("/a.pat"), "5 0 05 13 0", "run /bin/mv /a.pat /upd@te.pat"},
+        {"--patch /a.pat /vol x", 255, refused("/a.pat"), "5 0 05 13 0", "run /bin/mv /a.pat /vol/upd@te.pat"},
+        {"--buildin-install --auto", 255, "Upgrade by the buildin patch fail.\n", "10 0 010 45 0"},
+        {"--check-system --auto ''", 0, "not_install", "CheckSysStatus return 2\n"},
+        {"--recover '' x", 255, "recover system image fail [13]\nRecover flash fail\n", ""},
     };
     for (const auto &row : kRows) {
-        SCOPED_TRACE(testing::PrintToString(row.args));
+        SCOPED_TRACE(row.args);
         Sandbox box;
         box.program("/bin/tar", {{.args = "* VERSION",
                                   .effect =
@@ -125,9 +104,7 @@ TEST(NorvUpgrade, ArgumentsOfEachOption)
                                  {.exit_status = 1}});
         machine(box);
         box.directory("/vol");
-        std::vector<std::string> args = {"norvupgrade"};
-        args.insert(args.end(), row.args.begin(), row.args.end());
-        const Result result = box.run(args, kLeaves);
+        const Result result = box.run(words(row.args, "norvupgrade"), kLeaves);
         EXPECT_EQ(result.exit_status, row.exit_status);
         EXPECT_EQ(told(result), row.told);
         EXPECT_TRUE(result.err.ends_with(row.err_end)) << result.err;
@@ -159,13 +136,6 @@ TEST(NorvUpgrade, LockOfAnInstall)
     }
 }
 
-using Change = std::function<void(Sandbox &)>;
-
-Change program(const std::string &path, const ProgramRow &row)
-{
-    return [=](Sandbox &box) { box.program(path, {row}); };
-}
-
 // A volume with so many bytes free.
 Change bytes_free(unsigned long bytes)
 {
@@ -175,95 +145,69 @@ Change bytes_free(unsigned long bytes)
     status.f_bavail = bytes;
     status.f_bfree = bytes + (1UL << 30); // some for root alone
     const std::string record(reinterpret_cast<const char *>(&status), sizeof(status));
-    return [=](Sandbox &box) { box.call({.call = "statvfs", .args = "/tmpData", .bytes = record}); };
-}
-
-// A system that is in order.
-void installed(Sandbox &box)
-{
-    box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"},
-                                 {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"}});
+    return call({.call = "statvfs", .args = "/tmpData", .bytes = record});
 }
 
 // Up to the moment when the server is asked, or a failure on the way there.
 TEST(NorvUpgrade, FormatOfTheDisks)
 {
-    const char *const kReady = "\n2 0 012 0 012 46 0";
+    constexpr char kReady[] = "\n2 0 012 0 012 46 0", kNoFormat[] = "\n2 0 02 35 0", kNoVolume[] = "\n2 0 02 21 0",
+                   kInstaller[] = "/usr/norv/sbin/installer.sh";
+    const Change installed =
+        program("/sbin/sfdisk", {.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"}) +
+        program("/sbin/sfdisk", {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"});
+    const auto mount_fails = [](const char *args) { return program("/bin/mount", {.args = args, .exit_status = 32}); };
     const struct {
         const char *what, *err_end;
-        std::vector<Change> changes;
-        std::vector<std::string> record;
+        Change change;
+        const char *record;
     } kRows[] = {
-        {"blank",
-         kReady,
-         {},
-         {"log err *system status = 3", "log err format_partition.cpp:* CreateDataVol=[1]",
-          "run /bin/sh -c '/bin/rm -f /tmp/norvdd.*'", "run /bin/umount -f /tmpData",
-          "log err *installer cmd=[/usr/norv/sbin/installer.sh -r -d  >> /tmp/installer_sh.log 2>&1]",
-          "run /usr/norv/sbin/installer.sh -r -d", "run /bin/mount /dev/sda1 /tmpRoot",
-          "run /bin/sh -c '/bin/echo 1 > /tmpRoot/.upgrade_vol'", "run /bin/umount -f /tmpRoot",
-          "log err format_partition.cpp:* retv=[0]", "log err format_partition.cpp:*(ErrFHOSTDoFdiskFormat) retv=[0]",
-          "run /bin/mount /dev/sda1 /tmpData", "log err *Check NEW NOS fail*", "run /bin/umount -f /tmpData"}},
-        {"in order",
-         kReady,
-         {installed},
-         {"log err *gSysStatus: 1, *", "log err *system status = 2",
-          "log err *installer cmd=[/usr/norv/sbin/installer.sh -r   >> *"}},
-        {"of another kind of layout",
-         kReady,
-         {[](Sandbox &box) { box.file("/.unknown_norv_partition_migrate", ""); }},
-         {"run /usr/norv/sbin/installer.sh -r -d -m"}},
-        {"not formatted",
-         "\n2 0 02 35 0",
-         {program("/usr/norv/sbin/installer.sh", {.exit_status = 7})},
-         {"log err *szCmd=[/usr/norv/sbin/installer.sh -r -d  >> *], retv=[7]", "log err *:* retv=[7]",
-          "log err *(ErrFHOSTDoFdiskFormat) retv=[7]"}},
-        {"formatter killed",
-         "\n2 0 02 35 0",
-         {program("/usr/norv/sbin/installer.sh", {.signal = 9})},
-         {"log err *szCmd=[*], retv=[*"}},
-        {"system not mounted",
-         kReady,
-         {program("/bin/mount", {.args = "* /tmpRoot", .exit_status = 32})},
-         {"log err *mount root partition failed.", "log err *(ErrFHOSTDoFdiskFormat) retv=[0]"}},
-        {"volume not noted",
-         kReady,
-         {program("/bin/echo", {.exit_status = 1})},
-         {"log err *set upgrade volume failed.", "run /bin/umount -f /tmpRoot",
-          "log err *(ErrFHOSTDoFdiskFormat) retv=[0]"}},
-        {"no folder",
-         "\n2 0 02 21 0",
-         {[](Sandbox &box) { box.call({.call = "mkdir", .args = "/tmpData *", .error = EROFS}); }},
-         {"log err *Fail to mkdir /tmpData[0x8100 format_partition.cpp:*]",
-          "log err *PrepareMntPoint(/dev/sda1, /tmpData) fail", "log err *FormatPartition fail"}},
-        {"not mounted",
-         "\n2 0 02 21 0",
-         {program("/bin/mount", {.args = "* /tmpData", .exit_status = 32})},
-         {"log err *Mount /dev/sda1 on /tmpData Fail", "log err *PrepareMntPoint(/dev/sda1, /tmpData) fail"}},
-        {"200 MiB free", kReady, {bytes_free(200UL << 20)}, {"statvfs /tmpData"}},
-        {"a byte less",
-         "\n2 0 02 16 0",
-         {bytes_free((200UL << 20) - 1)},
-         {"log err *FreeSize = 209715199 bytes, not enough*", "log err *PrepareMntPoint(/dev/sda1, /tmpData) fail",
-          "run /bin/umount -f /tmpData"}},
-        {"nothing free", "\n2 0 02 21 0", {bytes_free(0)}, {"log err *NLIBGetFsFreeSize(/tmpData) fail.[0x*]"}},
-        {"free space unknown",
-         "\n2 0 02 21 0",
-         {[](Sandbox &box) { box.call({.call = "statvfs", .error = EIO}); }},
-         {"log err *NLIBGetFsFreeSize(/tmpData) fail.[0x8100 format_partition.cpp:*]"}},
+        {"blank", kReady, kNoChange,
+         "log err *system status = 3\nlog err format_partition.cpp:* CreateDataVol=[1]\n"
+         "run /bin/sh -c '/bin/rm -f /tmp/norvdd.*'\nrun /bin/umount -f /tmpData\n"
+         "log err *installer cmd=[/usr/norv/sbin/installer.sh -r -d  >> /tmp/installer_sh.log 2>&1]\n"
+         "run /usr/norv/sbin/installer.sh -r -d\nrun /bin/mount /dev/sda1 /tmpRoot\n"
+         "run /bin/sh -c '/bin/echo 1 > /tmpRoot/.upgrade_vol'\nrun /bin/umount -f /tmpRoot\n"
+         "log err format_partition.cpp:* retv=[0]\nlog err format_partition.cpp:*(ErrFHOSTDoFdiskFormat) retv=[0]\n"
+         "run /bin/mount /dev/sda1 /tmpData\nlog err *Check NEW NOS fail*\nrun /bin/umount -f /tmpData"},
+        {"in order", kReady, installed,
+         "log err *gSysStatus: 1, *\nlog err *system status = 2\n"
+         "log err *installer cmd=[/usr/norv/sbin/installer.sh -r   >> *"},
+        {"of another kind of layout", kReady, file("/.unknown_norv_partition_migrate"),
+         "run /usr/norv/sbin/installer.sh -r -d -m"},
+        {"not formatted", kNoFormat, program(kInstaller, {.exit_status = 7}),
+         "log err *szCmd=[/usr/norv/sbin/installer.sh -r -d  >> *], retv=[7]\nlog err *:* retv=[7]\n"
+         "log err *(ErrFHOSTDoFdiskFormat) retv=[7]"},
+        {"formatter killed", kNoFormat, program(kInstaller, {.signal = 9}), "log err *szCmd=[*], retv=[*"},
+        {"system not mounted", kReady, mount_fails("* /tmpRoot"),
+         "log err *mount root partition failed.\nlog err *(ErrFHOSTDoFdiskFormat) retv=[0]"},
+        {"volume not noted", kReady, program("/bin/echo", {.exit_status = 1}),
+         "log err *set upgrade volume failed.\nrun /bin/umount -f /tmpRoot\n"
+         "log err *(ErrFHOSTDoFdiskFormat) retv=[0]"},
+        {"no folder", kNoVolume, call({.call = "mkdir", .args = "/tmpData *", .error = EROFS}),
+         "log err *Fail to mkdir /tmpData[0x8100 volume.cpp:*]\n"
+         "log err *PrepareMntPoint(/dev/sda1, /tmpData) fail\nlog err *FormatPartition fail"},
+        {"not mounted", kNoVolume, mount_fails("* /tmpData"),
+         "log err *Mount /dev/sda1 on /tmpData Fail\nlog err *PrepareMntPoint(/dev/sda1, /tmpData) fail"},
+        {"200 MiB free", kReady, bytes_free(200UL << 20), "statvfs /tmpData"},
+        {"a byte less", "\n2 0 02 16 0", bytes_free((200UL << 20) - 1),
+         "log err *FreeSize = 209715199 bytes, not enough*\nlog err *PrepareMntPoint(/dev/sda1, /tmpData) fail\n"
+         "run /bin/umount -f /tmpData"},
+        {"nothing free", kNoVolume, bytes_free(0), "log err *NLIBGetFsFreeSize(/tmpData) fail.[0x*]"},
+        {"free space unknown", kNoVolume, call({.call = "statvfs", .error = EIO}),
+         "log err *NLIBGetFsFreeSize(/tmpData) fail.[0x8100 format_partition.cpp:*]"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
         Sandbox box;
-        for (const Change &change : row.changes) // of two answers of a program the first counts
-            change(box);
+        row.change(box); // of two answers of a program the first counts
         machine(box);
         for (const char *path : {"/tmp/mkfs.progress.sda1", "/tmp/mkfs.progress.sda3", "/tmp/norvdd.1"})
             box.file(path, "");
         const Result result = box.run({"norvupgrade", "--auto"}, kLeaves);
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_TRUE(result.err.ends_with(row.err_end)) << result.err;
-        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
         EXPECT_EQ(told(result), "Auto Upgrade Fail.\n");
         EXPECT_EQ(box.exists("/tmpData"), false);
         for (const char *path : {"/tmp/mkfs.progress.sda1", "/tmp/mkfs.progress.sda3", "/tmp/norvdd.1"})

@@ -1,29 +1,18 @@
 // Where the first start of a system is told what to do, and what becomes of that when a step fails.
 #include <cerrno>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 #include "build_paths.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
 
-using Change = std::function<void(Sandbox &)>;
-
-Change fails(const char *call, const char *args, int error)
+Change fails(const char *name, const char *args, int error)
 {
-    return [=](Sandbox &box) { box.call({.call = call, .args = args, .error = error}); };
-}
-Change directory(const char *path)
-{
-    return [=](Sandbox &box) { box.directory(path); };
-}
-Change program_fails(const char *path)
-{
-    return [=](Sandbox &box) { box.program(path, {{.exit_status = 1}}); };
+    return call({.call = name, .args = args, .error = error});
 }
 
 class NsConfigBox : public Sandbox
@@ -82,7 +71,6 @@ TEST(NsConfigPlace, TheSystemHasItsOwn)
 // Whatever fails, neither script nor password stays, and no mount.
 TEST(NsConfigPlace, Faults)
 {
-    const Change confirmed = [](Sandbox &box) { box.file("/.privacy_confirmed", ""); };
     const char *const kTouch = "log err *Failed to touch on system volume";
     const struct {
         const char *what;
@@ -92,11 +80,11 @@ TEST(NsConfigPlace, Faults)
         bool is_mounted = true;
     } kRows[] = {
         {"no folder", fails("mkdir", "/tmpRoot *", EROFS),
-         "log err *Fail to mkdir /tmpRoot[0x8100 prepare_ns_config.cpp:*", "-1", false},
-        {"not mounted", program_fails("/bin/mount"), "log err prepare_ns_config.cpp:* Mount /dev/md0 on /tmpRoot Fail",
-         "-1", false},
+         "log err *Fail to mkdir /tmpRoot[0x8100 volume.cpp:*", "-1", false},
+        {"not mounted", program("/bin/mount", {.exit_status = 1}),
+         "log err prepare_ns_config.cpp:* Mount /dev/md0 on /tmpRoot Fail", "-1", false},
         {"mark", directory("/tmpRoot/.WEBINST_OK"), kTouch},
-        {"no var", confirmed, kTouch},
+        {"no var", file("/.privacy_confirmed"), kTouch},
         {"cache mark", directory("/tmpRoot/.remove_ro_ssd_cache"), kTouch},
         {"no file confirms", directory("/.privacy_confirmed"), kUnmount, "0"},
         {"script", fails("fopen", "*/.ns_configure.sh *", ENOSPC),
@@ -104,13 +92,13 @@ TEST(NsConfigPlace, Faults)
         {"password", fails("fopen", "*/.ns_pwd *", EROFS),
          "log err *open /tmpRoot/.ns_pwd error [Read-only file system]"},
         {"mode", fails("chmod", "*/.ns_configure.sh 0770", EPERM), "chmod /tmpRoot/.ns_configure.sh 0770 = EPERM"},
-        {"no lease", program_fails("/bin/cp"), "run /bin/cp -f *", "0"}, // there is none on a static address
+        {"no lease", program("/bin/cp", {.exit_status = 1}), "run /bin/cp -f *",
+         "0"}, // there is none on a static address
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
         NsConfigBox box;
         row.change(box);
-        // A program without rows succeeds; one with a row that fails does so each time.
         const Result result = box.prepare("/dev/md0", {"remove_ro_ssd_cache=true"});
         EXPECT_EQ(result.out, row.result);
         EXPECT_TRUE(result.record.in_order({row.record}));

@@ -1,15 +1,11 @@
 // What the roles say and how they end before their work begins, byte for byte.
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
-#include <vector>
 
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
-
-using Words = std::vector<std::string>;
 
 constexpr char kBanner[] = "Copyright (c) 2003-2021 Norvessa, Inc. All rights reserved.\n";
 constexpr char kHwctrlUsage[] =
@@ -24,69 +20,51 @@ constexpr char kSwapUsage[] = "Usage: norv_swap_ctl\n"
                               "--off <dev>     ex: swapoff dev\n"
                               "--start         ex: assemble md1 and swapon it\n"
                               "--stop          ex: swapoff md1 and disassemble it\n";
+const std::string kExtractUsage = std::string(kBanner) + "norv_extract_system_patch PATCH_PATH DEST_PATH\n";
 const std::string kStorageUsage = std::string(kBanner) +
                                   "Usage:\n    norvstgcore --is-compatible-disk <DISK_PATH>\n"
                                   "    norvstgcore --update-capability <DISK_PATH> --capability <CAPABILITY>\n";
 
 TEST(OuterForms, OutputAndExitStatus)
 {
+    const std::string fly = std::string("command error\n") + kHwctrlUsage;
     const struct {
-        Words words;
         int exit_status;
         std::string out;
+        const char *commands;
     } kCases[] = {
-        {{"ncemd", "--help"}, 0, kBanner},
-        {{"manutild", "--help"}, 0, kBanner},
-        {{"findhostd", "--help"}, 255, kBanner},
-
-        {{"norvhwctrl"}, 0, kHwctrlUsage},
-        {{"norvhwctrl", "-h"}, 0, kHwctrlUsage},
-        {{"norvhwctrl", "-help", "-set_led"}, 0, kHwctrlUsage},
-        {{"norvhwctrl", "--help"}, 0, kHwctrlUsage},
-        {{"norvhwctrl", "-fly"}, 1, std::string("command error\n") + kHwctrlUsage},
-        {{"norvhwctrl", ""}, 1, std::string("command error\n") + kHwctrlUsage},
-
-        {{"norvchecksum"}, 1, ""},
-        {{"norvchecksum", "/a", "/b"}, 1, ""},
-
-        {{"norvssdcache"}, 255, ""},
-        {{"norvssdcache", "--check", "--check"}, 255, ""},
-        {{"norvssdcache", "-check"}, 0, ""},
-
-        {{"norv_extract_system_patch"}, 255, std::string(kBanner) + "norv_extract_system_patch PATCH_PATH DEST_PATH\n"},
-        {{"norv_extract_system_patch", "a", "b", "c"},
-         255,
-         std::string(kBanner) + "norv_extract_system_patch PATCH_PATH DEST_PATH\n"},
-
-        {{"norv_swap_ctl"}, 255, kSwapUsage},
-        {{"norv_swap_ctl", "md1"}, 255, kSwapUsage},
-        {{"norv_swap_ctl", "--fly", "--start"}, 255, kSwapUsage}, // only the first option counts
-        {{"norv_swap_ctl", "--start=now"}, 255, kSwapUsage},
-        {{"norv_swap_ctl", "-o", "/dev/md1"}, 255, kSwapUsage}, // on or off
-
-        {{"norvstgcore"}, 255, kStorageUsage},
-        {{"norvstgcore", "--help"}, 255, kStorageUsage},
-        {{"norvstgcore", "/dev/sda"}, 255, kStorageUsage},
-        {{"norvstgcore", "--fly", "--is-compatible-disk"}, 255, kStorageUsage},
-        {{"norvstgcore", "--capability", "1"}, 255, kStorageUsage},
-        {{"norvstgcore", "--capability", "1", "--fly", "--update-capability", "/dev/sda"}, 255, kStorageUsage},
-        {{"norvstgcore", "--update-capability", "/dev/sda", "--capability", "x"}, 255, kStorageUsage},
-        {{"norvstgcore", "--update-capability", "/dev/sda", "--capability"}, 255, kStorageUsage},
-        {{"norvstgcore", "--is-compatible-disk", "/dev/sda", "--help"}, 255, kStorageUsage},
-        {{"norvstgcore", "--is-compatible-disk"}, 255, "error\n"},
-        {{"norvstgcore", "--is-compatible-disk", "/dev/sda", "--fly"}, 255, "error\n"},
-        {{"norvstgcore", "--update-capability", "/dev/sda"}, 255, ""},
-        {{"norvstgcore", "--update-capability", "/dev/sda", "--capability", "ffffffff"}, 255, ""},
-        {{"norvstgcore", "-up", "/dev/sda", "--fly", "-ca", "1"}, 255, ""}, // the disk is forgotten
+        {0, kBanner, "ncemd --help\nmanutild --help"},
+        {255, kBanner, "findhostd --help"},
+        {0, kHwctrlUsage, "norvhwctrl\nnorvhwctrl -h\nnorvhwctrl -help -set_led\nnorvhwctrl --help"},
+        {1, fly, "norvhwctrl -fly\nnorvhwctrl ''"},
+        {255, "", "norvssdcache\nnorvssdcache --check --check"},
+        {0, "", "norvssdcache -check"},
+        {255, kExtractUsage, "norv_extract_system_patch\nnorv_extract_system_patch a b c"},
+        // Only the first option counts, and -o may be on or off.
+        {255, kSwapUsage,
+         "norv_swap_ctl\nnorv_swap_ctl md1\nnorv_swap_ctl --fly --start\nnorv_swap_ctl --start=now\n"
+         "norv_swap_ctl -o /dev/md1"},
+        {255, kStorageUsage,
+         "norvstgcore\nnorvstgcore --help\nnorvstgcore /dev/sda\nnorvstgcore --fly --is-compatible-disk\n"
+         "norvstgcore --capability 1\nnorvstgcore --capability 1 --fly --update-capability /dev/sda\n"
+         "norvstgcore --update-capability /dev/sda --capability x\n"
+         "norvstgcore --update-capability /dev/sda --capability\n"
+         "norvstgcore --is-compatible-disk /dev/sda --help"},
+        {255, "error\n", "norvstgcore --is-compatible-disk\nnorvstgcore --is-compatible-disk /dev/sda --fly"},
+        // With -up and -ca apart the disk is forgotten.
+        {255, "",
+         "norvstgcore --update-capability /dev/sda\n"
+         "norvstgcore --update-capability /dev/sda --capability ffffffff\nnorvstgcore -up /dev/sda --fly -ca 1"},
     };
     Sandbox box;
-    for (const auto &[words, exit_status, out] : kCases) {
-        SCOPED_TRACE(testing::PrintToString(words));
-        const Result result = box.run(words);
-        EXPECT_EQ(result.exit_status, exit_status);
-        EXPECT_EQ(result.out, out);
-        EXPECT_EQ(result.err.find("not built in"), std::string::npos);
-    }
+    for (const auto &[exit_status, out, commands] : kCases)
+        for (const std::string &command : lines(commands)) {
+            SCOPED_TRACE(command);
+            const Result result = box.run(words(command));
+            EXPECT_EQ(result.exit_status, exit_status);
+            EXPECT_EQ(result.out, out);
+            EXPECT_EQ(result.err.find("not built in"), std::string::npos);
+        }
     EXPECT_EQ(box.programs_called(), "");
 }
 
@@ -105,16 +83,16 @@ TEST(OuterForms, SwapDeviceIsMissing)
 // The factory tool's answers always end with 0; its usage names every command, in the order of the commands.
 TEST(OuterForms, FactoryToolUsage)
 {
-    std::istringstream commands(
+    const char *const kCommands =
         "-mw -md -gpio_write -gpio_read -uart2 -button_test -rtc_get -rtc_set -temperature -cpu_temp -fan_status_get "
         "-mac_get -mac_set -sn_get -sn_set -vender_version_get -custom_sn_set -auto_poweron_enable "
         "-auto_poweron_disable -auto_poweron_get -wol_enable -wol_disable -wol_get -test_flag_init -test_flag_reset "
         "-test_flag_list -test_flag_help -test_flag_set -test_flag_get -set_pwm -set_hddfaulty -mem_write -mem_read "
-        "-log -usb3_dwng -led_mask_on");
+        "-log -usb3_dwng -led_mask_on";
     Sandbox box;
     const std::string usage = box.run({"mantool"}).out;
     size_t at = 0;
-    for (std::string command; commands >> command;) {
+    for (const std::string &command : words(kCommands)) {
         const std::string line = "\nmantool " + command;
         at = usage.find(line, at);
         ASSERT_NE(at, std::string::npos) << command;

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "build_paths.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -19,7 +19,7 @@ constexpr const char *kDefaults = "/etc.defaults/norvinfo.conf";
 constexpr const char *kUsage = "usage:\n\traidtool destroy <RAID ID> \n\traidtool status <RAID ID> \n"
                                "\traidtool newvol \n\traidtool initsys \n\traidtool initsys-dd ";
 
-std::string words(const std::vector<std::uint32_t> &values)
+std::string words_of(const std::vector<std::uint32_t> &values)
 {
     return {reinterpret_cast<const char *>(values.data()), values.size() * 4};
 }
@@ -38,12 +38,6 @@ constexpr Layout kLayouts[] = {
     {7, {256, 4980736}, {4980480, 4194304}},    {8, {2048, 4982528}, {4980480, 4194304}},
     {9, {8192, 16785408}, {16777216, 4194304}}, {0, {100, 5000}, {4900, 6000}}, // of no layout
 };
-
-// sda, sdb and on.
-std::string sd(size_t number)
-{
-    return std::string("sd") + static_cast<char>('a' + number);
-}
 
 struct Machine : Sandbox {
     explicit Machine(const std::string &keys = "maxdisks=4\n")
@@ -82,10 +76,14 @@ struct Machine : Sandbox {
         }
         file("/proc/partitions", "major minor  #blocks  name\n\n" + listed_);
     }
-    void blank_disks(size_t count)
+    // Disks as rows tell them: "sda sdb=0 sdc=8:123" are a blank one, one of no layout, one of layout 8 with metadata.
+    void disks(const std::string &text)
     {
-        for (size_t i = 0; i < count; i++)
-            disk(sd(i));
+        for (const std::string &word : words(text)) {
+            const size_t equal = word.find('='), colon = word.find(':');
+            disk(word.substr(0, equal), equal == word.npos ? -1 : atoi(word.c_str() + equal + 1),
+                 colon == word.npos ? "" : word.substr(colon + 1));
+        }
     }
     // What was done to disks and arrays, one line each; questions left out.
     [[nodiscard]] static std::string done(const Result &result)
@@ -130,98 +128,127 @@ std::string of_disk(const std::string &lines, const std::string &disk)
     return found;
 }
 
-TEST(Raidtool, Usage)
+TEST(Raidtool, Outcomes)
 {
-    const std::string missing = std::string("parameters not enough\n") + kUsage;
-    const struct {
-        std::vector<std::string> args;
-        std::string out;
-    } kCases[] = {
-        {{}, kUsage},           {{"initsy"}, std::string("command not recognized\n") + kUsage},
-        {{"destroy"}, missing}, {{"destroy", "2", "3"}, missing},
-        {{"status"}, missing},  {{"newvol", "now"}, kUsage},
+    const std::string usage = kUsage, missing = "parameters not enough\n" + usage;
+    const std::string kNoDisk = "log err *No disk to create system and swap partition, initsys fail!";
+    const std::string kTwoHeads = "support_dual_head=\"yes\"\nesataportcfg=\"1\"\n";
+    const auto create = [](const std::string &rest) { return "/sbin/mdadm -C /dev/md" + rest + "> /dev/null 2>&1\n"; };
+    const auto arrays = [&](const std::string &options, const std::string &disks, const std::string &places) {
+        std::string shell;
+        for (const char *array : {"0", "1"}) {
+            std::string members;
+            for (const std::string &disk : words(disks))
+                members += "/dev/" + disk + (array[0] == '0' ? "1 " : "2 ");
+            shell += create(array + (" -e 0.9 -amd -R -l1 " + options) + members + places);
+        }
+        return shell;
     };
-    for (const auto &[args, out] : kCases) {
-        Machine box;
-        std::vector<std::string> line = {"raidtool"};
-        line.insert(line.end(), args.begin(), args.end());
-        const Result result = box.run(line);
-        EXPECT_EQ(result.out, out);
-        EXPECT_EQ(result.exit_status, 1);
-        EXPECT_EQ(box.programs_called(), "");
-    }
-}
-
-TEST(Raidtool, InitsysOnBlankDisks)
-{
-    std::string missing; // past 255 characters it is cut in the middle of a word
-    while (missing.size() < 255)
-        missing += " missing";
-    missing.resize(255);
+    std::string missing_60; // past 255 characters it is cut in the middle of a word
+    while (missing_60.size() < 255)
+        missing_60 += " missing";
+    missing_60.resize(255);
+    const auto with_dd = [&](int exit_status) { return program("/bin/norvdd", {.exit_status = exit_status}); };
+    const std::string dd_shell = "/bin/norvdd /dev/sda1 /dev/sdb1  /dev/sda2 /dev/sdb2  > /dev/null 2>&1\n" +
+                                 arrays(" -n4 ", "sda sdb", "  missing missing");
+    const std::string inited = "log err *system inited on [/dev/sda1 *";
     const struct {
-        const char *keys;
-        size_t disks;
-        std::string root, swap; // the shell lines behind "mdadm -C /dev/md"
-    } kCases[] = {
-        {"maxdisks=4\n", 2, "0 -e 0.9 -amd -R -l1  -n4 /dev/sda1 /dev/sdb1   missing missing> /dev/null 2>&1",
-         "1 -e 0.9 -amd -R -l1  -n4 /dev/sda2 /dev/sdb2   missing missing> /dev/null 2>&1"},
-        {"maxdisks=4\n", 1, "0 -e 0.9 -amd -R -l1 -f -n4 /dev/sda1   missing missing missing> /dev/null 2>&1",
-         "1 -e 0.9 -amd -R -l1 -f -n4 /dev/sda2   missing missing missing> /dev/null 2>&1"},
-        {"maxdisks=4\nmax_sys_raid_disks=1\n", 1, "0 -e 0.9 -amd -R -l1 -f -n1 /dev/sda1  > /dev/null 2>&1",
-         "1 -e 0.9 -amd -R -l1 -f -n1 /dev/sda2  > /dev/null 2>&1"},
-        {"max_sys_raid_disks=2\n", 3, "0 -e 0.9 -amd -R -l1  -n2 /dev/sda1 /dev/sdb1  > /dev/null 2>&1",
-         "1 -e 0.9 -amd -R -l1  -n2 /dev/sda2 /dev/sdb2  > /dev/null 2>&1"},
-        {"max_sys_raid_disks=60\n", 1, "0 -e 0.9 -amd -R -l1 -f -n60 /dev/sda1  " + missing + "> /dev/null 2>&1",
-         "1 -e 0.9 -amd -R -l1 -f -n60 /dev/sda2  " + missing + "> /dev/null 2>&1"},
-    };
-    for (const auto &[keys, disks, root, swap] : kCases) {
-        Machine box(keys);
-        box.blank_disks(disks);
-        const Result result = box.run({"raidtool", "initsys"});
-        EXPECT_EQ(result.exit_status, 0);
-        EXPECT_EQ(box.shell(), "/sbin/mdadm -C /dev/md" + root + "\n/sbin/mdadm -C /dev/md" + swap + "\n");
-        const std::string done = Machine::done(result);
-        for (size_t i = 0; i < disks; i++)
-            EXPECT_EQ(of_disk(done, sd(i)), format_done(sd(i)));
-        EXPECT_TRUE(
-            result.record.in_order({"sleep 3", "run /sbin/mdadm -C /dev/md0 *", "sleep 3",
-                                    "run /sbin/mdadm -C /dev/md1 *", "log err *system inited on [/dev/sda1 *"}));
-        EXPECT_EQ(result.record.text("run /sbin/mdadm --zero*"), disks == 3
-                                                                     ? "run /sbin/mdadm --zero-superblock /dev/sdc1\n"
-                                                                       "run /sbin/mdadm --zero-superblock /dev/sdc2\n"
-                                                                     : "");
-    }
-}
-
-TEST(Raidtool, InitsysWithoutAUsableDisk)
-{
-    const struct {
-        size_t disks;
-        const char *keys;
         const char *command;
-        const char *log;
+        std::string keys, disks;
+        int exit_status;
+        std::string out, shell = "", log = "";
+        Change change = {};
+        const char *wiped = ""; // partitions whose metadata goes
     } kCases[] = {
-        {0, "", "initsys", "log err *Failed to find partition layout"},
-        {1, "maxdisks=0\n", "initsys", "log err *No disk to create system and swap partition, initsys fail!"},
-        {1, "", "initsys-dd", "log err *No disk to create system and swap partition, initsys fail!"},
-        {1, "maxdisks=4\npartition_curr_version=4\n", "initsys",
+        {"", "", "", 1, usage},
+        {"initsy", "", "", 1, "command not recognized\n" + usage},
+        {"destroy", "", "", 1, missing},
+        {"destroy 2 3", "", "", 1, missing},
+        {"status", "", "", 1, missing},
+        {"newvol now", "", "", 1, usage},
+
+        {"initsys", "", "", 1, "", "", "log err *Failed to find partition layout"},
+        {"initsys", "maxdisks=0\n", "sda", 1, "", "", kNoDisk, kNoChange, "/dev/sda1 /dev/sda2"},
+        {"initsys-dd", "", "sda", 1, "", "/bin/norvdd   > /dev/null 2>&1\n", kNoDisk, kNoChange, "/dev/sda1 /dev/sda2"},
+        {"initsys", "maxdisks=4\npartition_curr_version=4\n", "sda", 1, "", "",
          "log err *Failed to create system partition of sda, newlayout=4, errno=0x*"},
-        {1, "maxdisks=4\n", "initsys-hdseries", "log err *Failed to initsys-system-disk, not member of HD series."},
+        {"initsys-hdseries", "maxdisks=4\n", "sda", 1, "", "",
+         "log err *Failed to initsys-system-disk, not member of HD series."},
+        {"initsys-dd", "maxdisks=4\n", "sda sdb", 0, "", dd_shell, inited, with_dd(0)},
+        {"initsys-dd", "maxdisks=4\n", "sda sdb", 0, "system init with norvdd failed\n", dd_shell, inited, with_dd(3)},
+        {"initsys", "maxdisks=4\n", "sda sdb", 0, "", arrays(" -n4 ", "sda sdb", "  missing missing"), inited},
+        {"initsys", "maxdisks=4\n", "sda", 0, "", arrays("-f -n4 ", "sda", "  missing missing missing"), inited},
+        {"initsys", "maxdisks=4\nmax_sys_raid_disks=1\n", "sda", 0, "", arrays("-f -n1 ", "sda", " "), inited},
+        {"initsys", "max_sys_raid_disks=2\n", "sda sdb sdc", 0, "", arrays(" -n2 ", "sda sdb", " "), inited, kNoChange,
+         "/dev/sdc1 /dev/sdc2"},
+        {"initsys", "max_sys_raid_disks=60\n", "sda", 0, "", arrays("-f -n60 ", "sda", " " + missing_60), inited},
+
+        // How many disks are to be formatted, and which.
+        {"enumformatalldisks", "", "sda sdb", 2, "1 2 "},
+        {"enumformatalldisks", "", "sda sdb=8:123 sdc=0 sdd=8", 2, "1 4 "}, // beside one that keeps data
+        {"enumformatalldisks", "", "sda=8:123", 0, ""},
+        {"enumformatalldisks", "", "sda=1:3 sdb=8:3 sdc=0", 3, "1 2 3 ", "", "log err *Failed to get format type"},
+        {"enumformatalldisks_indualhead_install", "", "sda", 1, "1 "},
+        {"enumformatalldisks", "", "", 1, ""},
+        {"enumformatalldisks", kTwoHeads, "sdaa", 1, "27 "},
+        {"enumformatalldisks_indualhead_install", kTwoHeads, "sdaa", 1, "all"},
+        {"enumformatalldisks", "support_install_only_dev=\"yes\"\n", "sysdx", 1, "0 ", "",
+         "log err *DiskPathParse(sysdx) fail"},
+
+        {"newvol", "maxdisks=4\n", "", 1, "No disk to create RAID... "},
+        {"newvol", "maxdisks=4\n", "sda", 0, "Creating RAID 1 volume... ", create("2 -amd -R -l1 -f -n1 /dev/sda3 ")},
+        {"newvol", "maxdisks=4\n", "sda sdb", 0, "Creating RAID 1 volume... ",
+         create("2 -amd -R -l1  -n2 /dev/sda3 /dev/sdb3 ")},
+        {"newvol", "maxdisks=4\n", "sda sdb sdc", 0, "Creating RAID 5 volume... ",
+         create("2 -amd -R -l5  -n3 /dev/sda3 /dev/sdb3 /dev/sdc3 ")},
+        {"newvol", "maxdisks=4\n", "sda sdb", 0, "Creating RAID 0 volume... \n",
+         create("2 -amd -R -l0  -n2 /dev/sda3 /dev/sdb3 "), "", file("/tmp/raid.5") + file("/tmp/raid.0")},
+        {"newvol", "maxdisks=4\n", "sda sdb sdc", 0, "Creating RAID 1 volume... \n",
+         create("2 -amd -R -l1  -n3 /dev/sda3 /dev/sdb3 /dev/sdc3 "), "", file("/tmp/raid.5") + file("/tmp/raid.1")},
+        {"newvol", "maxdisks=4\n", "sda sdb", 0, "Creating RAID 5 volume... \n",
+         create("2 -amd -R -l5  -n2 /dev/sda3 /dev/sdb3 "), "", file("/tmp/raid.5")},
+        {"newvol", "maxdisks=4\n", "sda sdb", 1, "", "",
+         "log err *Failed to create data partition of /dev/sdb, errno=0x2A00",
+         program("/sbin/sfdisk", {.args = "-N3 * /dev/sdb", .exit_status = 1})},
+        {"newvol", "maxdisks=4\n", "sda sdb", 1, "Creating RAID 1 volume... ",
+         create("2 -amd -R -l1  -n2 /dev/sda3 /dev/sdb3 "),
+         "log err *Failed to create RAID '/dev/md2' on '/dev/sda3 /dev/sdb3 ', errno=*",
+         program("/sbin/mdadm", {.args = "-C *", .exit_status = 1})},
     };
-    for (const auto &[disks, keys, command, log] : kCases) {
-        Machine box(keys);
-        box.blank_disks(disks);
-        const Result result = box.run({"raidtool", command});
-        EXPECT_EQ(result.exit_status, 1);
-        EXPECT_EQ(result.record.count(log), 1) << log << "\n" << result.record.text();
-        EXPECT_EQ(box.shell().find("mdadm"), std::string::npos);
+    for (const auto &row : kCases) {
+        SCOPED_TRACE(std::string(row.command) + " " + row.keys + row.disks);
+        Machine box(row.keys);
+        row.change(box);
+        box.disks(row.disks);
+        const Result result = box.run(words(row.command, "raidtool"));
+        EXPECT_EQ(result.exit_status, row.exit_status);
+        EXPECT_EQ(result.out, row.out);
+        EXPECT_EQ(box.shell(), row.shell);
+        EXPECT_TRUE(!row.out.ends_with(usage) || box.programs_called().empty());
+        EXPECT_EQ(result.record.count(row.log), row.log.empty() ? 0 : 1) << result.record.text();
+        std::string wiped;
+        for (const std::string &partition : words(row.wiped))
+            wiped += "run /sbin/mdadm --zero-superblock " + partition + "\n";
+        EXPECT_EQ(result.record.text("run /sbin/mdadm --zero*"), wiped);
+        if (row.log == inited) {
+            EXPECT_TRUE(result.record.in_order(
+                {"sleep 3", "run /sbin/mdadm -C /dev/md0 *", "sleep 3", "run /sbin/mdadm -C /dev/md1 *", inited}));
+            for (const std::string &disk : words(row.disks))
+                EXPECT_EQ(of_disk(Machine::done(result), disk), format_done(disk));
+        }
+        std::string volumes;
+        for (const std::string &disk : words(std::string(row.command) == "newvol" ? row.disks : ""))
+            volumes += "/sbin/sfdisk --fast-delete 3:128 /dev/" + disk +
+                       "\n/sbin/sfdisk -N3 '' -uS -q -f -j260352 -z-1 -tfd -F /dev/" + disk + "\n";
+        EXPECT_TRUE(Machine::done(result).starts_with(volumes)) << Machine::done(result);
+        EXPECT_TRUE(row.command[0] != 'e' || Machine::done(result).empty()) << Machine::done(result);
     }
 }
 
 TEST(Raidtool, InitsysGoesOnWithoutTheDiskThatFails)
 {
     Machine box;
-    box.blank_disks(3);
+    box.disks("sda sdb sdc");
     box.program("/sbin/sfdisk", {{.args = "-N2 * /dev/sdb", .exit_status = 5}});
     box.program("/sbin/mdadm", {{.args = "-C *", .exit_status = 1}}); // is told, and shows later
     const Result result = box.run({"raidtool", "initsys"});
@@ -232,24 +259,6 @@ TEST(Raidtool, InitsysGoesOnWithoutTheDiskThatFails)
          "log err *Failed to create RAID '/dev/md0' on '/dev/sda1 /dev/sdc1 ' ",
          "log err *szCmd=*/sbin/mdadm -C /dev/md0 -e 0.9 -amd -R -l1  -n4 /dev/sda1 /dev/sdc1   missing missing> *",
          "run /sbin/mdadm -C /dev/md1 *"}));
-}
-
-TEST(Raidtool, InitsysWithDd)
-{
-    const struct {
-        int exit_status;
-        const char *out;
-    } kCases[] = {{0, ""}, {3, "system init with norvdd failed\n"}};
-    for (const auto &[exit_status, out] : kCases) {
-        Machine box;
-        box.blank_disks(2);
-        box.program("/bin/norvdd", {{.exit_status = exit_status}});
-        const Result result = box.run({"raidtool", "initsys-dd"});
-        EXPECT_EQ(result.exit_status, 0);
-        EXPECT_EQ(result.out, out);
-        EXPECT_TRUE(box.shell().starts_with(
-            "/bin/norvdd /dev/sda1 /dev/sdb1  /dev/sda2 /dev/sdb2  > /dev/null 2>&1\n/sbin/mdadm -C /dev/md0"));
-    }
 }
 
 TEST(Raidtool, InitsysHdSeries)
@@ -289,34 +298,28 @@ std::string forecast_of(json_object *plan, const std::string &disk)
 // What initsys does to each disk tells the type that was found for it. The forecast says the same before, and why.
 TEST(Raidtool, FormatTypes)
 {
-    struct DiskCase {
-        int version;
-        const char *members;
-        std::string done; // W whole, S system partitions in place, - nothing; and why
-    };
     const struct {
         const char *what;
-        std::vector<DiskCase> disks;
+        const char *disks, *done; // a line each: W whole, S system partitions in place, - nothing; and why
         int made;
         bool force = false;
     } kCases[] = {
-        {"of no layout, alone", {{0, "", "S no-layout"}}, 8},
-        {"of no layout beside one that keeps data", {{0, "", "- no-layout"}, {8, "123", "S same-layout"}}, 8},
-        {"nothing of ours on it", {{8, "", "W not-ours"}, {-1, "", "W no-system-partitions"}}, 8},
-        {"another layout, not used", {{6, "1", "W other-layout"}}, 8},
-        {"another layout, used", {{6, "13", "- other-layout-used"}, {8, "13", "S same-layout"}}, 8},
-        {"used as partition 5", {{6, "15", "- other-layout-used"}, {9, "1235", "S same-layout"}}, 9},
-        {"the same layout", {{9, "13", "S same-layout"}}, 9},
-        {"layout 7 for 8", {{7, "123", "S same-layout"}, {8, "3", "S same-layout"}}, 8},
-        {"layout 8 for 7 cannot be", {{7, "3", "S same-layout"}}, 7},
-        {"the oldest layout", {{1, "13", "W oldest-layout"}}, 1},
-        {"all of it by force", {{8, "13", "W forced"}, {0, "", "W forced"}}, 8, true},
+        {"of no layout, alone", "sda=0", "S no-layout", 8},
+        {"of no layout beside one that keeps data", "sda=0 sdb=8:123", "- no-layout\nS same-layout", 8},
+        {"nothing of ours on it", "sda=8 sdb", "W not-ours\nW no-system-partitions", 8},
+        {"another layout, not used", "sda=6:1", "W other-layout", 8},
+        {"another layout, used", "sda=6:13 sdb=8:13", "- other-layout-used\nS same-layout", 8},
+        {"used as partition 5", "sda=6:15 sdb=9:1235", "- other-layout-used\nS same-layout", 9},
+        {"the same layout", "sda=9:13", "S same-layout", 9},
+        {"layout 7 for 8", "sda=7:123 sdb=8:3", "S same-layout\nS same-layout", 8},
+        {"layout 8 for 7 cannot be", "sda=7:3", "S same-layout", 7},
+        {"the oldest layout", "sda=1:13", "W oldest-layout", 1},
+        {"all of it by force", "sda=8:13 sdb=0", "W forced\nW forced", 8, true},
     };
-    for (const auto &[what, disks, made, force] : kCases) {
+    for (const auto &[what, disks, done, made, force] : kCases) {
         SCOPED_TRACE(what);
         Machine box;
-        for (size_t i = 0; i < disks.size(); i++)
-            box.disk(sd(i), disks[i].version, disks[i].members);
+        box.disks(disks);
         if (force)
             box.file("/.force_clean_all_disk", "");
         const Result told = box.run({kPlan, "--json"});
@@ -327,12 +330,13 @@ TEST(Raidtool, FormatTypes)
         const Result result = box.run({"raidtool", "initsys"});
         EXPECT_EQ(result.exit_status, 0);
         std::string members;
-        for (size_t i = 0; i < disks.size(); i++) {
-            const std::string name = sd(i);
-            const char done = disks[i].done[0];
-            EXPECT_EQ(of_disk(Machine::done(result), name), done == '-' ? "" : format_done(name, done == 'W', made));
-            EXPECT_EQ(forecast_of(plan, name), disks[i].done);
-            members += done == '-' ? "" : "/dev/" + name + "1 ";
+        char letter = 'a';
+        for (const std::string &why : lines(done)) {
+            const std::string name = std::string("sd") + letter++;
+            EXPECT_EQ(of_disk(Machine::done(result), name),
+                      why[0] == '-' ? "" : format_done(name, why[0] == 'W', made));
+            EXPECT_EQ(forecast_of(plan, name), why);
+            members += why[0] == '-' ? "" : "/dev/" + name + "1 ";
         }
         EXPECT_NE(box.shell().find(" -n4 " + members), std::string::npos) << box.shell();
         json_object_put(plan);
@@ -446,7 +450,7 @@ TEST(Raidtool, DisksAreAskedAtTheSameTimeAndACrashLeavesADiskAlone)
 {
     Machine box;
     box.program("/sbin/sfdisk", {{.args = "-l -uS -N2 /dev/sda", .stays = true}});
-    box.blank_disks(2);
+    box.disks("sda sdb");
     Process process = box.start({"raidtool", "initsys"}, {.seconds = 60});
     ASSERT_TRUE(box.wait_for("run /sbin/sfdisk -l -uS -N2 /dev/sda"));
     ASSERT_TRUE(box.wait_for("run /sbin/sfdisk -l -uS -N2 /dev/sdb"));
@@ -488,90 +492,12 @@ TEST(Raidtool, ProgramsOfTheChildrenHearOfTheirOwn)
 TEST(Raidtool, NoChildLeavesADiskAlone)
 {
     Machine box;
-    box.blank_disks(2);
+    box.disks("sda sdb");
     box.call({.call = "fork", .error = EAGAIN, .times = 1});
     const Result result = box.run({"raidtool", "initsys"});
     EXPECT_EQ(result.record.count("log err *Failed to fork."), 1);
     EXPECT_EQ(of_disk(Machine::done(result), "sda"), "");
     EXPECT_EQ(of_disk(Machine::done(result), "sdb"), format_done("sdb"));
-}
-
-TEST(Raidtool, EnumFormatAllDisks)
-{
-    const struct {
-        const char *what, *command;
-        std::vector<std::pair<int, const char *>> disks; // layout and members
-        const char *out;
-        int exit_status;
-    } kCases[] = {
-        {"blank ones", "enumformatalldisks", {{-1, ""}, {-1, ""}}, "1 2 ", 2},
-        {"beside one that keeps data", "enumformatalldisks", {{-1, ""}, {8, "123"}, {0, ""}, {8, ""}}, "1 4 ", 2},
-        {"nothing to format", "enumformatalldisks", {{8, "123"}}, "", 0},
-        {"all, also one to leave alone", "enumformatalldisks", {{1, "3"}, {8, "3"}, {0, ""}}, "1 2 3 ", 3},
-        {"one head", "enumformatalldisks_indualhead_install", {{-1, ""}}, "1 ", 1},
-        {"no such layout", "enumformatalldisks", {}, "", 1},
-    };
-    for (const auto &[what, command, disks, out, exit_status] : kCases) {
-        SCOPED_TRACE(what);
-        Machine box("");
-        for (size_t i = 0; i < disks.size(); i++)
-            box.disk(sd(i), disks[i].first, disks[i].second);
-        const Result result = box.run({"raidtool", command});
-        EXPECT_EQ(result.out, out);
-        EXPECT_EQ(result.exit_status, exit_status);
-        EXPECT_EQ(Machine::done(result), "");
-        EXPECT_EQ(result.record.count("log err *Failed to get format type"), exit_status == 3);
-    }
-}
-
-// Of an expansion unit, on two heads; and one whose name has no number in it.
-TEST(Raidtool, EnumFormatOfOtherDisks)
-{
-    static constexpr char kTwoHeads[] = "support_dual_head=\"yes\"\nesataportcfg=\"1\"\n";
-    const struct {
-        const char *keys, *disk, *command, *out;
-    } kCases[] = {{kTwoHeads, "sdaa", "enumformatalldisks", "27 "},
-                  {kTwoHeads, "sdaa", "enumformatalldisks_indualhead_install", "all"},
-                  {"support_install_only_dev=\"yes\"\n", "sysdx", "enumformatalldisks", "0 "}};
-    for (const auto &[keys, disk, command, out] : kCases) {
-        Machine box(keys);
-        box.disk(disk);
-        const Result result = box.run({"raidtool", command});
-        EXPECT_EQ(result.exit_status, 1) << result.record.text();
-        EXPECT_EQ(result.out, out);
-        EXPECT_EQ(result.record.count("log err *DiskPathParse(sysdx) fail"), *out == '0');
-    }
-}
-
-TEST(Raidtool, Newvol)
-{
-    const struct {
-        size_t disks;
-        std::vector<const char *> flags;
-        const char *out, *command;
-    } kCases[] = {
-        {1, {}, "Creating RAID 1 volume... ", "-l1 -f -n1 /dev/sda3 "},
-        {2, {}, "Creating RAID 1 volume... ", "-l1  -n2 /dev/sda3 /dev/sdb3 "},
-        {3, {}, "Creating RAID 5 volume... ", "-l5  -n3 /dev/sda3 /dev/sdb3 /dev/sdc3 "},
-        {2, {"/tmp/raid.5", "/tmp/raid.0"}, "Creating RAID 0 volume... \n", "-l0  -n2 /dev/sda3 /dev/sdb3 "},
-        {3, {"/tmp/raid.5", "/tmp/raid.1"}, "Creating RAID 1 volume... \n", "-l1  -n3 /dev/sda3 /dev/sdb3 /dev/sdc3 "},
-        {2, {"/tmp/raid.5"}, "Creating RAID 5 volume... \n", "-l5  -n2 /dev/sda3 /dev/sdb3 "},
-    };
-    for (const auto &[disks, flags, out, command] : kCases) {
-        Machine box;
-        std::string made;
-        box.blank_disks(disks);
-        for (size_t i = 0; i < disks; i++)
-            made += "/sbin/sfdisk --fast-delete 3:128 /dev/" + sd(i) +
-                    "\n/sbin/sfdisk -N3 '' -uS -q -f -j260352 -z-1 -tfd -F /dev/" + sd(i) + "\n";
-        for (const char *flag : flags)
-            box.file(flag, "");
-        const Result result = box.run({"raidtool", "newvol"});
-        EXPECT_EQ(result.exit_status, 0);
-        EXPECT_EQ(result.out, out);
-        EXPECT_EQ(box.shell(), std::string("/sbin/mdadm -C /dev/md2 -amd -R ") + command + "> /dev/null 2>&1\n");
-        EXPECT_TRUE(Machine::done(result).starts_with(made)) << Machine::done(result);
-    }
 }
 
 // Expansion disks beyond the split are told and taken; beyond what the list holds the command gives up.
@@ -595,49 +521,30 @@ TEST(Raidtool, NewvolOnTwoHeads)
     }
 }
 
-TEST(Raidtool, NewvolFails)
-{
-    const struct {
-        size_t disks;
-        const char *failing, *args; // the program that fails
-        const char *out, *log;
-    } kCases[] = {
-        {0, "/sbin/mdadm", "-C *", "No disk to create RAID... ", "log debug no line"},
-        {2, "/sbin/sfdisk", "-N3 * /dev/sdb", "", "log err *Failed to create data partition of /dev/sdb, errno=0x2A00"},
-        {2, "/sbin/mdadm", "-C *", "Creating RAID 1 volume... ",
-         "log err *Failed to create RAID '/dev/md2' on '/dev/sda3 /dev/sdb3 ', errno=*"},
-    };
-    for (const auto &[disks, failing, args, out, log] : kCases) {
-        Machine box;
-        box.program(failing, {{.args = args, .exit_status = 1}});
-        box.blank_disks(disks);
-        const Result result = box.run({"raidtool", "newvol"});
-        EXPECT_EQ(result.exit_status, 1);
-        EXPECT_EQ(result.out, out);
-        EXPECT_EQ(result.record.count(log), disks == 0 ? 0 : 1) << result.record.text();
-    }
-}
-
-// An array as the kernel tells of it.
-struct ArrayCase {
-    std::uint32_t level;
-    std::vector<std::pair<const char *, const char *>> members; // name and state
-};
-void array_make(Sandbox &box, const ArrayCase &array)
+// An array as the kernel tells of it, with its members' names and states: "sda3=in_sync sdb3=spare".
+void array_make(Sandbox &box, std::uint32_t level, const char *members = "sda1=in_sync")
 {
     box.device("/dev/md2", 3ULL << 20);
     std::vector<std::uint32_t> info(18);
     info[0] = 1;
     info[1] = 2;
-    info[4] = array.level;
+    info[4] = level;
     info[5] = 1024;
     info[7] = 3;
-    box.request({.device = "/dev/md2", .request = 0x80480911, .bytes = words(info)});
-    for (const auto &[name, state] : array.members) {
-        const std::string folder = std::string("/sys/block/md2/md/dev-") + name;
-        box.file(folder + "/state", std::string(state) + "\n");
-        box.file(folder + "/slot", std::string(state) == "spare" ? "none\n" : "1\n");
+    box.request({.device = "/dev/md2", .request = 0x80480911, .bytes = words_of(info)});
+    for (const std::string &member : words(members)) {
+        const std::string folder = "/sys/block/md2/md/dev-" + member.substr(0, member.find('='));
+        const std::string state = member.substr(member.find('=') + 1);
+        box.file(folder + "/state", state + "\n");
+        box.file(folder + "/slot", state == "spare" ? "none\n" : "1\n");
     }
+}
+
+// What the driver says of its rebuild and its state.
+void driver_answers(Sandbox &box, const std::vector<std::uint64_t> &rebuild, std::uint32_t status)
+{
+    box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words(rebuild)});
+    box.request({.device = "/dev/md2", .request = 0x80040961, .bytes = words_of({status})});
 }
 
 TEST(Raidtool, StatusByTheDriver)
@@ -658,10 +565,9 @@ TEST(Raidtool, StatusByTheDriver)
     };
     for (const auto &[level, status, rebuild, head] : kCases) {
         Machine box;
-        array_make(box, {level, {{"sda3", "in_sync"}, {"sdb3", "error"}, {"sdc3", "spare"}, {"sdd3", "spare,x"}}});
+        array_make(box, level, "sda3=in_sync sdb3=error sdc3=spare sdd3=spare,x");
         box.directory("/sys/block/md2/md/dev-sde3"); // cannot be read, and is left out
-        box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words(rebuild)});
-        box.request({.device = "/dev/md2", .request = 0x80040961, .bytes = words({status})});
+        driver_answers(box, rebuild, status);
         const Result result = box.run({"raidtool", "status", "2"});
         EXPECT_EQ(result.exit_status, 0);
         EXPECT_EQ(result.out, std::string("/dev/md2 is running, status: ") + head +
@@ -676,30 +582,26 @@ TEST(Raidtool, StatusByTheKernelsFiles)
 {
     const struct {
         std::uint32_t level;
-        const char *state, *degraded, *action, *completed;
-        std::vector<std::pair<const char *, const char *>> members;
-        const char *status, *rebuilding;
+        const char *files; // what they hold, in turn
+        const char *members, *status, *rebuilding;
     } kCases[] = {
-        // Free places of a mirror are no loss.
-        {1, "clean", "2", "idle", "none", {{"sda1", "in_sync"}}, "NORMAL", "None"},
-        {1, "active", "2", "recover", "8 / 80", {{"a", "in_sync"}, {"b", "spare,x"}}, "DEGRADE", "Progressing...["},
-        {1, "active", "1", "resync", "delayed", {{"a", "in_sync"}, {"b", "faulty"}}, "DEGRADE", "Waiting..."},
-        {1, "active", "2", "idle", "none", {{"sda1", "faulty"}}, "CRASHED", "None"},
-        {5, "clean", "1", "idle", "none", {{"sda1", "in_sync"}}, "DEGRADE", "None"},
-        {5, "active", "2", "frozen", "none", {{"sda1", "in_sync"}}, "CRASHED", "None"},
-        {0, "broken", nullptr, nullptr, nullptr, {{"sda1", "in_sync"}}, "CRASHED", "None"},
-        {0, "clean", nullptr, nullptr, nullptr, {{"sda1", "in_sync"}}, "NORMAL", "None"},
+        {1, "clean 2 idle none", "sda1=in_sync", "NORMAL", "None"}, // free places of a mirror are no loss
+        {1, "active 2 recover '8 / 80'", "a=in_sync b=spare,x", "DEGRADE", "Progressing...["},
+        {1, "active 1 resync delayed", "a=in_sync b=faulty", "DEGRADE", "Waiting..."},
+        {1, "active 2 idle none", "sda1=faulty", "CRASHED", "None"},
+        {5, "clean 1 idle none", "sda1=in_sync", "DEGRADE", "None"},
+        {5, "active 2 frozen none", "sda1=in_sync", "CRASHED", "None"},
+        {0, "broken", "sda1=in_sync", "CRASHED", "None"},
+        {0, "clean", "sda1=in_sync", "NORMAL", "None"},
     };
     for (const auto &row : kCases) {
+        SCOPED_TRACE(row.files);
         Machine box;
-        array_make(box, {row.level, row.members});
-        const std::pair<const char *, const char *> kFiles[] = {{"array_state", row.state},
-                                                                {"degraded", row.degraded},
-                                                                {"sync_action", row.action},
-                                                                {"sync_completed", row.completed}};
-        for (const auto &[name, text] : kFiles)
-            if (text != nullptr)
-                box.file(std::string("/sys/block/md2/md/") + name, std::string(text) + "\n");
+        array_make(box, row.level, row.members);
+        const std::vector<std::string> names = words("array_state degraded sync_action sync_completed"),
+                                       texts = words(row.files);
+        for (size_t i = 0; i < texts.size(); i++)
+            box.file("/sys/block/md2/md/" + names[i], texts[i] + "\n");
         const Result result = box.run({"raidtool", "status", "2"});
         EXPECT_EQ(result.exit_status, 0);
         EXPECT_EQ(result.out.substr(0, result.out.find('\n')),
@@ -728,9 +630,11 @@ TEST(Raidtool, AnArrayThatIsNotThere)
             Machine box;
             box.program("/sbin/pvs");
             if (node) {
-                box.request(
-                    {.device = "/dev/md2", .request = request, .bytes = error == 0 ? words({9}) : "", .error = error});
-                array_make(box, {1, {{"sda1", "in_sync"}}});
+                box.request({.device = "/dev/md2",
+                             .request = request,
+                             .bytes = error == 0 ? words_of({9}) : "",
+                             .error = error});
+                array_make(box, 1);
                 box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words({0, 0, 0})});
             }
             const Result result = box.run({"raidtool", destroy ? "destroy" : "status", "2"});
@@ -761,9 +665,8 @@ TEST(Raidtool, Destroy)
     for (const char *partition : {"sda1", "sda2", "sda3", "sdb3"})
         box.program("/sbin/mdadm", {{.args = std::string("-E /dev/") + partition,
                                      .output = partition == std::string("sdb3") ? "UUID : other\n" : same}});
-    array_make(box, {5, {{"sda3", "in_sync"}}});
-    box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words({0, 0, 0})});
-    box.request({.device = "/dev/md2", .request = 0x80040961, .bytes = words({0})});
+    array_make(box, 5, "sda3=in_sync");
+    driver_answers(box, {0, 0, 0}, 0);
     box.file("/proc/partitions", "major minor  #blocks  name\n\n 8 0 9 sda\n 8 1 9 sda1\n 8 2 9 sda2\n 8 3 9 sda3\n"
                                  " 8 19 9 sdb3\n 9 2 9 md2\n");
     box.file("/usr/norv/etc/datascrubbing.conf", "[md2]\na=1\n[md3]\na=2\n");
@@ -814,9 +717,8 @@ TEST(Raidtool, DestroyGivesUp)
         box.remove("/proc/mounts");
         box.program("/sbin/mdadm", {{.args = stops ? "--zero-superblock /dev/sda1" : "-S *", .exit_status = 1},
                                     {.args = "-E *", .output = "UUID : u\n"}});
-        array_make(box, {1, {{"sda3", "in_sync"}}});
-        box.request({.device = "/dev/md2", .request = 0x80180960, .bytes = long_words({0, 0, 0})});
-        box.request({.device = "/dev/md2", .request = 0x80040961, .bytes = words({0})});
+        array_make(box, 1, "sda3=in_sync");
+        driver_answers(box, {0, 0, 0}, 0);
         box.file("/proc/partitions", "major\n\n 8 1 9 sda1\n 8 3 9 sda3\n");
         const Result result = box.run({"raidtool", "destroy", "2"});
         EXPECT_EQ(result.exit_status, 0);

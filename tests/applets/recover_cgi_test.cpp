@@ -1,13 +1,12 @@
 // Recovery of the flash, and the marks of the reset button.
 #include <cerrno>
 #include <csignal>
-#include <functional>
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "tests/support/box_links.h"
+#include "tests/support/rows.h"
 #include "tests/support/web_install.h"
 
 namespace
@@ -26,37 +25,26 @@ void recoverable(Sandbox &box)
 
 TEST(WebRecover, Outcomes)
 {
+    constexpr char kTime[] = "utctime=1600000000", kUpdater[] = "/recover/.norv/patch/updater";
     const struct {
         const char *what, *body;
-        std::function<void(Sandbox &)> change;
-        bool is_good;
-        std::vector<std::string> record;
+        Change change;
+        bool is_good, sets_clock;
+        const char *record;
     } kRows[] = {
-        {"good",
-         "utctime=1600000000",
-         [](Sandbox &) {},
-         true,
-         {"board 0xc0074b06 rtc_write *", "run /bin/mount /dev/md0 /recover",
-          "run /recover/.norv/patch/updater -a /recover", "run /recover/.norv/patch/updater -r /recover",
-          "run /bin/umount -f /recover"}},
-        {"no time", "a=1", [](Sandbox &) {}, true, {"log err *Set RTC fail", "run /bin/mount *"}},
-        {"no board", "utctime=1600000000", [](Sandbox &box) { box.board_remove(); }, true, {"log err *Set RTC fail"}},
-        {"not mounted",
-         "utctime=0",
-         [](Sandbox &box) { box.program("/bin/mount", {{.exit_status = 1}}); },
-         false,
-         {"log err *Mount /dev/md0 on /recover fail"}},
-        {"not recoverable",
-         "utctime=0",
-         [](Sandbox &box) { box.file("/tmp/recover_fail", ""); },
-         false,
-         {"log err *recover fail flag on", "log err recover_cgi.cpp:* /recover is not recoverable"}},
-        {"updater fails",
-         "utctime=-1",
-         [](Sandbox &box) { box.program("/recover/.norv/patch/updater", {{.args = "-r *", .exit_status = 9}}); },
-         false,
-         {"log err *recover /recover by /recover//.norv/patch/updater fail", "run /bin/umount -f /recover"}},
-        {"no body", "", [](Sandbox &) {}, false, {"log err *NorvCgiLoadCGIParam fail*"}},
+        {"good", kTime, kNoChange, true, true,
+         "board 0xc0074b06 rtc_write *\nrun /bin/mount /dev/md0 /recover\n"
+         "run /recover/.norv/patch/updater -a /recover\nrun /recover/.norv/patch/updater -r /recover\n"
+         "run /bin/umount -f /recover"},
+        {"no time", "a=1", kNoChange, true, false, "log err *Set RTC fail\nrun /bin/mount *"},
+        {"no board", kTime, [](Sandbox &box) { box.board_remove(); }, true, false, "log err *Set RTC fail"},
+        {"not mounted", "utctime=0", program("/bin/mount", {.exit_status = 1}), false, false,
+         "log err *Mount /dev/md0 on /recover fail"},
+        {"not recoverable", "utctime=0", file("/tmp/recover_fail"), false, false,
+         "log err *recover fail flag on\nlog err recover_cgi.cpp:* /recover is not recoverable"},
+        {"updater fails", "utctime=-1", program(kUpdater, {.args = "-r *", .exit_status = 9}), false, false,
+         "log err *recover /recover by /recover//.norv/patch/updater fail\nrun /bin/umount -f /recover"},
+        {"no body", "", kNoChange, false, false, "log err *NorvCgiLoadCGIParam fail*"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -72,9 +60,8 @@ TEST(WebRecover, Outcomes)
                   kHeader + (row.is_good ? "{\"success\": true, \"data\": {}}"
                                          : "{\"success\": false, \"data\": {}, \t\t\t\"errinfo\": {\"sec\": "
                                            "\"error\",\"key\": \"error_recover\",\"line\":-1}}"));
-        EXPECT_TRUE(result.record.in_order(row.record));
-        EXPECT_EQ(result.record.count("board * rtc_write *"),
-                  std::string(row.body) == "utctime=1600000000" && std::string(row.what) != "no board");
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
+        EXPECT_EQ(result.record.count("board * rtc_write *"), row.sets_clock);
         expect_unlocked(box);
     }
 }
@@ -99,29 +86,28 @@ TEST(WebRecover, ClientLeaves)
 // The system's volume has both marks once it is mounted, unless a row says otherwise.
 TEST(CleanButtonFlags, Outcomes)
 {
+    const auto unlink_fails = [](int error) {
+        return call({.call = "unlink", .args = "/_disk/.noroot", .error = error});
+    };
+    const Change one_mark = [](Sandbox &box) {
+        box.program("/usr/bin/mount", {{.effect = [&](const ProgramCall &) { box.file("/_disk/.noroot", ""); }}});
+    };
     const struct {
         const char *what;
-        std::function<void(Sandbox &)> change;
+        Change change;
         bool is_good, is_mounted, stays; // the first mark
         const char *record;
     } kRows[] = {
-        {"good", [](Sandbox &) {}, true, true, false, "run /usr/bin/umount -l /_disk"},
-        {"stranger", [](Sandbox &box) { box.program("/usr/sbin/arping", {{.exit_status = 1}}); }, false, false, false,
+        {"good", kNoChange, true, true, false, "run /usr/bin/umount -l /_disk"},
+        {"stranger", program("/usr/sbin/arping", {.exit_status = 1}), false, false, false,
          "run /usr/sbin/arping -I eth0 -c 1 10.0.0.9"},
-        {"no device", [](Sandbox &box) { box.file(kConf, "supportsas=yes\n"); }, false, false, false,
+        {"no device", file(kConf, "supportsas=yes\n"), false, false, false,
          "log err *unable to get disk device with nos partition [-1]"},
-        {"not mounted", [](Sandbox &box) { box.program("/usr/bin/mount", {{.exit_status = 32}}); }, false, false, false,
+        {"not mounted", program("/usr/bin/mount", {.exit_status = 32}), false, false, false,
          "run /usr/bin/mount /dev/md0 /_disk"},
-        {"one mark",
-         [](Sandbox &box) {
-             box.program("/usr/bin/mount", {{.effect = [&](const ProgramCall &) { box.file("/_disk/.noroot", ""); }}});
-         },
-         false, true, true, "log err *reset-button flags not found"},
-        {"not removed", [](Sandbox &box) { box.call({.call = "unlink", .args = "/_disk/.noroot", .error = EROFS}); },
-         false, true, true, "log err *failed to unlink /_disk/.noroot"},
-        {"gone meanwhile",
-         [](Sandbox &box) { box.call({.call = "unlink", .args = "/_disk/.noroot", .error = ENOENT}); }, true, true,
-         true, "run /usr/bin/umount -l /_disk"},
+        {"one mark", one_mark, false, true, true, "log err *reset-button flags not found"},
+        {"not removed", unlink_fails(EROFS), false, true, true, "log err *failed to unlink /_disk/.noroot"},
+        {"gone meanwhile", unlink_fails(ENOENT), true, true, true, "run /usr/bin/umount -l /_disk"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);

@@ -10,7 +10,6 @@
 #include <memory>
 #include <scsi/sg.h>
 #include <set>
-#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -24,7 +23,7 @@
 #include "tests/support/box_text.h"
 #include "tests/support/points.h"
 #include "tests/support/program_faults.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 #include "tests/support/sanitized.h"
 #include "tests/support/udpd_datagram.h"
 #include "tests/support/web_install.h"
@@ -35,13 +34,14 @@ namespace
 constexpr double kLimit_s = 60; // for what comes sooner unless the machine is busy
 
 struct Machine;
+using Step = std::function<void(Machine &)>;
 
 // One run of a role, and what is beside what every machine has.
 struct Row {
-    std::vector<std::string> command;
-    std::vector<std::string> silent = {}; // "WHAT: FAULT", patterns: nobody needs to hear of it
-    void (*prepare)(Machine &) = nullptr; // before each run
-    void (*ask)(Machine &) = nullptr;     // of a daemon that serves
+    const char *command;
+    const char *silent = ""; // a line each, "WHAT: FAULT", patterns: nobody needs to hear of it
+    Step prepare = nullptr;  // before each run
+    Step ask = nullptr;      // of a daemon that serves
     RunOptions options = {.env = {"REMOTE_ADDR=10.0.0.9"}};
 };
 
@@ -85,6 +85,11 @@ struct Machine : Sandbox {
                 "/.box/volumes/*", "/var/log/*", "/recover", "/_disk"});
         make();
     }
+    void programs(const char *paths)
+    {
+        for (const std::string &path : words(paths))
+            program(path);
+    }
     // Puts everything in order, as it was before the first run.
     void make()
     {
@@ -100,9 +105,8 @@ struct Machine : Sandbox {
             directory(std::string("/sys/block/") + disk);
             device(std::string("/dev/") + disk, 1ULL << 40);
         }
-        for (const char *path : {"/sbin/mdadm", "/bin/norvdd", "/sbin/mkswap", "/usr/sbin/inetd", "/bin/dd",
-                                 "/bin/mkdir", "/sbin/pvs", "/sbin/lvremove", "/sbin/vgremove", "/sbin/pvremove"})
-            program(path);
+        programs("/sbin/mdadm /bin/norvdd /sbin/mkswap /usr/sbin/inetd /bin/dd /bin/mkdir /sbin/pvs /sbin/lvremove "
+                 "/sbin/vgremove /sbin/pvremove");
         host_program("/bin/sh");
         program("/usr/sbin/arping", {{.args = "*8.8.8.8", .exit_status = 1}, {}});
         for (const char *state :
@@ -115,14 +119,14 @@ struct Machine : Sandbox {
     [[nodiscard]] const Daemon *daemon() const
     {
         const auto *found = std::find_if(std::begin(kDaemons), std::end(kDaemons),
-                                         [&](const Daemon &one) { return one.role == row.command[0]; });
+                                         [&](const Daemon &one) { return one.role == std::string(row.command); });
         return row.ask != nullptr && found != std::end(kDaemons) ? found : nullptr;
     }
     Outcome act(const RunOptions &options)
     {
         if (daemon() != nullptr)
             return serve(options);
-        Result result = run(row.command, options);
+        Result result = run(words(row.command), options);
         return {result.exit_status, result.signal,
                 lines_told(std::to_string(result.exit_status) + "\n" + result.out + result.err + result.log_text()),
                 std::move(result.record)};
@@ -135,7 +139,7 @@ struct Machine : Sandbox {
         RunOptions with_time = options;
         with_time.seconds = 2 * kLimit_s;
         const int before = record().count(daemon()->idle);
-        Process process = start(row.command, with_time);
+        Process process = start({row.command}, with_time);
         wait_until(
             [&] { return record().count(daemon()->idle) > before || (!process.running() && processes().empty()); });
         return process;
@@ -213,13 +217,12 @@ struct Machine : Sandbox {
     // Without order and number, which children that run at the same time change, and without what a clock shows.
     static std::string lines_told(const std::string &text)
     {
-        std::istringstream stream(text);
-        std::set<std::string> lines;
-        for (std::string line; std::getline(stream, line);)
+        std::set<std::string> different;
+        for (const std::string &line : lines(text))
             if (!pattern_matches("20*/*:*:*", line))
-                lines.insert(line);
+                different.insert(line);
         std::string told;
-        for (const std::string &line : lines)
+        for (const std::string &line : different)
             told += line + "\n";
         return told;
     }
@@ -239,7 +242,7 @@ struct Machine : Sandbox {
 // The role ends by itself and says that something is wrong; put in order, the machine works as before.
 struct Fault {
     std::string name; // "WHAT: FAULT"
-    std::function<void(Machine &)> spoil{}, mend{};
+    Step spoil{}, mend{};
     bool is_failure = true;
     RunOptions options{};
 };
@@ -261,7 +264,8 @@ int faults_try(const Row &row, Machine &box, const Outcome &good, const std::vec
             fault.spoil(box);
         const Outcome spoilt = fault.spoil ? box.act() : box.act(fault.options);
         EXPECT_EQ(spoilt.signal, 0);
-        const bool may_be_silent = std::any_of(row.silent.begin(), row.silent.end(), [&](const std::string &pattern) {
+        const std::vector<std::string> silent = lines(row.silent);
+        const bool may_be_silent = std::any_of(silent.begin(), silent.end(), [&](const std::string &pattern) {
             return pattern_matches(pattern, fault.name);
         });
         EXPECT_TRUE(!fault.is_failure || may_be_silent || spoilt.told != good.told) << "nobody is told";
@@ -288,15 +292,12 @@ std::set<std::string> recorded(const Record &record, const std::string &kind, si
 {
     std::set<std::string> found;
     for (const std::string &line : record.lines) {
-        std::istringstream stream(line);
-        std::vector<std::string> words;
-        for (std::string word; stream >> word;)
-            words.push_back(word);
-        if (words[0] != kind || words.size() < first + count || (kind == "board" && !words[1].starts_with("0x")))
+        std::vector<std::string> parts = words(line);
+        if (parts[0] != kind || parts.size() < first + count || (kind == "board" && !parts[1].starts_with("0x")))
             continue;
-        if (words[first].starts_with("socket:"))
-            words[first] = "socket:*";
-        found.insert(words[first] + (count > 1 ? " " + words[first + 1] : ""));
+        if (parts[first].starts_with("socket:"))
+            parts[first] = "socket:*";
+        found.insert(parts[first] + (count > 1 ? " " + parts[first + 1] : ""));
     }
     return found;
 }
@@ -314,8 +315,7 @@ void recoverable(Machine &box)
     box.file("/recover/.norv/patch/VERSION", version + "unique=norv_avoton_1817\n");
     box.file("/_disk/etc.defaults/VERSION", version);
     box.file("/feed", "<mUnique>other</mUnique>\n");
-    for (const char *path : {"/recover/.norv/patch/updater", "/usr/bin/mount", "/usr/bin/umount"})
-        box.program(path);
+    box.programs("/recover/.norv/patch/updater /usr/bin/mount /usr/bin/umount");
     box.remove("/tmp/recover_fail");
     box.remove("/tmp/root_info.cache");
 }
@@ -396,15 +396,8 @@ void flash_device(Machine &box)
     box.request({.device = "/dev/sdq", .request = SG_IO});
 }
 
-void controller(Machine &box)
-{
-    controller_add(box, {std::string("\0\x11\x0a\0\0\x07", 6)});
-}
-
-void wake_on_lan(Machine &box)
-{
-    box.request({.device = "socket:*", .request = SIOCETHTOOL});
-}
+const Step controller = [](Machine &box) { controller_add(box, {std::string("\0\x11\x0a\0\0\x07", 6)}); };
+const Step wake_on_lan = [](Machine &box) { box.request({.device = "socket:*", .request = SIOCETHTOOL}); };
 
 void low_ports(Machine &box)
 {
@@ -425,9 +418,8 @@ std::string mac_element(const Machine &box)
 
 void discovery(Machine &box)
 {
-    for (const char *path : {"/bin/ping", "/etc/norvgrinst.sh", "/sbin/ifconfig", "/sbin/route", "/sbin/udhcpc",
-                             "/usr/bin/killall", "/bin/grep", "/usr/sbin/inetd"})
-        box.program(path);
+    box.programs("/bin/ping /etc/norvgrinst.sh /sbin/ifconfig /sbin/route /sbin/udhcpc /usr/bin/killall /bin/grep "
+                 "/usr/sbin/inetd");
     box.program("/bin/ps", {{.output = "  70 root 1 S /sbin/udhcpc -i eth0\n"}});
     box.call({.call = "kill", .error = ESRCH});
     box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.255.255.0\n");
@@ -444,30 +436,22 @@ void query(Machine &box)
     box.send(9999, plain(base(1) + mac_element(box)));
 }
 
-void address_set(Machine &box)
-{
+const Step address_set = [](Machine &box) {
     box.send(9999,
              plain(base(3) + number(0x20, 0) + number(0x22, 0x0500000a) + number(0x23, 0x00ffffff) +
                    element(0x21, "nas") + number(0x24, 0x0100000a) + number(0x25, 0x0200000a) + mac_element(box)));
-}
-
-void dhcp_set(Machine &box)
-{
+};
+const Step dhcp_set = [](Machine &box) {
     box.send(9999, plain(base(3) + number(0x20, 1) + element(0x21, "") + mac_element(box)));
-}
-
-void shell_open(Machine &box)
-{
-    box.send(9999, plain(base(4) + mac_element(box)));
-}
+};
+const Step shell_open = [](Machine &box) { box.send(9999, plain(base(4) + mac_element(box))); };
 
 void factory(Machine &box)
 {
     box.remove("/sys/block");
     box.file("/proc/sys/kernel/norv_serial", "1234567890123\n");
     box.file("/etc/norvinfo.conf", "unique=\"norv_a_1\"\n");
-    for (const char *path : {"/bin/killall", "/bin/touch", "/bin/first", "/bin/second", "/bin/mantool"})
-        box.program(path);
+    box.programs("/bin/killall /bin/touch /bin/first /bin/second /bin/mantool");
     for (const char *path : {"/bin/cat", "/bin/rm", "/bin/mkdir"})
         box.host_program(path);
     box.file("/tmp/left", "");
@@ -481,10 +465,7 @@ void manutild_send(Machine &box, uint16_t event, const std::string &payload = ""
     box.send(1122, UdpdDatagram{.event = event, .payload = payload}.bytes());
 }
 
-void group_action(Machine &box)
-{
-    manutild_send(box, kManGroupAction, "first,second");
-}
+const Step group_action = [](Machine &box) { manutild_send(box, kManGroupAction, "first,second"); };
 
 void operation(Machine &box)
 {
@@ -502,9 +483,7 @@ void final_check(Machine &box)
 
 void hardware(Machine &box)
 {
-    for (const char *path :
-         {"/usr/norv/sbin/backup_junior_log.sh", "/sbin/poweroff", "/sbin/route", "/sbin/udhcpc", "/sbin/ifconfig"})
-        box.program(path);
+    box.programs("/usr/norv/sbin/backup_junior_log.sh /sbin/poweroff /sbin/route /sbin/udhcpc /sbin/ifconfig");
     box.file(kConf, "supportraid=no\nmaxdisks=2\nsupport_wol=yes\nbuzzeroffen=0x200\nbuzzeroffen_r2=0x0\n");
     box.request({.device = "socket:*", .request = SIOCETHTOOL});
     box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=dhcp\n");
@@ -518,10 +497,7 @@ void event_raise(Machine &box, int event)
     box.idle_wait(box.record().count(box.daemon()->idle));
 }
 
-void power_off(Machine &box)
-{
-    event_raise(box, 0x223);
-}
+const Step power_off = [](Machine &box) { event_raise(box, 0x223); };
 
 void link_change(Machine &box)
 {
@@ -545,129 +521,102 @@ const RunOptions kRecover = cgi_request("", "utctime=1600000000");
 
 // No answer about volumes or partitions is as good as none of them; clearing goes on with what can be cleared; of what
 // is unmounted, synced, ended or switched off nothing depends on the result.
-const std::vector<std::string> kNoPartitions = {"/sbin/sfdisk: *"};
+constexpr char kNoPartitions[] = "/sbin/sfdisk: *", kCopy[] = "/bin/umount: *\n/bin/sync: *";
 const Row kProgramRows[] = {
-    {{"raidtool", "initsys"}},
-    {{"raidtool", "newvol"}},
-    {.command = {"raidtool", "destroy", "2"},
-     .silent = {"/sbin/*remove: killed", "/sbin/pvs: *", "/bin/mkdir: *"},
-     .prepare = volume},
-    {{"norvcleanpartition"}, {"/bin/dd: *", "/bin/sh: *"}},
-    {{"norv_swap_ctl", "--start"}},
-    {{"norv_swap_ctl", "--on", "/dev/sda2"}},
-    {.command = {"norv_swap_ctl", "--stop"}, .prepare = volume},
-    {{"start_telnet.cgi"}},
-    {.command = {"clean_button_flags.cgi"}, .silent = {"/usr/bin/umount: *"}, .prepare = button_flags},
-    {{"norvcheckpartition", "sda"}, kNoPartitions},
-    {.command = {"norvssdcache", "--check"}, .prepare = cache_disk},
-    {.command = {"norvupgrade", "--check-system"}, .silent = kNoPartitions, .prepare = recoverable},
-    {.command = {"norvupgrade", "--check-migrate"}, .silent = {"/usr/bin/umount: *"}, .prepare = recoverable},
-    {.command = {"norvupgrade", "--recover"}, .silent = {"/bin/umount: *", "/bin/sync: *"}, .prepare = recoverable},
-    {.command = {"recover.cgi"},
-     .silent = {"/bin/umount: *", "/bin/sync: *"},
-     .prepare = recoverable,
-     .options = kRecover},
-    {.command = {"findhostd"},
-     .silent = {"/sbin/sfdisk: *", "/etc/norvgrinst.sh: *"},
-     .prepare = discovery,
-     .ask = query},
-    {.command = {"findhostd"},
-     .silent = {"/sbin/sfdisk: *", "/bin/ps: *", "/bin/grep: *", "/usr/bin/killall: *"},
-     .prepare = discovery,
-     .ask = address_set},
-    {.command = {"findhostd"},
-     .silent = {"/sbin/sfdisk: *", "/usr/bin/killall: *"},
-     .prepare = discovery,
-     .ask = dhcp_set},
-    {.command = {"findhostd"},
-     .silent = {"/sbin/sfdisk: *", "/usr/sbin/inetd: *"},
-     .prepare = discovery,
-     .ask = shell_open},
-    {.command = {"manutild"},
-     .silent = {"/bin/killall: *", "/bin/rm: *", "/bin/touch: *"},
-     .prepare = factory,
-     .ask = group_action},
-    {.command = {"manutild"}, .silent = {"/bin/rm: *"}, .prepare = factory, .ask = operation},
-    {.command = {"manutild"},
-     .silent = {"/bin/killall: *", "/bin/rm: *", "/bin/sh: *"},
-     .prepare = factory,
-     .ask = final_check},
-    {.command = {"ncemd"}, .silent = {"*"}, .prepare = hardware, .ask = power_off}, // the machine goes off all the same
-    {.command = {"ncemd"}, .prepare = hardware, .ask = link_change},
+    {"raidtool initsys"},
+    {"raidtool newvol"},
+    {"raidtool destroy 2", "/sbin/*remove: killed\n/sbin/pvs: *\n/bin/mkdir: *", volume},
+    {"norvcleanpartition", "/bin/dd: *\n/bin/sh: *"},
+    {"norv_swap_ctl --start"},
+    {"norv_swap_ctl --on /dev/sda2"},
+    {"norv_swap_ctl --stop", "", volume},
+    {"start_telnet.cgi"},
+    {"clean_button_flags.cgi", "/usr/bin/umount: *", button_flags},
+    {"norvcheckpartition sda", kNoPartitions},
+    {"norvssdcache --check", "", cache_disk},
+    {"norvupgrade --check-system", kNoPartitions, recoverable},
+    {"norvupgrade --check-migrate", "/usr/bin/umount: *", recoverable},
+    {"norvupgrade --recover", kCopy, recoverable},
+    {"recover.cgi", kCopy, recoverable, nullptr, kRecover},
+    {"findhostd", "/sbin/sfdisk: *\n/etc/norvgrinst.sh: *", discovery, query},
+    {"findhostd", "/sbin/sfdisk: *\n/bin/ps: *\n/bin/grep: *\n/usr/bin/killall: *", discovery, address_set},
+    {"findhostd", "/sbin/sfdisk: *\n/usr/bin/killall: *", discovery, dhcp_set},
+    {"findhostd", "/sbin/sfdisk: *\n/usr/sbin/inetd: *", discovery, shell_open},
+    {"manutild", "/bin/killall: *\n/bin/rm: *\n/bin/touch: *", factory, group_action},
+    {"manutild", "/bin/rm: *", factory, operation},
+    {"manutild", "/bin/killall: *\n/bin/rm: *\n/bin/sh: *", factory, final_check},
+    {"ncemd", "*", hardware, power_off}, // the machine goes off all the same
+    {"ncemd", "", hardware, link_change},
 };
 
 // A machine without an address says nothing of one; lamps and buzzers are not looked at.
-const std::vector<std::string> kNoAddress = {"socket:* SIOCGIFADDR: *", "socket:* SIOCGIFNETMASK: *"};
-const std::vector<std::string> kNoDriver = {"* 0x80180960: EINVAL"}; // then the kernel's files tell
-const std::vector<std::string> kNoAlarm = {"event_get: *", "event_source: *", "status_pair: *", "socket:*"};
-const std::vector<std::string> kNoLamps = {"socket:* SIOCGIFADDR: *", "control: *", "board: none"};
+constexpr char kNoDriver[] = "* 0x80180960: EINVAL"; // then the kernel's files tell
+constexpr char kNoAddress[] = "socket:* SIOCGIFADDR: *\nsocket:* SIOCGIFNETMASK: *",
+               kNoAlarm[] = "event_get: *\nevent_source: *\nstatus_pair: *\nsocket:*",
+               kNoLamps[] = "socket:* SIOCGIFADDR: *\ncontrol: *\nboard: none";
 const Row kRequestRows[] = {
-    {{"mantool", "-mw", "0x10", "0xff"}},
-    {{"mantool", "-md", "0x10"}},
-    {{"mantool", "-gpio_write", "10", "1"}},
-    {{"mantool", "-gpio_read", "10"}},
-    {{"mantool", "-uart2", "w", "2"}},
-    {{"mantool", "-button_test", "enable"}},
-    {{"mantool", "-rtc_get"}},
-    {{"mantool", "-temperature"}},
-    {{"mantool", "-cpu_temp"}},
-    {{"mantool", "-fan_status_get"}},
-    {{"mantool", "-auto_poweron_disable"}},
-    {{"mantool", "-auto_poweron_get", "1"}},
-    {{"mantool", "-set_pwm", "V05"}},
-    {{"mantool", "-mem_write", "0xfed80000", "0x1"}},
-    {{"mantool", "-mem_read", "0xfed80000"}},
-    {{"mantool", "-led_mask_on"}},
-    {.command = {"mantool", "-usb3_dwng", "/dev/sdq"}, .prepare = flash_device},
-    {.command = {"mantool", "-wol_enable", "eth0"}, .prepare = wake_on_lan},
-    {{"norvhwctrl", "-set_stat_led", "run"}},
-    {{"norvhwctrl", "-set_led", "power_green_on"}},
-    {{"norv_led_mask_on"}},
-    {{"norv_microp_control", "MICROP_VERSION_REPORT"}},
-    {{"norv_microp_control", "MICROP_LOG_ON"}},
-    {.command = {"norv_oob_ipv4_get"}, .prepare = controller},
-    {.command = {"norvdiskport", "-invalid_disk_list"}, .prepare = disks_told},
-    {.command = {"norvlanstatus"}, .silent = {"gpio_write: *"}, .prepare = low_ports},
-    {.command = {"raidtool", "status", "2"}, .silent = kNoDriver, .prepare = volume},
-    {.command = {"raidtool", "destroy", "2"}, .silent = kNoDriver, .prepare = volume},
-    {.command = {"norv_swap_ctl", "--stop"}, .silent = kNoDriver, .prepare = volume},
-    {.command = {"norvcheckpartition"}, .prepare = volume},
-    {.command = {"norvupgrade", "--check-system"}, .prepare = recoverable},
-    {.command = {"recover.cgi"}, .prepare = recoverable, .options = kRecover},
-    {.command = {"findhostd"}, .silent = kNoAddress, .prepare = discovery, .ask = query},
-    {.command = {"findhostd"}, .silent = kNoAddress, .prepare = discovery, .ask = address_set},
-    {.command = {"manutild"}, .silent = kNoLamps, .prepare = factory, .ask = group_action},
-    {.command = {"manutild"}, .silent = kNoLamps, .prepare = factory, .ask = final_check},
-    {.command = {"ncemd"}, .silent = kNoAlarm, .prepare = hardware, .ask = power_off},
-    {.command = {"ncemd"}, .silent = kNoAlarm, .prepare = hardware, .ask = buttons},
+    {"mantool -mw 0x10 0xff"},
+    {"mantool -md 0x10"},
+    {"mantool -gpio_write 10 1"},
+    {"mantool -gpio_read 10"},
+    {"mantool -uart2 w 2"},
+    {"mantool -button_test enable"},
+    {"mantool -rtc_get"},
+    {"mantool -temperature"},
+    {"mantool -cpu_temp"},
+    {"mantool -fan_status_get"},
+    {"mantool -auto_poweron_disable"},
+    {"mantool -auto_poweron_get 1"},
+    {"mantool -set_pwm V05"},
+    {"mantool -mem_write 0xfed80000 0x1"},
+    {"mantool -mem_read 0xfed80000"},
+    {"mantool -led_mask_on"},
+    {"mantool -usb3_dwng /dev/sdq", "", flash_device},
+    {"mantool -wol_enable eth0", "", wake_on_lan},
+    {"norvhwctrl -set_stat_led run"},
+    {"norvhwctrl -set_led power_green_on"},
+    {"norv_led_mask_on"},
+    {"norv_microp_control MICROP_VERSION_REPORT"},
+    {"norv_microp_control MICROP_LOG_ON"},
+    {"norv_oob_ipv4_get", "", controller},
+    {"norvdiskport -invalid_disk_list", "", disks_told},
+    {"norvlanstatus", "gpio_write: *", low_ports},
+    {"raidtool status 2", kNoDriver, volume},
+    {"raidtool destroy 2", kNoDriver, volume},
+    {"norv_swap_ctl --stop", kNoDriver, volume},
+    {"norvcheckpartition", "", volume},
+    {"norvupgrade --check-system", "", recoverable},
+    {"recover.cgi", "", recoverable, nullptr, kRecover},
+    {"findhostd", kNoAddress, discovery, query},
+    {"findhostd", kNoAddress, discovery, address_set},
+    {"manutild", kNoLamps, factory, group_action},
+    {"manutild", kNoLamps, factory, final_check},
+    {"ncemd", kNoAlarm, hardware, power_off},
+    {"ncemd", kNoAlarm, hardware, buttons},
 };
 
 TEST(RoleFaults, EachProgramFails)
 {
     int points = 0;
     for (const Row &row : kProgramRows) {
-        SCOPED_TRACE(testing::PrintToString(row.command));
+        SCOPED_TRACE(row.command);
         Machine box(row);
         const Outcome good = good_act(box);
         std::vector<Fault> faults;
-        const std::set<std::string> programs = recorded(good.record, "run", 1, 1);
-        for (const std::string &program : programs)
-            for (const ProgramFault &fault : kProgramFaults)
-                faults.push_back({.name = program + ": " + fault.name,
-                                  .spoil =
-                                      [program, &fault](Machine &machine) {
-                                          if (!fault.row)
-                                              return machine.remove(program);
-                                          machine.program_answer([=, row = fault.row](const ProgramCall &call) {
-                                              return call.path == program ? row : std::nullopt;
-                                          });
-                                      },
-                                  .mend =
-                                      [](Machine &machine) {
-                                          machine.program_answer(
-                                              [](const ProgramCall &) { return std::optional<ProgramRow>(); });
-                                      },
-                                  .is_failure = fault.is_failure});
+        for (const std::string &path : recorded(good.record, "run", 1, 1))
+            for (const ProgramFault &fault : kProgramFaults) {
+                const Step spoil = [path, &fault](Machine &machine) {
+                    if (!fault.row)
+                        return machine.remove(path);
+                    machine.program_answer([path, row = fault.row](const ProgramCall &call) {
+                        return call.path == path ? row : std::nullopt;
+                    });
+                };
+                const Step mend = [](Machine &machine) {
+                    machine.program_answer([](const ProgramCall &) { return std::optional<ProgramRow>(); });
+                };
+                faults.push_back({path + ": " + fault.name, spoil, mend, fault.is_failure});
+            }
         EXPECT_FALSE(faults.empty()) << good.record.text();
         points += faults_try(row, box, good, faults);
     }
@@ -680,44 +629,34 @@ TEST(RoleFaults, EachRequestFails)
         {"EIO", EIO}, {"EINVAL", EINVAL}, {"EINTR", EINTR}, {"ENODEV", ENODEV}};
     int points = 0;
     for (const Row &row : kRequestRows) {
-        SCOPED_TRACE(testing::PrintToString(row.command));
+        SCOPED_TRACE(row.command);
         Machine box(row);
         box.call({.call = "ioctl", .args = "none", .real = true}); // those of sockets are told from now on
         const Outcome good = good_act(box);
         std::vector<Fault> faults;
         const std::set<std::string> asked = recorded(good.record, "board", 2, 1);
-        for (const std::string &request : asked)
-            for (const auto &[name, error] : kErrors)
-                faults.push_back(
-                    {.name = request + ": " + name,
-                     .spoil =
-                         [request, name = name](Machine &machine) { // A daemon that cannot take an event asks for it at
-                                                                    // once again, without end.
-                             const char *times = request == "event_get" ? " 3" : "";
-                             machine.board_scenario("fail " + request + " " + name + times + "\n");
-                         },
-                     .mend = [request](Machine &machine) { machine.board_scenario("fail " + request + " none\n"); }});
-        for (const std::string &request : recorded(good.record, "ioctl", 1, 2))
-            for (const auto &[name, error] : kErrors)
-                faults.push_back({.name = request + ": " + name,
-                                  .spoil =
-                                      [request, error = error](Machine &machine) {
-                                          machine.call({.call = "ioctl", .args = request, .error = error});
-                                      },
-                                  .mend =
-                                      [request](Machine &machine) {
-                                          machine.call({.call = "ioctl", .args = request, .real = true});
-                                      }});
+        const auto add = [&](const std::string &name, const Step &spoil, const Step &mend) {
+            faults.push_back({.name = name, .spoil = spoil, .mend = mend});
+        };
+        // A call fails, or is a true one again.
+        const auto answer = [](const char *name, const std::string &args, int error) -> Step {
+            return [=](Machine &of) { of.call({.call = name, .args = args, .error = error, .real = error == 0}); };
+        };
+        const auto board = [](const std::string &text) -> Step {
+            return [=](Machine &of) { of.board_scenario(text + "\n"); };
+        };
+        for (const auto &[name, error] : kErrors) {
+            for (const std::string &request : asked) {
+                // A daemon that cannot take an event asks for it at once again, without end.
+                const std::string times = request == "event_get" ? " 3" : "";
+                add(request + ": " + name, board("fail " + request + " " + name + times),
+                    board("fail " + request + " none"));
+            }
+            for (const std::string &request : recorded(good.record, "ioctl", 1, 2))
+                add(request + ": " + name, answer("ioctl", request, error), answer("ioctl", request, 0));
+        }
         if (!asked.empty() && (row.ask == nullptr || !box.is_ncemd())) // which has a test of its own for that
-            faults.push_back({.name = "board: none",
-                              .spoil =
-                                  [](Machine &machine) {
-                                      machine.call({.call = "open", .args = "/dev/norvbios *", .error = ENXIO});
-                                  },
-                              .mend =
-                                  [](Machine &machine) {
-                                      machine.call({.call = "open", .args = "/dev/norvbios *", .real = true});
-                                  }});
+            add("board: none", answer("open", "/dev/norvbios *", ENXIO), answer("open", "/dev/norvbios *", 0));
         EXPECT_FALSE(faults.empty()) << good.record.text();
         points += faults_try(row, box, good, faults);
     }
@@ -739,7 +678,7 @@ TEST(RoleFaults, TooLittleOfEverything)
     };
     int points = 0;
     for (const Row &row : kProgramRows) {
-        SCOPED_TRACE(testing::PrintToString(row.command));
+        SCOPED_TRACE(row.command);
         Machine box(row);
         const Outcome good = good_act(box);
         std::vector<Fault> faults;
@@ -756,9 +695,8 @@ TEST(RoleFaults, TooLittleOfEverything)
     points_tried(points);
 }
 
-const Row kServing[] = {{.command = {"ncemd"}, .prepare = hardware, .ask = power_off},
-                        {.command = {"findhostd"}, .prepare = discovery, .ask = shell_open},
-                        {.command = {"manutild"}, .prepare = factory, .ask = operation}};
+const Row kServing[] = {
+    {"ncemd", "", hardware, power_off}, {"findhostd", "", discovery, shell_open}, {"manutild", "", factory, operation}};
 constexpr size_t kPoints = 20;
 
 // A daemon that is told to end at any moment of its start ends, and the next one starts as ever.
@@ -766,12 +704,12 @@ TEST(RoleFaults, DaemonsEndAtAnyMoment)
 {
     int points = 0;
     for (const Row &row : kServing) {
-        SCOPED_TRACE(row.command[0]);
+        SCOPED_TRACE(row.command);
         Machine box(row);
         const auto launch_and_end = [&](size_t lines, int number) {
             const size_t before = box.record().lines.size();
             const int idle = box.record().count(box.daemon()->idle);
-            Process process = box.start(row.command, {.seconds = 2 * kLimit_s});
+            Process process = box.start({row.command}, {.seconds = 2 * kLimit_s});
             box.wait_until([&] {
                 const Record record = box.record();
                 return lines > 0 ? record.lines.size() >= before + lines : record.count(box.daemon()->idle) > idle;
@@ -802,7 +740,7 @@ TEST(RoleFaults, DaemonsAreSignalledWhileTheyServe)
     static constexpr int kSignals[] = {SIGTERM, SIGCHLD, SIGHUP, SIGPIPE, SIGINT, SIGUSR1, SIGKILL};
     int points = 0;
     for (const Row &row : kServing) {
-        SCOPED_TRACE(row.command[0]);
+        SCOPED_TRACE(row.command);
         Machine box(row);
         box.program_answer([](const ProgramCall &call) {
             return call.path == "/bin/sh" || call.path == "/bin/cat" ? std::nullopt
@@ -816,7 +754,7 @@ TEST(RoleFaults, DaemonsAreSignalledWhileTheyServe)
             Process process = box.launch(row.options);
             pid_t pid = 0;
             for (const Sandbox::Running &one : box.processes())
-                if (one.name == row.command[0] && (pid == 0 || one.pid < pid))
+                if (one.name == row.command && (pid == 0 || one.pid < pid))
                     pid = one.pid;
             if (whole == 0) {
                 const Record before = box.record();
@@ -853,7 +791,7 @@ TEST(RoleFaults, DaemonsAreSignalledWhileTheyServe)
                 EXPECT_EQ(status, has(daemon.ends_well_by) ? 0 : number);
                 EXPECT_TRUE(box.wait_until([&] { return box.processes().empty(); })); // what it started ends by itself
                 EXPECT_EQ(box.exists("/var/run/findhostd.pid"),
-                          row.command[0] == "findhostd" && !has(daemon.ends_well_by));
+                          daemon.role == std::string("findhostd") && !has(daemon.ends_well_by));
             }
             box.all_end(SIGTERM);
             process.wait();

@@ -1,23 +1,17 @@
 // The sandbox itself: what it isolates, records, answers and finds left behind.
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <sys/ioctl.h>
 #include <sys/sem.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include "autocleanup/unique.h"
 #include "build_paths.h"
 #include "platform/board/board.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -28,10 +22,9 @@ constexpr const char *kProbe = "/bin/probe";
 struct ProbeBox : Sandbox {
     ProbeBox() { host_file(kProbe, SANDBOX_PROBE); }
 
-    Result probe(std::vector<std::string> steps, const RunOptions &options = {})
+    Result probe(const std::string &steps, const RunOptions &options = {})
     {
-        steps.insert(steps.begin(), kProbe);
-        Result result = run(steps, options);
+        Result result = run(words(steps, kProbe), options);
         result.out.erase(0, result.out.find('\n') + 1); // "named ..."
         return result;
     }
@@ -47,8 +40,7 @@ TEST(Sandbox, ShowsNothingOfTheHost)
     ProbeBox box;
     char host[256];
     ASSERT_EQ(gethostname(host, sizeof(host)), 0);
-    const Result result =
-        box.probe({"id", "", "sethostname", "nas-7", "semget", "0x51"}, {.leaves = {"semaphore 0x00000051"}});
+    const Result result = box.probe("id '' sethostname nas-7 semget 0x51", {.leaves = {"semaphore 0x00000051"}});
     EXPECT_EQ(result.out, "pid 2 uid 0 gid 0\nid 0\n"
                           "sethostname 0\nsemget 0\n");
     char now[256];
@@ -113,12 +105,12 @@ TEST(Sandbox, RolesAndOptions)
     EXPECT_NONFATAL_FAILURE(static_cast<void>(box.start({"norvfly"})), "no role is named norvfly");
 
     EXPECT_EQ(box.run({kProbe}, {.argv0 = "name/with/slash"}).out, "named name/with/slash\n");
-    EXPECT_EQ(box.probe({"env", "PATH", "env", "A", "read", "5"}, {.env = {"A=b"}, .input = "hello"}).out,
+    EXPECT_EQ(box.probe("env PATH env A read 5", {.env = {"A=b"}, .input = "hello"}).out,
               "/sbin:/bin:/usr/sbin:/usr/bin\nenv 0\nb\nenv 0\nhello\nread 5\n");
-    EXPECT_EQ(box.probe({"env", "PATH"}, {.empty_env = true}).out, "(none)\nenv 0\n");
-    EXPECT_EQ(box.probe({"read", "5", "exit", "7"}, {.closed = {0}}).out, "read EBADF\n");
-    EXPECT_EQ(box.probe({"exit", "7"}).exit_status, 7);
-    EXPECT_EQ(box.probe({"kill", "9"}).signal, 9);
+    EXPECT_EQ(box.probe("env PATH", {.empty_env = true}).out, "(none)\nenv 0\n");
+    EXPECT_EQ(box.probe("read 5 exit 7", {.closed = {0}}).out, "read EBADF\n");
+    EXPECT_EQ(box.probe("exit 7").exit_status, 7);
+    EXPECT_EQ(box.probe("kill 9").signal, 9);
     EXPECT_EQ(box.run({"/bin/sh", "-c", "ulimit -n; cd ..; pwd"}, {.cwd = "/etc", .limits = {{RLIMIT_NOFILE, 24}}}).out,
               "24\n/\n");
 }
@@ -157,7 +149,7 @@ TEST(Sandbox, ProgramsAnswerFromTheirTable)
 TEST(Sandbox, ChildrenWithoutEnvironmentOrDescriptorsAreSeen)
 {
     ProbeBox box;
-    const Result result = box.probe({"clone", kProbe, "clone", "/bin/none", "log", "after"});
+    const Result result = box.probe("clone /bin/probe clone /bin/none log after");
     EXPECT_EQ(result.out, "named /bin/probe\nsleep 0\nclone 0\nclone 2\nlog 0\n");
     EXPECT_EQ(result.record.text(), "sleep 0\nexecve /bin/none = ENOENT\nlog warning after\n");
 }
@@ -166,11 +158,10 @@ TEST(Sandbox, LogLinesKeepPriorityAndOrder)
 {
     ProbeBox box;
     box.program("/bin/mark");
-    std::vector<std::string> steps;
-    std::string expected;
+    std::string steps, expected;
     for (int i = 0; i < 40; i++) {
         const std::string number = std::to_string(i);
-        steps.insert(steps.end(), {"log", "line " + number + "\n", "system", "mark " + number, "usleep", number});
+        steps += " log 'line " + number + "\n' system 'mark " + number + "' usleep " + number;
         expected += "log warning line " + number + "\\n\nrun /bin/sh -c 'mark " + number + "'\nrun /bin/mark " +
                     number + "\nusleep " + number + "\n";
     }
@@ -186,8 +177,7 @@ TEST(Sandbox, CallsThatReachTheMachineAreOnlyTold)
 {
     ProbeBox box;
     const time_t before = time(nullptr);
-    const Result result = box.probe(
-        {"settimeofday", "946684800", "reboot", "", "swapon", "/dev/md1", "open", "/etc/group", "module", "speed=1"});
+    const Result result = box.probe("settimeofday 946684800 reboot '' swapon /dev/md1 open /etc/group module speed=1");
     EXPECT_EQ(result.out, "settimeofday 0\nreboot 0\nswapon 0\nopen 0\nmodule 0\n");
     EXPECT_EQ(result.record.text(), "settimeofday 946684800.000000\nreboot 0x1234567\nswapon /dev/md1 0x0\n"
                                     "finit_module /etc/group speed=1\n");
@@ -202,9 +192,8 @@ TEST(Sandbox, CallsFailByTable)
     box.call({.call = "fsync", .real = true});
     box.call({.call = "sleep", .result = 3});
     EXPECT_NONFATAL_FAILURE(box.call({.call = "opne"}), "no call named opne");
-    const Result result =
-        box.probe({"open", "/etc/passwd", "open", "/etc/passwd", "open", "/etc/group", "open", "/etc/passwd", "open",
-                   "/etc/passwd", "fsync", "", "settimeofday", "5", "sleep", "100"});
+    const Result result = box.probe("open /etc/passwd open /etc/passwd open /etc/group open /etc/passwd open "
+                                    "/etc/passwd fsync '' settimeofday 5 sleep 100");
     EXPECT_EQ(result.out, "open 0\nopen EIO\nopen 0\nopen EIO\nopen 0\nfsync 0\nsettimeofday EPERM\nsleep 3\n");
     EXPECT_EQ(result.record.text(), "open /etc/passwd 0x80002 = EIO\nopen /etc/passwd 0x80002 = EIO\n"
                                     "fsync /etc/passwd\nsettimeofday 5.000000 = EPERM\nsleep 100\n");
@@ -219,9 +208,8 @@ TEST(Sandbox, RequestsOnDevices)
     box.request({.device = "/dev/md*", .request = 0x80040961, .error = ENODEV});
     box.request({.device = "/dev/md*", .request = 0x40080999, .bytes = {"\7\0", 2}, .reads = 2});
     const Result result =
-        box.probe({"open",  "/dev/sda",   "ioctl",     "0x80081272", "ioctl", "0x1268",     "bad-ioctl", "0x1268",
-                   "ioctl", "0x80040961", "open",      "/dev/md0",   "ioctl", "0x80040961", "ioctl",     "0x80040961",
-                   "ioctl", "0x40080999", "bad-ioctl", "0x40080999", "open",  "/dev/null",  "ioctl",     "0x1268"});
+        box.probe("open /dev/sda ioctl 0x80081272 ioctl 0x1268 bad-ioctl 0x1268 ioctl 0x80040961 open /dev/md0 ioctl "
+                  "0x80040961 ioctl 0x80040961 ioctl 0x40080999 bad-ioctl 0x40080999 open /dev/null ioctl 0x1268");
     EXPECT_EQ(result.out, "open 0\nioctl 3298534883328\nioctl 512\nbad-ioctl EFAULT\nioctl ENOTTY\nopen 0\nioctl 2\n"
                           "ioctl ENODEV\nioctl 7\nbad-ioctl EFAULT\nopen 0\nioctl ENOTTY\n");
     EXPECT_EQ(result.record.text(), "ioctl /dev/sda BLKGETSIZE64\nioctl /dev/sda BLKSSZGET\nioctl /dev/sda BLKSSZGET\n"
@@ -233,12 +221,12 @@ TEST(Sandbox, RequestsOnDevices)
 TEST(Sandbox, BoardAnswersAndRaisesEvents)
 {
     ProbeBox box;
-    const Result result = box.probe({"open", "/dev/norvbios", "ioctl", "0xc0044b0d", "ioctl", "0x5401", "poll", "0"});
+    const Result result = box.probe("open /dev/norvbios ioctl 0xc0044b0d ioctl 0x5401 poll 0");
     EXPECT_EQ(result.out, "open 0\nioctl 0\nioctl ENOTTY\npoll 0\n");
     EXPECT_EQ(result.record.count("board *"), 2) << result.record.text();
 
     box.board([](board &board) { EXPECT_EQ(board_event_raise(&board, 0x21), 0); });
-    EXPECT_EQ(box.probe({"open", "/dev/norvbios", "poll", "0", "poll", "0", "ioctl", "0xc0044b02", "poll", "0"}).out,
+    EXPECT_EQ(box.probe("open /dev/norvbios poll 0 poll 0 ioctl 0xc0044b02 poll 0").out,
               "open 0\npoll 1\npoll 1\nioctl 33\npoll 0\n");
 
     Process waiting = box.start({kProbe, "open", "/dev/norvbios", "sleep", "0", "poll", "20000"});
@@ -247,7 +235,7 @@ TEST(Sandbox, BoardAnswersAndRaisesEvents)
     EXPECT_EQ(waiting.wait().out, "named /bin/probe\nopen 0\nsleep 0\npoll 1\n");
 
     box.board_remove();
-    EXPECT_EQ(box.probe({"open", "/dev/norvbios"}).out, "open ENOENT\n");
+    EXPECT_EQ(box.probe("open /dev/norvbios").out, "open ENOENT\n");
 }
 
 TEST(Sandbox, MountsShowVolumes)
@@ -271,16 +259,14 @@ TEST(Sandbox, MountsShowVolumes)
 
 TEST(Sandbox, LeftoversFailTheTest)
 {
-    struct {
-        std::vector<std::string> steps;
-        const char *left;
-        std::vector<std::string> declared;
-    } const kCases[] = {
-        {{"daemon", "30"}, "  process probe\n", {"process probe"}},
-        {{"mount", "/mnt"}, "  mount /mnt\n", {"mount /mnt"}},
-        {{"semget", "0x9335808"}, "  semaphore 0x09335808\n", {"semaphore 0x*"}},
-        {{"create", "/etc/norvinfo.conf.Ab3"}, "  /etc/norvinfo.conf.Ab3\n", {"/etc/norvinfo.conf.*"}},
-        {{"flock", "/tmp/l", "daemon", "30"}, "  lock /tmp/l\n  process probe\n  /tmp/l\n", {"*"}},
+    const struct {
+        const char *steps, *left, *declared;
+    } kCases[] = {
+        {"daemon 30", "  process probe\n", "process probe"},
+        {"mount /mnt", "  mount /mnt\n", "mount /mnt"},
+        {"semget 0x9335808", "  semaphore 0x09335808\n", "semaphore 0x*"},
+        {"create /etc/norvinfo.conf.Ab3", "  /etc/norvinfo.conf.Ab3\n", "/etc/norvinfo.conf.*"},
+        {"flock /tmp/l daemon 30", "  lock /tmp/l\n  process probe\n  /tmp/l\n", "*"},
     };
     for (const auto &[steps, left, declared] : kCases) {
         for (const bool is_declared : {false, true}) {
@@ -290,13 +276,13 @@ TEST(Sandbox, LeftoversFailTheTest)
             {
                 testing::ScopedFakeTestPartResultReporter reporter(
                     testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &faults);
-                box.probe(steps, {.leaves = is_declared ? declared : std::vector<std::string>()});
+                box.probe(steps, {.leaves = lines(is_declared ? declared : "")});
             }
             ASSERT_EQ(faults.size(), is_declared ? 0 : 1) << left;
             for (int i = 0; i < faults.size(); i++)
                 EXPECT_TRUE(testing::IsSubstring("", "", left, faults.GetTestPartResult(i).message()));
             // What was there before is not blamed on the next program.
-            box.probe({"id", ""});
+            box.probe("id ''");
         }
     }
 }
@@ -314,8 +300,8 @@ TEST(Sandbox, SleepsAreCompressed)
     ProbeBox box;
     box.compress_sleeps(10000);
     const auto begin = std::chrono::steady_clock::now();
-    const Result result = box.probe({"sleep", "600", "usleep", "5000000", "nanosleep", "600", "select", "600", "poll",
-                                     "600000", "clock", "600", "alarm", "600"});
+    const Result result =
+        box.probe("sleep 600 usleep 5000000 nanosleep 600 select 600 poll 600000 clock 600 alarm 600");
     EXPECT_LT(seconds_since(begin), 10);
     EXPECT_EQ(result.out, "sleep 0\nusleep 0\nnanosleep 0\nselect 0\npoll 0\nclock 60\nalarm 14\n");
     EXPECT_EQ(result.record.text(), "sleep 600\nusleep 5000000\nnanosleep 600.000000005\nselect 600.000000\n"
@@ -326,7 +312,7 @@ TEST(Sandbox, SleepsTakeTheirTimeUnlessCompressed)
 {
     ProbeBox box;
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(box.probe({"usleep", "120000", "select", "0", "clock", "1"}).out.substr(0, 9), "usleep 0\n");
+    EXPECT_EQ(box.probe("usleep 120000 select 0 clock 1").out.substr(0, 9), "usleep 0\n");
     EXPECT_GE(seconds_since(begin), 1.1);
 }
 
@@ -346,7 +332,7 @@ TEST(Sandbox, ProgramsRunAtTheSameTime)
     EXPECT_EQ(daemon.wait().signal, SIGTERM);
 
     // A daemon lives on after the program that made it.
-    box.probe({"daemon", "30"}, {.leaves = {"process probe"}});
+    box.probe("daemon 30", {.leaves = {"process probe"}});
     ASSERT_EQ(box.processes().size(), 1U);
     const pid_t pid = box.processes()[0].pid;
     EXPECT_FALSE(box.wait_for_end(pid, 0.01));
@@ -361,29 +347,9 @@ TEST(Sandbox, TimeLimitKillsAndFails)
 {
     ProbeBox box;
     Result result;
-    EXPECT_NONFATAL_FAILURE(result = box.probe({"sleep", "77"}, {.seconds = 0.2}), "sleep 77");
+    EXPECT_NONFATAL_FAILURE(result = box.probe("sleep 77", {.seconds = 0.2}), "sleep 77");
     EXPECT_TRUE(result.timed_out);
     EXPECT_EQ(result.signal, SIGKILL);
-}
-
-TEST(Sandbox, SocketsReachTheBoxNetwork)
-{
-    ProbeBox box;
-    const UniqueFd udp(box.socket(AF_INET, SOCK_DGRAM));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(9999);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(bind(udp.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-    ASSERT_LT(sendto(udp.get(), "x", 1, 0, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-
-    ifreq loopback{};
-    strcpy(loopback.ifr_name, "lo");
-    loopback.ifr_flags = IFF_UP;
-    ASSERT_EQ(ioctl(udp.get(), SIOCSIFFLAGS, &loopback), 0) << strerror(errno);
-    ASSERT_EQ(sendto(udp.get(), "x", 1, 0, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 1);
-    char byte = 0;
-    EXPECT_EQ(recv(udp.get(), &byte, 1, MSG_DONTWAIT), 1);
 }
 
 } // namespace

@@ -3,48 +3,37 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
 
 TEST(SetTime, RefusesWhatIsNoTimeAndTouchesNoClock)
 {
-    struct Case {
-        std::vector<std::string> args;
-        std::string out; // before the tool's own word
-    };
-    const Case kCases[] = {
-        {{"1999/12/31", "00:00:00"}, "year invalid:1999\n"},
-        {{"2021/13/32", "24:00:00"}, "mon invalid:13\n"}, // the first one only
-        {{"2021/00/01", "00:00:00"}, "mon invalid:0\n"},
-        {{"2021/04/31", "25:00:00"}, "mday invalid:month:4, mday:31\n"},
-        {{"2021/01/00", "00:00:00"}, "mday invalid:month:1, mday:0\n"},
-        {{"2021/02/29", "00:00:00"}, "mday invalid:month:2, mday:29\n"},
-        {{"2100/02/29", "00:00:00"}, "mday invalid:month:2, mday:29\n"},
-        {{"2021/12/31", "24:60:60"}, "hour invalid:24\n"},
-        {{"2021/12/31", "23:60:60"}, "minute invalid:60\n"},
-        {{"2021/12/31", "23:59:60"}, "second invalid:60\n"},
+    const std::pair<const char *, std::string> kCases[] = {
+        {"1999/12/31 00:00:00", "year invalid:1999\n"},
+        {"2021/13/32 24:00:00", "mon invalid:13\n"}, // the first one only
+        {"2021/00/01 00:00:00", "mon invalid:0\n"},
+        {"2021/04/31 25:00:00", "mday invalid:month:4, mday:31\n"},
+        {"2021/01/00 00:00:00", "mday invalid:month:1, mday:0\n"},
+        {"2021/02/29 00:00:00", "mday invalid:month:2, mday:29\n"},
+        {"2100/02/29 00:00:00", "mday invalid:month:2, mday:29\n"},
+        {"2021/12/31 24:60:60", "hour invalid:24\n"},
+        {"2021/12/31 23:60:60", "minute invalid:60\n"},
+        {"2021/12/31 23:59:60", "second invalid:60\n"},
     };
     Sandbox box;
-    for (const Case &row : kCases) {
-        const Result result = box.run({"mantool", "-rtc_set", row.args[0], row.args[1]});
+    const auto set = [&](const std::string &time) { return box.run(words("mantool -rtc_set " + time)); };
+    for (const auto &[time, out] : kCases) {
+        const Result result = set(time);
         EXPECT_EQ(result.exit_status, 0);
-        EXPECT_EQ(result.out.substr(0, row.out.size()), row.out);
+        EXPECT_EQ(result.out.substr(0, out.size()), out); // the tool's own word comes behind it
     }
-    const std::vector<std::string> kUsage[] = {{"2021/08/04"},
-                                               {"2021/08/04", "12:30:00", "x"},
-                                               {"2021/8/04", "12:30:00"},
-                                               {"021/08/04", "12:30:00"},
-                                               {"x2021/08/04", "12:30:00"},
-                                               {"2021/08/04", "12:30:0x"},
-                                               {"2021/08/04", "12:30:00 "},
-                                               {"2021-08-04", "12:30:00"},
-                                               {"2021/08/04", "-1:30:00"}};
-    for (std::vector<std::string> args : kUsage) {
-        args.insert(args.begin(), {"mantool", "-rtc_set"});
-        const std::string out = box.run(args).out;
-        EXPECT_NE(out.find("mantool -mw <offset> <value>\n"), std::string::npos) << out;
+    for (const char *usage :
+         {"2021/08/04", "2021/08/04 12:30:00 x", "2021/8/04 12:30:00", "021/08/04 12:30:00", "x2021/08/04 12:30:00",
+          "2021/08/04 12:30:0x", "2021/08/04 '12:30:00 '", "2021-08-04 12:30:00", "2021/08/04 -1:30:00"}) {
+        const std::string out = set(usage).out;
+        EXPECT_NE(out.find("mantool -mw <offset> <value>\n"), std::string::npos) << usage;
         EXPECT_NE(out.find("Excution Error"), std::string::npos);
     }
     EXPECT_EQ(box.record().count("settimeofday *") + box.record().count("board *"), 0);
@@ -77,24 +66,19 @@ TEST(SetTime, SetsTheSystemThenTheBoardAndReadsItBack)
 
 TEST(SetTime, FailuresAreTold)
 {
-    struct Case {
-        CallRow call;
-        std::string scenario, out;
+    const auto board = [](const char *scenario) -> Change {
+        return [=](Sandbox &box) { box.board_scenario(scenario); };
     };
-    const Case kCases[] = {
-        {{.call = "settimeofday", .error = EPERM}, "", "settimeofday() fail\n"},
-        {{.call = "open", .args = "/dev/norvbios *", .error = ENOENT}, "", "open /dev/norvbios error!\n"},
-        {{}, "fail rtc_write EIO", "ioctl error with cmd NORVIO_RTC_TIME_WRITE !\n"},
-        {{}, "fail rtc_read EIO", "ioctl error with cmd NORVIO_RTC_TIME_READ !\n"},
+    const std::pair<Change, std::string> kCases[] = {
+        {call({.call = "settimeofday", .error = EPERM}), "settimeofday() fail\n"},
+        {call({.call = "open", .args = "/dev/norvbios *", .error = ENOENT}), "open /dev/norvbios error!\n"},
+        {board("fail rtc_write EIO"), "ioctl error with cmd NORVIO_RTC_TIME_WRITE !\n"},
+        {board("fail rtc_read EIO"), "ioctl error with cmd NORVIO_RTC_TIME_READ !\n"},
     };
-    for (const Case &row : kCases) {
+    for (const auto &[change, out] : kCases) {
         Sandbox box;
-        if (!row.call.call.empty())
-            box.call(row.call);
-        if (!row.scenario.empty())
-            box.board_scenario(row.scenario);
-        const Result result = box.run({"mantool", "-rtc_set", "2021/08/04", "12:30:00"});
-        EXPECT_EQ(result.out.substr(0, row.out.size()), row.out);
+        change(box);
+        EXPECT_EQ(box.run({"mantool", "-rtc_set", "2021/08/04", "12:30:00"}).out.substr(0, out.size()), out);
     }
 }
 

@@ -10,7 +10,7 @@
 #include "tests/platform/run_program.h"
 #include "tests/support/box_links.h"
 #include "tests/support/box_station.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/udpd_datagram.h"
 #include "tools/norv-station/log_line.h"
@@ -22,7 +22,7 @@ namespace
 constexpr char kStation[] = NORV_BINARY_DIR "/tools/norv-station/norv-station";
 
 // A text below an object of JSON; "(none)" when it is not there.
-std::string text_of(json_object *object, std::initializer_list<const char *> path)
+std::string member_of(json_object *object, std::initializer_list<const char *> path)
 {
     for (const char *key : path)
         if (!json_object_object_get_ex(object, key, &object))
@@ -67,17 +67,17 @@ TEST(Station, TakesUnitsToTheirVerdicts)
                      "command 'echo told >/tmp/manutil_command.output; exit 3': exit status 3");
         EXPECT_TRUE(own == 0 ||
                     json_object_get_string(json_object_array_get_idx(faults, 1)) == std::string_view(expected.faults));
-        EXPECT_EQ(text_of(json_object_array_get_idx(commands, 0), {"output"}), "told\n");
-        EXPECT_EQ(text_of(unit, {"serial"}), expected.serial);
-        EXPECT_EQ(text_of(unit, {"first_mac"}), expected.mac);
-        EXPECT_EQ(text_of(unit, {"flags", "FTF_USB"}), expected.usb);
-        EXPECT_EQ(text_of(unit, {"flags", "PTB_MEMORY_TEST"}), expected.memory);
-        EXPECT_EQ(text_of(unit, {"flags", "PTF_COMPLETE"}), expected.complete);
+        EXPECT_EQ(member_of(json_object_array_get_idx(commands, 0), {"output"}), "told\n");
+        EXPECT_EQ(member_of(unit, {"serial"}), expected.serial);
+        EXPECT_EQ(member_of(unit, {"first_mac"}), expected.mac);
+        EXPECT_EQ(member_of(unit, {"flags", "FTF_USB"}), expected.usb);
+        EXPECT_EQ(member_of(unit, {"flags", "PTB_MEMORY_TEST"}), expected.memory);
+        EXPECT_EQ(member_of(unit, {"flags", "PTF_COMPLETE"}), expected.complete);
     }
     std::string logged;
     for (size_t i = 0; i < json_object_array_length(log); i++)
-        logged += text_of(json_object_array_get_idx(log, i), {"records", "SN"}) + " " +
-                  text_of(json_object_array_get_idx(log, i), {"records", "LOG"}) + "\n";
+        logged += member_of(json_object_array_get_idx(log, i), {"records", "SN"}) + " " +
+                  member_of(json_object_array_get_idx(log, i), {"records", "LOG"}) + "\n";
     EXPECT_EQ(logged, "VIRTUAL000003 memory test: wrong word in pass 12\n"
                       "VIRTUAL000002 FTF_USB: no device at the front port\n");
     json_object_put(report);
@@ -134,24 +134,19 @@ struct Segment : Sandbox {
         directory("/tmp/bootmnt");
         leaves({"*"});
     }
-    Result station(std::vector<std::string> words)
-    {
-        words.insert(words.begin(), "/bin/norv-station");
-        return run(words, {.seconds = 60});
-    }
+    Result station(const std::string &options) { return run(words(options, "/bin/norv-station"), {.seconds = 60}); }
 };
 
 TEST(Station, LooksAtASegment)
 {
     Segment box;
-    const std::vector<std::string> look = {"--interface", "tap0", "--expect", "1"};
-    Result nobody = box.station({"--interface", "tap0", "--out", "/tmp/none"});
+    const std::string look = "--interface tap0 --expect 1";
+    Result nobody = box.station("--interface tap0 --out /tmp/none");
     EXPECT_EQ(nobody.exit_status, 3);
     EXPECT_EQ(nobody.err, "norv-station: nobody answered\n");
     { // Two boards that came with one address: neither is given anything.
         const BoxStation twins(box, "eth0");
-        Process station =
-            box.start({"/bin/norv-station", "--interface", "tap0", "--expect", "1", "--serial", "A1"}, {.seconds = 60});
+        Process station = box.start(words(look + " --serial A1", "/bin/norv-station"), {.seconds = 60});
         const std::string answer = unit_answer(twins.receive(60));
         twins.send(answer);
         twins.send(answer);
@@ -170,38 +165,30 @@ TEST(Station, LooksAtASegment)
     EXPECT_TRUE(one.out.ends_with("1 units: 0 passed, 0 failed\n"));
     EXPECT_FALSE(box.exists("/.box/volumes/dev:norvboot2/vender")); // only looked
     box.file("/tmp/memtester.progress", "1205/9999\n");             // of a test that does not get on
-    EXPECT_NE(box.station({"--interface", "tap0", "--expect", "1", "--stall", "1"}).out.find(" memory 12.05% "),
-              std::string::npos);
+    EXPECT_NE(box.station(look + " --stall 1").out.find(" memory 12.05% "), std::string::npos);
     box.remove("/tmp/memtester.progress");
-    EXPECT_EQ(box.station({"--interface", "tap0", "--expect", "2", "--seconds", "3", "--serial", "A1"}).exit_status, 3);
+    EXPECT_EQ(box.station("--interface tap0 --expect 2 --seconds 3 --serial A1").exit_status, 3);
     EXPECT_FALSE(box.exists("/.box/volumes/dev:norvboot2/vender"));
     // A serial that the unit refuses, and a report that cannot be written.
-    const Result refused = box.station({"--interface", "tap0", "--expect", "1", "--serial", "A1"});
+    const Result refused = box.station(look + " --serial A1");
     EXPECT_EQ(refused.exit_status, 0) << refused.out;
-    const Result longer = box.station({"--interface", "tap0", "--expect", "1", "--serial", "A10"});
+    const Result longer = box.station(look + " --serial A10");
     EXPECT_EQ(longer.exit_status, 1);
     EXPECT_NE(longer.out.find("serial: Length of SN is changed.; serial reads A1, not A10"), std::string::npos)
         << longer.out;
     box.directory("/tmp/out/units.csv");
-    const Result lost = box.station({"--interface", "tap0", "--expect", "1", "--out", "/tmp/out"});
+    const Result lost = box.station(look + " --out /tmp/out");
     EXPECT_EQ(lost.exit_status, 2);
     EXPECT_NE(lost.out.find("  A1             SEEN "), std::string::npos) << lost.out; // what it has
 
-    for (const std::vector<std::string> &words : {std::vector<std::string>{},
-                                                  {"--interface", "none"},
-                                                  {"--units", "0"},
-                                                  {"--units", "1", "--interface", "tap0"},
-                                                  {"--fail", "1", "--interface", "tap0"},
-                                                  {"--units", "1", "--fail", "2"},
-                                                  {"--units", "2", "--fail", "1:x"},
-                                                  {"--interface", "tap0", "--serial", "a b"},
-                                                  {"--interface", "tap0", "--serial", "A"}, // nothing counts
-                                                  {"--interface", "tap0", "--mac", "02:00:00:00:00"},
-                                                  {"--interface", "tap0", "--mac", "01:00:00:00:00:00"}, // a group's
-                                                  {"--interface", "tap0", "--out", "/tmp/out/none/none"},
-                                                  {"--interface", "tap0", "--out", "/etc/norvmanlog.conf"},
-                                                  {"--interface", "tap0", "more"}})
-        EXPECT_EQ(box.station(words).exit_status, 2) << testing::PrintToString(words);
+    // Among them a serial in which nothing counts, and a group's address.
+    for (const char *wrong :
+         {"", "--interface none", "--units 0", "--units 1 --interface tap0", "--fail 1 --interface tap0",
+          "--units 1 --fail 2", "--units 2 --fail 1:x", "--interface tap0 --serial 'a b'",
+          "--interface tap0 --serial A", "--interface tap0 --mac 02:00:00:00:00",
+          "--interface tap0 --mac 01:00:00:00:00:00", "--interface tap0 --out /tmp/out/none/none",
+          "--interface tap0 --out /etc/norvmanlog.conf", "--interface tap0 more"})
+        EXPECT_EQ(box.station(wrong).exit_status, 2) << wrong;
 }
 
 TEST(Station, TakesLogLines)

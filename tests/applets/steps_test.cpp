@@ -1,9 +1,7 @@
 // Pieces of the roles in process: the steps that follow once a board names its model, the banner, command tables.
 #include <csignal>
 #include <cstdio>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -13,6 +11,7 @@
 #include "applets/command.h"
 #include "applets/model_files.h"
 #include "lib/report.h"
+#include "tests/support/scratch_dir.h"
 
 namespace
 {
@@ -20,22 +19,8 @@ namespace
 class ModelSteps : public testing::Test
 {
   protected:
-    ModelSteps()
-    {
-        EXPECT_NE(mkdtemp(folder_), nullptr);
-        path_ = std::string(folder_) + "/norvinfo.conf";
-    }
-    ~ModelSteps() override
-    {
-        unlink(path_.c_str());
-        rmdir(folder_);
-    }
-    void write(const std::string &text) const { std::ofstream(path_) << text; }
-    [[nodiscard]] std::string content() const
-    {
-        std::ifstream file(path_);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    void write(const std::string &text) const { scratch_.write("norvinfo.conf", text); }
+    [[nodiscard]] std::string content() const { return scratch_.read("norvinfo.conf"); }
     // Runs a step and expects its result and its output, where * stands for a line number.
     void expect(int (*step)(const NORVCfgInfo &, const char *), const NORVCfgInfo &model, int result,
                 const std::string &output) const
@@ -49,8 +34,8 @@ class ModelSteps : public testing::Test
         EXPECT_EQ(out, output);
     }
 
-    char folder_[32] = "/tmp/model_steps_XXXXXX";
-    std::string path_;
+    ScratchDir scratch_;
+    std::string path_ = scratch_.path("norvinfo.conf");
 };
 
 constexpr NORVCfgInfo kModel = {"norv_x86_a", "NAS", "yes", "4", "8", "A800", "group_a"};

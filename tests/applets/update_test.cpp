@@ -1,8 +1,6 @@
 // Asking the update server, and installing from it.
-#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <optional>
 #include <random>
@@ -11,11 +9,9 @@
 #include <unistd.h>
 #include <vector>
 
-#include "build_paths.h"
-#include "tests/platform/run_program.h"
+#include "tests/support/firmware.h"
 #include "tests/support/https_server.h"
-#include "tests/support/sandbox.h"
-#include "tests/support/scratch_dir.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -50,61 +46,17 @@ void machine(Sandbox &box, const std::string &server = "file:///feed/rss.xml")
     box.file(kChecksum, "");
 }
 
-using Change = std::function<void(Sandbox &)>;
-
-Change nothing()
-{
-    return [](Sandbox &) {};
-}
-Change file(const std::string &path, const std::string &content)
-{
-    return [=](Sandbox &box) { box.file(path, content); };
-}
-Change gone(const std::string &path)
-{
-    return [=](Sandbox &box) { box.remove(path); };
-}
-Change program(const std::string &path, const ProgramRow &row)
-{
-    return [=](Sandbox &box) { box.program(path, {row}); };
-}
 Change server_name(const std::string &name)
 {
     return [=](Sandbox &box) { machine(box, name); };
 }
 
-// Somebody who locks a file until the end of the input.
-Process lock_holder(Sandbox &box, const char *path)
-{
-    box.host_program("/usr/bin/flock");
-    Process holder =
-        box.start({"/usr/bin/flock", "-x", path, "-c", "echo held; read line"}, {.input_open = true, .leaves = {path}});
-    while (holder.running() && holder.out() != "held\n")
-        usleep(1000);
-    return holder;
-}
-
-// A socket at 127.0.0.1:8080 of the box to which everybody can connect, and where nobody answers.
-int mute_server(const Sandbox &box)
-{
-    loopback_up(box);
-    const int fd = box.socket(AF_INET, SOCK_STREAM);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(8080);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-    EXPECT_EQ(listen(fd, 8), 0);
-    return fd;
-}
-
 // What the first client sent, who is gone by now.
-std::string request_received(int server)
+std::string request_received(const UniqueFd &server)
 {
-    const int client = accept(server, nullptr, nullptr);
+    const UniqueFd client(accept(server.get(), nullptr, nullptr));
     char text[4096];
-    const ssize_t count = recv(client, text, sizeof(text), 0);
-    close(client);
+    const ssize_t count = recv(client.get(), text, sizeof(text), 0);
     return count > 0 ? std::string(text, static_cast<size_t>(count)) : "";
 }
 
@@ -169,16 +121,16 @@ TEST(UpdateCheck, Clock)
 {
     const struct {
         const char *query; // NULL: none at all
-        std::vector<std::string> record;
         int times_set;
+        std::string record = "";
         int error = 0;
     } kRows[] = {
-        {nullptr, {"log err check_new_version_cgi.cpp:* getenv(QUERY_STRING) fail. [*]"}, 0},
-        {"", {}, 0},
-        {"status=sys_crash&utctime=1700000000&x=y", {"settimeofday 1700000000.*"}, 1},
-        {"utctime=0", {}, 0},
-        {"outctime=5&utctime", {}, 0},
-        {"utctime=1700000000", {"log err *settimeofday(1700000000) fail"}, 1, EPERM},
+        {nullptr, 0, "log err check_new_version_cgi.cpp:* getenv(QUERY_STRING) fail. [*]"},
+        {"", 0},
+        {"status=sys_crash&utctime=1700000000&x=y", 1, "settimeofday 1700000000.*"},
+        {"utctime=0", 0},
+        {"outctime=5&utctime", 0},
+        {"utctime=1700000000", 1, "log err *settimeofday(1700000000) fail", EPERM},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.query == nullptr ? "(none)" : row.query);
@@ -186,13 +138,13 @@ TEST(UpdateCheck, Clock)
         machine(box);
         if (row.error != 0)
             box.call({.call = "settimeofday", .error = row.error});
-        const Result result =
-            box.run({"norvupgrade", "--check"},
-                    {.env = row.query == nullptr ? std::vector<std::string>()
-                                                 : std::vector{std::string("QUERY_STRING=") + row.query}});
+        RunOptions request;
+        if (row.query != nullptr)
+            request.env = {std::string("QUERY_STRING=") + row.query};
+        const Result result = box.run({"norvupgrade", "--check"}, request);
         EXPECT_EQ(result.exit_status, 0);
         EXPECT_EQ(result.out, kTold);
-        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
         EXPECT_EQ(result.record.count("settimeofday*"), row.times_set);
     }
 }
@@ -200,17 +152,16 @@ TEST(UpdateCheck, Clock)
 // What each mode asks, where the file that answers stands under the whole query.
 TEST(UpdateCheck, QueryOverTls)
 {
+    const Change layout_9 =
+        program("/sbin/sfdisk", {.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"}) +
+        program("/sbin/sfdisk", {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"});
     const struct {
         const char *option, *query;
-        Change change;
+        Change change = {};
     } kRows[] = {
-        {"--check", "?root_partition_version=8", nothing()},
-        {"--check", "?root_partition_version=9",
-         [](Sandbox &box) {
-             box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"},
-                                          {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"}});
-         }},
-        {"--check-reinstall", "?root_partition_version=8", nothing()},
+        {"--check", "?root_partition_version=8"},
+        {"--check", "?root_partition_version=9", layout_9},
+        {"--check-reinstall", "?root_partition_version=8"},
         {"--check-migrate", "?root_partition_version=8&disk_version=25556",
          file("/tmp/root_info.cache", "nos_version=\"25556\"\n")},
     };
@@ -268,51 +219,40 @@ TEST(UpdateCheck, DiskVersion)
 
 TEST(UpdateCheck, Faults)
 {
-    const std::string kOwn = "file:///feed/rss.xml";
+    const std::string kOwn = "file:///feed/rss.xml", kRss = "/feed/rss.xml", kFail = "*Check NEW NOS fail*";
+    const auto curl = [&](int code) { return "*CURLcode returns " + std::to_string(code) + "\n" + kFail; };
     constexpr bool kGood = true;
     const struct {
         const char *what;
         Change change;
-        std::vector<std::string> record;
+        std::string record;
         bool is_good = false;
-        std::vector<std::string> env{};
     } kRows[] = {
-        {"server name too long", server_name(kOwn + "?" + std::string(4100, 'x')), {"*Get rss server value fail*"}},
-        {"no room for the query",
-         server_name(kOwn + "?" + std::string(4060, 'x')),
-         {"*string truncated, no enough space to ctore query string", "*failed to append query string to URL",
-          "*unable to append query string of root partition version"},
+        {"server name too long", server_name(kOwn + "?" + std::string(4100, 'x')), "*Get rss server value fail*"},
+        {"no room for the query", server_name(kOwn + "?" + std::string(4060, 'x')),
+         "*string truncated, no enough space to ctore query string\n*failed to append query string to URL\n"
+         "*unable to append query string of root partition version",
          kGood},
         {"no layout",
          file(kConf, kModel + "support_buildin_storage=yes\nsupportraid=yes\nrss_server_ssl=" + kOwn + "\n"),
-         {"*Failed to get root partition version", "*Failed to get current junior partition version",
-          "*unable to append query string of root partition version"},
+         "*Failed to get root partition version\n*Failed to get current junior partition version\n"
+         "*unable to append query string of root partition version",
          kGood},
-        {"no feed", gone("/feed/rss.xml"), {"*fail to perform curl, CURLcode returns 37", "*Check NEW NOS fail*"}},
-        {"nobody there", server_name("https://127.0.0.1:8443/"), {"*CURLcode returns 7", "*Check NEW NOS fail*"}},
-        {"the product's server", file(kConf, kModel), {"*CURLcode returns 6", "*Check NEW NOS fail*"}},
-        {"no server between the quotes", server_name(""), {"*CURLcode returns 6", "*Check NEW NOS fail*"}},
-        {"no library",
-         file("/lib.bad/libcurl.so.4", "no library"),
-         {"*Failed to open libcurl.so.4: *", "*CURLcode returns 2", "*Check NEW NOS fail*"},
-         !kGood,
-         {"LD_LIBRARY_PATH=/lib.bad"}},
-        {"other model", file("/feed/rss.xml", "<mUnique>other</mUnique>\n"), {"*RSS file parse fail*", "*No new NOS*"}},
-        {"half a tag",
-         file("/feed/rss.xml", "x\n<rss\n"),
-         {"*can not find < in [x]*", "*No Tag Found*", "*can not find >*", "*get tag from rss file fail*",
-          "*The RSS file parse fail*"}},
-        {"own version not whole",
-         file("/etc.defaults/VERSION", "majorversion=7\nminorversion=1\nbuilddate=2020/1/1\n"),
-         {"*Get buildphase value fail*", "*get local value fail*", "*No new NOS*"}},
-        {"no place for the feed",
-         [](Sandbox &box) { box.call({.call = "fopen", .args = "/var/run/auto*", .error = ENOSPC}); },
-         {"*Open /var/run/autoupdate_tmp_file_RSS Fail*", "*Failed to get root partition version",
-          "*Check NEW NOS fail*"}},
-        {"versions in the log",
-         nothing(),
-         {"*LocalMajor = 7, ServerMajor = 7*", "*Localminor = 1, Serverminor = 2*",
-          "*LocalInfo = 200, ServerInfo = 300*"},
+        {"no feed", gone(kRss), curl(37)},
+        {"nobody there", server_name("https://127.0.0.1:8443/"), curl(7)},
+        {"the product's server", file(kConf, kModel), curl(6)},
+        {"no server between the quotes", server_name(""), curl(6)},
+        {"no library", file("/lib.bad/libcurl.so.4", "no library"), "*Failed to open libcurl.so.4: *\n" + curl(2)},
+        {"other model", file(kRss, "<mUnique>other</mUnique>\n"), "*RSS file parse fail*\n*No new NOS*"},
+        {"half a tag", file(kRss, "x\n<rss\n"),
+         "*can not find < in [x]*\n*No Tag Found*\n*can not find >*\n*get tag from rss file fail*\n"
+         "*The RSS file parse fail*"},
+        {"own version not whole", file("/etc.defaults/VERSION", "majorversion=7\nminorversion=1\nbuilddate=2020/1/1\n"),
+         "*Get buildphase value fail*\n*get local value fail*\n*No new NOS*"},
+        {"no place for the feed", call({.call = "fopen", .args = "/var/run/auto*", .error = ENOSPC}),
+         "*Open /var/run/autoupdate_tmp_file_RSS Fail*\n*Failed to get root partition version\n" + kFail},
+        {"versions in the log", kNoChange,
+         "*LocalMajor = 7, ServerMajor = 7*\n*Localminor = 1, Serverminor = 2*\n*LocalInfo = 200, ServerInfo = 300*",
          kGood},
     };
     for (const auto &row : kRows) {
@@ -320,10 +260,10 @@ TEST(UpdateCheck, Faults)
         Sandbox box;
         machine(box);
         row.change(box);
-        const Result result =
-            box.run({"norvupgrade", "--check-migrate"}, {.env = row.env, .leaves = {"/tmp/root_info.cache.lock"}});
+        const Result result = box.run({"norvupgrade", "--check-migrate"},
+                                      {.env = {"LD_LIBRARY_PATH=/lib.bad"}, .leaves = {"/tmp/root_info.cache.lock"}});
         EXPECT_EQ(result.exit_status, row.is_good ? 0 : 255);
-        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
         EXPECT_EQ(result.out == kTold, row.is_good) << result.out;
         EXPECT_EQ(result.out.ends_with(" Check New NOS for [Migration] Fail.\n"), !row.is_good) << result.out;
     }
@@ -333,7 +273,7 @@ TEST(UpdateCheck, ServerIsMute)
 {
     Sandbox box;
     machine(box, "http://127.0.0.1:8080/autoupdate/genRSS.php");
-    const int server = mute_server(box);
+    const UniqueFd server = loopback_listen(box, 8080); // where nobody answers
     box.compress_sleeps(100);
     const Result result = box.run({"norvupgrade", "--check"});
     EXPECT_EQ(result.exit_status, 255);
@@ -342,7 +282,6 @@ TEST(UpdateCheck, ServerIsMute)
     const std::string request = request_received(server);
     EXPECT_NE(request.find("GET /autoupdate/genRSS.php?root_partition_version=8 HTTP/1.1\r\n"), std::string::npos);
     EXPECT_NE(request.find("User-Agent: norv_avoton_1817 NOS7.1.1 200 (webinstaller)\r\n"), std::string::npos);
-    close(server);
 }
 
 constexpr char kFile[] = "/tmpData//@autoupdate/a.pat";
@@ -369,81 +308,41 @@ constexpr char kNoFeed[] = "\n2 0 012 0 012 46 0", kNoPatch[] = "\n2 0 012 0 013
 TEST(UpdateAuto, Faults)
 {
     const std::string kOwn = "file:///feed/a.pat", kMute = "http://127.0.0.1:8080/a.pat",
-                      kAt = std::string(kFile) + " ";
-    const std::string kWhole = feed(kOwn);
+                      kAt = std::string(kFile) + " ", kWhole = feed(kOwn), kOther = "0 0 /a https://h/a";
+    const auto downloading = [&](const std::string &listed) {
+        return file(kStatus, kOther) + file(kPid, "1") + program("/bin/ps", {.output = listed});
+    };
+    const Change leftovers = file(kStatus, "100 0 /keep/b.pat Link") + file(kPid) + file("/keep/b.pat") +
+                             file("/@autoupdate") + file("/tmpData/@autoupdate/old.pat") +
+                             file("/var/run/downloadprogress");
     const struct {
         const char *what, *steps;
         std::string status; // of the download, afterwards; empty: none
         Change change;
-        std::vector<std::string> record;
-        std::string link = "file:///feed/a.pat";
+        std::string record, link = "file:///feed/a.pat";
     } kRows[] = {
-        {"format",
-         "\n2 0 02 35 0",
-         "",
-         program("/usr/norv/sbin/installer.sh", {.exit_status = 3}),
-         {"*FormatPartition fail"}},
-        {"no library",
-         kNoFeed,
-         "",
-         file("/lib.bad/libcurl.so.4", "no library"),
-         {"*Failed to open libcurl.so.4: *", "*CURLcode returns 2", "*Check NEW NOS fail*"}},
-        {"no feed", kNoFeed, "", gone("/feed/rss.xml"), {"run /usr/norv/sbin/installer.sh *", "*Check NEW NOS fail*"}},
-        {"feed ends early",
-         kNoPatch,
-         "",
-         file("/feed/rss.xml", kWhole.substr(0, kWhole.find("<mLink>"))),
-         {"*Get out file path fail *"}},
-        {"link without a name", kNoPatch, "", nothing(), {"*Get out file path fail *"}, "https://127.0.0.1:8443/"},
-        {"no patch",
-         kNoPatch,
-         "0 0 " + kAt + kOwn,
-         gone("/feed/a.pat"),
-         {"*fail to perform curl, CURLcode returns 37"}},
-        {"server mute",
-         kNoPatch,
-         "0 0 " + kAt + kMute,
-         [](Sandbox &box) { box.compress_sleeps(100); },
-         {"*CURLcode returns 28"},
-         kMute},
-        {"a download runs",
-         kNoPatch,
-         "0 0 /a https://h/a",
-         [](Sandbox &box) {
-             box.file(kStatus, "0 0 /a https://h/a");
-             box.file(kPid, "1");
-             box.program("/bin/ps", {{.output = "  PID USER\n    1 root init\n   12 root ps\n"}});
-         },
-         {"run /bin/sh -c ps", "*Is Downloading, no need to Download"}},
-        {"its number stands in another's line",
-         kNoPatch,
-         "0 0 " + kAt + kOwn,
-         [](Sandbox &box) {
-             box.remove("/feed/a.pat");
-             box.file(kStatus, "0 0 /a https://h/a");
-             box.file(kPid, "1");
-             box.program("/bin/ps", {{.output = "   12 " + std::string(1017, 'x') + "1 x\n"}});
-         },
-         {"run /bin/sh -c ps", "*CURLcode returns 37"}},
-        {"leftovers",
-         kBadPatch,
-         "100 5 " + kAt + kOwn,
-         [](Sandbox &box) {
-             box.file(kStatus, "100 0 /keep/b.pat Link");
-             for (const char *path :
-                  {kPid, "/keep/b.pat", "/@autoupdate", "/tmpData/@autoupdate/old.pat", "/var/run/downloadprogress"})
-                 box.file(path, "");
-         },
-         {"*scanf /var/run/downloadNOS.pid fail *", "run /bin/rm -rf /tmpData//@autoupdate",
-          "run /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat", "*Extraction failed *"}},
-        {"leftovers stay",
-         kNoPatch,
-         "",
-         [](Sandbox &box) {
-             box.directory("/tmpData/@autoupdate");
-             box.program("/bin/rm", {{.args = "-rf /tmpData*", .exit_status = 1}, {}});
-         },
-         {"*ClearPosibleResult(/tmpData) Fail"}},
+        {"format", "\n2 0 02 35 0", "", program("/usr/norv/sbin/installer.sh", {.exit_status = 3}),
+         "*FormatPartition fail"},
+        {"no library", kNoFeed, "", file("/lib.bad/libcurl.so.4", "no library"),
+         "*Failed to open libcurl.so.4: *\n*CURLcode returns 2\n*Check NEW NOS fail*"},
+        {"no feed", kNoFeed, "", gone("/feed/rss.xml"), "run /usr/norv/sbin/installer.sh *\n*Check NEW NOS fail*"},
+        {"feed ends early", kNoPatch, "", file("/feed/rss.xml", kWhole.substr(0, kWhole.find("<mLink>"))),
+         "*Get out file path fail *"},
+        {"link without a name", kNoPatch, "", kNoChange, "*Get out file path fail *", "https://127.0.0.1:8443/"},
+        {"no patch", kNoPatch, "0 0 " + kAt + kOwn, gone("/feed/a.pat"), "*fail to perform curl, CURLcode returns 37"},
+        {"server mute", kNoPatch, "0 0 " + kAt + kMute, [](Sandbox &box) { box.compress_sleeps(100); },
+         "*CURLcode returns 28", kMute},
+        {"a download runs", kNoPatch, kOther, downloading("  PID USER\n    1 root init\n   12 root ps\n"),
+         "run /bin/sh -c ps\n*Is Downloading, no need to Download"},
+        {"its number stands in another's line", kNoPatch, "0 0 " + kAt + kOwn,
+         gone("/feed/a.pat") + downloading("   12 " + std::string(1017, 'x') + "1 x\n"),
+         "run /bin/sh -c ps\n*CURLcode returns 37"},
+        {"leftovers", kBadPatch, "100 5 " + kAt + kOwn, leftovers,
+         "*scanf /var/run/downloadNOS.pid fail *\nrun /bin/rm -rf /tmpData//@autoupdate\n"
+         "run /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat\n*Extraction failed *"},
+        {"leftovers stay", kNoPatch, "",
+         directory("/tmpData/@autoupdate") + program("/bin/rm", {.args = "-rf /tmpData*", .exit_status = 1}),
+         "*ClearPosibleResult(/tmpData) Fail"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -452,17 +351,16 @@ TEST(UpdateAuto, Faults)
         row.change(box); // of two answers of a program the first counts, of two files the last
         blank_machine(box, "file:///feed/rss.xml", row.link);
         row.change(box);
-        const int server = mute_server(box);
+        const UniqueFd server = loopback_listen(box, 8080); // where nobody answers
         const bool runs = strcmp(row.what, "a download runs") == 0;
         RunOptions options = kAutoLeaves;
         options.env = {"LD_LIBRARY_PATH=/lib.bad"};
         const Result result = box.run({"norvupgrade", "--auto"}, options);
-        close(server);
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_TRUE(result.err.ends_with(row.steps)) << result.err;
         EXPECT_TRUE(result.out.ends_with(" Auto Upgrade Fail.\n")) << result.out;
-        EXPECT_TRUE(result.record.in_order(row.record));
-        EXPECT_EQ(box.exists(kStatus) ? box.read_file(kStatus) : "", row.status);
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
+        EXPECT_EQ(text_of(box, kStatus), row.status);
         EXPECT_EQ(box.exists(kPid), runs);
         for (const char *path :
              {"/keep/b.pat", "/@autoupdate", "/tmpData/@autoupdate/old.pat", "/var/run/downloadprogress"})
@@ -480,18 +378,9 @@ class OverTls : public testing::Test
         std::mt19937 random(1);
         for (char &byte : image)
             byte = static_cast<char>(random());
-        scratch.write("firmware/VERSION", kModel + kVersion + "extractsize=1000\npartitionversionlimit=0\n");
-        scratch.write("firmware/hda1.tgz", image);
-        scratch.write("firmware/updater", "#!/bin/sh\necho updated >> /tmp/update.progress\n", 0755);
-        const Finished made =
-            run_program({NORV_BINARY_DIR "/tools/norv-patch/norv-patch", "make", scratch.path("firmware"),
-                         scratch.path("a.pat"), "--keys", scratch.path("keys")});
-        ASSERT_EQ(made.status, 0) << made.out;
-        patch = scratch.read("a.pat");
-        const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
-        box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
-        box.host_file("/usr/norv/etc/codesign/0.pem", scratch.path("keys/0.pem"), 0644);
-        box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
+        patch = firmware.pack(kModel + kVersion + "extractsize=1000\npartitionversionlimit=0\n",
+                              "#!/bin/sh\necho updated >> /tmp/update.progress\n", image);
+        firmware.trust(box);
         box.device("/dev/sda1", 4ULL << 30);
     }
     // Starts the server. False where there can be none.
@@ -506,7 +395,7 @@ class OverTls : public testing::Test
         return "HTTP/1.0 200 ok\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + content;
     }
 
-    ScratchDir scratch;
+    Firmware firmware;
     std::string patch;
     Sandbox box;
     std::optional<HttpsServer> server{};
@@ -572,115 +461,6 @@ TEST_F(OverTls, EveryFaultOfTheServer)
         EXPECT_EQ(box.list("/tmpData"), std::vector<std::string>{"@autoupdate"});
         EXPECT_EQ(box.mode("/tmpData/@autoupdate"), 0700U);
     }
-}
-
-// What the web page sees, where the server waits for the test: the answers come through pipes.
-TEST_F(OverTls, FromABrowser)
-{
-    const std::string kHeader = "Expires: Mon, 26 Jul 1990 05:00:00 GMT\r\n"
-                                "Cache-Control: no-store, no-cache, must-revalidate\r\n"
-                                "Pragma: no-cache\r\n"
-                                "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n";
-    const auto stage_body = [&](const char *stage) {
-        return kHeader + "{\"success\": true, \"data\": {\"stage\": \"" + stage + "\"}}";
-    };
-    std::vector<std::string> seen;
-    const auto note = [&](const ProgramCall & /*call*/) { seen.push_back(box.read_file(kProgress)); };
-    box.program("/usr/norv/sbin/installer.sh", {{.effect = note}});
-    box.program("/bin/tar", {{.exit_status = 1, .effect = note}});
-    for (const char *program : {"/bin/cp", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop"})
-        box.program(program);
-    for (const char *program : {"/bin/cat", "/usr/bin/mkfifo"})
-        box.host_program(program);
-    if (!serve())
-        GTEST_SKIP() << "no openssl or no libcurl here";
-    constexpr size_t kFirst = 128 << 10; // what the server has at hand before it waits; it reads 16 KiB at once
-    const std::string whole = answer(patch, patch.size());
-    box.file("/feed/rss", answer(feed(kLink), feed(kLink).size()));
-    box.file("/feed/nothing", "");
-    box.file("/feed/first", whole.substr(0, kFirst));
-    box.file("/feed/rest", whole.substr(kFirst));
-    box.directory("/feed/autoupdate");
-    box.directory("/feed/pat");
-    ASSERT_EQ(box.run({"/usr/bin/mkfifo", kFeedAt, kPatchAt}, {.leaves = {"/feed/*"}}).exit_status, 0);
-
-    // Writes one file to the server as soon as it reads, and the other when told.
-    const auto writer = [&](const std::string &path, const std::string &first, const std::string &rest) {
-        return box.start({"/bin/sh", "-c",
-                          "exec 3> '" + path + "'; echo open; cat " + first + " >&3; read line; cat " + rest + " >&3"},
-                         {.input_open = true, .seconds = 120, .leaves = {"*"}});
-    };
-    const auto opened = [](const Process &process) {
-        for (int i = 0; i < 6000 && process.out().empty(); i++)
-            usleep(10000);
-    };
-    const auto shows = [&](const char *path, const std::string &text) { // sooner or later
-        for (int i = 0; i < 6000; i++, usleep(10000))
-            if (box.exists(path) && box.read_file(path) == text)
-                return true;
-        return false;
-    };
-    const auto child_gone = [&] {
-        for (int i = 0; i < 6000 && !box.processes().empty(); i++)
-            usleep(10000);
-        return box.processes().empty();
-    };
-    const auto children_kill = [&] {
-        for (const auto &[pid, name] : box.processes())
-            box.signal(pid, SIGKILL);
-    };
-    enum End { kKilledEarly, kKilled, kStalls, kGood };
-    for (const End end : {kKilledEarly, kKilled, kStalls, kGood}) {
-        SCOPED_TRACE(end);
-        seen.clear();
-        Process feed_writer = writer(kFeedAt, "/feed/nothing", "/feed/rss");
-        const Result result = box.run(
-            {"install.cgi"}, {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=status=not_install", "CONTENT_LENGTH=12"},
-                              .input = "hostname=nas",
-                              .leaves = {"*"}});
-        EXPECT_EQ(result.out, kHeader + "{\"success\": true, \"data\": {}, \"redirectIP\":\"\"}");
-        EXPECT_TRUE(shows(kProgress, stage_body("download_rss")));
-        EXPECT_EQ(seen, std::vector<std::string>{stage_body("format_sys")});
-        opened(feed_writer);
-        if (end == kKilledEarly)
-            children_kill();
-        feed_writer.send("\n");
-        feed_writer.wait();
-        if (end == kKilledEarly) {
-            EXPECT_TRUE(child_gone());
-            continue;
-        }
-        Process patch_writer = writer(kPatchAt, "/feed/first", "/feed/rest");
-        const size_t got = kFirst - (whole.size() - patch.size());
-        const std::string percent = std::to_string(got * 100 / patch.size());
-        EXPECT_TRUE(shows(kProgress, "Content-type: text/html; charset=\"UTF-8\"\r\n\r\n{\"success\": true, \"data\": "
-                                     "{\"stage\": \"download\", \"progress\": \"" +
-                                         percent + "\"}}"));
-        EXPECT_TRUE(shows(kStatus, percent + " " + std::to_string(got) + " " + kFile + " " + kLink));
-        EXPECT_TRUE(box.exists(kPid));
-        if (end == kKilled)
-            children_kill();
-        else if (end == kStalls)
-            box.compress_sleeps(100);
-        else
-            patch_writer.send("\n");
-        EXPECT_TRUE(child_gone());
-        box.compress_sleeps(1);
-        EXPECT_EQ(box.exists(kPid), end == kKilled); // which does not keep the next one from its work
-        if (end == kStalls) {
-            EXPECT_EQ(box.read_file(kProgress), kHeader + "{\"success\": false, \"data\": {}, \"errinfo\": {\"sec\": "
-                                                          "\"error\",\"key\": \"error_download\",\"line\":46}}");
-            EXPECT_TRUE(box.record().in_order({"log err url_fetch.cpp:* CURLcode returns 28"}));
-        }
-        if (end != kGood)
-            patch_writer.send("\n");
-        patch_writer.wait();
-    }
-    EXPECT_EQ(seen, (std::vector<std::string>{stage_body("format_sys"), stage_body("install")}));
-    EXPECT_EQ(box.read_file(kProgress),
-              kHeader + "{\"success\": true, \"data\": {\"stage\": \"Success\", \"hostname\": \"nas\"}}");
-    EXPECT_EQ(box.read_file("/tmp/update.progress"), "updated\n");
-    EXPECT_TRUE(box.exists("/tmpData/.WEBINST_OK"));
 }
 
 } // namespace

@@ -4,27 +4,22 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
-#include "build_paths.h"
-#include "tests/platform/run_program.h"
-#include "tests/support/sandbox.h"
-#include "tests/support/scratch_dir.h"
+#include "tests/support/rows.h"
+#include "tests/support/web_install.h"
 
 namespace
 {
 
 using namespace std::string_literals;
 
-constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
 constexpr char kPatch[] = "/in/a.pat";
 constexpr char kCode[] = "/tmp/update.progress";
-const std::string kModel = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\n";
+const std::string kPorts = "usbportcfg=\"10\"\ninternalportcfg=\"1\"\n";
 const std::string kUnique = "unique=\"norv_avoton_1817\"\n";
 const std::string kBuild = "buildnumber=25556\n";
 // Of the lock, the state that a download's side reads, and a shell's output.
@@ -38,30 +33,15 @@ class Upgrade : public testing::Test
     std::string patch_make(const std::string &version, const std::string &updater = "exit 0", size_t image_bytes = 2047,
                            const std::vector<std::string> &options = {})
     {
-        scratch.write("firmware/VERSION", version);
-        if (image_bytes > 0)
-            scratch.write("firmware/hda1.tgz", std::string(image_bytes, 'x'));
-        else
-            std::filesystem::remove(scratch.path("firmware/hda1.tgz"));
-        scratch.write("firmware/updater", "#!/bin/sh\n" + updater + "\n", 0755);
-        std::vector<std::string> line = {NORV_BINARY_DIR "/tools/norv-patch/norv-patch",
-                                         "make",
-                                         scratch.path("firmware"),
-                                         scratch.path("a.pat"),
-                                         "--keys",
-                                         scratch.path("keys")};
-        line.insert(line.end(), options.begin(), options.end());
-        const Finished made = run_program(line);
-        EXPECT_EQ(made.status, 0) << made.out;
-        return scratch.read("a.pat");
+        return firmware.pack(version, "#!/bin/sh\n" + updater + "\n", std::string(image_bytes, 'x'), options);
     }
     // A machine of one disk with the real programs, and the patch.
     void machine(Sandbox &box, const std::string &patch) const
     {
-        box.file(kConf, kModel + kUnique);
+        box.file(kConf, kPorts + kUnique);
         box.file(kPatch, patch);
         box.directory("/vol");
-        box.file("/tmp/update.progress", "of the one before");
+        box.file(kCode, "of the one before");
         box.file("/etc/passwd", "root:x:0:0:root:/root:/bin/sh\n");
         box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 83\n"},
                                      {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 82\n"},
@@ -70,14 +50,10 @@ class Upgrade : public testing::Test
             box.host_program(path);
         for (const char *path : {"/bin/mount", "/bin/umount", "/bin/sync"})
             box.program(path);
-        const std::string library = "libnorvcodesign-ng-virtual-junior-wins.so.7";
-        box.host_file("/usr/lib/" + library, NORV_BINARY_DIR "/platform/codesign/" + library);
-        if (std::filesystem::exists(scratch.path("keys/0.pem")))
-            box.host_file("/usr/norv/etc/codesign/0.pem", scratch.path("keys/0.pem"), 0644);
-        box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
+        firmware.trust(box);
         box.symlink("/usr/norv/bin/norvcodesign", "/usr/sbin/norvcodesign");
     }
-    ScratchDir scratch;
+    Firmware firmware;
 };
 
 Result upgrade(Sandbox &box, const std::string &path = kPatch, const std::string &volume = "/vol")
@@ -140,93 +116,46 @@ TEST_F(Upgrade, WhatItRuns)
 // A patch that is refused before it is moved is left where it is; one that came further is gone.
 TEST_F(Upgrade, Refused)
 {
-    const std::string kGood = kUnique + kBuild, k33 = "norv_" + std::string(28, 'u');
+    const std::string kGood = kUnique + kBuild, k33 = "unique=\"norv_" + std::string(28, 'u') + "\"\n";
+    const auto limited = [](const std::string &text) { return kUnique + "buildnumber=" + text + "\n"; };
+    const auto conf = [](const std::string &more) { return file(kConf, kPorts + more); };
+    const Change firmware_failed = file("/.sas_fw_upgrade_fail");
     const struct {
         const char *what;
         std::string version, updater;
         int code;     // of the stage
-        int recorded; // 0: nothing
-        bool is_moved;
-        std::vector<std::string> record = {};
-        std::function<void(Sandbox &)> change = [](Sandbox &) {};
+        int recorded; // 0: nothing, and the patch is not moved
+        std::string record = "";
+        Change change = {};
     } kRows[] = {
-        {"no model of its own",
-         kGood,
-         "",
-         13,
-         0,
-         false,
-         {"log err *Get Org Unique Key Fail*",
-          "log err IsPatchCompatible(*): Check patch compatible failed with /in/a.pat (-1)."},
-         [](Sandbox &box) { box.file(kConf, kModel); }},
-        {"no model", kBuild, "", 13, 0, false, {"log err *Get Org Version Key Fail*"}},
-        {"another model",
-         "unique=\"norv_other\"\n",
-         "",
-         12,
-         0,
-         false,
-         {"log err *Check Unique Fail, Current Unique = norv_avoton_1817, Patch Unique = norv_other*",
-          "log err IsPatchCompatible(*): Check patch compatible failed with /in/a.pat (-12)."}},
-        {"no build", kUnique, "", 70, 0, false, {"log err *Get patch build number failed"}},
-        {"a limit is needed",
-         kUnique + "buildnumber=40658\n",
-         "",
-         70,
-         0,
-         false,
-         {"log err *Get patch partition version limit Key Fail"}},
-        {"layout too old",
-         kUnique + "buildnumber=40658\npartitionversionlimit=10\n",
-         "",
-         70,
-         0,
-         false,
-         {"log err *Check partition version Fail, Current partition = 9, Patch limit partition = 10",
-          "log err IsPatchCompatible(*): Check patch compatible failed with /in/a.pat (-70)."}},
-        {"layout just new enough", kUnique + "buildnumber=40658\npartitionversionlimit=9\n", "exit 7", 13, -7, true},
-        {"last build without a limit", kUnique + "buildnumber=40657\npartitionversionlimit=10\n", "exit 7", 13, -7,
-         true},
-        {"model of 33 letters",
-         "unique=\"" + k33 + "\"\n" + kBuild,
-         "",
-         13,
-         -8,
-         true,
-         {},
-         [&](Sandbox &box) { box.file(kConf, kModel + "unique=\"" + k33 + "\"\n"); }},
-        {"failed SAS firmware",
-         kGood,
-         "",
-         13,
-         -21,
-         true,
-         {"log err *(ErrFHOSTDoUpgrade) retv=[-21]"},
-         [](Sandbox &box) {
-             box.file(kConf, kModel + kUnique + "supportsas=yes\n");
-             box.file("/.sas_fw_upgrade_fail", "");
-         }},
-        {"failed SAS firmware of another model",
-         kGood,
-         "exit 7",
-         13,
-         -7,
-         true,
-         {},
-         [](Sandbox &box) { box.file("/.sas_fw_upgrade_fail", ""); }},
-        {"updater 255",
-         kGood,
-         "exit 255",
-         10,
-         -10,
-         true,
-         {"log err *Executing [/vol/upd@te/updater -v /vol > /dev/null 2>&1] error[255]",
-          "log err ErrFHOSTDoUpgrade(*): child process failed, retv=-10", "log err *(ErrFHOSTDoUpgrade) err=[-10]",
-          "log err *(ErrFHOSTDoUpgrade) retv=[-10]", "log err do_upgrade.cpp:* Failed to unpack firmware.*"}},
-        {"updater 1", kGood, "exit 1", 13, -1, true},
-        {"updater 12", kGood, "exit 12", 12, -12, true},
-        {"updater 65", kGood, "exit 65", 65, -65, true},
-        {"updater 70", kGood, "exit 70", 13, -70, true},
+        {"no model of its own", kGood, "", 13, 0,
+         "log err *Get Org Unique Key Fail*\n"
+         "log err IsPatchCompatible(*): Check patch compatible failed with /in/a.pat (-1).",
+         conf("")},
+        {"no model", kBuild, "", 13, 0, "log err *Get Org Version Key Fail*"},
+        {"another model", "unique=\"norv_other\"\n", "", 12, 0,
+         "log err *Check Unique Fail, Current Unique = norv_avoton_1817, Patch Unique = norv_other*\n"
+         "log err IsPatchCompatible(*): Check patch compatible failed with /in/a.pat (-12)."},
+        {"no build", kUnique, "", 70, 0, "log err *Get patch build number failed"},
+        {"a limit is needed", limited("40658"), "", 70, 0, "log err *Get patch partition version limit Key Fail"},
+        {"layout too old", limited("40658\npartitionversionlimit=10"), "", 70, 0,
+         "log err *Check partition version Fail, Current partition = 9, Patch limit partition = 10\n"
+         "log err IsPatchCompatible(*): Check patch compatible failed with /in/a.pat (-70)."},
+        {"layout just new enough", limited("40658\npartitionversionlimit=9"), "exit 7", 13, -7},
+        {"last build without a limit", limited("40657\npartitionversionlimit=10"), "exit 7", 13, -7},
+        {"model of 33 letters", k33 + kBuild, "", 13, -8, "", conf(k33)},
+        {"failed SAS firmware", kGood, "", 13, -21, "log err *(ErrFHOSTDoUpgrade) retv=[-21]",
+         conf(kUnique + "supportsas=yes\n") + firmware_failed},
+        {"failed SAS firmware of another model", kGood, "exit 7", 13, -7, "", firmware_failed},
+        {"updater 255", kGood, "exit 255", 10, -10,
+         "log err *Executing [/vol/upd@te/updater -v /vol > /dev/null 2>&1] error[255]\n"
+         "log err ErrFHOSTDoUpgrade(*): child process failed, retv=-10\n"
+         "log err *(ErrFHOSTDoUpgrade) err=[-10]\nlog err *(ErrFHOSTDoUpgrade) retv=[-10]\n"
+         "log err do_upgrade.cpp:* Failed to unpack firmware.*"},
+        {"updater 1", kGood, "exit 1", 13, -1},
+        {"updater 12", kGood, "exit 12", 12, -12},
+        {"updater 65", kGood, "exit 65", 65, -65},
+        {"updater 70", kGood, "exit 70", 13, -70},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -236,14 +165,14 @@ TEST_F(Upgrade, Refused)
         row.change(box);
         const Result result = upgrade(box);
         EXPECT_EQ(result.exit_status, 255);
-        const std::string steps = (row.is_moved ? "5 0 0" : "") + "5 "s + std::to_string(row.code) + " 0";
-        EXPECT_TRUE(result.err.ends_with("\n" + steps) || row.is_moved) << result.err;
-        EXPECT_TRUE(result.err.ends_with(" 0")) << result.err;
+        const bool is_moved = row.recorded != 0;
+        const std::string steps = (is_moved ? "5 0 0" : "\n") + "5 "s + std::to_string(row.code) + " 0";
+        EXPECT_TRUE(result.err.ends_with(steps)) << result.err;
         EXPECT_NE(result.out.find(" Upgrade by the manual patch [/in/a.pat] fail.\n"), std::string::npos);
         EXPECT_TRUE(result.out.ends_with(" Upgrade by the manual patch fail.\n")) << result.out;
-        EXPECT_TRUE(result.record.in_order(row.record));
-        EXPECT_EQ(box.exists(kPatch), !row.is_moved);
-        EXPECT_EQ(box.read_file(kCode), row.recorded != 0 ? code_text(row.recorded) : "of the one before");
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
+        EXPECT_EQ(box.exists(kPatch), !is_moved);
+        EXPECT_EQ(box.read_file(kCode), is_moved ? code_text(row.recorded) : "of the one before");
         EXPECT_EQ(box.list("/vol"), std::vector<std::string>());
         EXPECT_FALSE(box.exists("/mnt"));
     }
@@ -278,7 +207,7 @@ TEST_F(Upgrade, OldForm)
             result.record.in_order({"log err Verify codesign of [/vol/upd@te]...", row.record, "log * retv=[*]"}));
         EXPECT_EQ(result.record.count("*Extracting NorvArchive"), is_signed ? 0 : 1);
         EXPECT_EQ(result.record.count("*Extraction failed [/vol/upd@te.pat][/vol/upd@te]"), is_signed ? 0 : 1);
-        EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", is_good ? "" : code_text(-13));
+        EXPECT_EQ(text_of(box, kCode), is_good ? "" : code_text(-13));
         EXPECT_EQ(box.list("/vol"), std::vector<std::string>());
     }
 }
@@ -287,90 +216,41 @@ TEST_F(Upgrade, OldForm)
 TEST_F(Upgrade, Arguments)
 {
     const std::string patch = patch_make(kUnique + kBuild);
-    const std::string no_move = " Fail to MoveFile from ";
-    const std::string long_volume = [] {
-        std::string path;
-        while (path.size() < 4080)
-            path += "/" + std::string(std::min<size_t>(200, 4084 - path.size()), 'v');
-        return path;
-    }();
+    std::string long_volume;
+    while (long_volume.size() < 4080)
+        long_volume += "/" + std::string(std::min<size_t>(200, 4084 - long_volume.size()), 'v');
+    const std::string kNone = " The file does not exist, please type the right patch path\n\n",
+                      kNotMoved = " Fail to MoveFile from /in/a.pat to ", kPassed = "*Unique Check Pass*",
+                      kState = "/var/run/downloadNOS.status";
     const struct {
-        const char *what;
-        std::vector<std::string> words;
+        const char *what, *path, *volume; // NULL: none
         int exit_status;
         std::string said, log; // on standard error
-        bool stays = true;     // the patch, where it was
-        std::function<void(Sandbox &)> change = [](Sandbox &) {};
+        Change change = {};
     } kRows[] = {
-        {"another extension",
-         {"/in/b.pat.gz", "/vol"},
-         255,
-         " Wrong File Extension.\n\n",
+        {"another extension", "/in/b.pat.gz", "/vol", 255, " Wrong File Extension.\n\n",
          "IsPatchCompatible(*): Bad format of szFilePath(/in/b.pat.gz): wrong file extension."},
-        {"no such patch",
-         {"/in/none.pat", "/vol"},
-         255,
-         " The file does not exist, please type the right patch path\n\n",
+        {"no such patch", "/in/none.pat", "/vol", 255, kNone,
          "IsPatchCompatible(*): szFilePath(/in/none.pat) does not exist"},
-        {"a folder",
-         {"/in/dir.pat", "/vol"},
-         255,
-         " The file does not exist, please type the right patch path\n\n",
-         "IsPatchCompatible(*): szFilePath(/in/dir.pat) does not exist",
-         true,
-         [](Sandbox &box) { box.directory("/in/dir.pat"); }},
-        {"no folder in the path",
-         {"b.pat", "/vol"},
-         255,
-         " Check patch compatible failed with b.pat.\n",
-         "IsPatchCompatible(*): Check patch compatible failed with b.pat (-1).",
-         true,
-         [](Sandbox &box) { box.file("/b.pat", ""); }},
-        {"state cannot be written",
-         {kPatch, "/vol"},
-         255,
-         " Fail to open file /var/run/downloadNOS.status\n",
-         "is_patch_compatible.cpp:* Fail to open file /var/run/downloadNOS.status*",
-         true,
-         [](Sandbox &box) { box.directory("/var/run/downloadNOS.status"); }},
-        {"no patch in it",
-         {kPatch, "/vol"},
-         255,
-         " Version Check Fail.\n",
+        {"a folder", "/in/dir.pat", "/vol", 255, kNone, "IsPatchCompatible(*): szFilePath(/in/dir.pat) does not exist",
+         directory("/in/dir.pat")},
+        {"no folder in the path", "b.pat", "/vol", 255, " Check patch compatible failed with b.pat.\n",
+         "IsPatchCompatible(*): Check patch compatible failed with b.pat (-1).", file("/b.pat")},
+        {"state cannot be written", kPatch, "/vol", 255, " Fail to open file " + kState + "\n",
+         "is_patch_compatible.cpp:* Fail to open file " + kState + "*", directory(kState)},
+        {"no patch in it", kPatch, "/vol", 255, " Version Check Fail.\n",
          "is_patch_compatible.cpp:* VERSION Extraction failed [/in/a.pat]",
-         true,
-         [](Sandbox &box) {
-             box.file("/in/a.pat", "patch");
-             box.file("/in/VERSION", kUnique + kBuild);
-         }},
-        {"no volume", {kPatch}, 255, no_move + "/in/a.pat to \n", "*Unique Check Pass*"},
-        {"no such volume", {kPatch, "/none"}, 255, no_move + "/in/a.pat to /none/upd@te.pat\n", "*Unique Check Pass*"},
-        {"too long a volume",
-         {kPatch, long_volume},
-         255,
-         no_move + "/in/a.pat to " + long_volume + "/upd@te.",
-         "*Unique Check Pass*"},
-        {"not moved",
-         {kPatch, "/vol"},
-         255,
-         " Failed to mv /in/a.pat to /vol/upd@te.pat, NorvErr =[0x2A00 do_upgrade.cpp:",
-         "*Unique Check Pass*",
-         true,
-         [](Sandbox &box) { box.program("/bin/mv", {{.exit_status = 1}}); }},
-        {"there already",
-         {"/vol/upd@te.pat", "/vol"},
-         0,
-         " Unique Check Pass\n\n5 0 0",
-         "RemoveUpgradeFile: Remove /vol/upd@te.pat...",
-         true,
-         [&](Sandbox &box) { box.file("/vol/upd@te.pat", patch); }},
-        {"below the root",
-         {"/a.pat", "/vol"},
-         0,
-         " Unique Check Pass\n\n5 0 0",
-         "*Extracting VERSION from Old Patch Format [/a.pat][/]",
-         true,
-         [&](Sandbox &box) { box.file("/a.pat", patch); }},
+         file(kPatch, "patch") + file("/in/VERSION", kUnique + kBuild)},
+        {"no volume", kPatch, nullptr, 255, kNotMoved + "\n", kPassed},
+        {"no such volume", kPatch, "/none", 255, kNotMoved + "/none/upd@te.pat\n", kPassed},
+        {"too long a volume", kPatch, long_volume.c_str(), 255, kNotMoved + long_volume + "/upd@te.", kPassed},
+        {"not moved", kPatch, "/vol", 255,
+         " Failed to mv /in/a.pat to /vol/upd@te.pat, NorvErr =[0x2A00 do_upgrade.cpp:", kPassed,
+         program("/bin/mv", {.exit_status = 1})},
+        {"there already", "/vol/upd@te.pat", "/vol", 0, " Unique Check Pass\n\n5 0 0",
+         "RemoveUpgradeFile: Remove /vol/upd@te.pat...", file("/vol/upd@te.pat", patch)},
+        {"below the root", "/a.pat", "/vol", 0, " Unique Check Pass\n\n5 0 0",
+         "*Extracting VERSION from Old Patch Format [/a.pat][/]", file("/a.pat", patch)},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -379,14 +259,15 @@ TEST_F(Upgrade, Arguments)
         box.file("/vol/data", "of the user");
         box.leaves({"/VERSION"});
         row.change(box);
-        std::vector<std::string> words = {"norvupgrade", "--patch"};
-        words.insert(words.end(), row.words.begin(), row.words.end());
+        std::vector<std::string> words = {"norvupgrade", "--patch", row.path};
+        if (row.volume != nullptr)
+            words.emplace_back(row.volume);
         const Result result = box.run(words, {.leaves = kLeaves});
         EXPECT_EQ(result.exit_status, row.exit_status);
         EXPECT_NE(result.err.find(row.said), std::string::npos) << result.err;
         EXPECT_TRUE(result.record.in_order({"log * " + row.log}));
-        EXPECT_EQ(box.exists(kPatch), row.stays);
-        EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", row.exit_status != 0 ? "of the one before" : "");
+        EXPECT_TRUE(box.exists(kPatch));
+        EXPECT_EQ(text_of(box, kCode), row.exit_status != 0 ? "of the one before" : "");
         EXPECT_EQ(box.read_file("/vol/data"), "of the user");
         EXPECT_FALSE(box.exists("/vol/upd@te.pat"));
         EXPECT_EQ(result.record.count("run * -rf *"), row.exit_status == 0 ? 4 : 0); // twice, a shell and the program
@@ -398,15 +279,10 @@ void upload(Sandbox &box, const std::string &patch)
 {
     for (const char *path : {"/usr/norv/sbin/installer.sh", "/usr/sbin/inetd", "/usr/sbin/pppoe-stop", "/bin/cp"})
         box.program(path);
-    const std::string body = "--B\r\nContent-Disposition: form-data; name=\"filename\"; filename=\"a.pat\"\r\n\r\n" +
-                             patch + "\r\n--B--\r\n";
-    box.run({"install.cgi"},
-            {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=upload=true", "CONTENT_LENGTH=" + std::to_string(body.size()),
-                     "CONTENT_TYPE=multipart/form-data; boundary=B"},
-             .input = body,
-             .leaves = {"*"}});
-    for (int i = 0; i < 6000 && !box.processes().empty(); i++)
-        usleep(10000);
+    RunOptions request = cgi_request("upload=true", patch_form(patch));
+    request.leaves = {"*"};
+    box.run({"install.cgi"}, request);
+    install_child_wait(box);
 }
 
 // The room on the system's own device: KiB to unpack, 20482 more, and those of the image, of which half of one does not
@@ -414,46 +290,36 @@ void upload(Sandbox &box, const std::string &patch)
 TEST_F(Upgrade, Room)
 {
     constexpr uint64_t kFits = (1000 + 20482 + 1) * 1024;
-    const std::string kGood = kUnique + kBuild, kSize = "extractsize=1000\n";
+    const std::string kGood = kUnique + kBuild;
+    const auto size = [&](const std::string &text) { return kGood + "extractsize=" + text + "\n"; };
     const struct {
         const char *what;
         std::string version;
         uint64_t device_bytes;
         bool fits;
-        std::vector<std::string> record = {};
+        const char *record = "";
         bool has_image = true;
     } kRows[] = {
-        {"just enough", kGood + kSize, kFits, true},
-        {"one byte short",
-         kGood + kSize,
-         kFits - 1,
-         false,
-         {"log err *[/dev/md0] has [21998591] bytes but requires [21998592] bytes",
-          "log err *partition /dev/md0 is not enough for 21483",
-          "log err ErrFHOSTDoUpgrade(*): child process failed, retv=-16"}},
-        {"no size", kGood, kFits, false, {"log err *fail to read [extractsize] from [/tmpData/upd@te/VERSION]"}},
-        {"size with letters",
-         kGood + "extractsize=12ab\n",
-         kFits,
-         false,
-         {"log err *fail to convert [12ab] to long long"}},
-        {"size below 0", kGood + "extractsize=-1\n", kFits, false, {"log err *fail to convert [-1] to long long"}},
-        {"size beyond all", kGood + "extractsize=18446744073709551615\n", kFits, false},
-        {"more bytes than numbers", kGood + "extractsize=18014398509481984\n", kFits, false},
-        {"no image",
-         kGood + kSize,
-         kFits,
-         false,
-         {"log err *stat [/tmpData/upd@te/hda1.tgz] failed, errno=2(No such file or directory)"},
-         false},
-        {"no device", kGood + kSize, 0, false, {"log err *[/dev/md0] is not a block device."}},
+        {"just enough", size("1000"), kFits, true},
+        {"one byte short", size("1000"), kFits - 1, false,
+         "log err *[/dev/md0] has [21998591] bytes but requires [21998592] bytes\n"
+         "log err *partition /dev/md0 is not enough for 21483\n"
+         "log err ErrFHOSTDoUpgrade(*): child process failed, retv=-16"},
+        {"no size", kGood, kFits, false, "log err *fail to read [extractsize] from [/tmpData/upd@te/VERSION]"},
+        {"size with letters", size("12ab"), kFits, false, "log err *fail to convert [12ab] to long long"},
+        {"size below 0", size("-1"), kFits, false, "log err *fail to convert [-1] to long long"},
+        {"size beyond all", size("18446744073709551615"), kFits, false},
+        {"more bytes than numbers", size("18014398509481984"), kFits, false},
+        {"no image", size("1000"), kFits, false,
+         "log err *stat [/tmpData/upd@te/hda1.tgz] failed, errno=2(No such file or directory)", false},
+        {"no device", size("1000"), 0, false, "log err *[/dev/md0] is not a block device."},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
         const std::string patch = patch_make(row.version, "exit 0", row.has_image ? 2047 : 0);
         Sandbox box;
         machine(box, patch);
-        box.file(kConf, kModel + kUnique + "supportraid=yes\n");
+        box.file(kConf, kPorts + kUnique + "supportraid=yes\n");
         if (row.device_bytes != 0)
             box.device("/dev/md0", row.device_bytes);
         else
@@ -461,8 +327,8 @@ TEST_F(Upgrade, Room)
         upload(box, patch);
         EXPECT_NE(box.read_file("/tmp/install.progress").find(row.fits ? "\"Success\"" : "\"line\":13"),
                   std::string::npos);
-        EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", row.fits ? "" : code_text(-16));
-        EXPECT_TRUE(box.record().in_order(row.record));
+        EXPECT_EQ(text_of(box, kCode), row.fits ? "" : code_text(-16));
+        EXPECT_TRUE(box.record().in_order(lines(row.record)));
         EXPECT_EQ(box.record().count("run */updater -v *"), row.fits ? 2 : 0); // its shell, and it
         EXPECT_FALSE(box.exists("/tmpData/upd@te"));
     }
@@ -484,7 +350,7 @@ TEST_F(Upgrade, OverAHealthySystem)
         box.program("/sbin/sfdisk", {{.args = "*-N1 /dev/sda", .output = "/dev/sda1 8192 16777216 fd\n"},
                                      {.args = "*-N2 /dev/sda", .output = "/dev/sda2 16785408 4194304 fd\n"}});
         machine(box, patch);
-        box.file(kConf, kModel + kUnique + "supportraid=yes\n");
+        box.file(kConf, kPorts + kUnique + "supportraid=yes\n");
         box.file("/proc/partitions", "   9 0 1 md0\n   9 1 1 md1\n");
         box.device("/dev/md0", 1ULL << 30);
         box.directory("/sys/block/sda");
@@ -493,7 +359,7 @@ TEST_F(Upgrade, OverAHealthySystem)
         box.file("/mnt/.noroot", "");
         box.program("/sbin/e2fsck");
         upload(box, patch);
-        EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", is_good ? "" : code_text(-3));
+        EXPECT_EQ(text_of(box, kCode), is_good ? "" : code_text(-3));
         EXPECT_EQ(box.read_file("/tmpRoot/.updater"), "#!/bin/sh\n"s + row.updater + "\n");
         EXPECT_EQ(box.exists("/tmpRoot/var/.SkipAutoSmallupdate"), row.skips);
         EXPECT_EQ(box.record().count("run /bin/umount -l /tmpRoot"), row.skips ? 1 : 0);
@@ -618,7 +484,7 @@ TEST_F(Upgrade, HostileTar)
             if (!row.is_unpacked)
                 changes = {"+/tmp/install.lock", "+/var/run/downloadNOS.status"};
             EXPECT_EQ(result.files_changed, changes);
-            EXPECT_EQ(box.exists(kCode) ? box.read_file(kCode) : "", row.is_unpacked ? code_text(-13) : "");
+            EXPECT_EQ(text_of(box, kCode), row.is_unpacked ? code_text(-13) : "");
             EXPECT_EQ(box.mode("/etc/passwd"), passwd_mode);
             EXPECT_TRUE(!row.is_unpacked || box.mode("/in/VERSION") == 0644);
             EXPECT_EQ(result.record.count("*updater*"), 0);

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "build_paths.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -13,18 +13,13 @@ constexpr char kLibrary[] = "/usr/lib/libnorvcodesign-ng-virtual-junior-wins.so.
 constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
 const std::string kListPath = "/upd/checksum.norv";
 
-void cksum_install(Sandbox &box)
-{
-    box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
-}
-
 // A box with files whose checksums are known: "hello\n" (6 bytes), three bytes, an empty file and a link.
 class Checksum : public testing::Test
 {
   protected:
     Checksum()
     {
-        cksum_install(box);
+        box.host_file("/usr/bin/cksum", NORV_BINARY_DIR "/platform/programs/cksum");
         box.file("/upd/hello", "hello\n");
         box.file("/upd/abc", "abc");
         box.file("/upd/four", "abcd");
@@ -151,25 +146,24 @@ TEST(Codesign, EndsGoodOnlyWhenTheLibrarySaysSo)
 {
     const struct {
         const char *what, *library; // NULL: there is none
-        std::vector<std::string> args;
+        const char *args;
         int exit_status;
-        std::vector<std::string> record;
-        const char *out = "", *conf = "x=1\n", *hardware = "NS0801\n";
+        const char *record = "", *out = "", *conf = "x=1\n", *hardware = "NS0801\n";
     } kRows[] = {
-        {"good", "", {"/upd"}, 0, {"*sign init", "*load /upd/Norvessa.sig", "*verify 0", "*sign free 1"}},
-        {"relative", "", {"upd"}, 0, {"*load upd/Norvessa.sig", "*verify 0"}},
-        {"verify, error 3", "verify 0 error 3", {"/upd"}, 3, {"log err verify norvcodesign fail. err=3", "*free 1"}},
-        {"verify, error 0", "verify 0", {"/upd"}, 8, {"log err verify norvcodesign fail. err=0"}},
-        {"verify, error 256", "verify 0 error 256", {"/upd"}, 8, {"log err verify norvcodesign fail. err=256"}},
-        {"load, error 0", "load 0", {"/upd"}, 8, {"log err load Norvessa.sig fail.", "*sign free 1"}},
-        {"load, error 5", "load 0 error 5", {"/upd"}, 255, {"log err load Norvessa.sig fail."}},
-        {"no handle", "init 0", {"/upd"}, 8, {}},
-        {"no library", nullptr, {"/upd"}, 8, {"log err *Failed to load libnorvcodesign*"}},
-        {"no folder", "", {"/none"}, 255, {"log err chdir fail, reason=No such file*", "*sign free 1"}},
-        {"no argument", "", {}, 255, {"*sign free 1"}, "invalid argument!\n"},
-        {"two arguments", nullptr, {"/upd", "/upd"}, 255, {}, "invalid argument!\n"},
-        {"waived", "verify 0 error 3", {"/upd"}, 0, {"*sign free 1"}, "", "skip_codesign=no\n"},
-        {"virtual", "verify 0 error 3", {"/upd"}, 3, {}, "", "skip_codesign=yes\n", "VirtualNOS\n"},
+        {"good", "", "/upd", 0, "*sign init\n*load /upd/Norvessa.sig\n*verify 0\n*sign free 1"},
+        {"relative", "", "upd", 0, "*load upd/Norvessa.sig\n*verify 0"},
+        {"verify, error 3", "verify 0 error 3", "/upd", 3, "log err verify norvcodesign fail. err=3\n*free 1"},
+        {"verify, error 0", "verify 0", "/upd", 8, "log err verify norvcodesign fail. err=0"},
+        {"verify, error 256", "verify 0 error 256", "/upd", 8, "log err verify norvcodesign fail. err=256"},
+        {"load, error 0", "load 0", "/upd", 8, "log err load Norvessa.sig fail.\n*sign free 1"},
+        {"load, error 5", "load 0 error 5", "/upd", 255, "log err load Norvessa.sig fail."},
+        {"no handle", "init 0", "/upd", 8},
+        {"no library", nullptr, "/upd", 8, "log err *Failed to load libnorvcodesign*"},
+        {"no folder", "", "/none", 255, "log err chdir fail, reason=No such file*\n*sign free 1"},
+        {"no argument", "", "", 255, "*sign free 1", "invalid argument!\n"},
+        {"two arguments", nullptr, "/upd /upd", 255, "", "invalid argument!\n"},
+        {"waived", "verify 0 error 3", "/upd", 0, "*sign free 1", "", "skip_codesign=no\n"},
+        {"virtual", "verify 0 error 3", "/upd", 3, "", "", "skip_codesign=yes\n", "VirtualNOS\n"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -180,12 +174,10 @@ TEST(Codesign, EndsGoodOnlyWhenTheLibrarySaysSo)
         if (row.library != nullptr)
             box.host_file(kLibrary, FAKE_CODESIGN);
         box.file("/etc/fake_codesign", row.library != nullptr ? row.library : "");
-        std::vector<std::string> args = {"norvcodesign"};
-        args.insert(args.end(), row.args.begin(), row.args.end());
-        const Result result = box.run(args);
+        const Result result = box.run(words(row.args, "norvcodesign"));
         EXPECT_EQ(result.exit_status, row.exit_status);
         EXPECT_EQ(result.out, row.out);
-        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
     }
 }
 
@@ -195,20 +187,22 @@ TEST(ExtractSystemPatch, EachEnd)
     const struct {
         const char *library;
         int exit_status;
-        std::vector<std::string> record;
+        std::string record;
     } kRows[] = {
-        {"",
-         0,
-         {"log info *" + kOpen + "[OPEN] Type: System", "log info *[INIT] Start", "*library init /dest",
-          "log info *[INIT] End: [Success][0][0.*s]", "log info *" + kOpen + "[OPEN] Start", "*library open /a.pat 0",
-          "log info *[OPEN] End: [Success][0][*s]", "log info *[EXTRACT_ALL] Start", "*library multiple all 5",
-          "log info *[EXTRACT_ALL] End: [Success][0][*s]", "log info *[FREE] Start", "*library free 1",
-          "log info *[FREE] End: [Success][0][*s]"}},
-        {"open 0 error 14", 255, {"log info *[OPEN] End: [Bad Sig][14][*s]", "*library free 1"}},
-        {"open 0 error 2", 255, {"log info *[OPEN] End: [Fail][2][*s]", "*library free 1"}},
-        {"init 0", 255, {"log info *[INIT] End: [Fail][0][*s]", "log err *Failed to init archive"}},
-        {"extract 0 error 7", 255, {"log info *[EXTRACT_ALL] End: [Fail][7][*s]", "*library free 1"}},
-        {nullptr, 255, {"log err *Failed to load libnorvcodesign*"}},
+        {"", 0,
+         "log info *" + kOpen +
+             "[OPEN] Type: System\nlog info *[INIT] Start\n*library init /dest\n"
+             "log info *[INIT] End: [Success][0][0.*s]\nlog info *" +
+             kOpen +
+             "[OPEN] Start\n*library open /a.pat 0\n"
+             "log info *[OPEN] End: [Success][0][*s]\nlog info *[EXTRACT_ALL] Start\n*library multiple all 5\n"
+             "log info *[EXTRACT_ALL] End: [Success][0][*s]\nlog info *[FREE] Start\n*library free 1\n"
+             "log info *[FREE] End: [Success][0][*s]"},
+        {"open 0 error 14", 255, "log info *[OPEN] End: [Bad Sig][14][*s]\n*library free 1"},
+        {"open 0 error 2", 255, "log info *[OPEN] End: [Fail][2][*s]\n*library free 1"},
+        {"init 0", 255, "log info *[INIT] End: [Fail][0][*s]\nlog err *Failed to init archive"},
+        {"extract 0 error 7", 255, "log info *[EXTRACT_ALL] End: [Fail][7][*s]\n*library free 1"},
+        {nullptr, 255, "log err *Failed to load libnorvcodesign*"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.library != nullptr ? row.library : "no library");
@@ -219,7 +213,7 @@ TEST(ExtractSystemPatch, EachEnd)
         }
         const Result result = box.run({"norv_extract_system_patch", "/a.pat", "/dest"});
         EXPECT_EQ(result.exit_status, row.exit_status);
-        EXPECT_TRUE(result.record.in_order(row.record));
+        EXPECT_TRUE(result.record.in_order(lines(row.record)));
     }
 }
 

@@ -1,9 +1,8 @@
 // The two web programs that only ask: whether an install runs, and which language the user reads.
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -34,29 +33,17 @@ TEST(LockCheck, MakesTheFileAndKeepsNothing)
 
 TEST(LockCheck, SeesAnExclusiveLockOnly)
 {
-    const struct {
-        const char *kind;
-        const std::string &answer;
-    } kCases[] = {{"-x", kLocked}, {"-s", kFree}};
-    for (const auto &[kind, answer] : kCases) {
+    for (const auto &[kind, answer] : {std::pair("-x", kLocked), {"-s", kFree}}) {
         SCOPED_TRACE(kind);
         Sandbox box;
-        box.host_program("/usr/bin/flock");
-        Process holder = box.start({"/usr/bin/flock", kind, kLock, "-c", "echo held; read line"},
-                                   {.input_open = true, .leaves = {kLock}});
-        while (holder.running() && holder.out() != "held\n")
-            usleep(1000);
+        Process holder = lock_holder(box, kLock, kind);
         EXPECT_EQ(box.run({"lock_check.cgi"}, kLeavesLock).out, answer);
         holder.close_input();
         holder.wait();
         EXPECT_EQ(box.run({"lock_check.cgi"}, kLeavesLock).out, kFree);
     }
-}
-
-TEST(LockCheck, FileCannotBeOpened)
-{
     Sandbox box;
-    box.directory(kLock);
+    box.directory(kLock); // which cannot be opened
     const Result result = box.run({"lock_check.cgi"});
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_EQ(result.out, kLocked);

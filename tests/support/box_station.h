@@ -26,7 +26,6 @@ class BoxStation
     BoxStation(const Sandbox &box, const std::string &interface);
 
     [[nodiscard]] const std::string &mac() const { return mac_; } // six bytes
-    [[nodiscard]] int fd() const { return socket_.get(); }        // readable when there is a frame
     void send(const std::string &frame) const;
     // Sends a datagram that any socket of the other end takes, whatever its address.
     void send_udp(uint16_t port, const std::string &payload) const;

@@ -1,5 +1,7 @@
 #include "tests/support/https_server.h"
 
+#include <arpa/inet.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "tests/support/box_links.h"
@@ -7,6 +9,19 @@
 void loopback_up(const Sandbox &box)
 {
     EXPECT_TRUE(BoxLinks(box).set("lo", true));
+}
+
+UniqueFd loopback_listen(const Sandbox &box, uint16_t port)
+{
+    loopback_up(box);
+    UniqueFd fd(box.socket(AF_INET, SOCK_STREAM));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(bind(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    EXPECT_EQ(listen(fd.get(), 8), 0);
+    return fd;
 }
 
 HttpsServer::HttpsServer(Sandbox &box, const char *form)

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "autocleanup/unique.h"
 #include "tests/support/sandbox.h"
 
 // Where the box keeps the certificates that it trusts.
@@ -10,6 +11,8 @@ inline constexpr char kTrustedCertificates[] = "/etc/ssl/certs/ca-certificates.c
 
 // Brings the loopback interface of a box up.
 void loopback_up(const Sandbox &box);
+// A socket that listens at 127.0.0.1 of the box, whose loopback interface is up then.
+[[nodiscard]] UniqueFd loopback_listen(const Sandbox &box, uint16_t port);
 
 class HttpsServer
 {

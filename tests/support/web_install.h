@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/firmware.h"
 #include "tests/support/sandbox.h"
-#include "tests/support/scratch_dir.h"
 
 inline constexpr char kConf[] = "/etc.defaults/norvinfo.conf";
 inline const std::string kModel =
@@ -25,6 +25,8 @@ inline const std::string kUnlocked = kHeader + "{\"success\": true, \"data\": {}
 
 // A machine with one blank disk.
 void install_machine(Sandbox &box);
+// The same, which trusts the firmware's patches.
+void install_machine(Sandbox &box, const Firmware &firmware);
 
 // A form with a host name, a password and a patch, in parts between "B".
 [[nodiscard]] std::string patch_form(const std::string &patch, const std::string &field = "filename");
@@ -36,19 +38,3 @@ void install_machine(Sandbox &box);
 void install_child_wait(const Sandbox &box);
 
 void expect_unlocked(Sandbox &box);
-
-// Firmware that the patch builder signs.
-class Firmware
-{
-  public:
-    // Returns a patch. `updater` is what its script does.
-    std::string patch(const std::string &updater = "exit 0",
-                      const std::string &version = "unique=\"norv_avoton_1817\"");
-    // A machine that knows the builder's keys.
-    void appliance(Sandbox &box) const;
-    // Puts what a patch is made of on the boot partition of a machine.
-    void boot_partition(Sandbox &box);
-
-  private:
-    ScratchDir scratch_{};
-};
