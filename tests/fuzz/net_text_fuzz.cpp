@@ -1,7 +1,8 @@
 // What the kernel and the system's files tell of the network. Each input goes through every reader: /proc/net/dev,
 // /proc/net/route, resolv.conf, the output of ps, and, as address, NUL, mask, the address test.
-// Covers: net/net_process_scan.cpp net/net_is_valid_ip_mask.cpp net/norvjnet_dns.cpp(net_name_server)
-// Covers: net/net_stat.cpp(net_stat_read) net/norvjnet_gateway.cpp(net_gateway_read)
+// Covers: net/net_process_scan.cpp(line_runs process_id net_process_scan) net/net_is_valid_ip_mask.cpp
+// Covers: net/norvjnet_dns.cpp(net_name_server) net/net_stat.cpp(net_stat_read)
+// Covers: net/norvjnet_gateway.cpp(net_gateway_read)
 #include <algorithm>
 #include <arpa/inet.h>
 

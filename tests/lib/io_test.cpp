@@ -55,9 +55,9 @@ TEST_F(Io, BadArguments)
 {
     char byte = 'x';
     const Outcome outcomes[] = {
-        outcome(NLIBCRead, -1, &byte, 1),       outcome(NLIBCRead, 0, nullptr, 1),
-        outcome(NLIBCRead, 0, &byte, 0),        outcome(NLIBCWrite, -1, &byte, 1),
-        outcome(NLIBCWrite, 1, nullptr, 1),     outcome(NLIBCWrite, 1, &byte, 0),
+        outcome(NLIBCRead, -1, &byte, 1UL),     outcome(NLIBCRead, 0, nullptr, 1UL),
+        outcome(NLIBCRead, 0, &byte, 0UL),      outcome(NLIBCWrite, -1, &byte, 1UL),
+        outcome(NLIBCWrite, 1, nullptr, 1UL),   outcome(NLIBCWrite, 1, &byte, 0UL),
         outcome(NLIBCFgets, nullptr, 1, stdin), outcome(NLIBCFgets, &byte, 0, stdin),
         outcome(NLIBCFgets, &byte, -1, stdin),  outcome(NLIBCFgets, &byte, 1, nullptr),
     };
