@@ -218,6 +218,18 @@ TEST(FhostKeyCache, TellsClientsApartAndCutsTheirTexts)
     EXPECT_EQ(FHOSTKeyCacheGet("m", 0xffffffff, text), -1);
 }
 
+// Fills a cache with 4096 clients, the i-th set at first + i * step. The client's own text tells no time, commas or
+// not.
+void cache_fill(UniqueHash *cache, unsigned long first, unsigned long step)
+{
+    char mac[24];
+    for (unsigned long i = 0; i < 4096; i++) {
+        snprintf(mac, sizeof(mac), "mac %lu", i);
+        ASSERT_EQ(key_cache_set(cache->address(), mac, 1, "key,fffffff,", first + i * step), 0);
+    }
+    ASSERT_EQ(NLIBCSzHashPairNum(cache->get()), 4096);
+}
+
 TEST(FhostKeyCache, MakesRoomByAgeThenForAll)
 {
     static constexpr struct {
@@ -239,13 +251,7 @@ TEST(FhostKeyCache, MakesRoomByAgeThenForAll)
     };
     for (const auto &row : kCases) {
         UniqueHash cache;
-        char mac[24];
-        for (unsigned long i = 0; i < 4096; i++) {
-            snprintf(mac, sizeof(mac), "mac %lu", i);
-            // The client's own text tells no time, commas or not.
-            ASSERT_EQ(key_cache_set(cache.address(), mac, 1, "key,fffffff,", row.first + i * row.step), 0);
-        }
-        ASSERT_EQ(NLIBCSzHashPairNum(cache.get()), 4096);
+        cache_fill(&cache, row.first, row.step);
         ASSERT_EQ(key_cache_set(cache.address(), "new", 1, "key", row.now), 0);
         EXPECT_EQ(NLIBCSzHashPairNum(cache.get()), row.kept + 1) << row.now << " " << row.first << " " << row.step;
         EXPECT_NE(NLIBCSzHashGetValue(cache.get(), "new+00000001"), nullptr);
@@ -268,11 +274,7 @@ TEST(FhostKeyCache, FloodLeavesMemoryAsItIs)
 TEST(FhostKeyCache, FailedWalkLeavesTheCacheAsItWas)
 {
     UniqueHash cache;
-    char mac[24];
-    for (unsigned long i = 0; i < 4096; i++) {
-        snprintf(mac, sizeof(mac), "mac %lu", i);
-        ASSERT_EQ(key_cache_set(cache.address(), mac, 1, "key", 100000 + i * 20), 0);
-    }
+    cache_fill(&cache, 100000, 20);
     for (int nth = 1, struck = 1; struck != 0; nth++) {
         AllocFault fault(nth);
         const int result = key_cache_set(cache.address(), "new", 1, "key", 200000);

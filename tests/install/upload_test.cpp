@@ -28,11 +28,6 @@ std::string part(const std::string &disposition, const std::string &content)
     return "--B\r\nContent-Disposition: form-data; " + disposition + "\r\nX: y\r\n\r\n" + content;
 }
 
-std::string file_form(const std::string &content)
-{
-    return part("name=\"f\"; filename=\"a.pat\"", content) + kEnd;
-}
-
 mode_t umask_now()
 {
     const mode_t mask = umask(0);
@@ -96,6 +91,11 @@ std::string text_part(const std::string &content, const std::string &name = "h")
     return part("name=\"" + name + "\"", content);
 }
 
+std::string file_form(const std::string &content)
+{
+    return file_part(content) + kEnd;
+}
+
 TEST_F(Upload, Forms)
 {
     const std::string nul(1, '\0'), name63(63, 'n'), name4095(4095, 'x');
@@ -108,18 +108,18 @@ TEST_F(Upload, Forms)
          "f=a.pat f_tmp=12 g= h=nas "},
         {file_part("1", "a") + "\r\n" + part("name=\"e\"; filename=\"b\"", "2") + kEnd, "e=b e_tmp=2 f=a f_tmp=1 "},
         {"--B--\r\n", "", kUploadGood},
-        {file_part("") + kEnd, "f=a.pat f_tmp= "},
+        {file_form(""), "f=a.pat f_tmp= "},
         {text_part("") + kEnd, "h= "},
         {"--B\nname=\"h\"\n\na\n--B\nname=\"f\"; filename=\"x\"\n\nb\n--B--\n", "f=x f_tmp=b h=a "},
         // one CR before the delimiter is its own
-        {file_part("a\r") + kEnd, "f=a.pat f_tmp=a\r "},
-        {file_part("a\n") + kEnd, "f=a.pat f_tmp=a\n "},
+        {file_form("a\r"), "f=a.pat f_tmp=a\r "},
+        {file_form("a\n"), "f=a.pat f_tmp=a\n "},
         {text_part("a\r") + kEnd, "h=a\r "},
         // what only begins like the delimiter is content, what goes on behind it ends the content
-        {file_part("a\r\n--\n--A\n\n-") + kEnd, "f=a.pat f_tmp=a\r\n--\n--A\n\n- "},
+        {file_form("a\r\n--\n--A\n\n-"), "f=a.pat f_tmp=a\r\n--\n--A\n\n- "},
         {file_part("1\n--Bx\r\nname=\"h\"\r\n\r\n2", "a") + kEnd, "f=a f_tmp=1 h=2 "},
         // bytes of every value in a file, while a text ends at a NUL, and hides an end that comes with it
-        {file_part(nul + "\xff" + nul) + kEnd, "f=a.pat f_tmp=" + nul + "\xff" + nul + " "},
+        {file_form(nul + "\xff" + nul), "f=a.pat f_tmp=" + nul + "\xff" + nul + " "},
         {text_part("a" + nul + "b") + kEnd},
         // names
         {text_part("1", name63) + kEnd, name63 + "=1 "},

@@ -26,30 +26,26 @@ TEST(RaidSuperblock, Parse)
 {
     const struct {
         std::string text;
-        int found;
         RaidSuperblock expected;
+        int found = 1;
     } kCases[] = {
         {" Version : 1.2\n Array UUID : 6f7a1c34:0d2e5b91\n Name : norvstation:2  (local to host norvstation)\n"
          " Raid Level : raid5\n Raid Devices : 3\n Device UUID : 1:2\n Events : 18\n Device Role : Active device 1\n",
-         1,
          {1, 2, "6f7a1c34:0d2e5b91", "/dev/md2", "norvstation", kRaidLevel5, 3, 1, 18}},
         {" Version : 0.90.00\n UUID : 1c6f:9a20 (local to host norvstation)\n Raid Level : raid1\n"
          "Raid Devices : 4\nPreferred Minor : 1\n Events : 0.17\nthis     2       8       17        1  active\n",
-         1,
          {0, 90, "1c6f:9a20", "/dev/md1", "", kRaidLevel1, 4, 2, 0}},
         {"UUID : a\nName : 7\nRaid Level : raid7\nDevice Role : spare",
-         1, // the last line has no end
-         {0, 0, "a", "/dev/md7", "", kRaidLevel5, 0, -1, 0}},
+         {0, 0, "a", "/dev/md7", "", kRaidLevel5, 0, -1, 0}}, // the last line has no end
         {"UUID : a\nDevice Role : Replacement device 2\nRaid Level : linear\n",
-         1,
          {0, 0, "a", "", "", kRaidLevelLinear, 0, -2, 0}},
-        {"UUID : a\nDevice Role : Journal\nRaid Level : raidF1\n", 1, {0, 0, "a", "", "", kRaidLevelF1, 0, -1, 0}},
-        {"Array UUID : (none\n", 1, {0, 0, "(none", "", "", 0, 0, -1, 0}},
-        {" Version : 1.2\n Name : a:1\n", 0, {1, 2, "", "/dev/md1", "a", 0, 0, -1, 0}},
-        {"mdadm: No md superblock detected on /dev/sda1.\n", 0, {0, 0, "", "", "", 0, 0, -1, 0}},
-        {"UUID : " + std::string(80, 'u') + "\n", 1, {0, 0, "*", "", "", 0, 0, -1, 0}},
+        {"UUID : a\nDevice Role : Journal\nRaid Level : raidF1\n", {0, 0, "a", "", "", kRaidLevelF1, 0, -1, 0}},
+        {"Array UUID : (none\n", {0, 0, "(none", "", "", 0, 0, -1, 0}},
+        {" Version : 1.2\n Name : a:1\n", {1, 2, "", "/dev/md1", "a", 0, 0, -1, 0}, 0},
+        {"mdadm: No md superblock detected on /dev/sda1.\n", {0, 0, "", "", "", 0, 0, -1, 0}, 0},
+        {"UUID : " + std::string(80, 'u') + "\n", {0, 0, "*", "", "", 0, 0, -1, 0}},
     };
-    for (const auto &[text, found, expected] : kCases) {
+    for (const auto &[text, expected, found] : kCases) {
         SCOPED_TRACE(text);
         RaidSuperblock got;
         ASSERT_EQ(raid_superblock_parse(stream_of(text).get(), &got), found);
