@@ -55,7 +55,7 @@ int ata_disk_get(int link, int device, DiskName &disk)
     const size_t length = strlen(disk);
     disk[length + 1] = '\0';
     disk[length] = unit_letter(disk, device);
-    return disk[length] != '\0' ? 0 : static_cast<int>(fail(kErrBadParameter));
+    return disk[length] != '\0' ? 0 : fail(kErrBadParameter);
 }
 
 struct PortNumbers {

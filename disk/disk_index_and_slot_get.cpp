@@ -53,7 +53,7 @@ int card_slot_get(const char *disk, int *slot)
     if (realpath(link, path) == nullptr)
         return fail(kErrNoDevice);
     *slot = extension_slot_find(path, nullptr);
-    return *slot > 0 ? 0 : static_cast<int>(fail(kErrNoDevice));
+    return *slot > 0 ? 0 : fail(kErrNoDevice);
 }
 
 } // namespace

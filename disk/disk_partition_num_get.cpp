@@ -18,5 +18,5 @@ int disk_partition_num_get(const char *path, char *disk, int size)
 #pragma GCC diagnostic pop
     if (read == 2)
         return number;
-    return read == 1 && strcmp(disk, path) == 0 ? 0 : static_cast<int>(fail(kErrBadParameter));
+    return read == 1 && strcmp(disk, path) == 0 ? 0 : fail(kErrBadParameter);
 }

@@ -35,7 +35,7 @@ int place_fill(const char *disk, int type, DiskLocation *location)
     } else if (strstr(disk, "nvc") != nullptr) {
         return disk_index_and_slot_get(disk, &location->index, &location->slot);
     } else if (strstr(disk, "sysd") != nullptr) {
-        return sscanf(disk, "sysd%9d", &location->index) == 1 ? 0 : static_cast<int>(fail(kErrBadParameter));
+        return sscanf(disk, "sysd%9d", &location->index) == 1 ? 0 : fail(kErrBadParameter);
     } else if (disk_is_nvme(disk)) {
         if (nvme_place_get(disk, &place) != 0)
             return -1;

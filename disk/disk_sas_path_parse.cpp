@@ -110,5 +110,5 @@ int disk_sas_path_parse(const char *path, int *type, DiskLocation *location)
     if (!begins_with(disk, "usb"))
         return fail(kErrBadParameter);
     *type = kDiskPortUsb;
-    return sscanf(disk, "usb%9d", &location->index) == 1 ? 0 : static_cast<int>(fail(kErrBadParameter));
+    return sscanf(disk, "usb%9d", &location->index) == 1 ? 0 : fail(kErrBadParameter);
 }

@@ -19,7 +19,7 @@ template <typename Argument> static int request_make(BoardRequest request, Argum
     if (!device)
         return -1;
     const int result = ioctl(device.get(), request, argument);
-    return result < 0 ? static_cast<int>(fail(kErrSystemCall)) : result;
+    return result < 0 ? fail(kErrSystemCall) : result;
 }
 
 int board_request(BoardRequest request, void *record)

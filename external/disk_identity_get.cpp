@@ -145,5 +145,5 @@ int disk_smart_get(const char *disk, DiskSmart *smart)
         told = nvme_smart(fd.get(), smart);
     else if (inquiry_ask(fd.get(), &identity) == 0)
         told = identity.bus == DiskBus::kSata ? sata_smart(fd.get(), smart) : sas_smart(fd.get(), smart);
-    return told == 0 ? 0 : static_cast<int>(fail(kErrDiskIdentify));
+    return told == 0 ? 0 : fail(kErrDiskIdentify);
 }

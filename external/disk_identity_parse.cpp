@@ -108,7 +108,7 @@ int ata_identity_parse(std::span<const uint8_t> identify, DiskIdentity *identity
     for (size_t i = 0; i < kSectorBytes; i++)
         text[i] = identify[i ^ 1];
     fields_read(kFields, text, identity);
-    return identity->model[0] != '\0' ? 0 : static_cast<int>(fail(kErrBadFormat));
+    return identity->model[0] != '\0' ? 0 : fail(kErrBadFormat);
 }
 
 int ata_smart_parse(std::span<const uint8_t> smart_data, DiskSmart *smart)
@@ -153,7 +153,7 @@ int scsi_inquiry_parse(std::span<const uint8_t> inquiry, DiskIdentity *identity)
     if (type != kDisk && type != kZonedDisk)
         return fail(kErrBadFormat);
     fields_read(kFields, inquiry, identity);
-    return identity->model[0] != '\0' ? 0 : static_cast<int>(fail(kErrBadFormat));
+    return identity->model[0] != '\0' ? 0 : fail(kErrBadFormat);
 }
 
 int scsi_serial_parse(std::span<const uint8_t> page, DiskIdentity *identity)
@@ -197,7 +197,7 @@ int nvme_identity_parse(std::span<const uint8_t> controller, DiskIdentity *ident
     if (controller.size() < 72)
         return fail(kErrBadFormat);
     fields_read(kFields, controller, identity);
-    return identity->model[0] != '\0' ? 0 : static_cast<int>(fail(kErrBadFormat));
+    return identity->model[0] != '\0' ? 0 : fail(kErrBadFormat);
 }
 
 int nvme_smart_parse(std::span<const uint8_t> log, DiskSmart *smart)

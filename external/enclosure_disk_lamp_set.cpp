@@ -8,7 +8,7 @@ int enclosure_lamp_write(const char *path, bool is_on)
 {
     UniqueFile file(fopen(path, "we"));
     const bool is_written = file && fprintf(file.get(), "%d\n", is_on ? 1 : 0) > 0;
-    return file && fclose(file.release()) == 0 && is_written ? 0 : static_cast<int>(fail(kErrWrite));
+    return file && fclose(file.release()) == 0 && is_written ? 0 : fail(kErrWrite);
 }
 
 int enclosure_disk_lamp_set(const char *disk_name, EnclosureLamp lamp, bool is_on)

@@ -20,5 +20,5 @@ int enclosure_disk_led_set_host(int is_on)
     }
     if (lamps == 0)
         return fail(kErrNoDevice);
-    return is_set ? 0 : static_cast<int>(fail(kErrWrite));
+    return is_set ? 0 : fail(kErrWrite);
 }

@@ -68,5 +68,5 @@ int enclosure_serial_get(const char *id, char *serial, size_t size)
             return -1;
         length = snprintf(serial, size, "%016" PRIx64, configuration.logical_id);
     }
-    return static_cast<size_t>(length) < size ? 0 : static_cast<int>(fail(kErrBufferTooSmall));
+    return static_cast<size_t>(length) < size ? 0 : fail(kErrBufferTooSmall);
 }

@@ -21,7 +21,7 @@ static int admin_command(int fd, uint8_t opcode, uint32_t name_space, uint32_t w
     command.data_len = static_cast<uint32_t>(answer.size());
     command.cdw10 = word10;
     command.timeout_ms = kTimeout_ms;
-    return ioctl(fd, NVME_IOCTL_ADMIN_CMD, &command) == 0 ? 0 : static_cast<int>(fail(kErrSystemCall));
+    return ioctl(fd, NVME_IOCTL_ADMIN_CMD, &command) == 0 ? 0 : fail(kErrSystemCall);
 }
 
 int nvme_identify_controller(int fd, std::span<uint8_t, kNvmeIdentifyBytes> answer)

@@ -92,5 +92,5 @@ int oob_ipv4_get(char *text, size_t size)
         return -1;
     const uint8_t *ip = reply + kLanReplyAddressAt;
     const int length = snprintf(text, size, "%u.%u.%u.%u", ip[0], ip[1], ip[2], ip[3]);
-    return length > 0 && static_cast<size_t>(length) < size ? 0 : static_cast<int>(fail(kErrBufferTooSmall));
+    return length > 0 && static_cast<size_t>(length) < size ? 0 : fail(kErrBufferTooSmall);
 }

@@ -107,7 +107,7 @@ int file_write(const PackedList &on, const PackedList &off)
     if (fclose(file.release()) != 0 || !printed)
         return fail(kErrWrite);
     const int status = NLIBCExec("/bin/cp", kScheduleTempPath, kSchedulePath);
-    return status > 0 ? static_cast<int>(fail(kErrChild)) : status;
+    return status > 0 ? fail(kErrChild) : status;
 }
 
 } // namespace
@@ -136,6 +136,6 @@ int power_schedule_write(PowerScheduleList list, const NORVPowerSchedule *entrie
     const bool is_on = list == PowerScheduleList::kOn;
     const PackedList other = list_read(is_on ? PowerScheduleList::kOff : PowerScheduleList::kOn);
     if (after.count == 0 && other.count == 0)
-        return unlink(kSchedulePath) == 0 || errno == ENOENT ? 0 : static_cast<int>(fail(kErrWrite));
+        return unlink(kSchedulePath) == 0 || errno == ENOENT ? 0 : fail(kErrWrite);
     return is_on ? file_write(after, other) : file_write(other, after);
 }

@@ -61,7 +61,7 @@ int record_move(int source_dir, int target_dir, const char *name)
         unlinkat(target_dir, temp, 0);
         return fail(kErrRename);
     }
-    return unlinkat(source_dir, name, 0) == 0 ? 0 : static_cast<int>(fail(kErrWrite));
+    return unlinkat(source_dir, name, 0) == 0 ? 0 : fail(kErrWrite);
 }
 
 // Makes the folder of this collection and opens it: its name sorts by time, a number tells two of one second apart. The
@@ -121,7 +121,7 @@ int pstore_collect()
 {
     const UniqueDir records(opendir(kPstorePath));
     if (!records)
-        return errno == ENOENT ? 0 : static_cast<int>(fail(kErrOpen));
+        return errno == ENOENT ? 0 : fail(kErrOpen);
     if (mkdir(kCollectionsPath, 0755) != 0 && errno != EEXIST)
         return fail(kErrOpen);
     const UniqueFd collections(open(kCollectionsPath, O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -27,7 +27,7 @@ int sas_phy_id_get(const char *phy)
         return fail(kErrOpen);
     char *end = nullptr;
     const long id = strtol(text, &end, 10);
-    return *end == '\0' && id >= 0 && id <= UINT8_MAX ? static_cast<int>(id) : static_cast<int>(fail(kErrBadFormat));
+    return *end == '\0' && id >= 0 && id <= UINT8_MAX ? static_cast<int>(id) : fail(kErrBadFormat);
 }
 
 int sas_host_model_id_get(const char *host)

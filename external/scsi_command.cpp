@@ -134,7 +134,7 @@ int ata_command_registers(int fd, const AtaCommand &command)
         return registers[11] << 8 | registers[9];
     const bool is_fixed =
         result > 0 && (sense[0] & 0x7f) == kFixedFormat && sense[12] == 0 && sense[13] == kAtaInformation;
-    return is_fixed ? sense[11] << 8 | sense[10] : static_cast<int>(fail(kErrSystemCall));
+    return is_fixed ? sense[11] << 8 | sense[10] : fail(kErrSystemCall);
 }
 
 void field_text(std::span<const uint8_t> field, char *text, size_t size)

@@ -53,9 +53,7 @@ int fan_path_get(int unit, char *path, size_t size)
         if (is_controller < 0)
             return -1;
         if (is_controller == 1)
-            return NLIBCStrSnprintf(path, size, "%s", matches.found.gl_pathv[i]) < 0
-                       ? static_cast<int>(fail(kErrBufferTooSmall))
-                       : 0;
+            return NLIBCStrSnprintf(path, size, "%s", matches.found.gl_pathv[i]) < 0 ? fail(kErrBufferTooSmall) : 0;
     }
     return fail(kErrNoneFoundBe);
 }

@@ -62,7 +62,7 @@ static int marks_touch(const Target &target)
 static int file_finish(UniqueFile *file)
 {
     const bool is_whole = ferror(file->get()) == 0;
-    return fclose(file->release()) == 0 && is_whole ? 0 : static_cast<int>(fail(kErrWrite));
+    return fclose(file->release()) == 0 && is_whole ? 0 : fail(kErrWrite);
 }
 
 // The password is put where only root reads it, and the script has it taken over from there.
@@ -137,7 +137,7 @@ static int script_write(const Target &target)
     fputs("\n", script.get());
     if (file_finish(&script) != 0)
         return -1;
-    return chmod(target.script_path, 0770) == 0 ? 0 : static_cast<int>(fail(kErrSystemCall));
+    return chmod(target.script_path, 0770) == 0 ? 0 : fail(kErrSystemCall);
 }
 
 static int volume_prepare(const NLIBSZHASH *params, const char *root)

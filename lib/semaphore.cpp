@@ -35,14 +35,14 @@ int semaphore_open(key_t key)
 {
     int id = semget(key, 1, IPC_CREAT | IPC_EXCL | kMode);
     if (id >= 0)
-        return value_set(id) == 0 ? id : static_cast<int>(fail(kErrSystemCall));
+        return value_set(id) == 0 ? id : fail(kErrSystemCall);
     if (errno == EEXIST)
         id = semget(key, 1, kMode);
     if (id < 0)
         return fail(kErrSystemCall);
     for (int looks = kLooks; is_unset(id); looks--) {
         if (looks == 0)
-            return value_set(id) == 0 ? id : static_cast<int>(fail(kErrSystemCall));
+            return value_set(id) == 0 ? id : fail(kErrSystemCall);
         usleep(kLookAgainUs);
     }
     return id;
@@ -59,7 +59,7 @@ int semaphore_take(int id, int seconds)
     do
         result = has_limit ? semtimedop(id, &take, 1, &limit) : semop(id, &take, 1);
     while (result != 0 && errno == EINTR);
-    return result == 0 ? 0 : static_cast<int>(fail(kErrStorageLock));
+    return result == 0 ? 0 : fail(kErrStorageLock);
 }
 
 int semaphore_give(int id)

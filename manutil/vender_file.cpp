@@ -48,7 +48,7 @@ int vender_file_read(const char *folder, VenderRecord *record)
     const ssize_t got = file ? NLIBCRead(file.get(), bytes, sizeof(bytes)) : -1;
     if (got < 0)
         return fail(kErrRead);
-    return vender_decode({bytes, static_cast<size_t>(got)}, record) ? 0 : static_cast<int>(fail(kErrVendorData));
+    return vender_decode({bytes, static_cast<size_t>(got)}, record) ? 0 : fail(kErrVendorData);
 }
 
 int vender_file_write(const char *folder, const VenderRecord &record)
@@ -65,5 +65,5 @@ int vender_file_write(const char *folder, const VenderRecord &record)
         return fail(is_whole ? kErrRename : kErrWrite);
     }
     const UniqueFd place(open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return place && fsync(place.get()) == 0 ? 0 : static_cast<int>(fail(kErrWrite));
+    return place && fsync(place.get()) == 0 ? 0 : fail(kErrWrite);
 }

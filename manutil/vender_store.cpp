@@ -129,5 +129,5 @@ int vender_format_version_get(uint32_t *version)
     const UniqueFile file(fopen(kVersionPath, "re"));
     if (!file)
         return fail(kErrOpen);
-    return fscanf(file.get(), "%u", version) == 1 ? 0 : static_cast<int>(fail(kErrBadFormat));
+    return fscanf(file.get(), "%u", version) == 1 ? 0 : fail(kErrBadFormat);
 }

@@ -112,7 +112,7 @@ int NetStatGetAll(NET_STAT *array, int count)
     if (array == nullptr || count <= 0)
         return fail(kErrBadParameter);
     const UniqueFile file(fopen(kDevPath, "re"));
-    return file ? net_stat_read(file.get(), array, count) : static_cast<int>(fail(kErrOpen));
+    return file ? net_stat_read(file.get(), array, count) : fail(kErrOpen);
 }
 
 int NetStatGet(const char *name, NET_STAT *stat)

@@ -18,7 +18,7 @@ static int wol_request(const char *name, ethtool_wolinfo *info)
     memcpy(request.ifr_name, name, strlen(name) + 1);
     request.ifr_data = reinterpret_cast<char *>(info);
     const UniqueFd socket_fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    return socket_fd && ioctl(socket_fd.get(), SIOCETHTOOL, &request) == 0 ? 0 : static_cast<int>(fail(kErrNetwork));
+    return socket_fd && ioctl(socket_fd.get(), SIOCETHTOOL, &request) == 0 ? 0 : fail(kErrNetwork);
 }
 
 int net_wol_get(const char *name)

@@ -30,9 +30,8 @@ int net_gateway_read(FILE *file, char *text, size_t size)
         if ((flags & RTF_UP) == 0 || (flags & RTF_GATEWAY) == 0 || destination != 0 || mask != 0)
             continue;
         const in_addr address = {.s_addr = static_cast<in_addr_t>(gateway)}; // as the kernel stores it
-        return inet_ntop(AF_INET, &address, text, static_cast<socklen_t>(size)) != nullptr
-                   ? 0
-                   : static_cast<int>(fail(kErrBufferTooSmall));
+        return inet_ntop(AF_INET, &address, text, static_cast<socklen_t>(size)) != nullptr ? 0
+                                                                                           : fail(kErrBufferTooSmall);
     }
     return 0;
 }
@@ -43,7 +42,7 @@ int NORVJNetGetGateway(char *text, size_t size)
         return fail(kErrBadParameter);
     text[0] = '\0';
     const UniqueFile file(fopen(kRoutePath, "re"));
-    return file ? net_gateway_read(file.get(), text, size) : static_cast<int>(fail(kErrOpen));
+    return file ? net_gateway_read(file.get(), text, size) : fail(kErrOpen);
 }
 
 int NORVJNetSetGateway(const char *text)

@@ -59,5 +59,5 @@ int NORVJNetSetHostname(const char *name)
         return fail(kErrSystemCall);
     if (fclose(file.release()) != 0)
         return fail(kErrWrite);
-    return rename(path, kHostsPath) == 0 ? 0 : static_cast<int>(fail(kErrRename));
+    return rename(path, kHostsPath) == 0 ? 0 : fail(kErrRename);
 }

@@ -23,7 +23,7 @@ static int number_read(const char *folder, const char *name, uint64_t *value)
     if (length < 0)
         return fail(kErrRead);
     const auto [stop, error] = std::from_chars(text, text + length, *value);
-    return error == std::errc() ? 1 : static_cast<int>(fail(kErrBadFormat));
+    return error == std::errc() ? 1 : fail(kErrBadFormat);
 }
 
 int partition_start_size_get(const char *disk, int n, uint64_t *start, uint64_t *size)

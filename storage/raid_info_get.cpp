@@ -47,7 +47,7 @@ int component_size_read(int fd, const mdu_array_info_t &array, RaidInfo *info)
         if (NLIBCStrSnprintf(name, sizeof(name), partitioned ? "md_d%d" : "md%d", number) < 0)
             return fail(kErrRaidRead);
         if (const int read = raid_sysfs_get(name, "component_size", text, sizeof(text)); read != 0)
-            return read > 0 ? 0 : static_cast<int>(fail(kErrRaidRead));
+            return read > 0 ? 0 : fail(kErrRaidRead);
         info->componentSize = strtoull(text, nullptr, 10) << 10;
     }
     return 1;

@@ -38,5 +38,5 @@ int space_execl(const char *program, ...)
     const int status = arguments ? space_run(arguments.get()) : -1;
     if (status < 0)
         return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : static_cast<int>(fail(kErrChild));
+    return WIFEXITED(status) ? WEXITSTATUS(status) : fail(kErrChild);
 }
