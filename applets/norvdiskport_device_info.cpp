@@ -1,6 +1,5 @@
 #include "applets/norvdiskport.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include "autocleanup/unique.h"

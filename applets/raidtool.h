@@ -1,8 +1,6 @@
 // What the units of raidtool share. Each command takes the process's arguments and returns its exit status.
 #pragma once
 
-#include <span>
-
 #include "autocleanup/unique.h"
 #include "lib/list.h"
 

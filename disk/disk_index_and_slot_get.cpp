@@ -1,7 +1,6 @@
 #include "disk/disk_place.h"
 
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 

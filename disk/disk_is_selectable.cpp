@@ -1,4 +1,3 @@
-#include "autocleanup/unique.h"
 #include "disk/disk.h"
 #include "disk/disk_rule.h"
 #include "lib/file_text.h"

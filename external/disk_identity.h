@@ -2,7 +2,6 @@
 // NVMe disks by the admin requests of their device. Reads only.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 

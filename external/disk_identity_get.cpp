@@ -1,5 +1,4 @@
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <linux/fs.h>
 #include <sys/ioctl.h>

@@ -1,7 +1,6 @@
 #include "external/disk_intf_check.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <iterator>
 
 #include "external/board_device.h"

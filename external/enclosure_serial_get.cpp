@@ -1,8 +1,6 @@
-#include <algorithm>
 #include <cinttypes>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 
 #include "autocleanup/glob_matches.h"
 #include "external/disk_identity.h"

@@ -1,6 +1,5 @@
 #include "external/pstore.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>

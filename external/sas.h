@@ -3,8 +3,6 @@
 // ids stand in the product tables.
 #pragma once
 
-#include <cstddef>
-
 struct SasPlace {
     char host[32];     // "host0"
     char expander[32]; // the one next to the disk, "expander-0:0"; empty when the disk hangs on the host itself

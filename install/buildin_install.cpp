@@ -1,6 +1,4 @@
-#include <climits>
 #include <cstdio>
-#include <sys/wait.h>
 
 #include "boot/boot_partition.h"
 #include "install/format.h"

@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <cstring>
 #include <unistd.h>
 
 #include "autocleanup/scoped_dir.h"

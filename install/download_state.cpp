@@ -1,6 +1,5 @@
 #include "install/download_state.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <sys/file.h>

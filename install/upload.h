@@ -1,10 +1,6 @@
 // Taking a form with files, multipart/form-data of RFC 7578, from standard input through one fixed buffer.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
-
 #include "lib/hash.h"
 
 enum UploadStatus : int {

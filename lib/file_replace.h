@@ -2,7 +2,6 @@
 // part. To change some lines of a file that keeps its owner and mode there is lib/file_rewrite.h.
 #pragma once
 
-#include <cstddef>
 #include <string_view>
 #include <sys/types.h>
 

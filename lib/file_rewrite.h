@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstddef>
-#include <cstdio>
 #include <sys/stat.h>
 
 #include "lib/file_replace.h"

@@ -2,7 +2,6 @@
 
 #include <climits>
 #include <csignal>
-#include <cstdlib>
 #include <unistd.h>
 
 #include "lib/file_line.h"

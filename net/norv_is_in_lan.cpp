@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <cstdlib>
 #include <sys/wait.h>
 #include <unistd.h>
 

@@ -1,5 +1,4 @@
 #include <arpa/inet.h>
-#include <climits>
 #include <cstdio>
 #include <ctime>
 #include <netinet/in.h>

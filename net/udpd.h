@@ -5,7 +5,6 @@
 // Nothing here is safe for two handles that run in one process: a message waits in a store of the process.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "net/link_sender.h"

@@ -1,7 +1,7 @@
-#include <arpa/inet.h>
 #include <cstdlib>
 #include <cstring>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>

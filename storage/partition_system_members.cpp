@@ -1,6 +1,5 @@
 #include <cstring>
 #include <glob.h>
-#include <string_view>
 
 #include "autocleanup/glob_matches.h"
 #include "lib/conf.h"

@@ -2,7 +2,6 @@
 // may use it. One copy stands near the start of the disk, one near its end. All integers are big-endian.
 #pragma once
 
-#include <climits>
 #include <cstdint>
 
 #include "autocleanup/unique.h"

@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <cstring>
 
 #include "lib/io.h"
 #include "lib/report.h"

@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <sys/random.h>
 #include <sys/stat.h>
 

@@ -1,7 +1,6 @@
 // What the probes of a system share: its folder .system_info, and its model's name.
 #pragma once
 
-#include <cstddef>
 #include <span>
 #include <string_view>
 

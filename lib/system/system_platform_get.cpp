@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <cstring>
 #include <string_view>
 
