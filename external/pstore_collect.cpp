@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "autocleanup/keep_report.h"
 #include "autocleanup/unique.h"
 #include "lib/report.h"
 
@@ -52,15 +53,17 @@ int record_move(int source_dir, int target_dir, const char *name)
     const UniqueFd target(openat(target_dir, temp, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (!target)
         return fail(kErrOpen);
-    if (!bytes_copy(source.get(), target.get()) || fsync(target.get()) != 0) {
-        unlinkat(target_dir, temp, 0);
-        return fail(kErrWrite);
-    }
-    if (renameat(target_dir, temp, target_dir, name) != 0 || fsync(target_dir) != 0) {
-        unlinkat(target_dir, temp, 0);
-        return fail(kErrRename);
-    }
-    return unlinkat(source_dir, name, 0) == 0 ? 0 : fail(kErrWrite);
+    int code = kErrNone;
+    if (!bytes_copy(source.get(), target.get()) || fsync(target.get()) != 0)
+        code = kErrWrite;
+    else if (renameat(target_dir, temp, target_dir, name) != 0 || fsync(target_dir) != 0)
+        code = kErrRename;
+    if (code == kErrNone)
+        return unlinkat(source_dir, name, 0) == 0 ? 0 : fail(kErrWrite);
+    fail(code);
+    const KeepReport keep; // the caller tells why
+    unlinkat(target_dir, temp, 0);
+    return -1;
 }
 
 // Makes the folder of this collection and opens it: its name sorts by time, a number tells two of one second apart. The
@@ -84,15 +87,14 @@ UniqueFd collection_make(int collections_dir, char (&name)[48])
 
 void collection_remove(int collections_dir, const char *name)
 {
-    const UniqueFd folder(openat(collections_dir, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!folder)
-        return;
-    const UniqueDir records(fdopendir(dup(folder.get())));
+    UniqueFd folder(openat(collections_dir, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const UniqueDir records(folder ? fdopendir(folder.get()) : nullptr);
     if (!records)
         return;
+    static_cast<void>(folder.release()); // the stream has it
     while (const dirent *entry = readdir(records.get()))
         if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0)
-            unlinkat(folder.get(), entry->d_name, 0);
+            unlinkat(dirfd(records.get()), entry->d_name, 0);
     unlinkat(collections_dir, name, AT_REMOVEDIR);
 }
 
