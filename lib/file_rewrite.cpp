@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 
 #include "lib/report.h"
 
@@ -13,7 +14,7 @@ static int copy_open(Rewrite *rewrite, const char *file)
     const int length = snprintf(rewrite->copy_path, sizeof(rewrite->copy_path), "%s.XXXXXX", file);
     if (length < 0 || static_cast<size_t>(length) >= sizeof(rewrite->copy_path))
         return fail(kErrOpen);
-    UniqueFd fd(mkstemp(rewrite->copy_path)); // nothing is started while it is open
+    UniqueFd fd(mkostemp(rewrite->copy_path, O_CLOEXEC));
     if (!fd)
         return fail(kErrOpen);
     rewrite->copy_name.reset(rewrite->copy_path);
