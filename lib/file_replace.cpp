@@ -20,7 +20,7 @@ static int replace(const char *temp_path, const char *path, bool is_synced, cons
         }
         temp_path = beside;
     }
-    const UniqueFd file(open(temp_path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    const UniqueFd file(open(temp_path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644));
     if (!file)
         return fail(kErrOpen);
     UniqueFileName temp_name(temp_path);
