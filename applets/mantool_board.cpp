@@ -207,16 +207,14 @@ int man_disk_fault_led(int argc, char *argv[])
         puts("Bad Arguments.");
         return -1;
     }
-    constexpr int32_t kFaultOn = 2, kFaultOff = 1;
-    NORVDiskLed led = {static_cast<int32_t>(disk), is_on ? kFaultOn : kFaultOff, static_cast<int32_t>(strlen(slot) + 1),
-                       slot};
+    NORVDiskLed led = {static_cast<int32_t>(disk), is_on ? kDiskLedFault : kDiskLedNormal,
+                       static_cast<int32_t>(strlen(slot) + 1), slot};
     return man_board_ask(NORVIO_SET_DISK_LED, "NORVIO_SET_DISK_LED", &led);
 }
 
 int man_led_mask_on(int /*argc*/, char * /*argv*/[])
 {
-    const UniqueFd device = board_open();
-    if (!device || ioctl(device.get(), NORVIO_MASK_DISK_LED, 1) < 0)
+    if (board_request_value(NORVIO_MASK_DISK_LED, 1) < 0)
         NORV_LOG(LOG_ERR, "Failed to ioctl Disk led Mask, errno=%d, %m", errno);
     return 0;
 }

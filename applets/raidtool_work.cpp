@@ -26,11 +26,7 @@ static pid_t child_start(const DiskWork &task, int index, const sigset_t &mask)
 static void child_collect(pid_t pid, const char *disk, int *result)
 {
     int status = 0;
-    pid_t waited;
-    do
-        waited = waitpid(pid, &status, 0);
-    while (waited < 0 && errno == EINTR);
-    if (waited != pid)
+    if (TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)) != pid)
         NORV_LOG(LOG_ERR, "Wait pid failed. pid: %d disk: %s", pid, disk);
     else if (!WIFEXITED(status))
         NORV_LOG(LOG_ERR, "Child exit not normally, pid: %d disk: %s", pid, disk);

@@ -4,6 +4,8 @@
 
 #include <string_view>
 
+inline constexpr char kExtensionPortsPath[] = "/etc.defaults/extensionPorts";
+
 // The slot that a device's folder below /sys/devices lies in: the first component of the path that is a slot's address,
 // or its beginning.
 //   behind  receives what follows that component, from its slash; NULL when not wanted

@@ -5,7 +5,6 @@
 #include "lib/file.h"
 #include "lib/report.h"
 
-static constexpr char kPortsPath[] = "/etc.defaults/extensionPorts";
 static constexpr int kSlotsMax = 16;
 
 int extension_slot_find(std::string_view path, std::string_view *behind)
@@ -13,7 +12,7 @@ int extension_slot_find(std::string_view path, std::string_view *behind)
     UniqueHash ports(NLIBCSzHashAlloc(0));
     if (!ports)
         return -1;
-    if (NLIBCFileGetSection(kPortsPath, "pci", ports.address()) <= 0)
+    if (NLIBCFileGetSection(kExtensionPortsPath, "pci", ports.address()) <= 0)
         return 0;
     while (!path.empty()) {
         path.remove_prefix(path.front() == '/' ? 1 : 0);

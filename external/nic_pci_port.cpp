@@ -4,12 +4,11 @@
 
 #include "autocleanup/glob_matches.h"
 #include "autocleanup/unique.h"
+#include "external/extension_slot.h"
 #include "external/nic.h"
 #include "lib/file.h"
 #include "lib/report.h"
 #include "lib/string.h"
-
-static constexpr char kExtensionPortsPath[] = "/etc.defaults/extensionPorts";
 
 static bool is_folder(const char *path)
 {

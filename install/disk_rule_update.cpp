@@ -1,5 +1,6 @@
 #include "install/disk_rule_update.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -37,11 +38,6 @@ __attribute__((format(printf, 3, 4))) int fault(DiskRuleUpdate *update, int code
     vsnprintf(update->fault, sizeof(update->fault), format, arguments);
     va_end(arguments);
     return fail(code);
-}
-
-bool is_digit(char c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 int server_get(char (&server)[kUrlBytes], DiskRuleUpdate *update)
@@ -152,7 +148,7 @@ int disk_rule_checksums_parse(std::string_view list, DiskRuleChecksums *checksum
             if (checksums->md5[i][0] != '\0')
                 return fail(kErrBadFormat);
             for (size_t digit = 0; digit < kMd5Digits; digit++) {
-                if (!is_digit(md5[digit]))
+                if (isxdigit(static_cast<unsigned char>(md5[digit])) == 0)
                     return fail(kErrBadFormat);
                 checksums->md5[i][digit] = static_cast<char>(md5[digit] | 0x20);
             }

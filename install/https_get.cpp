@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "install/curl_library.h"
@@ -29,15 +28,8 @@ size_t bytes_receive(char *bytes, size_t size, size_t count, void *context)
         receiver->is_over = true;
         return 0;
     }
-    if (total + 1 > text->room) {
-        const size_t room = std::max({total + 1, text->room * 2, kRoomMin});
-        char *const before = text->bytes.release();
-        char *const grown = static_cast<char *>(realloc(before, room));
-        text->bytes.reset(grown != nullptr ? grown : before);
-        if (grown == nullptr)
-            return 0;
-        text->room = room;
-    }
+    if (total + 1 > text->room && !file_text_grow(text, std::max({total + 1, text->room * 2, kRoomMin})))
+        return 0;
     memcpy(text->bytes.get() + text->size, bytes, added);
     text->size = total;
     return added;

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "disk/disk.h"
+#include "lib/file_line.h"
 #include "lib/file_text.h"
 #include "lib/report.h"
 #include "lib/string.h"
@@ -53,10 +54,7 @@ int partition_path_enum(const PartitionFilter *filter, PNLIBSZLIST *list)
     }
     NLIBCSzListSort(*list, kListSorted);
     while (!rest.empty()) {
-        const size_t newline = rest.find('\n');
-        const std::string_view line = rest.substr(0, newline == std::string_view::npos ? newline : newline + 1);
-        rest.remove_prefix(line.size());
-        std::string_view name = name_column(line);
+        std::string_view name = name_column(line_next(&rest));
         if (name.empty())
             continue;
         name.remove_suffix(1); // the newline, or the last letter of a listing that does not end with one

@@ -21,10 +21,7 @@ int raid_sysfs_get(const char *path, const char *name, char *out, size_t size)
             return 1;
         return fail(kErrOpen);
     }
-    ssize_t length;
-    do
-        length = read(fd.get(), out, size);
-    while (length < 0 && errno == EINTR);
+    const ssize_t length = TEMP_FAILURE_RETRY(read(fd.get(), out, size));
     if (length < 0 && errno == ENODEV)
         return 1;
     if (length < 0)
