@@ -10,6 +10,7 @@
 #include "autocleanup/unique.h"
 #include "disk/disk.h"
 #include "external/sys_attribute.h"
+#include "lib/little_endian.h"
 #include "lib/report.h"
 #include "product.h"
 
@@ -61,8 +62,7 @@ bool configuration_matches(const char *bridge, const ProductAdapterCard &card)
     uint8_t bytes[4];
     if (!file || pread(file.get(), bytes, sizeof(bytes), card.config.offset) != sizeof(bytes))
         return false;
-    const uint32_t word = bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
-                          static_cast<uint32_t>(bytes[3]) << 24;
+    const auto word = static_cast<uint32_t>(little_endian_load(bytes, sizeof(bytes)));
     return (word & card.config.mask) >> card.config.shift == card.config.value;
 }
 

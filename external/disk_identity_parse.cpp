@@ -4,6 +4,7 @@
 #include "external/disk_identity.h"
 #include "external/scsi_command.h"
 #include "lib/big_endian.h"
+#include "lib/little_endian.h"
 #include "lib/report.h"
 
 namespace
@@ -25,14 +26,6 @@ void fields_read(std::span<const TextField> fields, std::span<const uint8_t> byt
 {
     for (const TextField &field : fields)
         field_text(bytes.subspan(field.at, field.bytes), reinterpret_cast<char *>(identity) + field.member, field.room);
-}
-
-uint64_t little_endian(std::span<const uint8_t> bytes)
-{
-    uint64_t value = 0;
-    for (size_t i = bytes.size(); i-- > 0;)
-        value = value << 8 | bytes[i];
-    return value;
 }
 
 bool sums_to_zero(std::span<const uint8_t> bytes)
@@ -123,10 +116,10 @@ int ata_smart_parse(std::span<const uint8_t> smart_data, DiskSmart *smart)
         const auto raw = attribute.subspan(kRawAt);
         switch (attribute[0]) {
         case kReallocated:
-            smart->bad_sectors = counter(little_endian(raw.first(4)));
+            smart->bad_sectors = counter(little_endian_load(raw.data(), 4));
             break;
         case kPowerOnHours:
-            smart->power_on_hours = counter(little_endian(raw.first(4)));
+            smart->power_on_hours = counter(little_endian_load(raw.data(), 4));
             break;
         case kAirflowTemperature:
             smart->temperature_c = smart->temperature_c < 0 ? raw[0] : smart->temperature_c;
@@ -205,13 +198,13 @@ int nvme_smart_parse(std::span<const uint8_t> log, DiskSmart *smart)
     constexpr int kZeroCelsius_k = 273;
     if (log.size() < kSectorBytes)
         return fail(kErrBadFormat);
-    const uint64_t kelvin = little_endian(log.subspan(1, 2));
+    const uint64_t kelvin = little_endian_load(&log[1], 2);
     if (kelvin == 0) // a log that was never filled
         return fail(kErrBadFormat);
     smart->verdict = log[0] != 0 ? DiskVerdict::kFailing : DiskVerdict::kGood;
     smart->temperature_c = std::max(static_cast<int>(kelvin) - kZeroCelsius_k, 0);
     smart->used_percent = log[5];
-    smart->power_on_hours = counter(little_endian(log.subspan(128, 8)));
-    smart->bad_sectors = counter(little_endian(log.subspan(160, 8)));
+    smart->power_on_hours = counter(little_endian_load(&log[128], 8));
+    smart->bad_sectors = counter(little_endian_load(&log[160], 8));
     return 0;
 }

@@ -3,6 +3,8 @@
 #include <cstring>
 #include <mbedtls/sha256.h>
 
+#include "lib/little_endian.h"
+
 static constexpr uint8_t kMagic[8] = {'N', 'O', 'R', 'V', 'V', 'E', 'N', 'D'};
 static constexpr uint32_t kLayout = 1;
 static constexpr size_t kDigestAt = 16, kDigestBytes = 8; // the first bytes of the SHA-256 of what follows
@@ -46,20 +48,6 @@ static constexpr bool fields_fill_the_record()
 static_assert(fields_fill_the_record());
 static_assert(sizeof(VenderTestFlags) == 92 && sizeof(VenderMac) == 8);
 
-static void number_store(uint32_t number, uint8_t *out)
-{
-    for (int i = 0; i < 4; i++)
-        out[i] = static_cast<uint8_t>(number >> 8 * i);
-}
-
-static uint32_t number_load(const uint8_t *bytes)
-{
-    uint32_t number = 0;
-    for (int i = 0; i < 4; i++)
-        number |= static_cast<uint32_t>(bytes[i]) << 8 * i;
-    return number;
-}
-
 static void digest_make(const uint8_t *bytes, uint8_t (&out)[kDigestBytes])
 {
     uint8_t whole[32];
@@ -72,13 +60,13 @@ void vender_encode(const VenderRecord &record, VenderBytes *out)
     out->fill(0);
     uint8_t *bytes = out->data();
     memcpy(bytes, kMagic, sizeof(kMagic));
-    number_store(kLayout, bytes + sizeof(kMagic));
+    little_endian_store(bytes + sizeof(kMagic), sizeof(kLayout), kLayout);
     for (const VenderField &field : kFields) {
         const char *member = reinterpret_cast<const char *>(&record) + field.member;
         if (field.is_number) {
             uint32_t number;
             memcpy(&number, member, sizeof(number));
-            number_store(number, bytes + field.at);
+            little_endian_store(bytes + field.at, sizeof(number), number);
         } else {
             memcpy(bytes + field.at, member, field.bytes);
         }
@@ -91,7 +79,7 @@ void vender_encode(const VenderRecord &record, VenderBytes *out)
 bool vender_decode(std::span<const uint8_t> bytes, VenderRecord *record)
 {
     if (bytes.size() != kVenderBytes || memcmp(bytes.data(), kMagic, sizeof(kMagic)) != 0 ||
-        number_load(bytes.data() + sizeof(kMagic)) != kLayout)
+        little_endian_load(bytes.data() + sizeof(kMagic), sizeof(kLayout)) != kLayout)
         return false;
     uint8_t digest[kDigestBytes];
     digest_make(bytes.data(), digest);
@@ -100,7 +88,7 @@ bool vender_decode(std::span<const uint8_t> bytes, VenderRecord *record)
     for (const VenderField &field : kFields) {
         char *member = reinterpret_cast<char *>(record) + field.member;
         if (field.is_number) {
-            const uint32_t number = number_load(bytes.data() + field.at);
+            const auto number = static_cast<uint32_t>(little_endian_load(bytes.data() + field.at, sizeof(uint32_t)));
             memcpy(member, &number, sizeof(number));
         } else {
             memcpy(member, bytes.data() + field.at, field.bytes);

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "lib/big_endian.h"
 #include "lib/io.h"
+#include "lib/little_endian.h"
 #include "lib/report.h"
 
 SpaceTaken space_bytes_take(SpaceReader *reader, uint8_t *bytes, size_t size)
@@ -30,10 +32,7 @@ SpaceTaken space_bytes_take(SpaceReader *reader, uint8_t *bytes, size_t size)
 static uint64_t number_load(const uint8_t *bytes, size_t size, bool may_be_little)
 {
     const bool is_little = may_be_little && bytes[0] != 0;
-    uint64_t value = 0;
-    for (size_t i = 0; i < size; i++)
-        value = value << 8 | bytes[is_little ? size - 1 - i : i];
-    return value;
+    return is_little ? little_endian_load(bytes, size) : big_endian_load(bytes, size);
 }
 
 int space_fields_take(SpaceReader *reader, const SpaceFields &group, uint32_t version, void *record)
