@@ -4,7 +4,7 @@
 #include <cstring>
 #include <json-c/json.h>
 
-#include "autocleanup/unique.h"
+#include "autocleanup/unique_json.h"
 #include "disk/disk_rule.h"
 #include "lib/report.h"
 #include "lib/text.h"
@@ -16,11 +16,6 @@ constexpr int kFormat = 1;
 constexpr int kDepthMax = 8;
 constexpr uint64_t kSectorBytes = 512, kGigabyte = 1000000000;
 
-void json_release(json_object *object)
-{
-    json_object_put(object);
-}
-using UniqueJson = Unique<json_object *, nullptr, json_release>;
 using UniqueTokener = Unique<json_tokener *, nullptr, json_tokener_free>;
 
 // A condition of a rule, and how the disk's side of it is written.

@@ -1,21 +1,13 @@
 // The state of swap control, a JSON object with the key "state", and /proc/swaps as JSON.
 #pragma once
 
-#include <json-c/json_object.h>
-
-#include "autocleanup/unique.h"
+#include "autocleanup/unique_json.h"
 
 inline constexpr char kSwapStatePath[] = "/tmp/norv_swap_status.json";
 inline constexpr char kSwapLockPath[] = "/tmp/norv_swap_ctl.lock";
 inline constexpr int kSwapLockSeconds = 60; // how long to wait for it; held from reading the state to writing it
 inline constexpr char kSwapStopped[] = "None";
 inline constexpr char kSwapRunning[] = "Ready";
-
-inline void unique_json_put(json_object *object)
-{
-    json_object_put(object);
-}
-using UniqueJson = Unique<json_object *, nullptr, unique_json_put>;
 
 // Reads the state file; a missing one is made with kSwapStopped. NULL, logged, with 0x0900, 0x4000 when it holds no
 // JSON object, 0x0200.
