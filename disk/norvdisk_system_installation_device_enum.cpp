@@ -15,7 +15,7 @@ struct Candidate {
     bool is_parsed;
 };
 
-inline void candidates_free(Candidate *candidates)
+void candidates_free(Candidate *candidates)
 {
     free(candidates);
 }

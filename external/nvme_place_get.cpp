@@ -28,7 +28,7 @@ bool path_has(std::string_view path, std::string_view component)
 const ProductNvmePort *onboard_find(std::string_view path)
 {
     char unique[64] = "";
-    static_cast<void>(NLIBCFileGetKeyValue(kDefaultsPath, "unique", unique, sizeof(unique), 0) > 0);
+    static_cast<void>(NLIBCFileGetKeyValue(kDefaultsPath, "unique", unique, sizeof(unique), 0));
     const char *model = "";
     for (const ProductNvmePort &row : kProductNvmePorts)
         if (strcmp(row.unique, unique) == 0)

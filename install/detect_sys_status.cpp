@@ -165,9 +165,9 @@ static void FillUpgradeVolumeInfo()
 void DetectSysStatus()
 {
     devices_read();
-    const bool bIsNorvPartition = system_partitions_are_known();
+    const bool are_partitions_known = system_partitions_are_known();
     gSysStatus = system_partition_status();
-    if (!bIsNorvPartition && gblSystemRecoverable == 0) {
+    if (!are_partitions_known && gblSystemRecoverable == 0) {
         gSysStatus = SYSTEM_NOT_INSTALLED;
         NORV_LOG(LOG_ERR, "SYSTEM_NOT_INSTALLED: Not NorvParitition and Not Recoverable");
     }

@@ -5,21 +5,21 @@
 
 #include "lib/report.h"
 
-static UDPD_HANDLE *s_handles; // kUdpdHandlesMax of them, for the life of the process
+static UDPD_HANDLE *handles; // kUdpdHandlesMax of them, for the life of the process
 
 UDPD_HANDLE *NORVUdpdGetHandle()
 {
-    if (s_handles == nullptr)
-        s_handles = static_cast<UDPD_HANDLE *>(calloc(kUdpdHandlesMax, sizeof(UDPD_HANDLE)));
-    if (s_handles == nullptr) {
+    if (handles == nullptr)
+        handles = static_cast<UDPD_HANDLE *>(calloc(kUdpdHandlesMax, sizeof(UDPD_HANDLE)));
+    if (handles == nullptr) {
         syslog(LOG_ERR, "norvudpd.c(%d): malloc fail", __LINE__);
         return nullptr;
     }
     for (int i = 0; i < kUdpdHandlesMax; i++)
-        if (s_handles[i].nState == kUdpdFree) {
-            s_handles[i] = {};
-            s_handles[i].nState = kUdpdAllocated;
-            return &s_handles[i];
+        if (handles[i].nState == kUdpdFree) {
+            handles[i] = {};
+            handles[i].nState = kUdpdAllocated;
+            return &handles[i];
         }
     return nullptr;
 }

@@ -16,12 +16,12 @@ static constexpr int kTries = 3; // waits or datagrams, for each datagram of a m
 static struct {
     UdpdMessage message;
     const UDPD_HANDLE *owner; // NULL: nothing waits
-} s_store;
+} store;
 
 static void store_clear()
 {
-    udpd_message_free(&s_store.message);
-    s_store.owner = nullptr;
+    udpd_message_free(&store.message);
+    store.owner = nullptr;
 }
 
 // Waits for a datagram. Returns its bytes; 0 when none came in time; -1 with 0x7a00. An empty one counts as one byte.
@@ -46,7 +46,7 @@ static ssize_t datagram_wait(int fd, uint8_t *datagram)
 // Receives until the store's message is whole. Returns 0; -1.
 static int message_receive(UDPD_HANDLE *handle)
 {
-    UdpdMessage *message = &s_store.message;
+    UdpdMessage *message = &store.message;
     for (int tries = kTries;;) {
         uint8_t datagram[kUdpdFrameMax];
         const ssize_t bytes = datagram_wait(handle->nSocket, datagram);
@@ -91,22 +91,22 @@ int udpd_recv_data(UDPD_HANDLE *handle, int event, void *buffer, int *size)
     if (handle->nSocket < 0)
         return fail(kErrUdpdReceive);
 
-    const bool has_waited = s_store.owner == handle && (event == kUdpdEventAny || event == s_store.message.event);
+    const bool has_waited = store.owner == handle && (event == kUdpdEventAny || event == store.message.event);
     if (!has_waited) {
-        s_store.owner = nullptr;
-        if (udpd_message_start(&s_store.message, event) != 0 || message_receive(handle) != 0) {
+        store.owner = nullptr;
+        if (udpd_message_start(&store.message, event) != 0 || message_receive(handle) != 0) {
             store_clear();
             return -1;
         }
-        s_store.owner = handle;
+        store.owner = handle;
     }
-    gUdpdLastEvent = s_store.message.event;
-    const int length = static_cast<int>(s_store.message.length);
+    gUdpdLastEvent = store.message.event;
+    const int length = static_cast<int>(store.message.length);
     if (has_waited ? length > *size : length >= *size) {
         *size = length;
         return fail(kErrUdpdTooSmall);
     }
-    memcpy(buffer, s_store.message.data, static_cast<size_t>(length));
+    memcpy(buffer, store.message.data, static_cast<size_t>(length));
     store_clear();
     return length;
 }
