@@ -181,6 +181,8 @@ TEST(Ncemd, CopyButtonCountsInButtonModeOnly)
     box.launch();
     box.board_scenario("press copy");
     ASSERT_TRUE(box.wait_for("board 0xc0014b30 micro_read* 1"));
+    const int reads = box.record().count("board * micro_read*");
+    ASSERT_TRUE(wait_until([&] { return box.record().count("board * micro_read*") > reads; }));
     box.call({.call = "open", .args = "/dev/norvbios *", .error = EIO}); // what is open already still tells of presses
     box.board_scenario("press power");
     EXPECT_TRUE(box.wait_for("log err NcemDoButtonCtrl(*)open norvbios error"));
