@@ -16,6 +16,7 @@ namespace
 void parts_check(const char *path)
 {
     std::vector<char> disk(strlen(path) + 1), again(strlen(path) + 16);
+    check(disk_device_path_get(path, again.data(), again.size()) > 0 && again[0] == '/');
     const int number = disk_partition_num_get(path, disk.data(), static_cast<int>(disk.size()));
     if (number > 0 && strlen(disk_bare_name(disk.data())) < 32 &&
         disk_name_has_p(disk.data()) == disk_name_has_p(path) &&

@@ -1,6 +1,5 @@
 // The factory's record. The first byte tells whether its check sum is made right, the rest is the file.
-// Covers: manutil/vender_format.cpp(number_store number_load digest_make vender_encode vender_decode
-// Covers: vender_serial_check)
+// Covers: manutil/vender_format.cpp(digest_make vender_encode vender_decode vender_serial_check)
 #include <algorithm>
 #include <mbedtls/sha256.h>
 #include <vector>
