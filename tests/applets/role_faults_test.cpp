@@ -172,15 +172,19 @@ struct Machine : Sandbox {
     void all_end(int number)
     {
         wait_until([&] {
-            all_signal(number);
+            daemon_signal(number);
             return processes().empty();
         });
     }
-    void all_signal(int number) const
+    // The first of the daemon's processes: one that it has just started has its name still, and must run its program.
+    void daemon_signal(int number) const
     {
-        for (const Running &one : processes())
-            if (one.name == daemon()->role)
-                signal(one.pid, number);
+        std::vector<Running> running = processes();
+        std::erase_if(running, [&](const Running &one) { return one.name != daemon()->role; });
+        const auto first = std::min_element(running.begin(), running.end(),
+                                            [](const Running &a, const Running &b) { return a.pid < b.pid; });
+        if (first != running.end())
+            signal(first->pid, number);
     }
     template <typename Condition> bool wait_until(Condition holds)
     {
@@ -782,7 +786,7 @@ TEST(RoleFaults, DaemonsEndAtAnyMoment)
             box.wait_until([&] {
                 if (process.running())
                     box.signal(process.pid(), number);
-                box.all_signal(number);
+                box.daemon_signal(number);
                 return !process.running() && box.processes().empty();
             });
             process.wait();
