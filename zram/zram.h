@@ -6,6 +6,8 @@
 // Number of cores as /proc/cpuinfo tells: the first "cpu cores" value, else its processors. -1 with 0x0900 (logged),
 // or with 0x4000 when it names none.
 [[nodiscard]] int zram_cores_get();
+// Prints that number. Returns 0; -1 as above.
+int zram_cores_print();
 
 // Bytes of one device: of `cores` devices that share 60 % of `memory` bytes, in whole MiB.
 [[nodiscard]] constexpr uint64_t zram_size(uint64_t memory, uint32_t cores)

@@ -27,3 +27,12 @@ int zram_cores_get()
     }
     return processors > 0 ? processors : fail(kErrBadFormat);
 }
+
+int zram_cores_print()
+{
+    const int cores = zram_cores_get();
+    if (cores < 0)
+        return -1;
+    printf("%d\n", cores);
+    return 0;
+}
