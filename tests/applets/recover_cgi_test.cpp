@@ -90,7 +90,10 @@ TEST(CleanButtonFlags, Outcomes)
         return call({.call = "unlink", .args = "/_disk/.noroot", .error = error});
     };
     const Change one_mark = [](Sandbox &box) {
-        box.program("/usr/bin/mount", {{.effect = [&](const ProgramCall &) { box.file("/_disk/.noroot", ""); }}});
+        box.program("/usr/bin/mount", {{.effect = [&](const ProgramCall &) {
+                        box.directory("/_disk");
+                        box.file("/_disk/.noroot", "");
+                    }}});
     };
     const struct {
         const char *what;
@@ -120,6 +123,7 @@ TEST(CleanButtonFlags, Outcomes)
         bool first_stays = false, second_stays = false;
         box.program("/usr/sbin/arping", {{.args = "* 8.8.8.8", .exit_status = 1}, {}});
         box.program("/usr/bin/mount", {{.effect = [&](const ProgramCall & /*call*/) {
+                        box.directory("/_disk"); // with the permissions of the volume
                         box.file("/_disk/.noroot", "");
                         box.file("/_disk/.system_crashed", "");
                     }}});

@@ -2,20 +2,35 @@
 
 #include <atomic>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 
+#include "autocleanup/unique.h"
 #include "tests/support/in_child.h"
 
+static bool text_put(const char *path, const std::string &text)
+{
+    const UniqueFd fd(open(path, O_WRONLY | O_CLOEXEC));
+    return fd && write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+// A user that may not change its root may do so in a user namespace.
 bool PrivateRoot::enter(const std::string &path)
 {
-    return chroot(path.c_str()) == 0 && chdir("/") == 0;
+    if (chroot(path.c_str()) == 0)
+        return chdir("/") == 0;
+    const std::string uid = std::to_string(geteuid()), gid = std::to_string(getegid());
+    return unshare(CLONE_NEWUSER) == 0 && text_put("/proc/self/uid_map", uid + " " + uid + " 1") &&
+           text_put("/proc/self/setgroups", "deny") && text_put("/proc/self/gid_map", gid + " " + gid + " 1") &&
+           chroot(path.c_str()) == 0 && chdir("/") == 0;
 }
 
 PrivateRoot::PrivateRoot() : log_socket_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))

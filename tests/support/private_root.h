@@ -15,7 +15,8 @@ class PrivateRoot
 
     // Ends the test as not run where the kernel lets this user have none; so does the constructor.
     static void require();
-    // Makes a folder the root of this process. False when that fails.
+    // Makes a folder the root of this process, for a user other than root in a user namespace: his own files are then
+    // as open to it as they are to root. False when that fails.
     [[nodiscard]] static bool enter(const std::string &path);
 
     // Files by their absolute path in the root.
