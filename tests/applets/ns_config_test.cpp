@@ -79,8 +79,8 @@ TEST(NsConfigPlace, Faults)
         const char *result = "-1";
         bool is_mounted = true;
     } kRows[] = {
-        {"no folder", fails("mkdir", "/tmpRoot *", EROFS),
-         "log err *Fail to mkdir /tmpRoot[0x8100 volume.cpp:*", "-1", false},
+        {"no folder", fails("mkdir", "/tmpRoot *", EROFS), "log err *Fail to mkdir /tmpRoot[0x8100 volume.cpp:*", "-1",
+         false},
         {"not mounted", program("/bin/mount", {.exit_status = 1}),
          "log err prepare_ns_config.cpp:* Mount /dev/md0 on /tmpRoot Fail", "-1", false},
         {"mark", directory("/tmpRoot/.WEBINST_OK"), kTouch},

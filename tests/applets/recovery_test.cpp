@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/rows.h"
 #include "tests/support/firmware.h"
+#include "tests/support/rows.h"
 
 namespace
 {
