@@ -146,6 +146,13 @@ BoxState Box::settled_state()
     return now;
 }
 
+// The search for leaks at a program's end says so when a signal kills the program under its hands, in one line.
+static bool is_of_killed(const std::string &report)
+{
+    return report.find("Unable to get registers from thread") != std::string::npos &&
+           std::count(report.begin(), report.end(), '\n') <= 1;
+}
+
 void Box::sanitizer_reports() const
 {
     for (const std::string &name : files->list(BOX_DIR)) {
@@ -153,7 +160,8 @@ void Box::sanitizer_reports() const
         std::string report;
         if (path.compare(0, strlen(BOX_SANITIZER), BOX_SANITIZER) != 0 || !files->read(path, &report))
             continue;
-        ADD_FAILURE() << report;
+        if (!is_of_killed(report))
+            ADD_FAILURE() << report;
         files->remove(path);
     }
 }
