@@ -258,6 +258,8 @@ int main(void)
     const int spaces = CLONE_NEWUSER | CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS | CLONE_NEWIPC;
     fcntl(kCommands, F_SETFD, FD_CLOEXEC);
     fcntl(kReports, F_SETFD, FD_CLOEXEC);
+    for (int number = 1; number < NSIG; number++)
+        signal(number, SIG_DFL); /* a shell has background programs ignore SIGINT, nohup SIGHUP: they would pass on */
     umask(0);
     if (answer("namespaces", unshare(spaces), -1) != 0)
         return 1;
