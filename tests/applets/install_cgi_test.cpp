@@ -95,14 +95,12 @@ std::string percent_body(const char *percent)
            percent + "\"}}";
 }
 
-// A server of updates at 127.0.0.1:8080 of the box. It goes on when the page has shown what it does, and ends where it
-// is told to: then it says no more, but does not hang up.
-enum class FeedEnd { kWhole, kNoFeed, kHalfPatch };
+// A server of updates at 127.0.0.1:8080 of the box. It goes on when the page has shown what it does.
 class FeedServer
 {
   public:
-    FeedServer(const Sandbox &box, const ProgressPoll &page, const std::string &patch, FeedEnd end = FeedEnd::kWhole)
-        : page_(page), patch_(patch), end_(end), socket_(loopback_listen(box, 8080)), thread_([this] { run(); })
+    FeedServer(const Sandbox &box, const ProgressPoll &page, const std::string &patch)
+        : socket_(loopback_listen(box, 8080)), thread_([this, &page, &patch] { run(page, patch); })
     {
     }
     FeedServer(const FeedServer &) = delete;
@@ -114,51 +112,31 @@ class FeedServer
     }
 
   private:
-    const ProgressPoll &page_;
-    const std::string &patch_;
-    FeedEnd end_;
-    UniqueFd socket_, held_{};
-    std::thread thread_{};
+    UniqueFd socket_;
+    std::thread thread_;
 
-    void run()
+    void run(const ProgressPoll &page, const std::string &patch) const
     {
-        for (;;) {
-            UniqueFd client(accept(socket_.get(), nullptr, nullptr));
-            if (!client)
-                return;
+        const size_t half = (patch.size() + 1) / 2;
+        while (const UniqueFd client{accept(socket_.get(), nullptr, nullptr)}) {
+            const auto reply = [&](const std::string &seen, const std::string &text) {
+                page.wait_for(seen);
+                EXPECT_EQ(send(client.get(), text.data(), text.size(), MSG_NOSIGNAL),
+                          static_cast<ssize_t>(text.size()));
+            };
             char request[4096] = {};
             EXPECT_GT(recv(client.get(), request, sizeof(request) - 1, 0), 0);
-            const bool is_patch = std::string_view(request).starts_with("GET /a.pat ");
-            if (is_patch)
-                patch_send(client);
-            else if (end_ != FeedEnd::kNoFeed)
-                feed_send(client);
-            if (end_ == (is_patch ? FeedEnd::kHalfPatch : FeedEnd::kNoFeed))
-                held_ = std::move(client);
+            if (std::string_view(request).starts_with("GET /a.pat ")) {
+                reply(percent_body("0"), "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(patch.size()) +
+                                             "\r\n\r\n" + patch.substr(0, half));
+                reply(percent_body("50"), patch.substr(half));
+            } else {
+                reply(stage_body("download_rss"),
+                      "HTTP/1.0 200 OK\r\n\r\n<MajorVer>7</MajorVer>\n<MinorVer>0</MinorVer>\n"
+                      "<BuildNum>30000</BuildNum>\n<mUnique>norv_avoton_1817</mUnique>\n"
+                      "<mLink>http://127.0.0.1:8080/a.pat</mLink>\n<mCheckSum>x</mCheckSum>\n");
+            }
         }
-    }
-    static void reply(const UniqueFd &client, const std::string &text)
-    {
-        EXPECT_EQ(send(client.get(), text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
-    }
-    void feed_send(const UniqueFd &client) const
-    {
-        page_.wait_for(stage_body("download_rss"));
-        reply(client,
-              "HTTP/1.0 200 OK\r\n\r\n<MajorVer>7</MajorVer>\n<MinorVer>0</MinorVer>\n<BuildNum>30000</BuildNum>\n"
-              "<mUnique>norv_avoton_1817</mUnique>\n<mLink>http://127.0.0.1:8080/a.pat</mLink>\n"
-              "<mCheckSum>x</mCheckSum>\n");
-    }
-    void patch_send(const UniqueFd &client) const
-    {
-        const size_t half = (patch_.size() + 1) / 2;
-        page_.wait_for(percent_body("0"));
-        reply(client, "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(patch_.size()) + "\r\n\r\n" +
-                          patch_.substr(0, half));
-        page_.wait_for(percent_body("50"));
-        if (end_ == FeedEnd::kHalfPatch)
-            return;
-        reply(client, patch_.substr(half));
     }
 };
 
@@ -176,12 +154,6 @@ std::vector<std::string> stages_of(const std::vector<std::string> &bodies)
     return stages;
 }
 
-void feed_known(Sandbox &box)
-{
-    box.file(kConf, kModel + "rss_server_ssl=\"http://127.0.0.1:8080/autoupdate/genRSS.php\"\n");
-    box.file("/etc.defaults/VERSION", kFirmwareVersion + "buildphase=x\nbuilddate=x\nproductversion=6.2\n");
-}
-
 // What a page sees of each way to install. Nothing goes on before it has seen where that is.
 TEST_F(WebInstall, WhatThePageSees)
 {
@@ -195,7 +167,6 @@ TEST_F(WebInstall, WhatThePageSees)
          "run /usr/norv/sbin/installer.sh -r*\nrun /bin/mount /dev/md0 /tmpData\n"
          "run /bin/mv /tmpData/@autoupdate/upload.pat /tmpData/upd@te.pat\nlog err *Pass checksum of *\n"
          "log err *Executing [/tmpData/upd@te/updater -v /tmpData > /dev/null 2>&1] error[0]"},
-        {"upload=true&status=sys_crash", "", kUploaded, "run /usr/norv/sbin/installer.sh -r*"},
         {"upload=true&status=sys_migrat", "", kUploaded,
          "run /bin/umount -f /tmpData\nrun /bin/mount /dev/md0 /tmpData"},
         {"status=sys_crash", "hostname=nas", "format_sys\ndownload_rss\ndownload\ninstall\nSuccess",
@@ -221,7 +192,8 @@ TEST_F(WebInstall, WhatThePageSees)
         firmware.boot_partition(box);
         box.program("/usr/bin/xz", {{}});
         install_machine(box, firmware);
-        feed_known(box);
+        box.file(kConf, kModel + "rss_server_ssl=\"http://127.0.0.1:8080/autoupdate/genRSS.php\"\n");
+        box.file("/etc.defaults/VERSION", kFirmwareVersion + "buildphase=x\nbuilddate=x\nproductversion=6.2\n");
         box.program("/bin/mkdir", {{.effect = [&](const ProgramCall &made) {
                         box.directory(made.args.back());
                         if (made.args.back() == "/tmp/bootmnt")
@@ -262,187 +234,104 @@ TEST_F(WebInstall, WhatThePageSees)
 
 enum Told { kAnswer, kBoth, kProgressAlone };
 
-struct Error {
-    const char *sec, *key;
-    int line;
-};
-constexpr Error kLockError = {"error", "error_apply_lock", 41}, kUploadError = {"error", "error_upload", 54},
-                kPatchError = {"wizard", "err_patch", 13}, kDownloadError = {"error", "error_download", 46};
-
 struct Request {
     std::string query = "upload=true";
-    std::string body{};            // else a form with a patch
-    const char *updater = nullptr; // what that of the patch does; without one it is no patch
-    const char *version = "unique=norv_avoton_1817";
+    std::string body = patch_form("no patch");
     std::string type = kMultipart;
     int promised = 0; // so many bytes more, for which the server waits
 };
 
-struct Fault {
-    const char *what;
-    Told told;
-    Error error;
-    const char *record;
-    Change change = {};
-    Request request{};
-};
-
 // What goes wrong is told where the page looks for it, nothing stays behind, and the same machine is installed
 // afterwards.
-void fault_run(const Fault &row, Firmware &firmware, const std::string &good)
+TEST_F(WebInstall, Faults)
 {
-    SCOPED_TRACE(row.what);
-    Sandbox box;
-    const Request &request = row.request;
-    row.change(box);
-    const std::string patch =
-        request.updater != nullptr ? firmware.patch(request.updater, request.version) : "no patch";
-    install_machine(box, firmware);
-    box.file(kProgress, "of the install before");
-    const WebServer server(box);
-    const std::string body = request.body.empty() ? patch_form(patch) : request.body;
-    const size_t length = body.size() + static_cast<size_t>(request.promised);
-    const bool is_child = row.told == kProgressAlone;
-    const std::string error = error_body(row.error.sec, row.error.key, row.error.line);
-    EXPECT_EQ(said(server, post(request.query, request.type, body, length)), is_child ? kStarted : error);
-    install_child_wait(box);
-    const Record record = box.record();
-    EXPECT_TRUE(record.in_order({row.record}));
-    EXPECT_EQ(box.read_file(kProgress), row.told == kAnswer ? "of the install before" : error);
-    for (const char *line : {"run /usr/sbin/inetd*", "settimeofday 946684800.*", "run /usr/sbin/pppoe-stop*"})
-        EXPECT_EQ(record.count(line), is_child ? 1 : 0) << line;
-    EXPECT_GE(record.count("run /bin/umount -f /tmpData"), record.count("run /bin/mount /dev/md0 /tmpData"));
-    EXPECT_FALSE(box.exists("/tmpData/.ns_configure.sh"));
-    if (box.exists("/tmpData/@autoupdate")) {
-        for (const std::string &name : box.list("/tmpData/@autoupdate"))
-            EXPECT_FALSE(name.starts_with("upload_tmp") && request.body.empty()) << name;
-    }
-    expect_next_install(box, server, firmware, good);
-}
-
-TEST_F(WebInstall, Refused)
-{
-    constexpr Error kMemoryTest = {"status", "mem_testing", 47}, kFormat = {"error", "error_mkfs", 35},
-                    kVolume = {"error", "error_unknown", 21}, kNoSpace = {"error", "no_space", 16};
     struct statvfs status = {};
     status.f_bavail = 199;
     status.f_frsize = 1 << 20;
-    const std::string small(reinterpret_cast<const char *>(&status), sizeof(status));
-    const std::string form = patch_form("no patch");
+    const std::string small(reinterpret_cast<const char *>(&status), sizeof(status)), form = patch_form("no patch");
     const auto body = [](const std::string &text, int promised = 0) {
         return Request{.body = text, .promised = promised};
     };
-    const auto type = [](const std::string &text) { return Request{.type = text}; };
-    const auto promised = [](int more) { return Request{.promised = more}; };
+    const auto ask = [](const std::string &query, const std::string &text) {
+        return Request{.query = query, .body = text};
+    };
+    const auto patch = [&](const char *updater, const char *version = "unique=norv_avoton_1817") {
+        return body(patch_form(firmware.patch(updater, version)));
+    };
     const Change no_patience = [](Sandbox &box) { box.compress_sleeps(100); };
-    const Fault kFaults[] = {
-        {"memory test", kAnswer, kMemoryTest, "log err *Setup install fail", file("/.memtest", "")},
-        {"no lock file", kAnswer, kLockError, "log err *create lock file fail [Is a directory]",
+    const struct {
+        const char *what;
+        Told told;
+        std::string sec, key;
+        int line;
+        std::string record;
+        Change change = {};
+        Request request{};
+    } kRows[] = {
+        {"memory test", kAnswer, "status", "mem_testing", 47, "log err *Setup install fail", file("/.memtest", "")},
+        {"no lock file", kAnswer, "error", "error_apply_lock", 41, "log err *create lock file fail [Is a directory]",
          directory("/tmp/install.lock")},
-        {"format", kBoth, kFormat, "log err *FormatPartition fail",
+        {"format", kBoth, "error", "error_mkfs", 35, "log err *FormatPartition fail",
          program(kInstaller, {.exit_status = 3, .times = 1})},
-        {"volume", kBoth, kVolume, "log err *FormatPartition fail",
+        {"volume", kBoth, "error", "error_unknown", 21, "log err *FormatPartition fail",
          program("/bin/mount", {.args = "* /tmpData", .exit_status = 32, .times = 1})},
-        {"no room", kBoth, kNoSpace, "log err *FreeSize = *, not enough*",
+        {"no room", kBoth, "error", "no_space", 16, "log err *FreeSize = *, not enough*",
          call({.call = "statvfs", .args = "/tmpData", .bytes = small, .times = 1})},
-        {"no folder", kBoth, kUploadError, "log err *Failed to Create /tmpData/@autoupdate",
+        {"no folder", kBoth, "error", "error_upload", 54, "log err *Failed to Create /tmpData/@autoupdate",
          file("/tmpData/@autoupdate", "not one")},
-        {"not renamed", kBoth, kUploadError,
+        {"not renamed", kBoth, "error", "error_upload", 54,
          "log err *Failed to rename upload patch /tmpData/@autoupdate/upload_tmp.* , /tmpData/@autoupdate/upload.pat",
          directory("/tmpData/@autoupdate/upload.pat")},
-        {"no file", kBoth, kUploadError, "log err *Failed to get upload file", kNoChange,
+        {"no file", kBoth, "error", "error_upload", 54, "log err *Failed to get upload file", kNoChange,
          body(patch_form("x", "other"))},
-        {"no body", kBoth, kUploadError, "log err *upload CONTENT_LENGTH must > 0, CONTENT_LENGTH =\"0\" ", kNoChange,
-         body("x", -1)},
-        {"no type", kBoth, kUploadError, "log err *failed to get boundary= from CONTENT_TYPE: ", kNoChange, type("")},
-        {"no boundary", kBoth, kUploadError, "log err *failed to get boundary", kNoChange, type("multipart/form-data")},
-        {"long boundary", kBoth, kUploadError, "log err *failed to get boundary", kNoChange,
-         type("x; boundary=" + std::string(253, 'B'))},
-        {"other boundary", kBoth, kUploadError, "log err *Cannot fill buffer[*", kNoChange, type("x; boundary=C")},
-        {"cut", kBoth, kUploadError, "log err *failed to read file. *", kNoChange, promised(-12)},
-        {"ends in the patch", kBoth, kUploadError, "log err *failed to skip CRLF[]", kNoChange,
+        {"no type",
+         kBoth,
+         "error",
+         "error_upload",
+         54,
+         "log err *failed to get boundary= from CONTENT_TYPE: ",
+         kNoChange,
+         {.type = ""}},
+        {"ends in the patch", kBoth, "error", "error_upload", 54, "log err *failed to skip CRLF[]", kNoChange,
          body(form.substr(0, form.size() - 12))},
-        {"more promised", kBoth, kUploadError, "log err *Failed to Load CGI param", no_patience, promised(1)},
-        {"stalls", kBoth, kUploadError, "log err *no data within 30 seconds", no_patience,
+        {"stalls", kBoth, "error", "error_upload", 54, "log err *no data within 30 seconds", no_patience,
          body(form.substr(0, form.size() - 12), 12)},
-        {"more behind it", kBoth, kUploadError, "log err *Failed to Load CGI param", kNoChange, body(form + "more")},
-    };
-    for (const Fault &row : kFaults)
-        fault_run(row, firmware, good);
-}
-
-TEST_F(WebInstall, FailsInTheChild)
-{
-    constexpr Error kVersion = {"error", "error_version", 10}, kModelError = {"error", "error_model", 12},
-                    kBootMount = {"error", "boot_damaged", 5}, kBootPatch = {"error", "boot_damaged", 45},
-                    kBootInstall = {"error", "error_unknown", 43}, kLicence = {"error", "err_vnos_license_expire", 65},
-                    kLayout = {"error", "err_root_partition_layout_version", 70},
-                    kFirstStart = {"error", "err_nsconfig", 695};
-    const auto patch = [](const char *updater, const char *version = "unique=norv_avoton_1817") {
-        return Request{.updater = updater, .version = version};
-    };
-    const auto form = [](const std::string &query, const std::string &body = "hostname=nas") {
-        return Request{.query = query, .body = body};
-    };
-    const Change boot_damaged = [&](Sandbox &box) {
-        box.program("/usr/bin/xz", {{.exit_status = 1}});
-        firmware.boot_partition(box);
-    };
-    const std::string cut = "log err *Unknown param " + std::string(255, 'x') + "=";
-    std::string damaged = good;
-    damaged[damaged.size() / 2] ^= 1;
-    const Fault kFaults[] = {
-        {"updater refuses", kProgressAlone, kVersion,
+        {"more behind it", kBoth, "error", "error_upload", 54, "log err *Failed to Load CGI param", kNoChange,
+         body(form + "more")},
+        {"updater refuses", kProgressAlone, "error", "error_version", 10,
          "log err *Upgrade by the uploaded patch /tmpData/@autoupdate/upload.pat fail.", kNoChange, patch("exit 255")},
-        {"licence", kProgressAlone, kLicence, "*", kNoChange, patch("exit 65")},
-        {"updater is killed", kProgressAlone, kPatchError, "*", kNoChange, patch("kill -9 $$")},
-        {"another model", kProgressAlone, kModelError, "*", kNoChange, patch("exit 0", "unique=norv_other")},
-        {"disks of an older layout", kProgressAlone, kLayout, "*", kNoChange,
-         patch("exit 0", "unique=norv_avoton_1817\nbuildnumber=40658\npartitionversionlimit=99")},
-        {"damaged", kProgressAlone, kPatchError, "log err *Extraction failed *", kNoChange,
-         form("upload=true", patch_form(damaged))},
-        {"no patch", kProgressAlone, kPatchError, "log err *VERSION Extraction failed *"},
-        {"first start", kProgressAlone, kFirstStart, "log err install_cgi.cpp:* PrepareNSConfig Fail[0x*",
-         directory("/tmpData/.WEBINST_OK"), patch("exit 0")},
-        {"download", kProgressAlone, kDownloadError, "log err *Upgrade by download patch fail.", kNoChange,
-         form("status=sys_crash")},
-        {"long query", kProgressAlone, kDownloadError, cut.c_str(), kNoChange,
-         form(std::string(256, 'x') + "&upload=true")},
-        {"encoded query", kProgressAlone, kDownloadError, "log err *Unknown param %25zz=%25", kNoChange,
-         form("%25zz=%25&upload=%2574rue&=&&status")},
-        {"built-in", kProgressAlone, kBootPatch, "log err *Upgrade by the buildin patch fail.", kNoChange,
-         form("", "buildin=true")},
-        {"no boot partition", kProgressAlone, kBootMount, "log err *Failed to mount boot partition",
-         call({.call = "mount", .error = ENOENT}), form("", "buildin=true")},
-        {"built-in does not unpack", kProgressAlone, kBootInstall,
-         "log err *NORVJCustBootInstall(/tmp/bootmnt, /tmpData) fail", boot_damaged, form("", "buildin=true")},
+        {"first start", kProgressAlone, "error", "err_nsconfig", 695,
+         "log err install_cgi.cpp:* PrepareNSConfig Fail[0x*", directory("/tmpData/.WEBINST_OK"), patch("exit 0")},
+        {"long query", kProgressAlone, "error", "error_download", 46,
+         "log err *Unknown param " + std::string(255, 'x') + "=\nlog err *Upgrade by download patch fail.", kNoChange,
+         ask(std::string(256, 'x') + "&upload=true", "hostname=nas")},
+        {"encoded query", kProgressAlone, "error", "error_download", 46, "log err *Unknown param %25zz=%25", kNoChange,
+         ask("%25zz=%25&upload=%2574rue&=&&status", "hostname=nas")},
     };
-    for (const Fault &row : kFaults)
-        fault_run(row, firmware, good);
-}
-
-// Killed while it waits for the server, or in the middle of the patch, a download does not keep the next from its work.
-TEST_F(WebInstall, KilledWhileItDownloads)
-{
-    for (const FeedEnd end : {FeedEnd::kNoFeed, FeedEnd::kHalfPatch}) {
-        SCOPED_TRACE(end == FeedEnd::kNoFeed ? "no feed" : "half a patch");
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.what);
+        const Request &request = row.request;
         Sandbox box;
-        const WebServer server(box);
-        const ProgressPoll page(server);
+        row.change(box);
         install_machine(box, firmware);
-        feed_known(box);
-        const FeedServer feed(box, page, good, end);
-        EXPECT_EQ(said(server, post("status=sys_crash", kMultipart, "hostname=nas", 12)), kStarted);
-        page.wait_for(end == FeedEnd::kNoFeed ? stage_body("download_rss") : percent_body("50"));
-        if (end == FeedEnd::kHalfPatch) {
-            EXPECT_EQ(box.read_file("/var/run/downloadNOS.status"),
-                      "50 " + std::to_string((good.size() + 1) / 2) +
-                          " /tmpData//@autoupdate/a.pat http://127.0.0.1:8080/a.pat");
-            EXPECT_TRUE(box.exists("/var/run/downloadNOS.pid"));
+        box.file(kProgress, "of the install before");
+        const WebServer server(box);
+        const size_t length = request.body.size() + static_cast<size_t>(request.promised);
+        const bool is_child = row.told == kProgressAlone;
+        const std::string error = error_body(row.sec.c_str(), row.key.c_str(), row.line);
+        EXPECT_EQ(said(server, post(request.query, request.type, request.body, length)), is_child ? kStarted : error);
+        install_child_wait(box);
+        const Record record = box.record();
+        EXPECT_TRUE(record.in_order(lines(row.record)));
+        EXPECT_EQ(box.read_file(kProgress), row.told == kAnswer ? "of the install before" : error);
+        for (const char *line : {"run /usr/sbin/inetd*", "settimeofday 946684800.*", "run /usr/sbin/pppoe-stop*"})
+            EXPECT_EQ(record.count(line), is_child ? 1 : 0) << line;
+        EXPECT_GE(record.count("run /bin/umount -f /tmpData"), record.count("run /bin/mount /dev/md0 /tmpData"));
+        EXPECT_FALSE(box.exists("/tmpData/.ns_configure.sh"));
+        if (row.key == "error_upload" && std::string(row.what) != "no folder" && std::string(row.what) != "no file") {
+            for (const std::string &name : box.list("/tmpData/@autoupdate"))
+                EXPECT_FALSE(name.starts_with("upload_tmp")) << name;
         }
-        for (const auto &[pid, name] : box.processes())
-            if (name == "install.cgi")
-                box.signal(pid, SIGKILL);
         expect_next_install(box, server, firmware, good);
     }
 }
@@ -454,20 +343,14 @@ TEST_F(WebInstall, ClientLeaves)
     install_machine(box, firmware);
     const WebServer server(box);
     const std::string form = patch_form(std::string(1 << 20, 'x'));
-    for (const size_t sent : {size_t{0}, size_t{200}, form.size() / 2, form.size() - 1}) {
-        SCOPED_TRACE(sent);
-        const int failed = box.record().count("log err *Upload patch fail");
-        UniqueFd client = server.send(post("upload=true", kMultipart, form.substr(0, sent), form.size()));
-        while (box.record().count("run /usr/norv/sbin/installer.sh*") == failed)
-            usleep(10000);
-        client.reset();
-        install_child_wait(box);
-        EXPECT_EQ(box.record().count("log err *Upload patch fail"), failed + 1);
-        EXPECT_EQ(box.record().count("run /bin/umount -f /tmpData"), 2 * failed + 2);
-        EXPECT_EQ(box.list("/tmpData/@autoupdate"), std::vector<std::string>{});
-        EXPECT_EQ(box.read_file(kProgress), error_body("error", "error_upload", 54));
-        expect_unlocked(server);
-    }
+    UniqueFd client = server.send(post("upload=true", kMultipart, form.substr(0, form.size() / 2), form.size()));
+    ASSERT_TRUE(box.wait_for("run /usr/norv/sbin/installer.sh*", 60));
+    client.reset();
+    install_child_wait(box);
+    EXPECT_EQ(box.record().count("log err *Upload patch fail"), 1);
+    EXPECT_EQ(box.record().count("run /bin/umount -f /tmpData"), 2);
+    EXPECT_EQ(box.list("/tmpData/@autoupdate"), std::vector<std::string>{});
+    EXPECT_EQ(box.read_file(kProgress), error_body("error", "error_upload", 54));
     expect_next_install(box, server, firmware, good);
 }
 

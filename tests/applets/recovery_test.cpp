@@ -70,8 +70,6 @@ TEST(Buildin, Outcomes)
          "log err MountBootPartition(*): failed to mount boot device /dev/norvboot2 /tmp/bootmnt (errno:6)\n"
          "semop *\nlog err *Failed to mount boot partition\numount2 /tmp/bootmnt 0x0 = EINVAL"},
         {"busy", kNoMount, mount_fails("ext2", EBUSY), "mount * ext2 0x8000 = EBUSY", "*vfat*"},
-        {"busy at last", kNoMount, mount_fails("ext2", EINVAL) + mount_fails("vfat", EBUSY),
-         "mount * vfat 0x8000 = EBUSY", "log *failed to mount boot*"},
         {"no semaphore", kNoMount, call({.call = "semget", .error = EACCES}),
          "log err NORVBootSemGet fail*\nlog err Wait fail", "mount *", 0},
         {"not taken", kNoMount, call({.call = "semop", .error = EIDRM}),
@@ -79,25 +77,17 @@ TEST(Buildin, Outcomes)
         {"no flag", kGood, directory(kFlag),
          "log err boot_lock_take(*): failed to open /proc/sys/kernel/norv_install_flag\n"
          "log err boot_lock_give(*): failed to open /proc/sys/kernel/norv_install_flag"},
-        {"no image", kNoPatch, no_file("hda1.tgz"), kNotOk},
-        {"no version", kNoPatch, no_file("VERSION"), kNotOk},
         {"no updater", kNoPatch, no_file("updater"), kNotOk},
-        {"no list", kNoPatch, no_file("checksum.norv"), kNotOk},
         {"damaged", kNoPatch, file(kBoot + "hda1.tgz", "imago"),
          "log err *Fail to verify checksum of /tmp/bootmnt...(retv=0x3800) [*", "run /usr/norv/sbin/installer.sh*"},
         {"list without totals", kGood, file(kBoot + "checksum.norv", list.substr(0, list.find('#'))), ""},
         {"another version", kNoPatch,
          file("/etc.defaults/VERSION", "majorversion=6\nminorversion=2\nbuildnumber=25557\n"),
          "log err *version in /tmp/bootmnt/VERSION is different from /etc.defaults/VERSION"},
-        {"format", "10 0 02 0 02 35 0", fails("/usr/norv/sbin/installer.sh"), "log err *FormatPartition fail",
-         "run /usr/bin/xz*"},
         {"not unpacked", kNoInstall, fails("/usr/bin/xz"),
          "log err *system(/usr/bin/xz -cd /tmp/bootmnt/hda1.tgz > /tmpData/NorvUpgrade.tar) fail [768, *\n"
          "log err *NORVJCustBootInstall(/tmp/bootmnt, /tmpData) fail",
          "run /bin/cp*"},
-        {"not copied", kNoInstall, fails("/bin/cp"),
-         "log err *system(/bin/cp /tmp/bootmnt/updater /tmpData/.updater) fail [768, *",
-         "run /bin/mount /dev/md0 /mnt"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
@@ -148,9 +138,6 @@ TEST(RecoverFlash, Outcomes)
          "log err run_recover_updater.cpp:* Executing /recover//.norv/patch/updater -r /recover [0]\n"
          "run /bin/umount -f /recover",
          true},
-        {"refused", updater({.args = "-r *", .exit_status = 255}), -10, true,
-         "log err *Executing * -r /recover [255]\nlog err recover system image failed [255]\n"
-         "run /bin/umount -f /recover"},
         {"failed", updater({.args = "-r *", .exit_status = 9}), -9, true, "log err recover system image failed [9]"},
         {"killed", updater({.args = "-r *", .signal = SIGKILL}), -1, true, "log err recover system image failed [-1]"},
         {"cache stays",

@@ -13,8 +13,6 @@
 #include "tests/support/rows.h"
 #include "tests/support/scratch_dir.h"
 #include "tests/support/udpd_datagram.h"
-#include "tools/norv-station/log_line.h"
-#include "tools/norv-station/unit_report.h"
 
 namespace
 {
@@ -183,10 +181,8 @@ TEST(Station, LooksAtASegment)
 
     // Among them a serial in which nothing counts, and a group's address.
     for (const char *wrong :
-         {"", "--interface none", "--units 0", "--units 1 --interface tap0", "--fail 1 --interface tap0",
-          "--units 1 --fail 2", "--units 2 --fail 1:x", "--interface tap0 --serial 'a b'",
-          "--interface tap0 --serial A", "--interface tap0 --mac 02:00:00:00:00",
-          "--interface tap0 --mac 01:00:00:00:00:00", "--interface tap0 --out /tmp/out/none/none",
+         {"", "--interface none", "--units 1 --interface tap0", "--units 1 --fail 2", "--units 2 --fail 1:x",
+          "--interface tap0 --serial A", "--interface tap0 --mac 01:00:00:00:00:00",
           "--interface tap0 --out /etc/norvmanlog.conf", "--interface tap0 more"})
         EXPECT_EQ(box.station(wrong).exit_status, 2) << wrong;
 }
@@ -216,37 +212,6 @@ TEST(Station, TakesLogLines)
                                 "\"model\",\"text\"\n"));
     EXPECT_NE(csv.find(",\"c\",\"say \"\"hi\"\"?[2J, twice\"\n"), std::string::npos) << csv;
     EXPECT_NE(csv.find("\"line 4\",\"1\","), std::string::npos) << csv; // the second one's number
-}
-
-TEST(Station, TakesMessagesApart)
-{
-    static constexpr struct {
-        const char *message;
-        const char *serial, *log; // NULL: it is none
-    } kMessages[] = {
-        {"4SN=19LOG=x y=z", "1", "x y=z"},
-        {"3SN=", "", ""},
-        {"5LOG=", nullptr, nullptr},
-        {"2SN", nullptr, nullptr},
-        {"2=x", nullptr, nullptr},
-        {"SN=1", nullptr, nullptr},
-        {"9999999999999999999999SN=1", nullptr, nullptr},
-        {"", nullptr, nullptr},
-    };
-    for (const auto &[message, serial, log] : kMessages) {
-        LogRecords records;
-        ASSERT_EQ(log_line_parse(message, &records), serial != nullptr) << message;
-        if (serial == nullptr)
-            continue;
-        EXPECT_EQ(log_line_value(records, "SN"), serial);
-        EXPECT_EQ(log_line_value(records, "LOG"), log);
-    }
-    const UnitReport report = unit_report_parse("Checksum error!\nExcution Error\nMAC:02:00:00:00:00:01\n"
-                                                "ProComm Test: True\n\t\tPTF_BEGIN               : Pass\n"
-                                                "\t\tFTF_NONE : Pass\n\tMemory Test Counter: 4\n\t\tFTF_USB: Fail");
-    EXPECT_EQ(report.serial, "");
-    EXPECT_EQ(report.mac, "02:00:00:00:00:01");
-    EXPECT_EQ(report.flags, (std::map<std::string, std::string>{{"FTF_USB", "Fail"}, {"PTF_BEGIN", "Pass"}}));
 }
 
 } // namespace
