@@ -1,14 +1,15 @@
-// The event daemon through very many events of the board.
+// The event daemon through very many events of the board, and a cable that comes and goes.
 #include <csignal>
 #include <unistd.h>
 
 #include "platform/board/board.h"
 #include "tests/load/load.h"
+#include "tests/support/box_links.h"
 
 namespace
 {
 
-constexpr int kBrief = 1'000, kFull = 100'000;
+constexpr int kBrief = 1'000, kFull = 100'000, kEventsPerChange = 20; // of the cable
 
 TEST(Soak, NcemdOutlivesItsEvents)
 {
@@ -21,13 +22,19 @@ TEST(Soak, NcemdOutlivesItsEvents)
     box.directory("/sys/block/sda");
     box.file("/sys/class/scsi_host/host0/norv_port_thaw", "0\n");
     box.file("/sys/class/scsi_host/host0/norv_diskname_trans", "sda\n");
+    box.file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=dhcp\n");
+    box.file("/etc/sysconfig/network-scripts/ifcfg-peer0", "IPADDR=10.0.0.4\nNETMASK=255.255.255.0\n");
+    for (const char *path : {"/sbin/udhcpc", "/sbin/ifconfig", "/sbin/route"})
+        box.program(path);
+    BoxLinks links(box);
+    ASSERT_TRUE(links.live_wire("eth0", "peer0"));
     box.compress_sleeps();
     box.leaves({"process ncemd", "/tmp/.not.dualhead"});
     ASSERT_EQ(box.run({"ncemd"}).exit_status, 0);
     ASSERT_TRUE(box.wait_for("board * event_source 2 0", 60));
     const pid_t pid = box.processes().at(0).pid;
 
-    int raised = 0;
+    int raised = 0, changes = 0;
     const auto next = [&] { return kEvents[static_cast<size_t>(raised) % std::size(kEvents)]; };
     const auto raise_all = [&](int events) {
         for (const int end = raised + events; raised < end;) {
@@ -35,6 +42,10 @@ TEST(Soak, NcemdOutlivesItsEvents)
                 while (raised < end && board_event_raise(&board, next()) == 0)
                     raised++;
             });
+            if (raised / kEventsPerChange > changes) {
+                const bool is_up = changes++ % 2 != 0;
+                EXPECT_TRUE(links.set("peer0", is_up) && links.settle("eth0", is_up));
+            }
             usleep(1000);
         }
         uint32_t pending = 1;
@@ -50,11 +61,17 @@ TEST(Soak, NcemdOutlivesItsEvents)
     const Held after = held_by(box, pid, &before);
     expect_no_growth(before, after);
     EXPECT_EQ(box.record().count("board * event_get -> 0x*"), raised);
+    for (const std::string program : {"udhcpc *eth0*", "ifconfig eth0 *", "route add *peer0"}) {
+        for (int tries = 0; box.record().count("run /sbin/" + program) < changes / 2 && tries < 600; tries++)
+            usleep(100'000);
+        EXPECT_GE(box.record().count("run /sbin/" + program), changes / 2) << program;
+    }
     box.signal(pid, SIGTERM);
     int status = -1;
     EXPECT_TRUE(box.wait_for_end(pid, 60, &status));
     EXPECT_EQ(status, 0);
-    note("ncemd: " + std::to_string(raised) + " events of the board", "all are taken, then it ends on SIGTERM");
+    note("ncemd: " + std::to_string(raised) + " events of the board, " + std::to_string(changes) + " of a cable",
+         "all are taken, then it ends on SIGTERM");
     note_held(before, after);
 }
 
