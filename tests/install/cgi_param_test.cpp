@@ -23,21 +23,15 @@ TEST(CgiParam, Requests)
     } kRows[] = {
         {"no method", nullptr, "5", "a=1", nullptr, "a=1+2", 0, {}},
         {"body", "POST", "5", "q=1", nullptr, "a=1+2", 1, {{"a", "1 2"}}},
-        {"any case", "post", "5", nullptr, nullptr, "a=1+2", 1, {{"a", "1 2"}}},
         {"so much of it", "POST", "3", nullptr, nullptr, "a=1+2", 1, {{"a", "1"}}},
         {"nothing", "POST", "0", nullptr, "x?b=1", "a=1", 1, {}},
-        {"no length", "POST", nullptr, "a=1", nullptr, "a=1", 0, {}},
         {"negative", "POST", "-1", nullptr, "x?a=1", "a=1", 0, {}},
         {"short", "POST", "9", "q=1", nullptr, "a=1", 0, {}},
-        {"short, referer", "POST", "9", nullptr, "x=1", "a=123", 1, {{"x", "1"}}},
         {"its tail stays", "POST", "9", nullptr, "http://h/?a=1&b=2", "", 1, {{"a", "1"}, {"b", "2"}}},
-        {"nothing behind", "POST", "1", nullptr, "a=1?", "", 1, {{"a", "1?"}}},
         {"longer than the room", "POST", "1", nullptr, "0123456789?a=1+2", "", 1, {{"a", "1 256789?a=1 2"}}},
-        {"query", "GET", "5", "a=1+2", nullptr, "b=1", 1, {{"a", "1+2"}}},
         {"any case", "get", nullptr, "a=1+2", nullptr, "", 1, {{"a", "1+2"}}},
         {"head", "HEAD", nullptr, "a=1+2", nullptr, "", 1, {{"a", "1+2"}}},
         {"other", "PUT", nullptr, "a=1+2", nullptr, "", 1, {{"a", "1 2"}}},
-        {"no query", "GET", nullptr, nullptr, "x?a=1", "", 0, {}},
     };
     const auto set = [](const char *name, const char *value) {
         value != nullptr ? setenv(name, value, 1) : unsetenv(name);

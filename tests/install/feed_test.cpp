@@ -25,67 +25,45 @@ TEST(Feed, Choice)
     const ScratchDir scratch;
     scratch.write("VERSION",
                   "majorversion=7\nminorversion=1\nbuildphase=hotfix\nbuildnumber=200\nbuilddate=2020/1/1\n");
-    scratch.write("short", "majorversion=7\nminorversion=1\nbuildphase=hotfix\nbuildnumber=200\n");
     const struct {
         const char *what;
         std::string text, found; // empty: refused
-        const char *local = "VERSION";
     } kRows[] = {
         {"newer", "<?xml version=\"1.0\"?>\n<rss>\n<title>t</title>\n" + kNew + kModel,
          kTaken + std::string("NOS 7.2-300")},
         {"equal", version("7", "1", "200") + kModel, kTaken + std::string("NOS 7.1-200")},
-        {"older build", version("7", "1", "199") + kModel, ""},
         {"older build of a newer version", version("8", "0", "199") + kModel, ""},
         {"older minor version", version("7", "0", "300") + kModel, ""},
         {"older minor of a newer major version", version("8", "0", "300") + kModel,
          kTaken + std::string("NOS 8.0-300")},
-        {"older major version", version("6", "9", "300") + kModel, ""},
-        {"octal", version("7", "1", "0300") + kModel, ""}, // 192
         {"hexadecimal", version("7", "1", "0xc8") + kModel, kTaken + std::string("NOS 7.1-0xc8")},
-        {"no number", version("7", "1", "x300") + kModel, ""},
-        {"own version not whole", kNew + kModel, "", "short"},
         {"other models before", kNew + kTheirs + kLink + kSum + "<mUnique>ours2</mUnique>\n" + kModel,
          kTaken + std::string("NOS 7.2-300")},
         {"the first of two", kNew + kModel + version("7", "3", "400") + kModel, kTaken + std::string("NOS 7.2-300")},
         {"the second of two", version("7", "2", "100") + kModel + version("7", "3", "400") + kModel,
          kTaken + std::string("NOS 7.3-400")},
         {"another model within", kNew + kOurs + kTheirs + kLink + kSum, kTaken + std::string("NOS 7.2-300")},
-        {"link before the model", kNew + kLink + kOurs + kSum, kNoLink},
-        {"any order behind it", kNew + kOurs + kSum + kLink, kTaken + std::string("NOS 7.2-300")},
         {"cut behind the model", kNew + kOurs + kLink, kNoLink},
-        {"value on the next line", kNew + kOurs + "<mLink>\nhttps://h/a.pat\n</mLink>\n" + kSum, kNoLink},
         {"unknown tag empties the one before", kNew + kOurs + "</model>\n" + kLink + kSum, kNoLink},
-        {"also a version", kNew + "</BuildNum>\n" + kModel, ""},
         {"known tag between", kNew + "<model>\n</model>\n" + kModel, kTaken + std::string("NOS 7.2-300")},
         {"text, blanks and line ends", "\n\n no tag\r\n\t" + kNew + kOurs + "\r\n" + kLink + kSum,
          kTaken + std::string("NOS 7.2-300")},
         {"no newline at the end", kNew + kOurs + kLink + "<mCheckSum>12ab<", kTaken + std::string("NOS 7.2-300")},
         {"nothing behind a NUL", kNew + kOurs + kLink + std::string("<mCheckSum>12\0ab</mCheckSum>\n", 30), kNoLink},
         {"half a tag", "<rss\n" + kNew + kModel, ""},
-        {"half a tag behind the model", kNew + kOurs + kLink + "<mCheckSum 12ab\n", ""},
-        {"brackets the wrong way round", ">mUnique<\n" + kNew + kModel, ""},
-        {"nothing", "", ""},
-        {"a page", "<html>\n<body>404</body>\n</html>\n", ""},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.what);
         NewVersion found;
-        const int result = feed_parse(row.text, "ours", scratch.path(row.local).c_str(), &found);
+        const int result = feed_parse(row.text, "ours", scratch.path("VERSION").c_str(), &found);
         EXPECT_EQ(result, row.found.empty() ? -1 : 0);
         EXPECT_EQ(result != 0 ? "" : std::string(found.link) + " " + found.checksum + " " + found.version, row.found);
     }
-}
-
-TEST(Feed, LongValuesAreCut)
-{
-    const ScratchDir scratch;
-    scratch.write("VERSION",
-                  "majorversion=7\nminorversion=1\nbuildphase=hotfix\nbuildnumber=200\nbuilddate=2020/1/1\n");
     const std::string text = version("7", "2", ("300" + std::string(100, ' ')).c_str()) + kOurs + "<mLink>" +
                              std::string(5000, 'l') + "</mLink>\n<mCheckSum>" + std::string(5000, 'c') +
                              "</mCheckSum>\n";
     NewVersion found;
-    ASSERT_EQ(feed_parse(text, "ours", scratch.path("VERSION").c_str(), &found), 0);
+    ASSERT_EQ(feed_parse(text, "ours", scratch.path("VERSION").c_str(), &found), 0); // long values are cut
     EXPECT_EQ(found.link, std::string(1023, 'l'));
     EXPECT_EQ(found.checksum, std::string(255, 'c'));
     EXPECT_EQ(found.version, "NOS 7.2-300" + std::string(60, ' '));

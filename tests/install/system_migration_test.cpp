@@ -17,7 +17,6 @@ TEST(SystemMigration, Bits)
         const char *log = "";
     } kRows[] = {
         {"unique=n_x_1\n", "", "x", 2, 64, 8, 0},
-        {"unique=n_x_1\n", "", "x", 2, 32, 8, 0},
         {"unique=n_x_1\n", "", "x", 1, 64, 4, kMigrateEndian | kMigrateAlignment},
         {"unique=n_x_1\n", "", "", 0, 0, 0, kMigrateEndian | kMigrateAlignment | kMigratePlatform},
         {"unique=n_88f6281_1\n", "", "88f6282", 2, 32, 8, 0}, // two that are alike

@@ -6,7 +6,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <random>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -106,14 +105,10 @@ TEST_F(Upload, Forms)
         // what a browser sends
         {text_part("nas") + "\r\n" + file_part("12") + "\r\n" + part("name=\"g\"; filename=\"\"", "") + kEnd,
          "f=a.pat f_tmp=12 g= h=nas "},
-        {file_part("1", "a") + "\r\n" + part("name=\"e\"; filename=\"b\"", "2") + kEnd, "e=b e_tmp=2 f=a f_tmp=1 "},
-        {"--B--\r\n", "", kUploadGood},
         {file_form(""), "f=a.pat f_tmp= "},
-        {text_part("") + kEnd, "h= "},
         {"--B\nname=\"h\"\n\na\n--B\nname=\"f\"; filename=\"x\"\n\nb\n--B--\n", "f=x f_tmp=b h=a "},
         // one CR before the delimiter is its own
         {file_form("a\r"), "f=a.pat f_tmp=a\r "},
-        {file_form("a\n"), "f=a.pat f_tmp=a\n "},
         {text_part("a\r") + kEnd, "h=a\r "},
         // what only begins like the delimiter is content, what goes on behind it ends the content
         {file_form("a\r\n--\n--A\n\n-"), "f=a.pat f_tmp=a\r\n--\n--A\n\n- "},
@@ -127,17 +122,13 @@ TEST_F(Upload, Forms)
         {part("filename=\"a\"; name=\"f\"", "1") + kEnd, "a=a a_tmp=1 "}, // the first name=" there is
         {file_part("1", name4095) + kEnd, "f=" + name4095 + " f_tmp=1 "},
         {file_part("1", name4095 + "x") + kEnd},
-        {part("name=h", "1") + kEnd},
         {part("name=\"h", "1") + kEnd},
         // any line begins a part, also one that fills the buffer
         {"Hello\r\nname=\"h\"\r\n\r\n1\r\n--B--\r\n", "h=1 "},
         {std::string(65536, 'x') + "name=\"h\"\r\n\r\n1\r\n--B--\r\n", "h=1 "},
         {"Hello\r\n" + text_part("1") + kEnd},
         // not a form to its end
-        {"", "", kUploadLength},
         {"--B--"},
-        {"--B--\r\nmore", "", kUploadSize},
-        {"--B"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.form.substr(0, 100));
@@ -161,15 +152,11 @@ TEST_F(Upload, Environment)
         std::string file; // what is left of it
     } kRows[] = {
         {"right", right, "x; boundary=B", 1, "12345"},
-        {"quotes are part of it", right, "boundary=\"B\"", kUploadFailed, "(none)"},
         {"no boundary", right, "multipart/form-data", kUploadFailed, ""},
         {"boundary too long", right, "boundary=" + std::string(253, 'B'), kUploadFailed, ""},
         {"no length", "", "boundary=B", kUploadLength, ""},
-        {"zero", "0", "boundary=B", kUploadLength, ""},
-        {"no number", "x1", "boundary=B", kUploadLength, ""},
         {"minus zero", "-0", "boundary=B", kUploadLength, ""},
         {"negative", "-1", "boundary=B", kUploadSize, "12345"},
-        {"all ones", "18446744073709551615", "boundary=B", kUploadSize, "12345"},
         {"too many promised", std::to_string(form.size() + 1), "boundary=B", kUploadSize, "12345"},
         {"more than promised", std::to_string(form.size() - 1), "boundary=B", kUploadFailed, "(none)"},
     };
@@ -186,41 +173,28 @@ TEST_F(Upload, Environment)
     setenv("CONTENT_TYPE", "boundary=B", 1);
     FormInput::bytes(form);
     UniqueHash hash(NLIBCSzHashAlloc(0));
-    PNLIBSZHASH none = nullptr;
-    EXPECT_EQ(NorvUploadParse(&none, hash.address(), folder.c_str()), kUploadFailed);
-    EXPECT_EQ(NorvUploadParse(hash.address(), nullptr, folder.c_str()), kUploadFailed);
-    EXPECT_EQ(NorvUploadParse(hash.address(), hash.address(), ""), kUploadFailed);
     EXPECT_EQ(NorvUploadParse(hash.address(), hash.address(), "/nowhere"), kUploadNoDestination);
 }
 
-// A body that ends anywhere ends the upload, and leaves no part of a file.
-TEST_F(Upload, CutAtEveryByte)
-{
-    const std::string form = text_part("text") + "\r\n" + part("name=\"e\"; filename=\"\"", "") + "\r\n" +
-                             file_form("first\nsecond\r\nthird");
-    const size_t content_end = form.size() - kEnd.size();
-    for (size_t cut = 1; cut < form.size(); cut++) {
-        SCOPED_TRACE(cut);
-        FormInput::bytes(form.substr(0, cut));
-        Outcome outcome = parse(std::to_string(form.size()));
-        EXPECT_EQ(outcome.status, kUploadFailed);
-        EXPECT_TRUE(cut >= content_end + strlen("\r\n--B") || outcome.values["f_tmp"].empty() ||
-                    outcome.values["f_tmp"] == "(none)");
-    }
-}
-
-TEST_F(Upload, SplitAtEveryByte)
+// A body that ends anywhere ends the upload, and leaves no part of a file; reads may split it anywhere.
+TEST_F(Upload, CutAndSplitAtEveryByte)
 {
     const std::string form = text_part("text") + "\r\n" + part("name=\"e\"; filename=\"\"", "") + "\r\n" +
                              file_form("first\nsecond\r\nthird\r");
-    const std::map<std::string, std::string> expected = {
+    const std::map<std::string, std::string> whole = {
         {"h", "text"}, {"e", ""}, {"f", "a.pat"}, {"f_tmp", "first\nsecond\r\nthird\r"}};
+    const size_t content_end = form.size() - kEnd.size();
     for (size_t at = 1; at < form.size(); at++) {
         SCOPED_TRACE(at);
+        FormInput::bytes(form.substr(0, at));
+        Outcome cut = parse(std::to_string(form.size()));
+        EXPECT_EQ(cut.status, kUploadFailed);
+        EXPECT_TRUE(at >= content_end + strlen("\r\n--B") || cut.values["f_tmp"].empty() ||
+                    cut.values["f_tmp"] == "(none)");
         FormInput::pieces({std::string_view(form).substr(0, at), std::string_view(form).substr(at)});
-        const Outcome outcome = parse(std::to_string(form.size()));
-        EXPECT_EQ(outcome.status, kUploadGood);
-        EXPECT_EQ(outcome.values, expected);
+        const Outcome split = parse(std::to_string(form.size()));
+        EXPECT_EQ(split.status, kUploadGood);
+        EXPECT_EQ(split.values, whole);
     }
 }
 
@@ -228,12 +202,10 @@ TEST_F(Upload, SplitAtEveryByte)
 TEST_F(Upload, EveryLengthAroundTheEdgeOfTheBuffer)
 {
     constexpr size_t kAround = 100;
-    std::mt19937 random(3);
-    std::string filler(65836, 'x'), lines = filler;
-    for (size_t i = 0; i < lines.size(); i++)
-        lines[i] = "\r\n--BA\n\r"[random() % 8];
-    for (size_t i = lines.find("\n--B"); i != lines.npos; i = lines.find("\n--B", i))
-        lines[i] = 'x';
+    const std::string filler(65836, 'x');
+    std::string lines;
+    while (lines.size() < filler.size())
+        lines += "\r\n--\n\r--A\n-\r\r\n";
     const struct {
         const std::string &content;
         bool is_file;
