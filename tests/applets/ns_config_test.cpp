@@ -27,34 +27,60 @@ class NsConfigBox : public Sandbox
         directory("/volume");
         leaves({"/volume*", "/tmpRoot*"});
     }
-    // The patch's volume is at /volume. `fields` come in front of a password.
-    Result prepare(const char *system_device, const std::vector<std::string> &fields = {},
-                   const std::string &mount = "/volume")
+    // The patch's volume is at /volume.
+    Result prepare(const char *system_device, const std::string &form, const std::string &mount = "/volume")
     {
-        std::vector<std::string> words = {"/bin/ns_config_call", system_device, "/dev/md2", mount, "password=x"};
-        words.insert(words.end(), fields.begin(), fields.end());
-        return run(words);
+        return run({"/bin/ns_config_call", system_device, "/dev/md2", mount, form});
     }
 };
 
 constexpr char kMount[] = "run /bin/mount /dev/md0 /tmpRoot", kUnmount[] = "run /bin/umount -f /tmpRoot";
 
-TEST(NsConfigPlace, TheVolumeIsTheSystems)
+TEST(NsConfig, ScriptOfAForm)
 {
-    NsConfigBox box;
-    const Result result = box.prepare("/dev/md2");
-    EXPECT_EQ(result.out, "0");
-    EXPECT_TRUE(result.record.in_order({"run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /volume/etc/dhcpc"}));
-    EXPECT_EQ(result.record.count("run /bin/mount*") + result.record.count("run /bin/umount*"), 0);
-    EXPECT_TRUE(box.exists("/volume/.ns_configure.sh") && box.exists("/volume/.WEBINST_OK"));
+    const std::string kTakePassword = "/usr/norv/sbin/norvuser --filesetpw\n/bin/rm -f /.ns_pwd\n";
+    const std::string kNet = "/usr/norv/sbin/norvnet ", kDhcp = kNet + "--dhcp eth0\n";
+    const struct {
+        const char *form;
+        std::string script, left = "", password = ""; // beside the script and the mark
+    } kRows[] = {
+        {"", kDhcp, "etc"},
+        {"hostname=my nas&netconfig=dhcp&remove_ro_ssd_cache=true", kNet + "--set_hostname my nas\n" + kDhcp,
+         ".remove_ro_ssd_cache etc"},
+        {"password=a b&netconfig=none&remove_ro_ssd_cache=false", kTakePassword, ".ns_pwd",
+         "account=\"admin\"\npassword=\"a b\"\n"},
+        {"password=x&account=me&netconfig=pppoe&ppp_account=u&ppp_passwd=p",
+         "/usr/norv/sbin/norvuser --add \"me\" $(/usr/bin/uuidgen) \"\" 1 \"\" administrators\n"
+         "/usr/norv/bin/norvwebapi --exec api=NORV.Core.Group.Member method=add version=1 "
+         "'group=\"administrators\"' 'name=\"me\"'\n" +
+             kTakePassword + kNet + "--set_pppoe eth0 u p\n",
+         ".ns_pwd", "account=\"me\"\npassword=\"x\"\n"},
+        {"account=me&netconfig=manual&manual_ip=10.0.0.2&manual_mask=255.0.0.0&manual_gateway=10.0.0.1&"
+         "manual_dns=10.0.0.3",
+         kNet + "--manual eth0 10.0.0.2 255.0.0.0\n" + kNet + "--set_gateway 10.0.0.1\n" + kNet +
+             "--set_dns 10.0.0.3\n"},
+    };
+    for (const auto &row : kRows) {
+        SCOPED_TRACE(row.form);
+        NsConfigBox box;
+        const Result result = box.prepare("/dev/md2", row.form);
+        EXPECT_EQ(result.out, "0");
+        EXPECT_EQ(result.record.count("run /bin/mount*") + result.record.count("run /bin/umount*"), 0);
+        EXPECT_EQ(box.read_file("/volume/.ns_configure.sh"), "#!/bin/sh\n" + row.script + "\n");
+        EXPECT_EQ(text_of(box, "/volume/.ns_pwd"), row.password);
+        EXPECT_TRUE(row.password.empty() || box.mode("/volume/.ns_pwd") == 0600U);
+        std::vector<std::string> left = box.list("/volume");
+        EXPECT_EQ(std::erase(left, ".ns_configure.sh") + std::erase(left, ".WEBINST_OK"), 2U);
+        EXPECT_EQ(left, words(row.left));
+    }
 }
 
-TEST(NsConfigPlace, TheSystemHasItsOwn)
+TEST(NsConfig, TheSystemHasAVolumeOfItsOwn)
 {
     NsConfigBox box;
     box.file("/.privacy_confirmed", "");
     box.directory("/tmpRoot/var");
-    const Result result = box.prepare("/dev/md0", {"remove_ro_ssd_cache=true"});
+    const Result result = box.prepare("/dev/md0", "remove_ro_ssd_cache=true&password=x");
     EXPECT_EQ(result.out, "0");
     EXPECT_TRUE(
         result.record.in_order({"run /bin/mkdir -p /tmpRoot", "run /bin/sync", "run /bin/sync", "run /bin/sync", kMount,
@@ -69,7 +95,7 @@ TEST(NsConfigPlace, TheSystemHasItsOwn)
 }
 
 // Whatever fails, neither script nor password stays, and no mount.
-TEST(NsConfigPlace, Faults)
+TEST(NsConfig, Faults)
 {
     const char *const kTouch = "log err *Failed to touch on system volume";
     const struct {
@@ -99,7 +125,7 @@ TEST(NsConfigPlace, Faults)
         SCOPED_TRACE(row.what);
         NsConfigBox box;
         row.change(box);
-        const Result result = box.prepare("/dev/md0", {"remove_ro_ssd_cache=true"});
+        const Result result = box.prepare("/dev/md0", "remove_ro_ssd_cache=true&password=x");
         EXPECT_EQ(result.out, row.result);
         EXPECT_TRUE(result.record.in_order({row.record}));
         EXPECT_EQ(result.record.count(kUnmount), row.is_mounted ? 1 : 0);
@@ -107,7 +133,7 @@ TEST(NsConfigPlace, Faults)
             EXPECT_EQ(box.exists(path), std::string(row.result) == "0") << path;
     }
     NsConfigBox box;
-    const Result result = box.prepare("/dev/md2", {}, "/volume" + std::string(4090, '/'));
+    const Result result = box.prepare("/dev/md2", "", "/volume" + std::string(4090, '/'));
     EXPECT_EQ(result.out, "-1");
     EXPECT_TRUE(result.record.in_order({"log err *Truncated file path should not be touched; error out"}));
 }

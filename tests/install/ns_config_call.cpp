@@ -1,5 +1,5 @@
-// Writes what the first start of a system is told: `ns_config_call SYSTEM_DEVICE VOLUME_DEVICE MOUNT FIELD=VALUE ...`
-// prints the result. It stands in a box: no role has a volume for the patch that is not the system's.
+// Writes what the first start of a system is told: `ns_config_call SYSTEM_DEVICE VOLUME_DEVICE MOUNT FORM` prints the
+// result. It stands in a box: no role has a volume for the patch that is not the system's.
 #include <cstdio>
 
 #include "autocleanup/unique.h"
@@ -10,13 +10,12 @@
 
 int main(int argc, char *argv[])
 {
-    if (argc < 4)
+    if (argc != 5)
         return 2;
     text_cut(gszSysDev, argv[1]);
     text_cut(gszUpgradeVolDev, argv[2]);
     UniqueHash params(NLIBCSzHashAlloc(kCgiParamBytes));
-    for (char **field = argv + 4; *field != nullptr; field++)
-        cgi_pairs_load(*field, true, params.address());
+    cgi_pairs_load(argv[4], true, params.address());
     printf("%d", PrepareNSConfig(params.get(), argv[3]));
     return 0;
 }
