@@ -1,16 +1,13 @@
 // An install that a browser asks for, through the web server.
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/statvfs.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
-#include "tests/support/https_server.h"
 #include "tests/support/rows.h"
 #include "tests/support/web_install.h"
 #include "tests/support/web_server.h"
@@ -88,58 +85,6 @@ class WebInstall : public testing::Test
     std::string good{}; // a patch that installs
 };
 
-std::string percent_body(const char *percent)
-{
-    return std::string("Content-type: text/html; charset=\"UTF-8\"\r\n\r\n"
-                       "{\"success\": true, \"data\": {\"stage\": \"download\", \"progress\": \"") +
-           percent + "\"}}";
-}
-
-// A server of updates at 127.0.0.1:8080 of the box. It goes on when the page has shown what it does.
-class FeedServer
-{
-  public:
-    FeedServer(const Sandbox &box, const ProgressPoll &page, const std::string &patch)
-        : socket_(loopback_listen(box, 8080)), thread_([this, &page, &patch] { run(page, patch); })
-    {
-    }
-    FeedServer(const FeedServer &) = delete;
-    FeedServer &operator=(const FeedServer &) = delete;
-    ~FeedServer()
-    {
-        shutdown(socket_.get(), SHUT_RDWR);
-        thread_.join();
-    }
-
-  private:
-    UniqueFd socket_;
-    std::thread thread_;
-
-    void run(const ProgressPoll &page, const std::string &patch) const
-    {
-        const size_t half = (patch.size() + 1) / 2;
-        while (const UniqueFd client{accept(socket_.get(), nullptr, nullptr)}) {
-            const auto reply = [&](const std::string &seen, const std::string &text) {
-                page.wait_for(seen);
-                EXPECT_EQ(send(client.get(), text.data(), text.size(), MSG_NOSIGNAL),
-                          static_cast<ssize_t>(text.size()));
-            };
-            char request[4096] = {};
-            EXPECT_GT(recv(client.get(), request, sizeof(request) - 1, 0), 0);
-            if (std::string_view(request).starts_with("GET /a.pat ")) {
-                reply(percent_body("0"), "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(patch.size()) +
-                                             "\r\n\r\n" + patch.substr(0, half));
-                reply(percent_body("50"), patch.substr(half));
-            } else {
-                reply(stage_body("download_rss"),
-                      "HTTP/1.0 200 OK\r\n\r\n<MajorVer>7</MajorVer>\n<MinorVer>0</MinorVer>\n"
-                      "<BuildNum>30000</BuildNum>\n<mUnique>norv_avoton_1817</mUnique>\n"
-                      "<mLink>http://127.0.0.1:8080/a.pat</mLink>\n<mCheckSum>x</mCheckSum>\n");
-            }
-        }
-    }
-};
-
 // The stages of progress bodies, each that differs from the one before it.
 std::vector<std::string> stages_of(const std::vector<std::string> &bodies)
 {
@@ -169,8 +114,6 @@ TEST_F(WebInstall, WhatThePageSees)
          "log err *Executing [/tmpData/upd@te/updater -v /tmpData > /dev/null 2>&1] error[0]"},
         {"upload=true&status=sys_migrat", "", kUploaded,
          "run /bin/umount -f /tmpData\nrun /bin/mount /dev/md0 /tmpData"},
-        {"status=sys_crash", "hostname=nas", "format_sys\ndownload_rss\ndownload\ninstall\nSuccess",
-         "run /usr/norv/sbin/installer.sh -r*\nrun /bin/mv /tmpData//@autoupdate/a.pat /tmpData/upd@te.pat"},
         {"status=not_install", "buildin=true&hostname=nas", "chk_boot\nformat_sys\ninstall\nSuccess",
          "run /usr/norv/sbin/installer.sh -r*\nrun /usr/bin/xz -cd /tmp/bootmnt/hda1.tgz\n"
          "run /bin/cp /tmp/bootmnt/updater /tmpData/.updater"},
@@ -192,14 +135,11 @@ TEST_F(WebInstall, WhatThePageSees)
         firmware.boot_partition(box);
         box.program("/usr/bin/xz", {{}});
         install_machine(box, firmware);
-        box.file(kConf, kModel + "rss_server_ssl=\"http://127.0.0.1:8080/autoupdate/genRSS.php\"\n");
-        box.file("/etc.defaults/VERSION", kFirmwareVersion + "buildphase=x\nbuilddate=x\nproductversion=6.2\n");
         box.program("/bin/mkdir", {{.effect = [&](const ProgramCall &made) {
                         box.directory(made.args.back());
                         if (made.args.back() == "/tmp/bootmnt")
                             page.wait_for(stage_body("chk_boot"));
                     }}});
-        const FeedServer feed(box, page, good);
         const bool is_upload = row.body[0] == '\0';
         const std::string form = is_upload ? patch_form(good) : row.body;
         const std::string request = post(row.query, kMultipart, form, form.size());
