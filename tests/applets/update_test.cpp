@@ -2,8 +2,6 @@
 #include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <optional>
-#include <random>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -266,7 +264,6 @@ TEST(UpdateAuto, Faults)
         Change change;
         std::string record, link = "file:///feed/a.pat";
     } kRows[] = {
-        {"no feed", kNoFeed, "", gone("/feed/rss.xml"), "run /usr/norv/sbin/installer.sh *\n*Check NEW NOS fail*"},
         {"link without a name", kNoPatch, "", kNoChange, "*Get out file path fail *", "https://127.0.0.1:8443/"},
         {"no patch", kNoPatch, "0 0 " + kAt + kOwn, gone("/feed/a.pat"), "*fail to perform curl, CURLcode returns 37"},
         {"server mute", kNoPatch, "0 0 " + kAt + kMute, [](Sandbox &box) { box.compress_sleeps(100); },
@@ -292,9 +289,7 @@ TEST(UpdateAuto, Faults)
         row.change(box);
         const UniqueFd server = loopback_listen(box, 8080); // where nobody answers
         const bool runs = strcmp(row.what, "a download runs") == 0;
-        RunOptions options = kAutoLeaves;
-        options.env = {"LD_LIBRARY_PATH=/lib.bad"};
-        const Result result = box.run({"norvupgrade", "--auto"}, options);
+        const Result result = box.run({"norvupgrade", "--auto"}, kAutoLeaves);
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_TRUE(result.err.ends_with(row.steps)) << result.err;
         EXPECT_TRUE(result.out.ends_with(" Auto Upgrade Fail.\n")) << result.out;
@@ -307,45 +302,23 @@ TEST(UpdateAuto, Faults)
     }
 }
 
-// A machine that knows the builder's keys, and its update server, whose answers are files.
-class OverTls : public testing::Test
-{
-  protected:
-    void SetUp() override
-    {
-        std::string image(200000, '\0'); // as good as random
-        std::mt19937 random(1);
-        for (char &byte : image)
-            byte = static_cast<char>(random());
-        patch = firmware.pack(kModel + kVersion + "extractsize=1000\npartitionversionlimit=0\n",
-                              "#!/bin/sh\necho updated >> /tmp/update.progress\n", image);
-        firmware.trust(box);
-        box.device("/dev/sda1", 4ULL << 30);
-    }
-    // Starts the server. False where there can be none.
-    bool serve()
-    {
-        blank_machine(box, "https://127.0.0.1:8443/autoupdate/genRSS.php", kLink);
-        server.emplace(box, "-HTTP");
-        return server->runs();
-    }
-    static std::string answer(const std::string &content, size_t length)
-    {
-        return "HTTP/1.0 200 ok\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + content;
-    }
-
-    Firmware firmware;
-    std::string patch;
-    Sandbox box;
-    std::optional<HttpsServer> server{};
-};
-const std::string kFeedAt = "/feed/autoupdate/genRSS.php?root_partition_version=8", kPatchAt = "/feed/pat/a.pat";
-
 // A server with whatever answers, and after each of its faults the same machine is installed.
-TEST_F(OverTls, EveryFaultOfTheServer)
+TEST(UpdateOverTls, EveryFaultOfTheServer)
 {
-    if (!serve())
+    const std::string kFeedAt = "/feed/autoupdate/genRSS.php?root_partition_version=8", kPatchAt = "/feed/pat/a.pat";
+    Firmware firmware;
+    const std::string patch = firmware.pack(kModel + kVersion + "extractsize=1000\npartitionversionlimit=0\n",
+                                            "#!/bin/sh\necho updated >> /tmp/update.progress\n", "image");
+    Sandbox box;
+    firmware.trust(box);
+    box.device("/dev/sda1", 4ULL << 30);
+    blank_machine(box, "https://127.0.0.1:8443/autoupdate/genRSS.php", kLink);
+    const HttpsServer server(box, "-HTTP");
+    if (!server.runs())
         GTEST_SKIP() << "no openssl or no libcurl here";
+    const auto answer = [](const std::string &content, size_t length) {
+        return "HTTP/1.0 200 ok\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" + content;
+    };
     // So long that the loop ends soon, however many redirections a version of the library follows.
     const auto redirection = [](const std::string &path) {
         return "HTTP/1.0 302 there\r\nLocation: https://127.0.0.1:8443/" + path + "\r\nX: " + std::string(90000, 'x') +
@@ -365,7 +338,6 @@ TEST_F(OverTls, EveryFaultOfTheServer)
         {"patch: closed early", kGoodFeed, answer(patch.substr(0, patch.size() / 2), patch.size()), kNoPatch,
          "*CURLcode returns 18"},
         {"patch: redirected for ever", kGoodFeed, redirection(kPatchAt.substr(6)), kNoPatch, "*CURLcode returns *"},
-        {"patch: damaged", kGoodFeed, answer(patch.substr(1) + "x", patch.size()), kBadPatch, "*Extraction failed *"},
     };
     const auto install = [&](const std::string &feed_answer, const std::string &patch_answer) {
         box.file(kFeedAt, feed_answer);
