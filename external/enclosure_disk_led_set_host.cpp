@@ -12,8 +12,7 @@ int enclosure_disk_led_set_host(int is_on)
         char pattern[64];
         snprintf(pattern, sizeof(pattern), "/sys/class/enclosure/*/*/%s", name);
         GlobMatches matches;
-        if (glob(pattern, 0, nullptr, &matches.found) != 0)
-            continue;
+        is_set = glob(pattern, 0, nullptr, &matches.found) != GLOB_NOSPACE && is_set;
         lamps += matches.found.gl_pathc;
         for (size_t i = 0; i < matches.found.gl_pathc; i++)
             is_set = enclosure_lamp_write(matches.found.gl_pathv[i], is_on != 0) == 0 && is_set;

@@ -13,6 +13,12 @@
 static constexpr char kUnitPattern[] = "/tmp/eunitinfo_*";
 static constexpr size_t kDisksRoom = 1024;
 
+// Finds the files of all units, none among them. Returns 0; -1 when there is no memory.
+static int units_find(glob_t *found)
+{
+    return glob(kUnitPattern, 0, nullptr, found) == GLOB_NOSPACE ? fail(kErrOutOfMemory) : 0;
+}
+
 // The names in a unit's file. Returns their length with the NUL; 0 or less without any.
 template <size_t kRoom> static int unit_disks_read(const char *file, char (&disks)[kRoom])
 {
@@ -26,8 +32,8 @@ int expansion_unit_disks_get(char *names, size_t size)
     names[0] = '\0';
     size_t length = 0;
     GlobMatches units;
-    if (glob(kUnitPattern, 0, nullptr, &units.found) != 0)
-        return 0;
+    if (units_find(&units.found) != 0)
+        return -1;
     for (size_t i = 0; i < units.found.gl_pathc; i++) {
         char disks[kDisksRoom];
         const int bytes = unit_disks_read(units.found.gl_pathv[i], disks);
@@ -63,8 +69,8 @@ int expansion_unit_place_get(const char *disk_name, ExpansionUnitPlace *place)
     if (disk_name == nullptr || place == nullptr)
         return fail(kErrBadParameter);
     GlobMatches units;
-    if (glob(kUnitPattern, 0, nullptr, &units.found) != 0)
-        return 0;
+    if (units_find(&units.found) != 0)
+        return -1;
     for (size_t i = 0; i < units.found.gl_pathc; i++) {
         const char *file = units.found.gl_pathv[i];
         char disks[kDisksRoom], model[sizeof(place->model)];

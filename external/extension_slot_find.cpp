@@ -12,8 +12,8 @@ int extension_slot_find(std::string_view path, std::string_view *behind)
     UniqueHash ports(NLIBCSzHashAlloc(0));
     if (!ports)
         return -1;
-    if (NLIBCFileGetSection(kExtensionPortsPath, "pci", ports.address()) <= 0)
-        return 0;
+    if (const int pairs = NLIBCFileGetSection(kExtensionPortsPath, "pci", ports.address()); pairs <= 0)
+        return pairs < 0 && NLIBCErrGet() == kErrOutOfMemory ? -1 : 0;
     while (!path.empty()) {
         path.remove_prefix(path.front() == '/' ? 1 : 0);
         const std::string_view component = path.substr(0, path.find('/'));

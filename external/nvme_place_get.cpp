@@ -90,7 +90,10 @@ int nvme_place_get(const char *disk, NvmePlace *place)
         return fail(kErrNoDevice);
 
     std::string_view behind;
-    if (const int slot = extension_slot_find(path, &behind); slot > 0) {
+    const int slot = extension_slot_find(path, &behind);
+    if (slot < 0)
+        return -1;
+    if (slot > 0) {
         *place = {.kind = kNvmeSlotCache, .index = card_index(path, behind), .slot = slot};
         return 0;
     }

@@ -15,8 +15,8 @@ struct NvmePlace {
     int slot;  // extension slot of its card, from 1; 0 for an onboard cache slot; -1 for any other
 };
 
-// The place of an NVMe disk by its name, whole or partition, "/dev/" allowed. Returns 0; -1 with 0x0d00, 0x0700 when
-// there is no such disk or no table knows its place.
+// The place of an NVMe disk by its name, whole or partition, "/dev/" allowed. Returns 0; -1 with 0x0d00, 0x0200, 0x0700
+// when there is no such disk or no table knows its place.
 [[nodiscard]] int nvme_place_get(const char *disk, NvmePlace *place);
 
 // Its kind alone; kNvmeSlotUnknown on any trouble.

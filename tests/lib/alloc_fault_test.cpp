@@ -12,8 +12,15 @@
 
 #include "autocleanup/unique.h"
 #include "disk/disk.h"
+#include "external/disk_identity.h"
 #include "external/enclosure.h"
+#include "external/expansion_unit.h"
+#include "external/extension_slot.h"
+#include "external/mapped_disk.h"
+#include "external/nic.h"
+#include "external/nvme_slot.h"
 #include "external/power_schedule.h"
+#include "external/sas.h"
 #include "fan/fan_path.h"
 #include "findhost/keys.h"
 #include "install/cgi.h"
@@ -36,6 +43,7 @@
 #include "storage/root_block.h"
 #include "swap/swap.h"
 #include "swap/swap_json.h"
+#include "tests/external/disk_answers.h"
 #include "tests/storage/root_block_bytes.h"
 #include "tests/support/device_answers.h"
 #include "tests/support/in_child.h"
@@ -148,6 +156,7 @@ struct Operation {
     bool (*succeeds)();
     int code = kErrOutOfMemory; // of its failure
 };
+constexpr int kAnyCode = -1; // the failure of a part is told as the whole's, or as nothing found
 
 bool list_filled(int (*fill)(PNLIBSZLIST *list))
 {
@@ -192,6 +201,65 @@ const Operation kOperations[] = {
          return list_filled([](PNLIBSZLIST *list) { return external_disk_port_enum_all(kDiskPortInternal, list); });
      }},
     {"enclosures", [] { return list_filled(enclosure_enum); }},
+    {"all lamps of enclosures", [] { return enclosure_disk_led_set_host(1) == 0; }, kAnyCode},
+    {"lamp of a disk", [] { return enclosure_disk_lamp_set("sda", kLampFault, true) == 0; }, kErrNoDevice},
+    {"serial of an enclosure",
+     [] {
+         char serial[64];
+         return enclosure_serial_get("0:0:12:0", serial, sizeof(serial)) == 0;
+     },
+     kAnyCode},
+    {"identity of a disk",
+     [] {
+         DiskIdentity identity;
+         return disk_identity_get("sda", &identity) == 0;
+     },
+     kErrDiskIdentify},
+    {"model of an expander", [] { return sas_expander_model_id_get("expander-0:0") >= 0; }},
+    {"disks of expansion units",
+     [] {
+         char names[64];
+         return expansion_unit_disks_get(names, sizeof(names)) == 0;
+     }},
+    {"expansion unit of a disk",
+     [] {
+         ExpansionUnitPlace place;
+         return expansion_unit_place_get("sdja", &place) == 1;
+     }},
+    {"mapped disk",
+     [] {
+         char parent[16];
+         return mapped_disk_parent_get("cache", parent, sizeof(parent)) == 0;
+     },
+     kErrNoDevice},
+    {"extension slot", [] { return extension_slot_find("/sys/devices/0000:00:01.0/x", nullptr) == 1; }},
+    {"device in an extension slot", [] { return external_hw_is_device_on_PCI_extension_port("0000:05:00.0") == 1; },
+     kAnyCode},
+    {"place of an NVMe disk",
+     [] {
+         NvmePlace place;
+         return nvme_place_get("nvme0n1", &place) == 0 && place.slot == 1;
+     }},
+    {"fan controller",
+     [] {
+         char path[64];
+         return fan_path_get(0, path, sizeof(path)) == 0;
+     },
+     kErrDeviceSearch},
+    {"layout for the system",
+     [] {
+         int version = 0;
+         return partition_layout_get_max(&version, false) == 0;
+     }},
+    {"partition made",
+     [] {
+         constexpr int kVersion = 6;
+         return partition_create("sda", kPartitionData, &kVersion) == 0;
+     },
+     kErrChild},
+    {"array stopped", [] { return raid_stop("/dev/md2") == 0; }, kErrChild},
+    {"super block wiped", [] { return raid_clean_superblock("/dev/sda3") == 0; }, kErrChild},
+    {"DHCP client", [] { return net_dhcp_client_start("eth0") == 0; }},
     {"partitions", [] { return list_filled([](PNLIBSZLIST *list) { return partition_path_enum(nullptr, list); }); }},
     {"members of the system",
      [] { return list_filled([](PNLIBSZLIST *list) { return partition_system_members(0, list); }); }},
@@ -268,6 +336,9 @@ const Operation kOperations[] = {
      }},
 };
 
+const std::string kBridge = "/sys/devices/pci0000:00/0000:00:01.0",
+                  kExpander = kBridge + "/0000:01:00.0/host0/expander-0:0/0:0:12:0";
+
 // The machine of these operations.
 void machine_make(const PrivateRoot &root)
 {
@@ -284,7 +355,15 @@ void machine_make(const PrivateRoot &root)
     root.write("/sys/block/md0/md/dev-sda1/state", "in_sync\n");
     root.write("/sys/block/md2/md/dev-sda3/state", "in_sync\n");
     root.write("/sys/block/md2/md/dev-sda3/slot", "0\n");
-    root.write("/sys/class/enclosure/0:0:12:0/id", "1\n");
+    root.write(kExpander + "/enclosure/1/fault", "0\n");
+    root.write(kExpander + "/enclosure/1/device/block/sda/size", "1600\n");
+    root.write(kExpander + "/scsi_generic/sg0/dev", "");
+    root.write(kBridge + "/0000:05:00.0/nvme/nvme0/nvme0n1/size", "1600\n");
+    root.write("/sys/block/dm-0/dm/name", "cache\n");
+    root.write("/etc.defaults/extensionPorts", "[pci]\npci1=\"0000:00:01.0\"\n");
+    root.write("/tmp/eunitinfo_1", "EUnitModel=\"NX4R-1\"\nEUnitDisks=\"sdja\"\n");
+    root.write("/tmp/ADTFanPath/name", "adt7490\n");
+    root.write("/dev/sg0", "");
     root.write("/sys/block/sda/size", "1600\n");
     root.write("/tmp/root_info.cache", "a=\"1\"\n");
     std::string disk(kDiskBytes, '\0');
@@ -292,13 +371,23 @@ void machine_make(const PrivateRoot &root)
     root.write("/dev/sda", disk.replace(kRootBlockBodyAt, kHandBody.size(), kHandBody));
 }
 
-// Programs that do nothing, from inside of the root.
+// Programs that do nothing, and links of the device tree, from inside of the root.
 void programs_make()
 {
-    for (const char *path : {"/bin/true", "/bin/sh", "/bin/cp", "/sbin/mdadm", "/sbin/pvs", "/sbin/sfdisk"}) {
+    for (const char *path :
+         {"/bin/true", "/bin/sh", "/bin/cp", "/sbin/mdadm", "/sbin/pvs", "/sbin/sfdisk", "/sbin/udhcpc"}) {
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
         std::ofstream(path) << true_program();
         chmod(path, 0755);
+    }
+    const std::pair<std::string, std::string> links[] = {
+        {"/sys/class/enclosure/0:0:12:0", kExpander + "/enclosure"},
+        {kExpander + "/enclosure/device", kExpander},
+        {"/sys/block/nvme0n1", kBridge + "/0000:05:00.0/nvme/nvme0/nvme0n1"},
+        {"/sys/bus/pci/devices/0000:00:01.0", kBridge}};
+    for (const auto &[path, target] : links) {
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        std::filesystem::create_symlink(target, path);
     }
 }
 
@@ -332,7 +421,9 @@ int operation_try(const Operation &operation, int nth)
         EXPECT_EQ(succeeds, !struck);
         EXPECT_EQ(held, 0);
         if (struck) {
-            EXPECT_EQ(NLIBCErrGet(), operation.code);
+            if (operation.code != kAnyCode) {
+                EXPECT_EQ(NLIBCErrGet(), operation.code);
+            }
             EXPECT_EQ(entries(kIni), before);
         }
         EXPECT_EQ(open("/", O_RDONLY | O_CLOEXEC), lowest_free) << "a descriptor is left open";
@@ -342,7 +433,9 @@ int operation_try(const Operation &operation, int nth)
 
 TEST(AllocFault, EveryOperationOnFilesFailsWhole)
 {
-    const DeviceAnswers answers({}, kDiskBytes);
+    const DeviceAnswers answers({{"\x12\x01\x80", std::string("\0\x80\0\x04SN 1", 8)},
+                                 {std::string("\x12\0", 2), scsi_inquiry_data(0, "MAKER", "DISK", "1")}},
+                                kDiskBytes);
     setenv("REQUEST_METHOD", "GET", 1);
     setenv("QUERY_STRING", "a=b", 1);
     setenv("HTTP_ACCEPT_LANGUAGE", "en", 1);
