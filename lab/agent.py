@@ -103,15 +103,17 @@ class _Session:
             if self._stdin is not None and self._stdin in ready:
                 self._read_input(self._stdin)
             port = ready.get(self._port.fileno(), 0)
+            data = None
             try:
                 if port & select.POLLOUT:
                     del self._to_send[:self._port.send(self._to_send)]
                 if port & ~select.POLLOUT:
-                    status = self._receive()
-                    if status is not None:
-                        return os.waitstatus_to_exitcode(status)
+                    data = self._port.recv(1 << 18)
             except OSError:
                 raise GuestLost("the machine ended") from None
+            status = self._take(data) if data is not None else None
+            if status is not None:
+                return os.waitstatus_to_exitcode(status)
 
     def _read_input(self, stdin: int) -> None:
         data = os.read(stdin, _PAYLOAD_BYTES)
@@ -120,9 +122,8 @@ class _Session:
         if not data:
             self._stdin = None
 
-    def _receive(self) -> int | None:
+    def _take(self, data: bytes) -> int | None:
         """Takes what has come; returns the wait status when the command has ended."""
-        data = self._port.recv(1 << 18)
         if not data:
             raise GuestLost("the machine ended")
         self._received += data

@@ -39,6 +39,7 @@ class Bridge:
         self._keeper = subprocess.Popen(command, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE)
         self._sockets: socket.socket | None = None
+        self._maker: subprocess.Popen[bytes] | None = None  # of sockets, at the other end
         self._lock = threading.Lock()
         assert self._keeper.stdout and self._keeper.stderr
         if self._keeper.stdout.readline() != "ready\n":
@@ -54,8 +55,9 @@ class Bridge:
         self._end()
 
     def _end(self) -> None:
-        if self._sockets is not None:
+        if self._sockets is not None and self._maker is not None:
             self._sockets.close()
+            self._maker.wait()
         self._keeper.communicate()
 
     @property
@@ -69,8 +71,8 @@ class Bridge:
             if self._sockets is None:
                 self._sockets, theirs = socket.socketpair()
                 with theirs:
-                    subprocess.Popen([*self.within, sys.executable, "-c", _SOCKETS, str(theirs.fileno())],
-                                     pass_fds=(theirs.fileno(),))
+                    self._maker = subprocess.Popen([*self.within, sys.executable, "-c", _SOCKETS, str(theirs.fileno())],
+                                                   pass_fds=(theirs.fileno(),))
             self._sockets.sendall(b"x")
             _, files, _, _ = socket.recv_fds(self._sockets, 1, 1)
         if not files:

@@ -50,18 +50,18 @@ def body_of(answer: str) -> dict[str, Any]:
 
 def form(fields: Mapping[str, str], patch: Path, boundary: str) -> tuple[int, Iterator[bytes]]:
     """A form with a file, multipart/form-data of RFC 7578: its length, and its pieces."""
-    head = "".join(f'--{boundary}\r\nContent-Disposition: form-data; name="{name}"\r\n\r\n{value}\r\n'
+    text = "".join(f'--{boundary}\r\nContent-Disposition: form-data; name="{name}"\r\n\r\n{value}\r\n'
                    for name, value in fields.items())
-    head += (f'--{boundary}\r\nContent-Disposition: form-data; name="filename"; filename="{patch.name}"\r\n'
+    text += (f'--{boundary}\r\nContent-Disposition: form-data; name="filename"; filename="{patch.name}"\r\n'
              "Content-Type: application/octet-stream\r\n\r\n")
-    tail = f"\r\n--{boundary}--\r\n"
+    head, tail = text.encode(), f"\r\n--{boundary}--\r\n".encode()
 
     def pieces() -> Iterator[bytes]:
-        yield head.encode()
+        yield head
         with open(patch, "rb") as file:
             while piece := file.read(_PIECE_BYTES):
                 yield piece
-        yield tail.encode()
+        yield tail
 
     return len(head) + patch.stat().st_size + len(tail), pieces()
 

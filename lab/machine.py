@@ -60,12 +60,16 @@ class Machine:
     def create(cls, folder: Path, settings: Settings) -> "Machine":
         """Makes the folder, and the disks in it. The folder's parent must exist."""
         folder.mkdir()
-        for bay, disk in enumerate(settings.disks):
-            disk.create(folder / settings.disk_file(bay))
-        if settings.saves:
-            Disk(size=1 << 20).create(folder / "state.qcow2")
-        kept = {"settings": dataclasses.asdict(settings), "plugged": list(range(len(settings.disks)))}
-        (folder / "machine.json").write_text(json.dumps(kept, indent=1))
+        try:
+            for bay, disk in enumerate(settings.disks):
+                disk.create(folder / settings.disk_file(bay))
+            if settings.saves:
+                Disk(size=1 << 20).create(folder / "state.qcow2")
+            kept = {"settings": dataclasses.asdict(settings), "plugged": list(range(len(settings.disks)))}
+            (folder / "machine.json").write_text(json.dumps(kept, indent=1))
+        except BaseException:
+            shutil.rmtree(folder)  # nobody could use or remove it
+            raise
         return cls(folder)
 
     def __enter__(self) -> "Machine":

@@ -70,12 +70,10 @@ def fetch(set_name: str, packages: Callable[[], Sequence[str]], list_key: str,
         names = sorted(deb.name for deb in debs)
         key = hashlib.sha256(json.dumps([names, list_key]).encode()).hexdigest()[:12]
         tree = cache() / f"{set_name}-{key}"
-        shutil.rmtree(tree, ignore_errors=True)
-        unpacked = Path(tempfile.mkdtemp(dir=cache()))
-        unpacked.chmod(0o755)
+        shutil.rmtree(tree, ignore_errors=True)  # of a fetch that was cut off
+        tree.mkdir()
         for deb in debs:
-            tool("dpkg-deb", "-x", str(deb), str(unpacked))
-        unpacked.rename(tree)
+            tool("dpkg-deb", "-x", str(deb), str(tree))
         prepare(tree)
         pin.write_text(json.dumps({"key": list_key, "tree": str(tree), "packages": names}, indent=1))
         return tree
