@@ -7,16 +7,15 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <spawn.h>
 #include <string>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <vector>
 
+#include "autocleanup/unique.h"
 #include "bench/figure.h"
+#include "bench/private_root.h"
 #include "build_paths.h"
 #include "lib/cksum/cksum.h"
-#include "tests/support/private_mounts.h"
 
 namespace
 {
@@ -36,16 +35,8 @@ constexpr Case kCases[] = {
 
 bool tool_run(const std::string &path)
 {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/tmp/output", O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::string words[] = {kTool, "-o", "3", path};
-    char *const argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), nullptr};
-    pid_t pid = 0;
-    int status = -1;
-    const bool started = posix_spawn(&pid, kTool, &actions, nullptr, argv, environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    return started && waitpid(pid, &status, 0) == pid && status == 0;
+    const UniqueFd output(open("/tmp/output", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    return program_run({kTool, "-o", "3", path}, output.get());
 }
 
 // Files of zeros, and their list: each spot is at the file's beginning, its value 0.

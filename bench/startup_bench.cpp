@@ -40,9 +40,11 @@ void time_round(Program &program, int out_fd)
 void count_instructions(Program &program)
 {
     const int out_fd = open("/tmp/out", O_RDWR | O_CREAT | O_TRUNC, 0600);
-    program_run({"/usr/bin/valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--vgdb=no", program.path},
-                out_fd);
+    const bool is_run = program_run(
+        {"/usr/bin/valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", "--vgdb=no", program.path}, out_fd);
     close(out_fd);
+    if (!is_run)
+        program_failed("valgrind");
     std::ifstream file_in("/tmp/out");
     const std::string out{std::istreambuf_iterator<char>(file_in), {}};
     const size_t at = out.find("refs:");
@@ -72,6 +74,8 @@ void measure_resident(Program &program, int out_fd)
             program.resident_kib = strtol(line.c_str() + 6, nullptr, 10);
     ptrace(PTRACE_CONT, pid, nullptr, nullptr);
     waitpid(pid, &status, 0);
+    if (program.resident_kib == 0 || status != 0)
+        program_failed(program.path);
 }
 
 } // namespace
