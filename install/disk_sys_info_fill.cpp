@@ -1,4 +1,3 @@
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -31,9 +30,7 @@ static void version_fill(const char *version_path)
 static bool port_is_valid(const char *port)
 {
     unsigned number = 0;
-    const char *end = port + strlen(port);
-    const auto [stop, error] = std::from_chars(port, end, number);
-    if (error == std::errc() && stop == end && number >= 1 && number <= 65535)
+    if (text_number(port, &number) && number >= 1 && number <= 65535)
         return true;
     NORV_LOG(LOG_ERR, "Invalid port value: %s", port);
     return false;

@@ -1,7 +1,6 @@
 #include "install/patch_space.h"
 
 #include <cerrno>
-#include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include "disk/disk.h"
 #include "lib/file.h"
 #include "lib/report.h"
+#include "lib/text.h"
 
 static constexpr uint64_t kReserveKib = 20482;
 
@@ -37,9 +37,7 @@ static bool required_kib_get(const char *folder, const char *version_path, uint6
         return false;
     }
     uint64_t extract_kib = 0;
-    const char *end = text + strlen(text);
-    const auto [stop, error] = std::from_chars(text, end, extract_kib);
-    if (error != std::errc() || stop != end) {
+    if (!text_number(text, &extract_kib)) {
         NORV_LOG(LOG_ERR, "fail to convert [%s] to long long", text);
         return false;
     }

@@ -1,6 +1,8 @@
-// Fixed text fields of records, and trimming. A field that is full to the last byte has no NUL, hence text_view.
+// Fixed text fields of records; trimming; the words and the number in a text. A field that is full to the last byte has
+// no NUL, hence text_view.
 #pragma once
 
+#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <string_view>
@@ -53,4 +55,16 @@ template <size_t kRoom> [[nodiscard]] std::string_view text_view(const char (&fi
     text = text_strip(text);
     const bool quoted = text.size() >= 2 && text.front() == '"' && text.back() == '"';
     return quoted ? text.substr(1, text.size() - 2) : text;
+}
+
+// Cuts the next word off the text: what stands between characters of `blanks`. Empty when there is none.
+[[nodiscard]] std::string_view text_word_take(std::string_view *text, std::string_view blanks);
+
+// Reads the whole of a text as one number, as std::from_chars does: no blank, no plus, no prefix. False when it is none
+// or does not fit; `*number` is then of no use.
+template <typename Number> [[nodiscard]] bool text_number(std::string_view text, Number *number, int base = 10)
+{
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, *number, base);
+    return error == std::errc() && stop == end;
 }

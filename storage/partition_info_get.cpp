@@ -1,7 +1,5 @@
 #include "storage/partition.h"
 
-#include <algorithm>
-#include <charconv>
 #include <string_view>
 
 #include "disk/disk.h"
@@ -9,34 +7,24 @@
 #include "lib/proc.h"
 #include "lib/report.h"
 #include "lib/string.h"
+#include "lib/text.h"
 
 static constexpr std::string_view kBlanks = " \t\r\n";
 
-// Takes the next column off the line; empty when there is none.
-static std::string_view column_take(std::string_view *line)
-{
-    line->remove_prefix(std::min(line->find_first_not_of(kBlanks), line->size()));
-    const std::string_view column = line->substr(0, line->find_first_of(kBlanks));
-    line->remove_prefix(column.size());
-    return column;
-}
-
 static bool number_take(std::string_view *line, int base, uint64_t *value)
 {
-    std::string_view column = column_take(line);
+    std::string_view column = text_word_take(line, kBlanks);
     if (base == 16 && column.starts_with("0x"))
         column.remove_prefix(2);
-    const char *end = column.data() + column.size();
-    const auto [stop, error] = std::from_chars(column.data(), end, *value, base);
-    return error == std::errc() && stop == end;
+    return text_number(column, value, base);
 }
 
 int partition_line_parse(const char *line, PartitionExtent *extent)
 {
     std::string_view rest(line);
     PartitionExtent read = {};
-    if (column_take(&rest).empty() || !number_take(&rest, 10, &read.start) || !number_take(&rest, 10, &read.size) ||
-        !number_take(&rest, 16, &read.fsId) || read.size > INT64_MAX)
+    if (text_word_take(&rest, kBlanks).empty() || !number_take(&rest, 10, &read.start) ||
+        !number_take(&rest, 10, &read.size) || !number_take(&rest, 16, &read.fsId) || read.size > INT64_MAX)
         return fail(kErrBadFormat);
     *extent = read;
     return 0;

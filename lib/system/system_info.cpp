@@ -1,11 +1,11 @@
 #include "lib/system/system_info.h"
 
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 
 #include "autocleanup/unique.h"
 #include "lib/io.h"
+#include "lib/text.h"
 
 bool system_info_read(const char *root, const char *name, SystemInfo *out)
 {
@@ -25,10 +25,8 @@ int system_info_number(const char *root, const char *name)
     SystemInfo info;
     if (!system_info_read(root, name, &info))
         return -1;
-    const char *end = info.line + strlen(info.line);
     int number = 0;
-    const auto [stop, error] = std::from_chars(info.line, end, number);
-    return error == std::errc() && stop == end && number > 0 ? number : -1;
+    return text_number(info.line, &number) && number > 0 ? number : -1;
 }
 
 bool model_begins(std::string_view model, std::span<const std::string_view> words)

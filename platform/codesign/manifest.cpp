@@ -1,7 +1,6 @@
 #include "platform/codesign/manifest.h"
 
 #include <algorithm>
-#include <charconv>
 #include <climits>
 #include <cstring>
 #include <dirent.h>
@@ -10,6 +9,7 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "lib/text.h"
 
 namespace codesign
 {
@@ -41,18 +41,11 @@ std::string member_line(const Member &member)
            "\n";
 }
 
-static std::string_view word_cut(std::string_view *text)
+std::string_view word_cut(std::string_view *text)
 {
-    const size_t end = std::min(text->find(' '), text->size());
-    const std::string_view word = text->substr(0, end);
-    text->remove_prefix(std::min(end + 1, text->size()));
+    const std::string_view word = text->substr(0, text->find(' '));
+    text->remove_prefix(std::min(word.size() + 1, text->size()));
     return word;
-}
-
-template <typename Number> static bool number_parse(std::string_view word, int base, Number *out)
-{
-    const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), *out, base);
-    return error == std::errc() && stop == word.data() + word.size() && !word.empty();
 }
 
 bool member_parse(std::string_view line, Member *out)
@@ -72,7 +65,7 @@ bool member_parse(std::string_view line, Member *out)
         return false;
     }
     out->path = line;
-    return number_parse(bytes, 10, &out->bytes) && number_parse(mode, 8, &out->mode) && path_is_clean(out->path);
+    return text_number(bytes, &out->bytes) && text_number(mode, &out->mode, 8) && path_is_clean(out->path);
 }
 
 const Member *member_find(const std::vector<Member> &members, std::string_view path)

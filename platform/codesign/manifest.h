@@ -27,6 +27,9 @@ struct Member {
     std::string path;
 };
 
+// Cuts a word that ends with a blank, or with the text, off it; the blank goes, too.
+[[nodiscard]] std::string_view word_cut(std::string_view *text);
+
 // Whether a path stays below where it starts.
 [[nodiscard]] bool path_is_clean(std::string_view path);
 

@@ -1,5 +1,4 @@
-#include <charconv>
-
+#include "lib/text.h"
 #include "platform/codesign/signed_archive.h"
 
 namespace codesign
@@ -19,21 +18,6 @@ static bool line_cut(std::string_view *text, std::string_view *line)
     return true;
 }
 
-// Cuts a word that ends with a blank, or with the text, off it.
-static std::string_view word_cut(std::string_view *text)
-{
-    const std::string_view word = text->substr(0, text->find(' '));
-    text->remove_prefix(word.size() == text->size() ? word.size() : word.size() + 1);
-    return word;
-}
-
-template <typename Number> static bool number_cut(std::string_view *text, Number *out)
-{
-    const std::string_view word = word_cut(text);
-    const auto [stop, error] = std::from_chars(word.data(), word.data() + word.size(), *out);
-    return error == std::errc() && stop == word.data() + word.size() && !word.empty();
-}
-
 static bool manifest_parse(std::string_view text, ArchiveHead *out)
 {
     std::string_view line;
@@ -41,7 +25,7 @@ static bool manifest_parse(std::string_view text, ArchiveHead *out)
         return false;
     std::string digest;
     if (!hex_decode(word_cut(&line), &digest) || digest.size() != out->payload_digest.size() ||
-        !number_cut(&line, &out->payload_bytes) || !line.empty())
+        !text_number(word_cut(&line), &out->payload_bytes) || !line.empty())
         return false;
     digest.copy(reinterpret_cast<char *>(out->payload_digest.data()), digest.size());
     while (line_cut(&text, &line)) {
@@ -58,7 +42,7 @@ bool signatures_parse(std::string_view *text, std::vector<SignatureLine> *out)
     std::string_view line, rest = *text;
     while (line_cut(&rest, &line) && word_cut(&line) == "signature") {
         SignatureLine signature;
-        if (out->size() == kSignaturesLimit || !number_cut(&line, &signature.key_type) ||
+        if (out->size() == kSignaturesLimit || !text_number(word_cut(&line), &signature.key_type) ||
             !hex_decode(line, &signature.signature))
             return false;
         out->push_back(signature);
@@ -77,7 +61,7 @@ bool head_parse(std::string_view bytes, ArchiveHead *out)
     uint64_t manifest_bytes = 0;
     if (!signatures_parse(&rest, &out->signatures) || !line_cut(&rest, &line) || word_cut(&line) != "manifest")
         return false;
-    if (!number_cut(&line, &manifest_bytes) || !line.empty() || manifest_bytes > kManifestLimit ||
+    if (!text_number(word_cut(&line), &manifest_bytes) || !line.empty() || manifest_bytes > kManifestLimit ||
         manifest_bytes > rest.size())
         return false;
     out->manifest = rest.substr(0, manifest_bytes);

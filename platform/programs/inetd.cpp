@@ -5,7 +5,6 @@
 // 1 when a line is wrong or a port is taken, and nothing listens then.
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +22,7 @@
 #include <vector>
 
 #include "autocleanup/unique.h"
+#include "lib/text.h"
 
 namespace
 {
@@ -56,8 +56,7 @@ std::vector<std::string> words_of(char *line)
 uint16_t port_of(const std::string &service)
 {
     uint16_t port = 0;
-    const char *end = service.data() + service.size();
-    if (std::from_chars(service.data(), end, port).ptr == end)
+    if (text_number(service, &port))
         return port;
     const servent *entry = getservbyname(service.c_str(), "tcp");
     return entry != nullptr ? ntohs(static_cast<uint16_t>(entry->s_port)) : uint16_t{0};

@@ -1,20 +1,12 @@
 #include "platform/sfdisk/options.h"
 
-#include <charconv>
 #include <cstring>
 #include <getopt.h>
-#include <string_view>
+
+#include "lib/text.h"
 
 namespace
 {
-
-// The whole text as one number.
-template <typename Number> bool number_parse(std::string_view text, Number *number, int base = 10)
-{
-    const char *end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, *number, base);
-    return error == std::errc() && stop == end;
-}
 
 bool size_parse(std::string_view text, uint64_t *sectors)
 {
@@ -22,7 +14,7 @@ bool size_parse(std::string_view text, uint64_t *sectors)
         *sectors = kToTheEnd;
         return true;
     }
-    return number_parse(text, sectors) && *sectors > 0 && *sectors != kToTheEnd;
+    return text_number(text, sectors) && *sectors > 0 && *sectors != kToTheEnd;
 }
 
 bool range_parse(std::string_view text, Options *options)
@@ -33,8 +25,8 @@ bool range_parse(std::string_view text, Options *options)
     }
     options->action = Action::kRemove;
     const size_t colon = text.find(':');
-    return colon != std::string_view::npos && number_parse(text.substr(0, colon), &options->remove_first) &&
-           number_parse(text.substr(colon + 1), &options->remove_last) && options->remove_first > 0 &&
+    return colon != std::string_view::npos && text_number(text.substr(0, colon), &options->remove_first) &&
+           text_number(text.substr(colon + 1), &options->remove_last) && options->remove_first > 0 &&
            options->remove_last <= 255 && options->remove_first <= options->remove_last;
 }
 
@@ -79,14 +71,14 @@ bool options_parse(int argc, char *argv[], Options *options)
             is_right = size_parse(optarg, &options->partition.sectors);
             break;
         case 'N':
-            is_right = number_parse(optarg, &options->partition.number) && options->partition.number > 0;
+            is_right = text_number(optarg, &options->partition.number) && options->partition.number > 0;
             break;
         case 'j':
-            is_right = number_parse(optarg, &options->partition.gap);
+            is_right = text_number(optarg, &options->partition.gap);
             break;
         case 't':
             has_type = true;
-            is_right = number_parse(optarg, &options->partition.type, 16);
+            is_right = text_number(optarg, &options->partition.type, 16);
             break;
         case 'u':
             is_right = strcmp(optarg, "S") == 0;
