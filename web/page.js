@@ -99,9 +99,7 @@ function bytes_text(bytes) {
   return new Intl.NumberFormat(texts.tag, form).format(bytes / 1000 ** step);
 }
 
-function time_text(time) {
-  return time === null ? "" : time.toLocaleTimeString(texts.tag);
-}
+const time_text = (time) => time.toLocaleTimeString(texts.tag);
 
 function is_address(text) {
   return /^(0|[1-9]\d{0,2})(\.(0|[1-9]\d{0,2})){3}$/.test(text) && text.split(".").every((part) => Number(part) < 256);
@@ -150,6 +148,7 @@ const pause = (ms) => new Promise((go_on) => setTimeout(go_on, document.hidden ?
 async function news_get() {
   const lock = await ask("lock_check.cgi", {seconds: NEWS_SECONDS});
   const progress = await ask("progress.cgi", {seconds: NEWS_SECONDS});
+  state.heard = new Date();
   const is_busy = lock?.success === false;
   const news = {is_busy, text: JSON.stringify(progress)};
   const data = progress?.data ?? {};
@@ -237,7 +236,6 @@ async function follow() {
       if (turn !== state.turn)
         return;
       missed = 0;
-      state.heard = new Date();
       idle = news_take(news) ? 0 : idle + 1;
     } catch {
       missed++;
