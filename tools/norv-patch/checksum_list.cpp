@@ -13,6 +13,12 @@
 
 static constexpr size_t kReadBytes = 128 * 1024;
 
+static bool complain(const char *what, const std::string &path)
+{
+    fprintf(stderr, "norv-patch: cannot %s %s: %s\n", what, path.c_str(), strerror(errno));
+    return false;
+}
+
 // The checksum that cksum -o 3 prints.
 static bool crc_read(const std::string &path, unsigned long *out)
 {
@@ -48,14 +54,12 @@ static bool line_write(FILE *list, const std::string &folder, const codesign::Me
         fprintf(stderr, "norv-patch: a blank in the name of %s\n", path.c_str());
         return false;
     }
-    if (lstat(path.c_str(), &status) != 0 || (S_ISREG(status.st_mode) && !crc_read(path, &crc))) {
-        fprintf(stderr, "norv-patch: cannot read %s: %s\n", path.c_str(), strerror(errno));
-        return false;
-    }
+    if (lstat(path.c_str(), &status) != 0 || (S_ISREG(status.st_mode) && !crc_read(path, &crc)))
+        return complain("read", path);
     const long long offset = status.st_size + spot_position(member.path, status.st_size);
     ChecksumSpot spot;
     if (checksum_spot(path.c_str(), offset, &spot) != kChecksumGood)
-        return false;
+        return complain("read", path);
     fprintf(list, "%lu %lld %s %lld %lld\n", is_wrong ? crc + 1 : crc, spot.size, member.path.c_str(), offset,
             spot.value);
     totals->sizes += spot.size;
@@ -74,10 +78,8 @@ bool checksum_list_write(const std::string &folder, ListFault fault)
     }
     const std::string path = folder + "/" + kChecksumListName;
     const UniqueFile list(fopen(path.c_str(), "we"));
-    if (!list) {
-        fprintf(stderr, "norv-patch: cannot write %s: %s\n", path.c_str(), strerror(errno));
-        return false;
-    }
+    if (!list)
+        return complain("write", path);
     ListTotals totals = {0, 0, 0};
     bool is_wrong = fault == ListFault::kChecksum; // the first file's
     for (const codesign::Member &member : members) {
@@ -93,7 +95,7 @@ bool checksum_list_write(const std::string &folder, ListFault fault)
         totals.sizes++;
     if (fault != ListFault::kNoTotals)
         fprintf(list.get(), "# Norvcksum %lld %lld %lld\n", totals.sizes, totals.offsets, totals.spots);
-    return fflush(list.get()) == 0;
+    return (fflush(list.get()) == 0 && ferror(list.get()) == 0) || complain("write", path);
 }
 
 static const char *line_verify(const std::string &folder, const ChecksumLine &line, ChecksumTotals *totals)

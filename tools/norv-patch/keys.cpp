@@ -90,6 +90,7 @@ bool file_write(const std::string &path, mode_t mode, const std::string &text)
     if (file && !text.empty() && write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()))
         return true;
     fprintf(stderr, "norv-patch: cannot write %s: %s\n", path.c_str(), strerror(errno));
+    unlink(path.c_str());
     return false;
 }
 
@@ -115,9 +116,11 @@ bool keys_ensure(const std::string &folder, int key_type)
         fprintf(stderr, "norv-patch: cannot make a key\n");
         return false;
     }
+    // The private one goes last: it tells that the pair is there.
     return folder_make(folder, 0755) && folder_make(folder + "/private", 0700) &&
-           file_write(private_file, 0600, signer.pem(mbedtls_pk_write_key_pem)) &&
-           file_write(folder + "/" + std::to_string(key_type) + ".pem", 0644, signer.pem(mbedtls_pk_write_pubkey_pem));
+           file_write(folder + "/" + std::to_string(key_type) + ".pem", 0644,
+                      signer.pem(mbedtls_pk_write_pubkey_pem)) &&
+           file_write(private_file, 0600, signer.pem(mbedtls_pk_write_key_pem));
 }
 
 bool message_sign(const std::string &folder, int key_type, bool stranger, std::string_view message,

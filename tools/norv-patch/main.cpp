@@ -1,4 +1,5 @@
 // Makes, checks and explains firmware patches.
+#include <algorithm>
 #include <archive.h>
 #include <archive_entry.h>
 #include <cstdio>
@@ -10,7 +11,9 @@
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
+#include "lib/text.h"
 #include "platform/codesign/tree_signature.h"
+#include "tools/common/text_clean.h"
 #include "tools/norv-patch/keys.h"
 #include "tools/norv-patch/patch_write.h"
 
@@ -167,16 +170,22 @@ static int content_print(int file)
     archive_entry *entry = nullptr;
     int next;
     while ((next = archive_read_next_header(reader.get(), &entry)) == ARCHIVE_OK) {
-        const char *name = archive_entry_pathname(entry);
-        printf("member: %s, %lld bytes\n", name, static_cast<long long>(archive_entry_size(entry)));
-        if (strcmp(name, "VERSION") == 0 || strcmp(name, "./VERSION") == 0) {
+        const char *path = archive_entry_pathname(entry);
+        const std::string_view name = path != nullptr ? path : ""; // none that can be read
+        printf("member: %s, %lld bytes\n", text_clean(name).c_str(), static_cast<long long>(archive_entry_size(entry)));
+        if (name == "VERSION" || name == "./VERSION") {
             const la_ssize_t got = archive_read_data(reader.get(), version.data(), version.size());
             version_bytes = got > 0 ? static_cast<size_t>(got) : 0;
         }
     }
     if (next != ARCHIVE_EOF)
         return refuse("it is cut or damaged");
-    printf("--- VERSION\n%.*s", static_cast<int>(version_bytes), version.c_str());
+    puts("--- VERSION");
+    for (std::string_view rest(version.data(), strnlen(version.data(), version_bytes)), line; !rest.empty();) {
+        line = rest.substr(0, rest.find('\n'));
+        puts(text_clean(line).c_str());
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    }
     return 0;
 }
 
@@ -244,11 +253,9 @@ int main(int argc, char *argv[])
             plan.is_old_form = true;
         else if (option == 'k')
             plan.key_folder = optarg;
-        else if (option == 't')
-            plan.key_type = atoi(optarg);
         else if (option == 'h')
             return fputs(kUsage, stdout) < 0 ? 2 : 0;
-        else if (option != 'b' || !fault_find(optarg, &plan))
+        else if (option == 't' ? !text_number(optarg, &plan.key_type) : option != 'b' || !fault_find(optarg, &plan))
             return usage();
     }
     const int words = argc - optind;

@@ -159,7 +159,7 @@ static bool file_append(FILE *out, const std::string &path)
 {
     const UniqueFile file(fopen(path.c_str(), "re"));
     if (!file)
-        return complain(path);
+        return false;
     std::string buffer(kCopyBytes, '\0');
     while (const size_t got = fread(buffer.data(), 1, buffer.size(), file.get()))
         if (fwrite(buffer.data(), 1, got, out) != got)
@@ -183,8 +183,9 @@ static bool archive_form_write(const PatchPlan &plan)
     if (is_done) {
         const UniqueFile out(fopen(plan.path.c_str(), "we"));
         const std::string head = codesign::head_text(signatures, manifest);
-        is_done = out && fwrite(head.data(), 1, head.size(), out.get()) == head.size() &&
-                  file_append(out.get(), payload) && fflush(out.get()) == 0;
+        is_done = (out && fwrite(head.data(), 1, head.size(), out.get()) == head.size() &&
+                   file_append(out.get(), payload) && fflush(out.get()) == 0) ||
+                  complain(plan.path);
     }
     unlink(payload.c_str());
     return is_done;
@@ -198,15 +199,15 @@ static bool patch_spoil(const PatchPlan &plan)
     if (!file || fstat(file.get(), &status) != 0)
         return complain(plan.path);
     if (plan.fault == PatchFault::kTruncated)
-        return ftruncate(file.get(), status.st_size / 4 * 3) == 0;
+        return ftruncate(file.get(), status.st_size / 4 * 3) == 0 || complain(plan.path);
     if (plan.fault != PatchFault::kPayload)
         return true;
     const off_t at = plan.is_old_form ? 512 : status.st_size / 2; // behind the first member's head, or in the middle
     char byte = 0;
     if (pread(file.get(), &byte, 1, at) != 1)
-        return false;
+        return complain(plan.path);
     byte = static_cast<char>(byte ^ 1);
-    return pwrite(file.get(), &byte, 1, at) == 1;
+    return pwrite(file.get(), &byte, 1, at) == 1 || complain(plan.path);
 }
 
 bool patch_write(const PatchPlan &plan)

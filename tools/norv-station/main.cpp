@@ -4,13 +4,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <getopt.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "lib/text.h"
 #include "tools/norv-station/report.h"
 #include "tools/norv-station/virtual_units.h"
 
@@ -67,10 +67,7 @@ int misuse(const std::string &what)
 
 bool number_take(const char *text, int least, int most, int *number)
 {
-    char *end = nullptr;
-    const long value = strtol(text, &end, 10);
-    *number = static_cast<int>(value);
-    return end != text && *end == '\0' && value >= least && value <= most;
+    return text_number(text, number) && *number >= least && *number <= most;
 }
 
 bool count_take(const char *text, size_t *count)

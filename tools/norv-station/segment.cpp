@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
 #include <net/if.h>
@@ -13,6 +12,7 @@
 #include <sys/socket.h>
 
 #include "tools/common/datagram.h"
+#include "tools/common/now_ms.h"
 
 static constexpr uint16_t kSourcePort = 9999;
 
@@ -115,11 +115,4 @@ bool ports_receive(std::span<const StationPort> ports, int timeout_ms, Arrival *
                 return true;
     }
     return false;
-}
-
-int64_t now_ms()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * int64_t{1000} + now.tv_nsec / 1'000'000;
 }

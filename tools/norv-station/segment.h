@@ -39,6 +39,3 @@ struct Arrival {
 
 // Waits for a UDP datagram on any port. False when there is none in time, or a signal came.
 [[nodiscard]] bool ports_receive(std::span<const StationPort> ports, int timeout_ms, Arrival *arrival);
-
-// Milliseconds of the monotonic clock.
-[[nodiscard]] int64_t now_ms();

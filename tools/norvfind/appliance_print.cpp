@@ -3,6 +3,7 @@
 
 #include "lib/text.h"
 #include "tools/common/text_clean.h"
+#include "tools/common/text_json.h"
 #include "tools/norvfind/appliance.h"
 
 namespace
@@ -84,7 +85,7 @@ void appliances_print_json(const std::vector<Appliance> &appliances)
             if (!fact.text.empty())
                 json_object_object_add(entry, fact.name,
                                        fact.is_number ? json_object_new_int64(atoll(fact.text.c_str()))
-                                                      : json_object_new_string(fact.text.c_str()));
+                                                      : text_json(fact.text));
         json_object_array_add(list, entry);
     }
     puts(json_object_to_json_string_ext(list, JSON_C_TO_STRING_PRETTY));

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <getopt.h>
@@ -13,6 +12,7 @@
 #include "autocleanup/unique.h"
 #include "findhost/keys.h"
 #include "lib/text.h"
+#include "tools/common/now_ms.h"
 #include "tools/norvfind/wire.h"
 
 namespace
@@ -42,6 +42,8 @@ constexpr char kUsage[] =
     "4 an install is running there.\n";
 
 enum ExitStatus : int { kDone = 0, kNobody = 1, kWrongUse = 2, kRefused = 3, kLocked = 4 };
+
+constexpr int kSecondsMax = 86400;
 
 struct Options {
     std::vector<std::string> interfaces;
@@ -268,9 +270,8 @@ int set(const Wire &wire, const Options &options, const std::string &mac)
 bool network_parse(const char *text, Options *options)
 {
     const char *slash = strchr(text, '/');
-    char *end = nullptr;
-    const unsigned long bits = slash != nullptr ? strtoul(slash + 1, &end, 10) : 0;
-    if (slash == nullptr || *end != '\0' || bits < 1 || bits > 31)
+    unsigned bits = 0;
+    if (slash == nullptr || !text_number(slash + 1, &bits) || bits < 1 || bits > 31)
         return false;
     options->mask = htonl(~0U << (32 - bits));
     return inet_pton(AF_INET, std::string(text, slash).c_str(), &options->ip) == 1;
@@ -290,11 +291,9 @@ bool option_take(int option, const char *value, Options *options)
         options->interfaces.emplace_back(value);
         return true;
     case 'P':
-        options->port = static_cast<uint16_t>(atoi(value));
-        return options->port >= 9997 && options->port <= 9999;
+        return text_number(value, &options->port) && options->port >= 9997 && options->port <= 9999;
     case 's':
-        options->seconds = atoi(value);
-        return options->seconds > 0;
+        return text_number(value, &options->seconds) && options->seconds > 0 && options->seconds <= kSecondsMax;
     case 'k':
         options->key_file = value;
         return true;
@@ -312,7 +311,7 @@ bool option_take(int option, const char *value, Options *options)
     }
 }
 
-// Adds the secret key to a file that nobody else may read. False, told, when that cannot be done.
+// Adds the secret key to a file, which nobody else may read when it is new. False, told, when that cannot be done.
 bool secret_key_note(const char *path)
 {
     const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
@@ -357,9 +356,9 @@ int main(int argc, char *argv[])
     }
     const int words = argc - optind;
     const std::string command = words > 0 ? argv[optind] : "", mac = words > 1 ? argv[optind + 1] : "";
-    const bool is_setting = options.dhcp || options.ip != 0;
-    if ((command == "scan" && words != 1) || (command != "scan" && words != 2) ||
-        (command == "set" && (!is_setting || (options.dhcp && options.ip != 0))))
+    const bool is_known = command == "scan" ? words == 1 : (command == "show" || command == "set") && words == 2;
+    const bool is_setting = options.dhcp != (options.ip != 0); // to one of the two
+    if (!is_known || (command == "set" && !is_setting))
         return usage();
     if (FHOSTProcessKeyInit() != 0 && !options.plain) {
         fprintf(stderr, "norvfind: cannot make a key\n");
@@ -374,7 +373,7 @@ int main(int argc, char *argv[])
         else if (command == "show")
             result = show(wire, options, mac);
         else
-            result = command == "set" ? set(wire, options, mac) : usage();
+            result = set(wire, options, mac);
     }
     FHOSTProcessKeyFree();
     return result;

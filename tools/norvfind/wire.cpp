@@ -4,7 +4,6 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <ifaddrs.h>
 #include <linux/if_packet.h>
 #include <net/ethernet.h>
@@ -14,6 +13,7 @@
 #include <unistd.h>
 
 #include "tools/common/datagram.h"
+#include "tools/common/now_ms.h"
 
 namespace
 {
@@ -110,13 +110,6 @@ bool frame_send(const Wire &wire, const Port &port, const FhostPacket &packet)
 }
 
 } // namespace
-
-int64_t now_ms()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * int64_t{1000} + now.tv_nsec / 1'000'000;
-}
 
 bool wire_open(const std::vector<std::string> &names, uint16_t udp_port, Wire *wire)
 {

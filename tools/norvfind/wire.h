@@ -31,6 +31,3 @@ bool wire_send(const Wire &wire, const Port &port, const FhostPacket &packet);
 
 // Waits for the next reply of an appliance. False when the time, in milliseconds, is over.
 [[nodiscard]] bool wire_receive(const Wire &wire, int timeout_ms, Appliance *out);
-
-// Milliseconds of the monotonic clock.
-[[nodiscard]] int64_t now_ms();
