@@ -89,9 +89,11 @@ int main(int argc, char *argv[])
         }
         algorithm = &kZip;
     }
-    if (optind == argc)
-        return print(*algorithm, STDIN_FILENO, "") ? 0 : 1;
     int status = 0;
+    if (optind == argc && !print(*algorithm, STDIN_FILENO, "")) {
+        perror("cksum: standard input");
+        status = 1;
+    }
     for (int index = optind; index < argc; index++) {
         const UniqueFd fd(open(argv[index], O_RDONLY | O_CLOEXEC));
         if (!fd || !print(*algorithm, fd.get(), argv[index])) {

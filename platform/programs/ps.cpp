@@ -1,5 +1,5 @@
 // Lists all processes with their whole command lines, whatever options it is given: "-Iwww" is how the appliance asks.
-//   PID STAT COMMAND; a process without arguments shows its name in brackets
+//   PID S COMMAND; a process without arguments shows its name in brackets
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
