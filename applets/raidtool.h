@@ -38,11 +38,6 @@ struct DiskWork {
 [[nodiscard]] int disks_work(const DiskWork &task, int *results);
 // The format type of every disk, DiskFormatType; 0 where the child that was to find out did not. Results as above.
 [[nodiscard]] int format_types_find(const NLIBSZLIST *disks, int version, int *types);
-inline void ints_free(int *numbers)
-{
-    free(numbers);
-}
-using UniqueInts = Unique<int *, nullptr, ints_free>;
 
 // The system partitions that arrays are made of: their paths, each followed by a blank.
 struct MemberList {

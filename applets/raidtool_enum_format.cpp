@@ -55,7 +55,7 @@ static int format_enum(bool all_at_once)
     UniqueList kept(NLIBCSzListAlloc(1024)), whole(NLIBCSzListAlloc(1024));
     if (!disks || !kept || !whole)
         return -1;
-    const UniqueInts types(static_cast<int *>(calloc(static_cast<size_t>(disks.get()->nItem) + 1, sizeof(int))));
+    const UniqueBlock<int> types(static_cast<int *>(calloc(static_cast<size_t>(disks.get()->nItem) + 1, sizeof(int))));
     if (!types || format_types_find(disks.get(), version, types.get()) != 0 ||
         disks_of_type(disks.get(), types.get(), kDiskFormatSystem, kept.address()) != 0 ||
         disks_of_type(disks.get(), types.get(), kDiskFormatWhole, whole.address()) != 0)

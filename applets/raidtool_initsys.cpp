@@ -71,8 +71,8 @@ int initsys(bool with_dd)
     }
     const UniqueList disks = install_disks_get();
     const size_t count = disks ? static_cast<size_t>(disks.get()->nItem) : 0;
-    const UniqueInts types(static_cast<int *>(calloc(count + 1, sizeof(int)))); // all untouched at first
-    const UniqueInts results(static_cast<int *>(calloc(count + 1, sizeof(int))));
+    const UniqueBlock<int> types(static_cast<int *>(calloc(count + 1, sizeof(int)))); // all untouched at first
+    const UniqueBlock<int> results(static_cast<int *>(calloc(count + 1, sizeof(int))));
     if (!disks || !types || !results || format_types_find(disks.get(), version, types.get()) != 0)
         return 1;
     disk_format_settle(types.get(), disks.get()->nItem);

@@ -37,7 +37,7 @@ static void child_collect(pid_t pid, const char *disk, int *result)
 int disks_work(const DiskWork &task, int *results)
 {
     const int count = task.disks->nItem;
-    const UniqueInts pids(static_cast<pid_t *>(calloc(static_cast<size_t>(count) + 1, sizeof(pid_t))));
+    const UniqueBlock<int> pids(static_cast<pid_t *>(calloc(static_cast<size_t>(count) + 1, sizeof(pid_t))));
     if (!pids)
         return fail(kErrOutOfMemory);
     const SigchldHold hold;

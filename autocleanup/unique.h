@@ -66,14 +66,15 @@ inline void unique_dir_close(DIR *dir)
 {
     closedir(dir);
 }
-inline void unique_text_free(char *text)
+template <typename T> void unique_block_free(T *block)
 {
-    free(text);
+    free(block);
 }
 
 using UniqueFd = Unique<int, -1, unique_fd_close>;
 using UniqueFile = Unique<FILE *, nullptr, unique_file_close>;
 using UniqueDir = Unique<DIR *, nullptr, unique_dir_close>;
-using UniqueText = Unique<char *, nullptr, unique_text_free>; // text from malloc
+template <typename T> using UniqueBlock = Unique<T *, nullptr, unique_block_free<T>>; // memory from malloc
+using UniqueText = UniqueBlock<char>;
 using UniqueList = Unique<PNLIBSZLIST, nullptr, NLIBCSzListFree>;
 using UniqueHash = Unique<PNLIBSZHASH, nullptr, NLIBCSzHashFree>;

@@ -15,12 +15,6 @@ struct Candidate {
     bool is_parsed;
 };
 
-void candidates_free(Candidate *candidates)
-{
-    free(candidates);
-}
-using UniqueCandidates = Unique<Candidate *, nullptr, candidates_free>;
-
 int install_class()
 {
     if (conf_support_install_only_dev())
@@ -51,7 +45,8 @@ const Candidate *best_find(const Candidate *candidates, int count, const NLIBSZL
 int candidates_sort(const NLIBSZLIST *found, PNLIBSZLIST *list)
 {
     const int count = found->nItem;
-    UniqueCandidates candidates(static_cast<Candidate *>(calloc(static_cast<size_t>(count) + 1, sizeof(Candidate))));
+    UniqueBlock<Candidate> candidates(
+        static_cast<Candidate *>(calloc(static_cast<size_t>(count) + 1, sizeof(Candidate))));
     if (!candidates)
         return fail(kErrOutOfMemory);
     for (int i = 0; i < count; i++) {

@@ -20,12 +20,6 @@ enum ModeBit : unsigned {
     kModeCloseOnExec = 1 << 4,
 };
 
-static void entry_free(PopenEntry *entry)
-{
-    free(entry);
-}
-using UniqueEntry = Unique<PopenEntry *, nullptr, entry_free>;
-
 // Returns the set of ModeBits; 0 for a mode that is none.
 static unsigned mode_parse(const char *mode)
 {
@@ -60,7 +54,7 @@ FILE *NLIBCPopenv(const char *path, const char *mode, char *const argv[])
     if (pipe2(ends, O_CLOEXEC) != 0)
         return fail(kErrSystemCall);
     UniqueFd ours(ends[writes]), theirs(ends[!writes]);
-    UniqueEntry entry(static_cast<PopenEntry *>(malloc(sizeof(PopenEntry))));
+    UniqueBlock<PopenEntry> entry(static_cast<PopenEntry *>(malloc(sizeof(PopenEntry))));
     if (!entry)
         return fail(kErrOutOfMemory);
     UniqueFile stream(fdopen(ours.get(), writes ? "w" : "r")); // before the child, whom a failure would leave behind

@@ -26,9 +26,5 @@ struct SpawnPlan {
 
 // The argument vector of a variadic call: `path` and the texts in `rest` up to the first NULL. It borrows them.
 // Empty with 0x0200.
-inline void arguments_free(char **arguments)
-{
-    free(arguments);
-}
-using UniqueArguments = Unique<char **, nullptr, arguments_free>;
+using UniqueArguments = UniqueBlock<char *>;
 [[nodiscard]] UniqueArguments arguments_collect(const char *path, va_list rest);
