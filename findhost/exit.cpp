@@ -42,13 +42,13 @@ void signal_note(int signal)
 void fhost_signals_catch()
 {
     UniqueFd before[] = {UniqueFd(signal_pipe[0]), UniqueFd(signal_pipe[1])};
-    if (pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
-        signal_pipe[0] = signal_pipe[1] = -1;
-        return; // with nobody to serve them, signals do what they do by themselves
-    }
     struct sigaction action = {};
     action.sa_handler = signal_note;
     action.sa_flags = SA_RESTART;
+    if (pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+        signal_pipe[0] = signal_pipe[1] = -1;
+        action.sa_handler = SIG_DFL; // with nobody to serve them, signals do what they do by themselves
+    }
     for (const int number : kSignals)
         sigaction(number, &action, nullptr);
 }
