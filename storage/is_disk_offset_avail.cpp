@@ -91,7 +91,7 @@ int root_block_backup_offset_get(const char *disk, uint64_t from_end, uint64_t *
     if (disk == nullptr || offset == nullptr)
         return fail(kErrBadParameter);
     if (disk_size_get(disk, &sectors) < 0)
-        return errno == ENOTTY ? 0 : -1; // an image of a disk in a plain file
+        return NLIBCErrGet() == kErrSystemCall && errno == ENOTTY ? 0 : -1; // an image of a disk in a plain file
     if (sectors > UINT64_MAX / kSectorBytes || sectors * kSectorBytes < kRootBlockBackupHeader)
         return 0;
     *offset = sectors * kSectorBytes - from_end;

@@ -117,9 +117,13 @@ TEST(RootBlock, EveryBitOfTheHeader)
     }
 }
 
-// An offset that is no offset of a file, and a descriptor that is none.
+// An offset that is no offset of a file, a descriptor that is none, and a name too long for a disk, which no earlier
+// request makes an image.
 TEST(RootBlock, Unreachable)
 {
+    uint64_t place = 0;
+    errno = ENOTTY;
+    EXPECT_EQ(root_block_backup_offset_get(std::string(100, 'x').c_str(), kRootBlockBackupHeader, &place), -1);
     const UniqueRootBlock block(root_block_alloc());
     ASSERT_EQ(root_block_update_capability(0, block.get()), 0);
     for (const uint64_t offset : {uint64_t{1} << 63, UINT64_MAX}) {
