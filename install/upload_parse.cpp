@@ -13,6 +13,7 @@
 #include "lib/report.h"
 
 static constexpr int kDrainSeconds = 10;
+static constexpr size_t kTextMax = 16 << 20; // bytes of a text, which is held in memory
 
 enum class PartKind { kText, kFile, kEmptyFile };
 
@@ -97,6 +98,10 @@ static bool text_gather(UploadBuffer *buffer, FileText *text)
         size_t bytes = all.size() - std::min(all.size(), delimiter.size() - 1);
         if (found != nullptr)
             bytes = static_cast<size_t>(static_cast<const char *>(found) - all.data());
+        if (bytes > kTextMax - text->size) {
+            NORV_LOG(LOG_ERR, "text of more than %zu bytes", kTextMax);
+            return false;
+        }
         if (!text_append(text, all.substr(0, bytes)))
             return false;
         upload_consume(buffer, found != nullptr ? bytes + 1 : bytes); // its newline

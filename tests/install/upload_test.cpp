@@ -116,6 +116,7 @@ TEST_F(Upload, Forms)
         // bytes of every value in a file, while a text ends at a NUL, and hides an end that comes with it
         {file_form(nul + "\xff" + nul), "f=a.pat f_tmp=" + nul + "\xff" + nul + " "},
         {text_part("a" + nul + "b") + kEnd},
+        {text_part(std::string((16 << 20) + 1, 'x')) + kEnd}, // more than is held in memory
         // names
         {text_part("1", name63) + kEnd, name63 + "=1 "},
         {text_part("1", name63 + "n") + kEnd},
