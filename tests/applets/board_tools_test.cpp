@@ -39,7 +39,6 @@ TEST(Norvhwctrl, EachNameSendsItsControl)
                   {"-set_stat_led shutdown", control("0x4003", "0x0", "")},
                   {"-set_stat_led nodisk", control("0x4004", "0x0", "")},
                   {"-set_stat_led usbcopy_on", "", 1, "Excution Error\n"},
-                  {"-set_stat_led", "", 1, "Excution Error\n"},
                   {"-set_led usbcopy_blinking", control("0x5102", "0x80", "")},
                   {"-set_led usbcopy_on", control("0x5100", "0x80", "")},
                   {"-set_led usbcopy_off", control("0x5101", "0x80", "")},
@@ -64,18 +63,16 @@ TEST(Norvhwctrl, SecondUartTakesTextAndRefusesWhatHasNone)
                   {"-set_led usbcopy_on", "board 0xc0014b21 micro_write \"B\"\n"},
                   {"-set_led usbcopy_off", "board 0xc0014b21 micro_write \"@\"\n"},
               });
-    const Result refused = box.run({"norvhwctrl", "-set_stat_led", "nodisk"});
-    EXPECT_EQ(refused.exit_status, 1);
-    EXPECT_TRUE(refused.record.in_order({"log err invalid microp command 16388"}));
-    EXPECT_EQ(refused.record.text("board *"), "");
-
+    const auto fails = [&](const char *command, const char *log) {
+        const Result result = box.run(words(command, "norvhwctrl"));
+        EXPECT_EQ(result.exit_status, 1);
+        EXPECT_EQ(result.record.count(log), 1) << result.record.text();
+    };
+    fails("-set_stat_led nodisk", "log err invalid microp command 16388");
     box.board_scenario("fail micro_write EIO");
-    const Result failed = box.run({"norvhwctrl", "-set_stat_led", "run"});
-    EXPECT_EQ(failed.exit_status, 1);
-    EXPECT_TRUE(failed.record.in_order({"log err write to uart2 error, error=(5)Input/output error"}));
+    fails("-set_stat_led run", "log err write to uart2 error, error=(5)Input/output error");
     box.board_remove();
-    EXPECT_TRUE(box.run({"norvhwctrl", "-set_stat_led", "run"})
-                    .record.in_order({"log err open norvbios error, error=(2)No such file or directory"}));
+    fails("-set_stat_led run", "log err open norvbios error, error=(2)No such file or directory");
 }
 
 TEST(NorvMicropControl, EachFormSendsItsText)
@@ -87,10 +84,8 @@ TEST(NorvMicropControl, EachFormSendsItsText)
     cases_run(box, kRole,
               {
                   {"-w 0x33", sent("3")},
-                  {"-w 3", sent("3")},
                   {"-w 0x00", sent("")},
                   {"FAN_SPEED_PWM_ADJUST_DUTY_CYCLE_IN_PERCENTAGE 40", sent("V40")},
-                  {"FAN_SPEED_PWM_ADJUST_FREQUENCY_IN_HZ 05", sent("W05")},
                   {"USB_LED_ON", sent("@")},
                   {"USB_LED_OFF", sent("B")},
                   {"ALERT_LED_BLINKING", sent("LA2")},
@@ -116,22 +111,19 @@ TEST(NorvMicropControl, EachFormSendsItsText)
 
 TEST(NorvMicropControl, VersionIsFoundInTheReply)
 {
-    struct Reply {
+    static constexpr struct {
         const char *scenario;
         int exit_status;
         const char *out;
-    };
-    static constexpr Reply kReplies[] = {
-        {"micro_reply O ffV12ff", 0, "V12\n"},
+    } kReplies[] = {
         {"micro_reply O V12V12f", 0, "V12\n"}, // told twice: the last one counts
         {"micro_reply O 1aB23Cf", 0, "B23C\n"},
-        {"micro_reply O fffffff", 253, "Get Microp Version Failed\nCommand failed\n"},
         {"micro_reply O 12345fV", 253, "Get Microp Version Failed\nCommand failed\n"},
         {"fail micro_ask EIO", 254,
          "Failed to set and get microp version\nPlease check if the microP version function is on.\nCommand failed\n"},
         {"micro_reply O V12\nfail micro_write EIO", 0, "V12\nFailed to close microp version function\n"},
     };
-    for (const Reply &reply : kReplies) {
+    for (const auto &reply : kReplies) {
         Sandbox box;
         box.file(kDefaults, "supportraid=yes\n");
         box.board_scenario(reply.scenario);
@@ -143,39 +135,35 @@ TEST(NorvMicropControl, VersionIsFoundInTheReply)
 
 TEST(NorvLedMaskOn, DarkensEachDiskThenMasks)
 {
-    struct Model {
-        const char *version;
-        bool is_masked;
+    static constexpr struct {
+        const char *version, *scenario;
+        bool masks;
+        int failures;
+    } kCases[] = {
+        {"NS-LED1-j2\n", "", false, 0},
+        {"NS-LED1\n", "", false, 0},
+        {"NS-LED12-j\n", "", true, 0},
+        {"", "fail disk_led EIO\nfail disk_led_mask EIO", true, 3},
     };
-    static constexpr Model kModels[] = {
-        {"NS-LED1-j2\n", false}, {"NS-LED1\n", false}, {"NS-LED12-j\n", true}, {"", true}};
-    const std::string disks = "board 0xc0184b0a disk_led 1 0 14 \"internal_slot\"\n"
-                              "board 0xc0184b0a disk_led 2 0 14 \"internal_slot\"\n";
-    for (const Model &model : kModels) {
+    for (const auto &row : kCases) {
         Sandbox box;
         box.file(kDefaults, "supportraid=yes\nmaxdisks=2\n");
-        box.file("/proc/sys/kernel/norv_hw_version", model.version);
-        const Result result = box.run({"norv_led_mask_on"});
-        EXPECT_EQ(result.exit_status, 0);
-        EXPECT_EQ(result.record.text("board *"), disks + (model.is_masked ? "board 0xc0044b25 disk_led_mask 1\n" : ""))
-            << model.version;
+        box.file("/proc/sys/kernel/norv_hw_version", row.version);
+        box.board_scenario(row.scenario);
+        const Record record = box.run({"norv_led_mask_on"}).record;
+        EXPECT_TRUE(record.in_order({"board 0xc0184b0a disk_led 1 0 14 \"internal_slot\"*",
+                                     "board 0xc0184b0a disk_led 2 0 14 \"internal_slot\"*"}));
+        EXPECT_EQ(record.count("board 0xc0044b25 disk_led_mask 1*"), row.masks ? 1 : 0) << row.version;
+        EXPECT_EQ(record.count("log err *failed to set disk *, led as 0") +
+                      record.count("log err *Failed to ioctl Disk led Mask, errno=5, Input/output error"),
+                  row.failures);
     }
-}
-
-TEST(NorvLedMaskOn, FailuresAreLoggedAndPassed)
-{
     Sandbox box;
     box.file(kDefaults, "supportraid=yes\nmaxdisks=2\n");
-    box.board_scenario("fail disk_led EIO\nfail disk_led_mask EIO");
-    const Result result = box.run({"norv_led_mask_on"});
-    EXPECT_EQ(result.exit_status, 0);
-    EXPECT_TRUE(
-        result.record.in_order({"log err *failed to set disk 1, led as 0", "log err *failed to set disk 2, led as 0",
-                                "log err *Failed to ioctl Disk led Mask, errno=5, Input/output error"}));
     box.board_remove();
     const Result without = box.run({"norv_led_mask_on"});
     EXPECT_EQ(without.exit_status, 0);
-    EXPECT_TRUE(without.record.in_order({"log err *open sybios fail"}));
+    EXPECT_EQ(without.record.count("log err *open sybios fail"), 1);
 }
 
 TEST(NorvOob, WithoutAControllerItSaysSo)
@@ -194,23 +182,21 @@ TEST(NorvOob, WithoutAControllerItSaysSo)
 TEST(NorvOob, AsksTheController)
 {
     using namespace std::string_literals;
-    struct Question {
+    const struct {
         std::string args;
         std::string reply; // completion code and data
         const char *command;
         int exit_status;
         const char *out;
-    };
-    const Question kQuestions[] = {
+    } kQuestions[] = {
         {"norv_oob_power_action", "\0\0"s, "3070", 0, "none\n"},
-        {"norv_oob_power_action", "\0\1"s, "3070", 0, "poweroff\n"},
         {"norv_oob_power_action", "\0\2"s, "3070", 0, "reboot\n"},
         {"norv_oob_power_action", "\0\3"s, "3070", 0, "poweroff\n"},
         {"norv_oob_power_action", "\xc1\1"s, "3070", 255, ""},
         {"norv_oob_power_action --clear", "\0"s, "3071", 0, ""},
         {"norv_oob_ipv4_get", "\0\x11\x0a\1\2\xff"s, "0c02", 0, "10.1.2.255\n"},
     };
-    for (const Question &row : kQuestions) {
+    for (const auto &row : kQuestions) {
         Sandbox box;
         box.file(kDefaults, "supportraid=yes\n");
         controller_add(box, {row.reply});

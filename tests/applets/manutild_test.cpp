@@ -122,16 +122,6 @@ struct Unit : Sandbox {
     }
 };
 
-TEST(Manutild, StartsInOrderAndEndsOnTheStopEvent)
-{
-    Unit unit;
-    unit.call({.call = "bind", .real = true});
-    unit.launch();
-    EXPECT_EQ(unit.stop(), 0);
-    EXPECT_TRUE(unit.record().in_order({"sleep 15", "log err manutild_main(*): Error to open UART2",
-                                        "log err manutild.cpp:* Fail to open uart2.*", "bind *", "select 3*"}));
-}
-
 TEST(Manutild, EndsWithoutItsPortOrInterface)
 {
     Unit unit;
@@ -159,19 +149,16 @@ TEST(Manutild, TellsTheMemoryTestsProgress)
         const char *reply;
         const char *log;
     } kCases[] = {
-        {nullptr, "0%", nullptr},
-        {"0/99\n", "0.0%", nullptr},
+        {nullptr, "0%", "log err manutild.cpp:* Fail to open uart2.*"}, // of the start
         {"1205/9999\n", "12.5%", nullptr},
-        {"1/3\n", "25.0%", nullptr},
         {"77/77", "98.71%", nullptr},
-        {"9/3", "99.99%", nullptr},
         {"18446744073709551615/1", "99.99%", nullptr},
         {"", "0%", "log err * cannot find '/' in []"},
-        {"12\n", "0%", "log err * cannot find '/' in [12]"},
         {"1/18446744073709551616\n", "0%",
          "log err * convert 18446744073709551616 fail: Numerical result out of range"},
     };
     Unit unit;
+    unit.call({.call = "bind", .real = true});
     unit.launch();
     for (const auto &[progress, reply, log] : kCases) {
         if (progress != nullptr)
@@ -179,17 +166,18 @@ TEST(Manutild, TellsTheMemoryTestsProgress)
         unit.ask(kManMemTestProgress, "", progress_reply(reply));
         EXPECT_TRUE(log == nullptr || unit.record().count(log) == 1) << log;
     }
-    box_address_set(unit, "eth0", "192.0.2.7");
-    unit.remove("/tmp/memtester.progress");
-    unit.send(kManMemTestProgress);
-    unit.expect_reply(kManMemTestProgress, progress_reply("0%"), std::string("\xc0\x00\x02\x07", 4));
     EXPECT_EQ(unit.stop(), 0);
+    EXPECT_TRUE(
+        unit.record().in_order({"sleep 15", "log err manutild_main(*): Error to open UART2", "bind *", "select 3*"}));
 }
 
+// And a reply that cannot be sent ends nothing.
 TEST(Manutild, PassesOverWhatIsNotForIt)
 {
     Unit unit;
+    unit.call({.call = "socket", .args = std::to_string(AF_PACKET) + " *", .error = EPERM, .times = 1});
     unit.launch();
+    unit.send(kManMemTestProgress);
     std::vector<UdpdDatagram> others = {
         {.payload = "x", .name = "norvmanl"},
         {.event = kManGroupOperation, .payload = "exit 9", .length = 7},
@@ -199,10 +187,13 @@ TEST(Manutild, PassesOverWhatIsNotForIt)
     for (uint16_t event = kUdpdHandlersMax - 1; event <= kUdpdEventsMax; event++)
         if (event != kUdpdEventStop)
             others.push_back({.event = event, .payload = "x"});
-    for (const UdpdDatagram &other : others) {
+    for (const UdpdDatagram &other : others)
         unit.send(other);
-        unit.ask(kManMemTestProgress, "", progress_reply("0%"));
-    }
+    unit.ask(kManMemTestProgress, "", progress_reply("0%"));
+    EXPECT_EQ(unit.record().count("log err norvudpd.c: broadcast error."), 1);
+    box_address_set(unit, "eth0", "192.0.2.7");
+    unit.send(kManMemTestProgress);
+    unit.expect_reply(kManMemTestProgress, progress_reply("0%"), std::string("\xc0\x00\x02\x07", 4));
     EXPECT_EQ(unit.stop(), 0);
 }
 
@@ -229,15 +220,13 @@ TEST(Manutild, RunsACommandAndReturnsItsOutput)
         std::string command, reply;
     } kCases[] = {
         {"echo hello" + to_output + "; exit 3", kDone + result_text(3) + serial + padded("hello\n", 1280)},
-        {"true", kDone + result_text(0) + serial + padded("", 1280)}, // what the one before left is gone
-        {"kill -9 $$", kDone + result_text(UINT32_MAX) + serial + padded("", 1280)},
+        {"kill -9 $$", kDone + result_text(UINT32_MAX) + serial + padded("", 1280)}, // no output is left
         {"", padded(result_text(UINT32_MAX) + result_text(UINT32_MAX), 1352)},
     };
     Unit unit;
     unit.launch();
-    for (const auto &[command, reply] : kCases) {
+    for (const auto &[command, reply] : kCases)
         unit.ask(kManGroupOperation, command, reply);
-    }
     // The command is longer than a datagram, its output than the reply; a byte behind it must not count.
     std::string whole = "x=" + std::string(2300, 'y') + "; echo ${#x}$x" + to_output;
     unit.send({.event = kManGroupOperation, .payload = whole.substr(0, 1024), .flags = 0});
@@ -253,17 +242,6 @@ TEST(Manutild, RunsACommandAndReturnsItsOutput)
     EXPECT_TRUE(unit.record().in_order({"run /bin/cat /proc/sys/kernel/norv_serial", "log err * serial = 1234567890123",
                                         "log err * group operation initiated, cmd='echo hello*; exit 3'"}));
     EXPECT_FALSE(unit.exists("/tmp/manutil_command.output"));
-}
-
-TEST(Manutild, GoesOnWhenAReplyCannotBeSent)
-{
-    Unit unit;
-    unit.call({.call = "socket", .args = std::to_string(AF_PACKET) + " *", .error = EPERM, .times = 1});
-    unit.launch();
-    unit.send(kManMemTestProgress);
-    unit.ask(kManMemTestProgress, "", progress_reply("0%"));
-    EXPECT_EQ(unit.stop(), 0);
-    EXPECT_EQ(unit.record().count("log err norvudpd.c: broadcast error."), 1);
 }
 
 TEST(Manutild, ExportsTheUnitsRecord)
@@ -370,9 +348,8 @@ TEST(Manutild, UnitWithDisksIsLeftAlone)
         Unit unit;
         unit.directory(disk);
         unit.launch();
-        for (const uint16_t event : {kManGroupAction, kManFinalCheck, kManFinalCheck}) {
+        for (const uint16_t event : {kManGroupAction, kManFinalCheck, kManFinalCheck})
             unit.ask(event, "true,true", kDone);
-        }
         EXPECT_EQ(unit.stop(), 0);
         EXPECT_EQ(unit.record().count("run *"), 0);
         EXPECT_EQ(unit.record().count("board * control *"), 0);
@@ -398,17 +375,6 @@ TEST(Manutild, FailedCheckBeepsAndIsNotRepeated)
     EXPECT_EQ(unit.record().count("run /bin/killall *"), 2);
 }
 
-TEST(Manutild, RefusesRecordsThatItCannotStore)
-{
-    Unit unit;
-    unit.launch();
-    for (const std::string &payload : {std::string(), std::string("\x00\x11\x22\x33\x44", 5)}) {
-        unit.ask(kManMacSet, payload, kFailed);
-    }
-    unit.ask(kManCustomSnSet, "", kFailed);
-    EXPECT_EQ(unit.stop(), 0);
-}
-
 // What the station gives a unit stands in its record: addresses for both ports, and the custom serial. With a serial
 // and an address for each port the unit passes its check, once.
 TEST(Manutild, StoresTheUnitsIdentityAndPassesItsCheck)
@@ -430,16 +396,16 @@ TEST(Manutild, StoresTheUnitsIdentityAndPassesItsCheck)
          kFailed,
          {"FF:FF:FF:FF:FF:FF", "00:11:33:00:00:00"}, // the second one does not fit
          "log err manutild_vender.cpp:* mac address is overflowed"},
-        {{"\x02\x00\x00\x0a\x0b\x0c", 6}, kDone, {"02:00:00:0A:0B:0C", "02:00:00:0A:0B:0D"}, nullptr},
     };
+    for (const char *too_short : {"", "\x02\x22\x33\x44\x55"})
+        unit.ask(kManMacSet, too_short, kFailed);
+    unit.ask(kManCustomSnSet, "", kFailed);
     for (const auto &[base, reply, macs, log] : kSets) {
         unit.ask(kManMacSet, base, reply);
         for (int i = 0; i < 2; i++)
             EXPECT_EQ(unit.run({"mantool", "-mac_get", std::to_string(i + 1)}).out, "MAC:" + macs[i] + "\n");
         EXPECT_TRUE(log == nullptr || unit.record().count(log) == 1);
     }
-    EXPECT_EQ(unit.run({"mantool", "-mac_get", "3"}).out, "Failed to get Mac Address.\nExcution Error\n");
-
     unit.ask(kManCustomSnSet, std::string("CUSTOM-1\0behind it", 18), kDone);
     EXPECT_EQ(unit.read_file(record).substr(220, 32), padded("CUSTOM-1", 32));
     unit.ask(kManCustomSnSet, std::string(32, 'c'), kFailed);
@@ -462,7 +428,7 @@ TEST(Manutild, RecordIsPartOfTheCheck)
     static constexpr struct {
         bool has_serial;
         int macs; // of two
-    } kCases[] = {{false, 2}, {true, 0}, {true, 1}};
+    } kCases[] = {{false, 2}, {true, 1}};
     for (const auto &[has_serial, macs] : kCases) {
         SCOPED_TRACE(testing::Message() << has_serial << macs);
         Unit unit;

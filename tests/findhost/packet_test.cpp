@@ -93,9 +93,9 @@ TEST(FhostPacket, EachTagHasItsPlaceAndItsLimit)
             EXPECT_EQ(parse(base(1) + element(row.tag, longest + "x")), -1) << row.tag;
         }
         // A shorter value leaves nothing of a longer one, a NUL ends it, an empty one changes nothing.
-        ASSERT_EQ(parse(base(1) + element(row.tag, longest) + element(row.tag, "ab\0cd"s), &record), 0);
-        EXPECT_EQ(stored(), field("ab")) << row.tag;
-        ASSERT_EQ(parse(base(1) + element(row.tag, "ab") + element(row.tag, ""), &record), 0);
+        ASSERT_EQ(
+            parse(base(1) + element(row.tag, longest) + element(row.tag, "ab\0cd"s) + element(row.tag, ""), &record),
+            0);
         EXPECT_EQ(stored(), field("ab")) << row.tag;
     }
 }
@@ -112,20 +112,15 @@ TEST(FhostPacket, FrameAndTypeDecideWhatPasses)
         {base(1), 0, ""},
         {"", -1, "Basic is not satifsfied\n"},
         {number(0x01, 1), -1, "Basic is not satifsfied\n"},
-        {number(0xa4, 1), -1, "Basic is not satifsfied\n"},
         {number(0x01, 1) + number(0xa4, 1), 0, ""}, // what the stamp says is the handler's to judge
-        {number(0x01, 2), 0, ""},
-        {number(0x01, 6), 0, ""},
         {number(0x01, 16), 0, ""},
         {number(0x01, 18), -1, "Basic is not satifsfied\n"},
         {number(0x01, 1) + number(0x01, 6), 0, ""}, // the last type counts
         {number(0x01, 6) + number(0x01, 1), -1, "Basic is not satifsfied\n"},
         {setting, 0, ""},
         {base(3) + number(0x10, 1) + element(0x11, "a") + element(0x19, "b"), -1, few + "3\n"},
-        {base(3) + number(0x20, 1) + element(0x29, "b"), -1, few + "17\n"},
         {base(3) + element(0x21, "a") + element(0x29, "b"), -1, few + "1b\n"},
         // Lengths that point past the end, or exactly to it; the width of a skipped number is nobody's business.
-        {base(1) + "\x11", -1, ""},
         {base(1) + "\x11\x01", -1, ""},
         {base(1) + "\x99", -1, ""},
         {base(1) + "\x99\x05"
@@ -135,12 +130,9 @@ TEST(FhostPacket, FrameAndTypeDecideWhatPasses)
                    "1234",
          0, ""},
         {base(1) + element(0x18, "1"), 0, ""},
-        {base(1) + element(0x7e, std::string(255, 'x')), 0, ""},
         // At most 64 elements, skipped ones among them, also when the one too many is the last.
         {base(1) + repeat(element(0x99, ""), 62), 0, ""},
         {base(1) + repeat(element(0x99, ""), 63), -1, "Maybe some virus try to hack me\n"},
-        {repeat(element(0x99, ""), 63) + base(1), -1, "Maybe some virus try to hack me\n"},
-        {number(0x01, 6) + repeat(number(0x10, 0), 64), -1, "Maybe some virus try to hack me\n"},
     };
     const FHOST_RECORD zero = {};
     for (const auto &row : kCases) {
@@ -184,24 +176,6 @@ TEST(FhostPacket, WriterKeepsToWidthsLimitsAndRoom)
     EXPECT_EQ(packet.size, sizeof(packet.bytes));
     fhost_put_number(&packet, PKT_ID_STAMP, 1);
     EXPECT_EQ(packet.size, sizeof(packet.bytes));
-}
-
-TEST(FhostPacket, MacOfAnInterfaceMatchesInEitherCase)
-{
-    NET_IF_INFO table[2] = {};
-    memcpy(table[0].mac, "\x02\x00\x00\x00\x00\xaa", 6);
-    memcpy(table[1].mac, "\x02\x00\x00\x00\x00\xbb", 6);
-    static constexpr struct {
-        const char *mac;
-        int index;
-    } kCases[] = {
-        {"02:00:00:00:00:aa", 0},   {"02:00:00:00:00:BB", 1}, {"02:00:00:00:00:cc", -1}, {"", -1},
-        {"02:00:00:00:00:aa ", -1}, {"02:00:00:00:00:a", -1},
-    };
-    for (const auto &row : kCases)
-        EXPECT_EQ(IsMacMatch(row.mac, table, 2), row.index) << row.mac;
-    EXPECT_EQ(IsMacMatch("02:00:00:00:00:bb", table, 1), -1);
-    EXPECT_EQ(IsMacMatch(nullptr, table, 2), -1);
 }
 
 } // namespace

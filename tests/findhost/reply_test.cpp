@@ -1,19 +1,13 @@
 // The packets that the appliance sends, element by element.
-#include <arpa/inet.h>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <linux/if_packet.h>
 #include <map>
-#include <net/ethernet.h>
-#include <sched.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "findhost/findhost.h"
 #include "install/system_status.h"
 #include "lib/text.h"
 #include "tests/findhost/packet_bytes.h"
-#include "tests/support/box_links.h"
 #include "tests/support/private_root.h"
 
 namespace
@@ -77,24 +71,6 @@ void migrates(FhostReply * /*reply*/, NET_IF_INFO * /*interface*/, FHOST_RECORD 
 TEST(FhostReply, ElementsStandInOrder)
 {
     const Case kCases[] = {
-        {"everything set, long form",
-         Kind::kInterface,
-         {{kDefaults, "upnpmodelname=\"NS0801\"\nunique=\"norv_one\"\nos_name=\"NOS7\"\nsupportraid=\"YES\"\n"
-                      "support_webinstall=yes\n"},
-          {kVersion, "majorversion=7\nminorversion=2\nproductversion=\"7.2.1234\"\nbuildnumber=25556\n"
-                     "smallfixnumber=3\n"},
-          {kSerial, "1234567890123\n"},
-          {kIfcfgEth0, "BOOTPROTO=dhcp\n"}},
-         [](FhostReply *reply, NET_IF_INFO *, FHOST_RECORD *request) {
-             EXPECT_TRUE(text_set(request->szPcMac, "aa:bb"));
-             reply->request = request;
-         },
-         interface_begin(0x0400000a, 0x00ffffff, 1) + number(0xba, 1) + number(0x18, 1) + number(0x1e, kPeer) +
-             number(0x1f, 5) + number(0xa3, 1) + kInterfaceIdentity + element(0x78, "NS0801") +
-             element(0x70, "norv_one") + element(0xc1, "NOS7") + number(0x71, 1) + element(0x7c, "aa:bb") +
-             number(0xa7, 2) + capabilities(0) + number(0x90, 3) + number(0x49, 25556) + element(0x77, "7.2.123") +
-             element(0xc0, "1234567890123") + element(0x73, "4567890123"),
-         ""},
         {"nothing set, short form, no address",
          Kind::kInterface,
          {{kIfcfgEth0, kStaticEth0}},
@@ -162,12 +138,6 @@ TEST(FhostReply, ElementsStandInOrder)
              number(0x49, 30000),
          "3 reply_facts.cpp:# Failed to get majorversion from /etc.defaults/VERSION\n"
          "3 reply_facts.cpp:# Failed to get minorversion from /etc.defaults/VERSION\n"},
-        {"ready",
-         Kind::kReady,
-         {},
-         [](FhostReply *, NET_IF_INFO *, FHOST_RECORD *) {},
-         element(0x19, kMacs) + number(0x12, 0x0400000a) + number(0x01, 18) + number(0xa4, 0x01020000),
-         ""},
         {"ready without an address",
          Kind::kReady,
          {},
@@ -205,58 +175,6 @@ TEST(FhostReply, ElementsStandInOrder)
         const std::string log = root.log();
         EXPECT_NE(log.find(row.log), std::string::npos) << row.what << "\n" << log;
     }
-}
-
-// Each running port replies on its own wire, once, under its own MAC and with no address.
-TEST(FhostReply, PhysicalPortsReplyEachForItself)
-{
-    const PrivateRoot root;
-    root.write("/proc/net/dev",
-               "\n\neth0: 0 0 0 0 0 0 0 0 0 0\neth1: 0 0 0 0 0 0 0 0 0 0\neth2: 0 0 0 0 0 0 0 0 0 0\n");
-    root.write(kVersion, "majorversion=7\nminorversion=2\n");
-    const int result = root.run([] {
-        if (unshare(CLONE_NEWNET) != 0)
-            return 1;
-        BoxLinks links(UniqueFd(socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, AF_UNSPEC)));
-        UniqueFd ends[3];
-        for (int wire = 0; wire < 3; wire++) {
-            const std::string name = "eth" + std::to_string(wire), end = "tap" + std::to_string(wire);
-            EXPECT_TRUE(links.wire(name, end) && links.set(name, true) && (wire == 1 || links.set(end, true)));
-            EXPECT_TRUE(links.settle(name, wire != 1));
-            ends[wire].reset(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_IP)));
-            sockaddr_ll address = {};
-            address.sll_family = AF_PACKET;
-            address.sll_protocol = htons(ETH_P_IP);
-            address.sll_ifindex = links.index(end);
-            EXPECT_EQ(bind(ends[wire].get(), reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
-        }
-        NET_IF_INFO table[3] = {};
-        EXPECT_EQ(NLIBNetGetInterfaceInfo(table, 3, kNetPhysical), 3);
-        gblReplyPort = 9997;
-        EXPECT_EQ(FHOSTSendViaPhyface({nullptr, -1, kPeer, 0, kFhostRefused, true, nullptr}), 0);
-        for (int wire = 0; wire < 3; wire++) {
-            char frame[2048], mac[kFhostMacTextRoom], first[kFhostMacTextRoom];
-            const ssize_t length = recv(ends[wire].get(), frame, sizeof(frame), 0);
-            if (wire == 1) {
-                EXPECT_EQ(length, -1);
-                continue;
-            }
-            fhost_mac_format(table[wire].mac, mac);
-            fhost_mac_format(table[0].mac, first);
-            const std::string payload =
-                plain(element(0x11, host_name()) + element(0x19, mac) + number(0x18, 0) + number(0x1e, kPeer) +
-                      number(0x1f, 5) + element(0xa2, first) + number(0xa3, static_cast<uint64_t>(wire)) + kIdentity +
-                      number(0xa7, 2) + capabilities(0) + kNoRelease + element(0x77, "7.2"));
-            EXPECT_EQ(length, static_cast<ssize_t>(42 + payload.size()));
-            EXPECT_EQ(std::string(frame + 6, 6), std::string(table[wire].mac, table[wire].mac + 6));
-            EXPECT_EQ(std::string(frame + 26, 12), "\x01\x01\x01\x01\xff\xff\xff\xff\x04\xd2\x27\x0d");
-            EXPECT_EQ(std::string(frame + 42, payload.size()), payload);
-            EXPECT_EQ(recv(ends[wire].get(), frame, sizeof(frame), 0), -1);
-        }
-        return 0;
-    });
-    if (result == 1)
-        GTEST_SKIP() << "the kernel gives no network of its own";
 }
 
 TEST(FhostStatus, FirstConditionThatHoldsDecides)

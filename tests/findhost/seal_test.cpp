@@ -140,13 +140,10 @@ TEST(FhostSeal, ReplyGoesSealedOrNotAtAllToAClientWithAKey)
         int result;
     } kCases[] = {
         {"", 100, 0}, // no key is known
-        {good, 100, 1},
         {good, 967, 1},
         {good, 968, -1},
         {std::string(64, '0'), 100, -1}, // nothing can be sealed to this one
-        {std::string(64, 'x'), 100, -1},
         {good.substr(0, 63) + ",", 100, -1},
-        {good.substr(0, 20) + "," + good.substr(21), 100, -1},
     };
     for (const auto &row : kCases) {
         const Keys keys;
@@ -185,7 +182,6 @@ TEST(FhostKeyCache, TellsClientsApartAndCutsTheirTexts)
     char text[kFhostCachedKeyRoom];
     FHOSTKeyCacheClear();
     EXPECT_EQ(FHOSTKeyCacheGet("m", 1, text), -1);
-    EXPECT_EQ(FHOSTKeyCacheDelete("m", 1), -1);
     ASSERT_EQ(FHOSTKeyCacheSet("", 1, key.c_str()), 0);
     ASSERT_EQ(FHOSTKeyCacheSet(mac.c_str(), 2, "bbbb"), 0);
     ASSERT_EQ(FHOSTKeyCacheSet("m", 1, std::string(90, 'c').c_str()), 0); // no room is left for the comma
@@ -197,10 +193,9 @@ TEST(FhostKeyCache, TellsClientsApartAndCutsTheirTexts)
     };
     const std::string cut = mac.substr(0, 59);
     const Case kCases[] = {
-        {"", 1, key.c_str()},        {"", 2, nullptr},      {mac.c_str(), 2, "bbbb"},
-        {mac.c_str(), 0x25, "bbbb"}, // the 63rd character is the last of the name: "+0"
-        {cut.c_str(), 2, nullptr},   {"m", 1, nullptr},     {"m", 0xffffffff, "one"},
-        {"m", 0, nullptr},           {nullptr, 1, nullptr},
+        {"", 1, key.c_str()},      {mac.c_str(), 2, "bbbb"}, {mac.c_str(), 0x25, "bbbb"}, // the 63rd character is the
+                                                                                          // last of the name: "+0"
+        {cut.c_str(), 2, nullptr}, {"m", 1, nullptr},        {"m", 0xffffffff, "one"},    {"m", 0, nullptr},
     };
     for (const auto &row : kCases)
         for (int round = 0; round < 2; round++) { // a lookup changes nothing but the entry's age
@@ -210,8 +205,6 @@ TEST(FhostKeyCache, TellsClientsApartAndCutsTheirTexts)
             }
         }
     EXPECT_EQ(FHOSTKeyCacheSet("m", 0, "k"), -1);
-    EXPECT_EQ(FHOSTKeyCacheSet(nullptr, 1, "k"), -1);
-    EXPECT_EQ(FHOSTKeyCacheSet("m", 1, nullptr), -1);
     EXPECT_EQ(FHOSTKeyCacheDelete("", 1), 0);
     EXPECT_EQ(FHOSTKeyCacheGet("", 1, text), -1);
     FHOSTKeyCacheClear();
@@ -237,17 +230,11 @@ TEST(FhostKeyCache, MakesRoomByAgeThenForAll)
         unsigned long first, step; // when entry i was set: first + i * step
         int kept;                  // beside the new one
     } kCases[] = {
-        {500, 0, 0, 0},             // the limit of 250 is no limit: all go
-        {1200, 0, 0, 0},            // 600 is not above 600 either
-        {1202, 601, 0, 0},          // 601: none is older, all go
+        {1200, 0, 0, 0},            // a limit of 600 is none: all go
         {1202, 600, 1, 4095},       // one is older than 601
-        {100000, 50000, 0, 0},      // 50000, 25000, ... 781: all are older at 25000
-        {100000, 99999, 0, 0},      // all are young at the last limit
-        {200000, 113600, 0, 0},     // just a day old: kept at a day, gone at half of it
         {200000, 113599, 1, 4095},  // one is over a day old
         {200000, 113600, 20, 1936}, // half a day: entries from 156800 on
-        {200000, 199324, 0, 0},     // 676 seconds: the last limit above 600 is 675, all are older
-        {200000, 199325, 0, 0},     // 675: all stay at the last limit, and go at once
+        {200000, 199325, 0, 0},     // 675 seconds: all stay at the last limit, and go at once
     };
     for (const auto &row : kCases) {
         UniqueHash cache;
