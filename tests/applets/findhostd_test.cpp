@@ -168,8 +168,11 @@ TEST(Findhostd, AnswersAQueryFromEachPortWithTheWholeReplyTwice)
              "supportraid=yes\nupnpmodelname=NS0801\nunique=norv_one\nos_name=NOS7\nsupport_webinstall=yes\n");
     box.file("/proc/sys/kernel/norv_serial", "1234567890123\n");
     box.file("/etc/sysconfig/network-scripts/ifcfg-eth1", "BOOTPROTO=static\n"); // settings that cannot be read
-    box.file("/etc/resolv.conf", "nameserver 10.0.0.2\nnameserver 10.0.0.3\n");
+    box.file("/etc/resolv.conf", "search lan\n#nameserver 10.0.0.7\nnameserver\t 10.0.0.2 x\nnameserver 10.0.0.3\n");
     box.file("/proc/net/route", "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\t\tMTU\tWindow\tIRTT\n"
+                                "eth0\t0000000A\t00000000\t0001\t0\t0\t0\t000000FF\t0\t0\t0\n" // a subnet
+                                "eth0\t00000000\t0500000A\t0002\t0\t0\t0\t00000000\t0\t0\t0\n" // down
+                                "eth1\t00000000\t0600000A\t0003\t0\t0\t0\t00000080\t0\t0\t0\n" // half of all
                                 "eth0\t00000000\t0100000A\t0003\t0\t0\t0\t00000000\t0\t0\t0\n");
     box.file("/etc/sysconfig/network-scripts/ifcfg-eth0",
              "BOOTPROTO=static\nIPADDR=192.0.2.4\nNETMASK=255.255.255.0\n");
@@ -272,51 +275,69 @@ TEST(Findhostd, SetsTheNetworkAndTellsHowItWent)
                       ifconfig = "run /sbin/ifconfig eth0 10.0.0.5 netmask 255.255.255.0 broadcast 10.0.0.255",
                       lines_of_both = "ip=10.0.0.5\nmask=255.255.255.0\n";
     const auto fails = [](const char *path) { return program(path, {.exit_status = 1}); };
+    constexpr char kStatic[] = "BOOTPROTO=static\nIPADDR=10.0.0.4\nNETMASK=255.255.255.0\n",
+                   kSet[] = "IPADDR=10.0.0.5\nNETMASK=255.255.255.0\nBOOTPROTO=static\nONBOOT=yes\n",
+                   kLeased[] = "BOOTPROTO=dhcp\nONBOOT=yes\n",
+                   kSettings[] = "/etc/sysconfig/network-scripts/ifcfg-eth0";
     const struct {
         const char *what;
         std::string elements; // beside type, stamp and the MAC
         uint32_t code;        // of the replies: two frames, when it is a success another two
+        const char *settings; // of the interface
         std::string record;
         std::string lines = ""; // of /.tmpcfg; empty: no such file
         const char *log = "";   // or what is said
         Change change = {};
         const char *mac = "02:00:00:00:00:a0";
     } kCases[] = {
-        {"address, gateway, name server and host name", address + named + gateway + number(0x25, 0x0200000a), 0,
-         ifconfig + "\nrun /sbin/route delete default\nrun /sbin/route add default gw 10.0.0.1\nsethostname nas*\n"
-                    "usleep 300",
-         lines_of_both + "gateway=10.0.0.1\ndns=10.0.0.2\n"},
-        {"gateway that is refused is not told", address + nameless + gateway, 0, ifconfig,
-         lines_of_both + "gateway=10.0.0.1\n", "", fails("/sbin/route")},
-        {"address that is refused", address + named, 5, ifconfig, "", "Failed to set network manually! (0x*",
+        {"address, gateway, name server and host name", address + named + gateway + number(0x25, 0x0200000a), 0, kSet,
+         "fsync *ifcfg-eth0.*\nkill 2147483646 9 *\n" + ifconfig +
+             "\nrun /sbin/route delete default\nrun /sbin/route add default gw 10.0.0.1\nfsync */etc/hosts.tmp*\n"
+             "sethostname nas*\nrename /etc/hosts.tmp* /etc/hosts\nusleep 300",
+         lines_of_both + "gateway=10.0.0.1\ndns=10.0.0.2\n", "",
+         call({.call = "fsync", .real = true}) + call({.call = "rename", .real = true})},
+        {"gateway that is refused is not told", address + nameless + gateway, 0, kSet, ifconfig,
+         lines_of_both + "gateway=10.0.0.1\n", "* failed to set default gateway 10.0.0.1 (256).", fails("/sbin/route")},
+        {"address that is refused", address + named, 5, kStatic, ifconfig, "", "Failed to set network manually! (0x*",
          fails("/sbin/ifconfig")},
-        {"no mask", number(0x20, 0) + number(0x22, 0x0500000a) + named, 5, "", "",
+        {"address without a place in the hosts' file", address + named, 5, kStatic, ifconfig, "",
+         "Failed to set network manually! (0x*", call({.call = "sethostname", .error = EPERM})},
+        {"address that nobody may have",
+         number(0x20, 0) + number(0x22, 0xff00000a) + number(0x23, 0x00ffffff) + nameless, 5, kStatic, "", "",
+         "Failed to set network manually! (0x*"},
+        {"no mask", number(0x20, 0) + number(0x22, 0x0500000a) + named, 5, kStatic, "", "",
          "ErrQCFSetManual(*): Bad parameters(ulIP=83886090, ulMask=0)"},
-        {"host name that cannot be set comes after the address", address + named, 5, ifconfig, lines_of_both,
+        {"host name that cannot be set comes after the address", address + named, 5, kSet, ifconfig, lines_of_both,
          "Failed to set host name! (0x*", call({.call = "sethostname", .args = "nas*", .error = EPERM})},
-        {"DHCP, and the address is of no meaning", number(0x20, 1) + number(0x22, 0x0500000a) + nameless, 0,
-         "run /usr/bin/killall udhcpc\nrun /sbin/udhcpc -i eth0 -p /etc/dhcpc/dhcpcd-eth0.pid -b\nsleep 30"},
-        {"DHCP where there is no client", number(0x20, 1) + nameless, 5, "", "", "Failed to set DHCP! (0x*",
+        {"DHCP, and the address is of no meaning", number(0x20, 1) + number(0x22, 0x0500000a) + nameless, 0, kLeased,
+         "run /usr/bin/killall udhcpc\nrun /sbin/ifconfig eth0 0.0.0.0\n"
+         "run /sbin/udhcpc -i eth0 -p /etc/dhcpc/dhcpcd-eth0.pid -b\nsleep 30"},
+        {"DHCP where there is no client", number(0x20, 1) + nameless, 5, kStatic, "", "", "Failed to set DHCP! (0x*",
          fails("/sbin/udhcpc")},
-        {"nobody's MAC", address + named, 5, "", "", "", kNoChange, "02:00:00:00:00:99"},
-        {"lock that cannot be made", address + nameless, 7, "", "",
-         "create lock file fail in PKT_ID_PTYPE_NETSETTING\n", directory("/tmp/install.lock")},
-        {"lock that somebody has", address + nameless, 7, "", "", "Get file lock fail in PKT_ID_PTYPE_NETSETTING\n",
-         call(kLockTaken)},
-        {"DHCP where it is in use already", number(0x20, 1) + nameless, 0,
+        {"DHCP where it is in use already", number(0x20, 1) + nameless, 0, "BOOTPROTO=dhcp\n",
          "flock /tmp/install.lock 0x6\nusleep 300\nflock /tmp/install.lock 0x8", "", "",
-         file("/etc/sysconfig/network-scripts/ifcfg-eth0", "BOOTPROTO=dhcp\n") +
+         file(kSettings, "BOOTPROTO=dhcp\n") +
              file("/etc/dhcpc/dhcpcd-eth0.info", "IPADDR=10.0.0.4\nNETMASK=255.255.255.0\n") +
              call({.call = "flock", .real = true}) + fails("/sbin/udhcpc")},
+        {"nobody's MAC", address + named, 5, kStatic, "", "", "", kNoChange, "02:00:00:00:00:99"},
+        {"lock that cannot be made", address + nameless, 7, kStatic, "", "",
+         "create lock file fail in PKT_ID_PTYPE_NETSETTING\n", directory("/tmp/install.lock")},
+        {"lock that somebody has", address + nameless, 7, kStatic, "", "",
+         "Get file lock fail in PKT_ID_PTYPE_NETSETTING\n", call(kLockTaken)},
     };
     for (const auto &row : kCases) {
         SCOPED_TRACE(row.what);
         Lan box(1);
         box.compress_sleeps();
         box.file("/etc/sysconfig/network", "HOSTNAME=old\n");
+        box.file("/etc/hosts", "old\n");
+        box.file("/etc/resolv.conf.bak", "");
+        box.program("/bin/grep",
+                    {{.args = "'/sbin/udhcpc -i eth0'", .output = "  2147483646 x /sbin/udhcpc -i eth0\n"}});
+        box.call({.call = "kill", .error = ESRCH});
         box.leaves({"*"});
         row.change(box);
-        box.programs("/bin/ps /bin/grep /sbin/ifconfig /sbin/route /sbin/udhcpc /usr/bin/killall");
+        box.programs("/bin/ps /sbin/ifconfig /sbin/route /sbin/udhcpc /usr/bin/killall");
         Process daemon = box.launch();
         box.send(plain(base(3) + row.elements + element(0x29, row.mac)));
         for (const Frame &frame : box.frames(row.code == 0 ? 4 : 2)) {
@@ -327,6 +348,13 @@ TEST(Findhostd, SetsTheNetworkAndTellsHowItWent)
         EXPECT_TRUE(box.record().in_order(lines(row.record)));
         EXPECT_TRUE(!row.record.empty() || box.record().count(ifconfig) == 0);
         EXPECT_EQ(text_of(box, "/.tmpcfg"), row.lines);
+        EXPECT_EQ(box.read_file(kSettings), row.settings);
+        EXPECT_EQ(box.list("/etc/sysconfig/network-scripts").size(), 1U); // no backup stays
+        const bool is_set = row.settings == kSet;
+        EXPECT_EQ(box.exists("/etc/resolv.conf.bak"), !is_set);
+        EXPECT_EQ(box.read_file("/etc/hosts").substr(0, 29), is_set ? "127.0.0.1\tlocalhost\n10.0.0.5\t" : "old\n");
+        for (const std::string &name : box.list("/etc"))
+            EXPECT_FALSE(name.starts_with("hosts.")) << name;
         EXPECT_TRUE(box.record().count(std::string("log err ") + row.log) == 1 ||
                     daemon.err().find(row.log) != std::string::npos)
             << box.record().text("log *") << daemon.err();

@@ -203,9 +203,14 @@ TEST(Mantool, FailedWriteIsTriedAgain)
     EXPECT_EQ(box.out("-sn_get"), "SN:B8ODN02462\n");
 }
 
-// What each command says, and what it asks of the board.
+// What each command says, and what it asks of the board and of the network card.
 TEST(Mantool, AsksTheBoard)
 {
+    constexpr unsigned long kEthtool = 0x8946; // linux/sockios.h
+    const RequestRow kWakes[] = {{.bytes = std::string("\5\0\0\0\x20\0\0\0\x20\0\0\0", 12), .times = 1},
+                                 {.times = 1},
+                                 {.times = 1},
+                                 {.error = EOPNOTSUPP}};
     const std::string failed = "Excution Error\n", read_1000 = "0xc0084b2c memory_read 0x1000 -> 0xdeadbeef\n",
                       cores = "0xc0104b22 cpu_temperature -> 2 61 -4 0\n",
                       both = "0xc1344b12 schedule_read -> 2 1 0x3e081e 0x7f0000\n",
@@ -248,8 +253,22 @@ TEST(Mantool, AsksTheBoard)
         {"-auto_poweron_disable",
          "--------- Alarm time ---------\nEnabled=0\nHave [0] schedules, we print the first [0]\n",
          "0xc1344b13 schedule_write 0 0\n0xc0904b01 control 0x5701 0x0 \"\"\n0xc1344b12 schedule_read -> 0 0\n"},
+        // All three see to it that the model says that it can, also the one that only asks.
+        {"-wol_get eth0", "eth0: Enable\n", "SIOCETHTOOL 050000000000000000000000\n"},
+        {"-wol_get eth0", "eth0: Disable\n", "SIOCETHTOOL 050000000000000000000000\n"},
+        {"-wol_enable eth0", "", "SIOCETHTOOL 060000000000000020000000\n"},
+        {"-wol_disable eth0", "Failed to disable wake-on-lan of eth0.\n" + failed,
+         "SIOCETHTOOL 060000000000000000000000 = EOPNOTSUPP\n"},
     };
     Unit box;
+    for (RequestRow row : kWakes) {
+        row.device = "socket:*";
+        row.request = kEthtool;
+        row.reads = 12;
+        row.at = offsetof(ifreq, ifr_data);
+        row.is_pointer = true;
+        box.request(row);
+    }
     box.host_file("/bin/cp", "/bin/cp");
     box.leaves({"/etc/power_sched.conf", "/tmp/power_sched.conf.tmp"});
     box.board_scenario("temperature -3\ncpu_temperature 61 -4\n");
@@ -258,10 +277,12 @@ TEST(Mantool, AsksTheBoard)
         const Result result = box.tool(row.command);
         EXPECT_EQ(result.out, row.out);
         std::string board;
-        for (const std::string &line : lines(result.record.text("board *")))
-            board += line.substr(6) + "\n";
+        for (const std::string &line : lines(result.record.text()))
+            for (const std::string sender : {"board ", "ioctl socket:* "})
+                board += line.starts_with(sender) ? line.substr(sender.size()) + "\n" : "";
         EXPECT_EQ(board, row.board);
     }
+    EXPECT_EQ(box.read_file(kDefaults), "supportraid=no\nsupport_wol=\"yes\"\n");
     EXPECT_EQ(box.read_file("/etc/power_sched.conf"),
               "[Power On schedule]\n20842526\n25100288\n[Power Off schedule]\n");
     box.remove("/bin/cp");
@@ -285,46 +306,6 @@ TEST(Mantool, WrongArgumentsShowTheUsage)
                "-set_pwm V5\n-set_pwm X05\n-set_pwm W0x\n-log\n-usb3_dwng\n-wol_get\n-auto_poweron_get 0\n"
                "-auto_poweron_enable\n-rtc_set 2021/08/04"))
         EXPECT_EQ(box.out(command), usage + kFailed + "\n") << command;
-}
-
-// All three see to it that the model says that it can, also the one that only asks.
-TEST(Mantool, WakeOnLan)
-{
-    constexpr unsigned long kEthtool = 0x8946; // linux/sockios.h
-    const std::string awake("\5\0\0\0\x20\0\0\0\x20\0\0\0", 12);
-    const struct {
-        const char *command;
-        bool answers;
-        std::string bytes, out, request;
-    } kRows[] = {
-        {"-wol_get", true, awake, "eth0: Enable\n", "050000000000000000000000"},
-        {"-wol_get", true, "", "eth0: Disable\n", "050000000000000000000000"},
-        {"-wol_enable", true, "", "", "060000000000000020000000"},
-        {"-wol_get", false, "", "Excution Error\n", "050000000000000000000000"},
-        {"-wol_disable", false, "", "Failed to disable wake-on-lan of eth0.\nExcution Error\n",
-         "060000000000000000000000"},
-    };
-    for (const auto &row : kRows) {
-        SCOPED_TRACE(row.command);
-        Unit box;
-        box.request({.device = "socket:*",
-                     .request = kEthtool,
-                     .bytes = row.bytes,
-                     .reads = 12,
-                     .at = offsetof(ifreq, ifr_data),
-                     .is_pointer = true,
-                     .error = row.answers ? 0 : EOPNOTSUPP});
-        const Result result = box.tool(std::string(row.command) + " eth0");
-        EXPECT_EQ(result.out, row.out);
-        EXPECT_EQ(
-            result.record.count("ioctl socket:* SIOCETHTOOL " + row.request + (row.answers ? "" : " = EOPNOTSUPP")), 1)
-            << result.record.text();
-        EXPECT_EQ(box.read_file(kDefaults), "supportraid=no\nsupport_wol=\"yes\"\n");
-    }
-    Unit box;
-    box.remove("/etc.defaults");
-    box.file("/etc.defaults", "");
-    EXPECT_EQ(box.out("-wol_get eth0"), "Failed to enabled support wake-on-lan of eth0.\nExcution Error\n");
 }
 
 TEST(Mantool, ModelLacksASensorOrTheFansControl)

@@ -178,17 +178,10 @@ TEST(Manutild, PassesOverWhatIsNotForIt)
     unit.call({.call = "socket", .args = std::to_string(AF_PACKET) + " *", .error = EPERM, .times = 1});
     unit.launch();
     unit.send(kManMemTestProgress);
-    std::vector<UdpdDatagram> others = {
-        {.payload = "x", .name = "norvmanl"},
-        {.event = kManGroupOperation, .payload = "exit 9", .length = 7},
-        {.event = 0, .payload = "x"},
-        {.event = 0xffff, .payload = "x"},
-    };
-    for (uint16_t event = kUdpdHandlersMax - 1; event <= kUdpdEventsMax; event++)
-        if (event != kUdpdEventStop)
-            others.push_back({.event = event, .payload = "x"});
-    for (const UdpdDatagram &other : others)
-        unit.send(other);
+    unit.send({.payload = "x", .name = "norvmanl"});
+    unit.send({.event = kManGroupOperation, .payload = "exit 9", .length = 7});
+    for (const int event : {0, kUdpdHandlersMax - 1, kUdpdEventStop + 1, kUdpdEventsMax, 0xffff})
+        unit.send(static_cast<uint16_t>(event), "x");
     unit.ask(kManMemTestProgress, "", progress_reply("0%"));
     EXPECT_EQ(unit.record().count("log err norvudpd.c: broadcast error."), 1);
     box_address_set(unit, "eth0", "192.0.2.7");
@@ -425,17 +418,13 @@ TEST(Manutild, StoresTheUnitsIdentityAndPassesItsCheck)
 // A unit fails its check when its record lacks what names it.
 TEST(Manutild, RecordIsPartOfTheCheck)
 {
-    static constexpr struct {
-        bool has_serial;
-        int macs; // of two
-    } kCases[] = {{false, 2}, {true, 1}};
-    for (const auto &[has_serial, macs] : kCases) {
-        SCOPED_TRACE(testing::Message() << has_serial << macs);
+    for (const bool has_serial : {false, true}) { // and one address less than two
+        SCOPED_TRACE(has_serial);
         Unit unit;
         unit.equip();
         if (has_serial)
             unit.run({"mantool", "-sn_set", "A8ODN02468"});
-        for (int i = 1; i <= macs; i++)
+        for (int i = has_serial ? 2 : 1; i <= 2; i++)
             unit.run({"mantool", "-mac_set", std::to_string(i), "0200000A0B0C"});
         unit.launch();
         unit.ask(kManFinalCheck, "norv_a_1,42", kFailed);

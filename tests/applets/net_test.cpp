@@ -1,5 +1,4 @@
-// Addresses, names and routes of the appliance, and the roles that put its ports in order. Interfaces are the kernel's;
-// most tools are stand-ins.
+// The roles that put the appliance's ports in order, and the one that asks who is near. Interfaces are the kernel's.
 #include <cerrno>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -18,30 +17,15 @@ namespace
 {
 
 constexpr char kDefaults[] = "/etc.defaults/norvinfo.conf";
-const std::string kConfig = "/etc/sysconfig/network-scripts/ifcfg-";
 
-// A box with two wired ports and the tools that change them.
 struct NetBox : Sandbox {
     BoxLinks links;
 
     NetBox() : links(*this)
     {
         file(kDefaults, "supportraid=no\n");
-        host_file("/bin/net_calls", NET_CALLS);
-        for (const std::string &path : words("/sbin/ifconfig /sbin/route /sbin/udhcpc /usr/bin/killall /bin/ps "
-                                             "/bin/grep /usr/sbin/arping /usr/sbin/inetd"))
-            program(path);
-        directory("/etc/sysconfig/network-scripts");
-        directory("/etc/dhcpc");
         compress_sleeps();
         leaves({"/etc/*"});
-    }
-    // The result and texts of a call, "eth0/1/10.0.0.1/255.0.0.0 1".
-    std::string call_net(const std::string &command)
-    {
-        const Result result = run(words(command, "/bin/net_calls"));
-        EXPECT_EQ(result.exit_status, 0);
-        return result.out.substr(0, result.out.find('\n'));
     }
     void port(const std::string &name, bool runs = true)
     {
@@ -50,223 +34,6 @@ struct NetBox : Sandbox {
     }
 };
 
-TEST(NetCard, ReadsStaticAndLeasedAddresses)
-{
-    NetBox box;
-    box.port("eth0");
-    box.port("eth1");
-    box.port("eth2");
-    box.file(kConfig + "eth0", "BOOTPROTO=static\nIPADDR=10.1.2.3\nNETMASK=255.255.0.0\n");
-    box.file(kConfig + "eth1", "BOOTPROTO=dhcp\n");
-    box.file("/etc/dhcpc/dhcpcd-eth1.info", "IPADDR=10.9.8.7\nNETMASK=255.0.0.0\n");
-    EXPECT_EQ(box.call_net("card 0"), "eth0/1/10.1.2.3/255.255.0.0 1");
-    EXPECT_EQ(box.call_net("card 1"), "eth1/0/10.9.8.7/255.0.0.0 1");
-    EXPECT_EQ(box.call_net("card 2"), "eth2/1// -1"); // no file: it is made, static
-    EXPECT_EQ(box.read_file(kConfig + "eth2"), "BOOTPROTO=static\n");
-    EXPECT_EQ(box.call_net("card 3"), "/0// 0");
-    EXPECT_EQ(box.call_net("card 32").substr(4), " -1");
-    EXPECT_EQ(box.call_net("card 10.1.2.3"), "/0// 0"); // what counts is what the interface holds now
-    EXPECT_EQ(box.record().count("sleep 1"), 0);
-    box.remove("/etc/dhcpc/dhcpcd-eth1.info");
-    EXPECT_EQ(box.call_net("card 1"), "eth1/0// -1");
-    EXPECT_EQ(box.record().count("sleep 1"), 3);
-    EXPECT_TRUE(box.record().in_order({"log err NORVJNetDeviceIsDHCP(*) Get BOOTPROTO failed.(*)",
-                                       "log err NORVJNetGetCard1(*) Get IP from *ifcfg-eth2 fail",
-                                       "log err NORVJNetGetCard1(*) Get IP from *dhcpcd-eth1.info fail"}));
-    box.file("/etc/dhcpc/dhcpcd-eth1.info", "IPADDR=10.9.8.7\n");
-    EXPECT_EQ(box.call_net("card 1"), "eth1/0/10.9.8.7/ -1");
-}
-
-TEST(NetCard, StaticAddressIsSetOrUndone)
-{
-    const struct {
-        int ifconfig_status;
-        const char *old_file;
-        std::string file;
-        const char *result;
-        const char *failing_call = nullptr;
-    } kCases[] = {
-        {0, "BOOTPROTO=dhcp\n", "IPADDR=10.1.2.3\nNETMASK=255.255.0.0\nBOOTPROTO=static\nONBOOT=yes\n", "0"},
-        {1, "BOOTPROTO=dhcp\nX=1\n", "BOOTPROTO=dhcp\nX=1\n", "-1"},
-        {0, "BOOTPROTO=dhcp\n", "BOOTPROTO=dhcp\n", "-1", "sethostname"}, // the last step
-    };
-    for (const auto &row : kCases) {
-        SCOPED_TRACE(&row - kCases);
-        NetBox box;
-        box.port("eth0");
-        box.program("/sbin/ifconfig", {{.args = "eth0 10.1.2.3 netmask 255.255.0.0 broadcast 10.1.255.255",
-                                        .exit_status = row.ifconfig_status}});
-        box.program("/bin/grep",
-                    {{.args = "'/sbin/udhcpc -i eth0'", .output = "  2147483646 x /sbin/udhcpc -i eth0\n"}});
-        box.call({.call = "kill", .error = ESRCH});
-        if (row.failing_call != nullptr)
-            box.call({.call = row.failing_call, .error = EPERM});
-        box.file("/etc/hosts", "old\n");
-        const bool is_set = row.result[0] == '0';
-        box.file(kConfig + "eth0", row.old_file);
-        box.file("/etc/ppp/old_gateway.bak", "");
-        box.file("/etc/resolv.conf.bak", "");
-        EXPECT_EQ(box.call_net("card_set eth0 10.1.2.3 0xff.255.0.0"), row.result);
-        EXPECT_EQ(box.read_file(kConfig + "eth0"), row.file);
-        EXPECT_EQ(box.list("/etc/sysconfig/network-scripts").size(), 1U); // no backup stays
-        EXPECT_EQ(box.exists("/etc/resolv.conf.bak"), !is_set);
-        EXPECT_EQ(box.exists("/etc/ppp/old_gateway.bak"), !is_set);
-        EXPECT_EQ(box.read_file("/etc/hosts") == "old\n", !is_set);
-        for (const std::string &name : box.list("/etc"))
-            EXPECT_FALSE(name.starts_with("hosts.")) << name;
-        EXPECT_EQ(box.list("/tmp").size(), 0U);
-        EXPECT_EQ(box.record().count("kill 2147483646 9 *"), 2) << box.record().text();
-        EXPECT_EQ(box.unexpected_calls(), "");
-    }
-    NetBox box;
-    for (const std::string address : {"127.0.0.5 255.0.0.0", "10.0.0.1 ''", "10.0.0.255 255.255.255.0"})
-        EXPECT_EQ(box.call_net("card_set eth0 " + address), "-1");
-    EXPECT_EQ(box.programs_called(), "");
-}
-
-TEST(NetCard, DhcpStepsAndTheirFailures)
-{
-    const struct {
-        int kill_status, client_status;
-        bool has_folder;
-        const char *result;
-    } kCases[] = {{1, 0, true, "0"}, {0, 1, true, "-1"}, {0, 0, false, "-2"}};
-    for (const auto &row : kCases) {
-        SCOPED_TRACE(&row - kCases);
-        NetBox box;
-        box.program("/sbin/ifconfig", {{.args = "eth0 0.0.0.0", .exit_status = row.kill_status}});
-        box.program("/sbin/udhcpc",
-                    {{.args = "-i eth0 -p /etc/dhcpc/dhcpcd-eth0.pid -b", .exit_status = row.client_status}});
-        box.file(kConfig + "eth0", "IPADDR=1.2.3.4\n");
-        for (const char *call : {"fsync", "rename"})
-            box.call({.call = call, .real = true});
-        if (!row.has_folder)
-            box.remove("/etc/sysconfig/network-scripts");
-        EXPECT_EQ(box.call_net("card_set eth0"), row.result);
-        EXPECT_EQ(box.record().count("log err NORVJLnxSetDHCP(*) kill udhcpc error *"), row.kill_status);
-        EXPECT_EQ(box.record().count("log err NORVJLnxSetDHCP(*) run udhcpc error *"), row.client_status);
-        EXPECT_EQ(box.record().count("log err NORVJLnxSetDHCP(*) Set *ifcfg-eth0 error."), row.has_folder ? 0 : 1);
-        if (row.result[0] == '0') {
-            EXPECT_TRUE(box.record().in_order({"fsync *ifcfg-eth0.*", "rename *ifcfg-eth0.* *ifcfg-eth0", "sleep 30"}));
-        } else {
-            EXPECT_EQ(box.record().count("sleep 30"), 0);
-        }
-        if (row.has_folder) {
-            EXPECT_EQ(box.read_file(kConfig + "eth0"),
-                      row.client_status == 0 ? "BOOTPROTO=dhcp\nONBOOT=yes\n" : "IPADDR=1.2.3.4\n");
-        }
-        EXPECT_TRUE(box.record().in_order({"run /usr/bin/killall udhcpc", "run /sbin/ifconfig eth0 0.0.0.0"}));
-    }
-}
-
-TEST(NetHostname, IsSetBetweenTheWritingAndTheRenaming)
-{
-    NetBox box;
-    EXPECT_EQ(box.call_net("host_name_set nas"), "-1"); // no interface: nothing to name
-    EXPECT_TRUE(box.record().in_order({"log err NORVJNetSetHostname(*) NORVNetEnumCard fail.(nCard=0)"}));
-    box.port("eth0");
-    box.port("eth1");
-    box.file(kConfig + "eth0", "BOOTPROTO=static\nIPADDR=10.1.2.3\nNETMASK=255.255.0.0\n");
-    box.file("/etc/hosts", "old\n");
-    for (const char *call : {"fsync", "sethostname", "rename"})
-        box.call({.call = call, .real = true});
-    EXPECT_EQ(box.call_net("host_name_set nas.lan"), "0");
-    EXPECT_TRUE(
-        box.record().in_order({"fsync */etc/hosts.tmp*", "sethostname nas.lan*", "rename /etc/hosts.tmp* /etc/hosts"}));
-    EXPECT_EQ(box.read_file("/etc/hosts"), "127.0.0.1\tlocalhost\n10.1.2.3\tnas.lan\n"); // eth1 has no address
-    EXPECT_EQ(box.read_file("/etc/sysconfig/network"), "HOSTNAME=nas.lan\n");
-    EXPECT_EQ(box.call_net("host_name"), "nas 1");
-    EXPECT_EQ(box.call_net("host_name_set " + std::string(80, 'x')), "-1"); // the kernel refuses
-    EXPECT_EQ(box.read_file("/etc/hosts"), "127.0.0.1\tlocalhost\n10.1.2.3\tnas.lan\n");
-    for (const std::string &name : box.list("/etc"))
-        EXPECT_FALSE(name.starts_with("hosts.")) << name;
-}
-
-TEST(NetNames, DnsAndGateway)
-{
-    NetBox box;
-    EXPECT_EQ(box.call_net("dns"), " 0");
-    for (const auto &[text, result] : {std::pair("10.0.0.53", "0"), {"fe80::1", "0"}, {"10.0.0", "-1"}, {"''", "-1"}})
-        EXPECT_EQ(box.call_net(std::string("dns_set ") + text), result);
-    EXPECT_EQ(box.read_file("/etc/resolv.conf"), "nameserver\tfe80::1\n");
-    EXPECT_EQ(box.call_net("dns"), "fe80::1 0");
-    box.call({.call = "rename", .error = EIO});
-    for (const char *text : {"10.0.0.1", "10.0.0.256"}) {
-        box.file("/etc/resolv.conf.static.tmp", "from an earlier run\n");
-        EXPECT_EQ(box.call_net(std::string("dns_set ") + text), "-1");
-        EXPECT_FALSE(box.exists("/etc/resolv.conf.static.tmp"));
-    }
-    EXPECT_EQ(box.record().count("log err * FALSE != checkDNSIp(szDNS)"), 3);
-
-    EXPECT_EQ(box.call_net("gateway"), " 0");
-    box.program(
-        "/sbin/route",
-        {{.args = "delete default", .exit_status = 1}, {.args = "add default gw 10.0.0.9", .exit_status = 7}, {}});
-    EXPECT_EQ(box.call_net("gateway_set ''"), "0");
-    EXPECT_EQ(box.call_net("gateway_set 10.0.0.1"), "0");
-    EXPECT_EQ(box.call_net("gateway_set 10.0.0.9"), "-1");
-    EXPECT_TRUE(box.record().in_order({"run /sbin/route delete default", "run /sbin/route delete default",
-                                       "run /sbin/route add default gw 10.0.0.1", "run /sbin/route delete default",
-                                       "log err * failed to set default gateway 10.0.0.9 (1792)."}));
-}
-
-TEST(NetRoutes, CleanTakesTheRoutesOfPortsWithoutALink)
-{
-    NetBox box;
-    const std::string kStatic = "BOOTPROTO=static\nIPADDR=0x0a.1.2.3\nNETMASK=255.255.0.0\n";
-    box.port("eth0", false);
-    box.file(kConfig + "eth0", kStatic);
-    EXPECT_EQ(box.call_net("routes_clean"), "0");
-    EXPECT_EQ(box.record().count("run /sbin/route *"), 0); // a single port keeps its route
-    box.port("eth1");
-    EXPECT_EQ(box.call_net("routes_clean"), "0");
-    EXPECT_EQ(box.calls("/sbin/route").size(), 1U);
-    EXPECT_EQ(box.record().count("run /sbin/route del -net 10.1.0.0 netmask 255.255.0.0 dev eth0"), 1);
-    box.file(kConfig + "eth0", "BOOTPROTO=static\nIPADDR=10.1.2.3\n");
-    EXPECT_EQ(box.call_net("routes_clean"), "-1");
-    EXPECT_TRUE(box.record().in_order({"log err * Get netmask from *ifcfg-eth0 fail",
-                                       "log err * NORVJNetRoutetableHandler clear [eth0] route table fail"}));
-}
-
-TEST(NetBoard, CountAndFirstAddress)
-{
-    NetBox box;
-    EXPECT_EQ(box.call_net("lan_count"), "-1");
-    EXPECT_EQ(box.call_net("mac"), "00 00 00 00 00 00 -1");
-    const struct {
-        const char *kernel, *defaults, *count;
-    } kCases[] = {
-        {"4\n", "maxlanport=2\n", "4"}, {"0\n", "maxlanport=2\n", "2"}, {"x", "maxlanport=0\n", "1"}, {"-1", "", "1"}};
-    for (const auto &row : kCases) {
-        box.file("/proc/sys/kernel/norv_internal_netif_num", row.kernel);
-        box.file(kDefaults, row.defaults);
-        EXPECT_EQ(box.call_net("lan_count"), row.count) << row.kernel;
-    }
-    box.file("/proc/sys/kernel/norv_mac_address1", "00113201fEa9\n");
-    EXPECT_EQ(box.call_net("mac"), "00 11 32 01 fe a9 0");
-    box.file("/proc/sys/kernel/norv_mac_address1", "00113201fe\n");
-    EXPECT_EQ(box.call_net("mac"), "00 00 00 00 00 00 -1");
-}
-
-TEST(NetLan, NeighbourAnswersAndTheForeignAddressDoesNot)
-{
-    const struct {
-        int answers, foreign_answers; // exit statuses of arping
-        const char *result;
-    } kCases[] = {{0, 1, "0"}, {0, 0, "-1"}, {1, 0, "-1"}};
-    for (const auto &row : kCases) {
-        NetBox box;
-        EXPECT_EQ(box.call_net("is_in_lan 10.0.0.9 1"), "-1"); // no port
-        box.port("eth0", false);
-        box.port("eth1");
-        box.program("/usr/sbin/arping", {{.args = "-I eth1 -c 2 10.0.0.9", .exit_status = row.answers},
-                                         {.args = "-I eth1 -c 2 8.8.8.8", .exit_status = row.foreign_answers}});
-        EXPECT_EQ(box.call_net("is_in_lan 10.0.0.9 2"), row.result);
-        EXPECT_EQ(box.calls("/usr/sbin/arping").size(), 2U);
-        EXPECT_EQ(box.unexpected_calls(), "");
-    }
-}
-
 TEST(StartTelnet, StartsTheServerForANeighbourOnly)
 {
     const std::string kHeader =
@@ -274,25 +41,28 @@ TEST(StartTelnet, StartsTheServerForANeighbourOnly)
         "must-revalidate\r\nPragma: no-cache\r\nContent-type: text/html; charset=\"UTF-8\"\r\n\r\n";
     constexpr char kSet[] = "settimeofday 946684800.000000", kInetd[] = "run /usr/sbin/inetd";
     const struct {
-        const char *zone; // NULL: a request without an address
-        int arping, inetd, clock_error;
+        const char *zone;                        // NULL: a request without an address
+        int arping, foreign, inetd, clock_error; // the first two: whether the neighbour and a foreign address answer
         bool runs;
         std::string record, last; // its end
         bool is_success;
     } kCases[] = {
-        {"TZ=UTC", 0, 0, 0, false, std::string(kSet) + "\nrun /bin/sh -c /usr/sbin/inetd", kInetd, true},
-        {"TZ=UTC-1", 0, 0, EPERM, true, "settimeofday 946681200.000000 = EPERM",
+        {"TZ=UTC", 0, 1, 0, 0, false, std::string(kSet) + "\nrun /bin/sh -c /usr/sbin/inetd", kInetd, true},
+        {"TZ=UTC-1", 0, 1, 0, EPERM, true, "settimeofday 946681200.000000 = EPERM",
          "log err *(SetTime) failed to settimeofday [errno = Operation not *", true},
-        {"TZ=UTC", 0, 0, 0, true, "", kSet, true},
-        {"TZ=UTC", 0, 1, 0, false, kInetd, "log err * FHOSTinetdStart fail", false},
-        {"TZ=UTC", 1, 0, 0, false, "", "run /usr/sbin/arping -I eth0 -c 1 *", false},
-        {nullptr, 0, 0, 0, false, "log err * The remote addr is orz", "log err * The remote addr is NULL", false},
+        {"TZ=UTC", 0, 1, 0, 0, true, "", kSet, true},
+        {"TZ=UTC", 0, 1, 1, 0, false, kInetd, "log err * FHOSTinetdStart fail", false},
+        {"TZ=UTC", 1, 0, 0, 0, false, "", "run /usr/sbin/arping -I eth1 -c 1 *", false},
+        {"TZ=UTC", 0, 0, 0, 0, false, "", "run /usr/sbin/arping -I eth1 -c 1 *", false},
+        {nullptr, 0, 1, 0, 0, false, "log err * The remote addr is orz", "log err * The remote addr is NULL", false},
     };
     for (const auto &row : kCases) {
         SCOPED_TRACE(row.last);
         NetBox box;
-        box.port("eth0");
-        box.program("/usr/sbin/arping", {{.args = "* 8.8.8.8", .exit_status = 1}, {.exit_status = row.arping}});
+        box.port("eth0", false);
+        box.port("eth1");
+        box.program("/usr/sbin/arping", {{.args = "-I eth1 -c 1 10.0.0.9", .exit_status = row.arping},
+                                         {.args = "-I eth1 -c 1 8.8.8.8", .exit_status = row.foreign}});
         box.program("/usr/sbin/inetd", {{.exit_status = row.inetd}});
         if (row.runs)
             box.file("/var/run/inetd.pid", "1\n");
@@ -308,6 +78,7 @@ TEST(StartTelnet, StartsTheServerForANeighbourOnly)
         Record end; // nothing follows
         end.lines = {result.record.lines.back()};
         EXPECT_EQ(end.count(row.last), 1) << result.record.text();
+        EXPECT_EQ(box.unexpected_calls(), "");
     }
 }
 
@@ -359,7 +130,7 @@ TEST(NetSeqAdjust, PortsFollowTheLabels)
          "log err * internal nic number 2 doesn't match the number of items 3 defined in netif_seq*"},
         {"no extension ports", "2", "netif_seq=1 0\n", kTwo, "eth0 eth1 ",
          "log err * error happens when checking if devices on extension port*", "[pci]\n"},
-        {"wlan is no port", "1", "", "wlan0=01.0/01:00.0 eth1=02.0/02:00.0 ", "wlan0 eth0 "},
+        {"wlan is no port", "0", "", "wlan0=01.0/01:00.0 eth1=02.0/02:00.0 ", "wlan0 eth0 "},
         {"out-of-band port", "2", "support_oob_ctl=yes\nunique=norv_x86_oob1\noob_interface=oob0\n",
          "eth0=1c.2/09:00.0 eth1=1d.0/0a:00.0 ", "oob0 eth0 "},
         {"too many built in, then a card", "1", "", std::string(kTwo) + "eth2=03.0/03:00.0 ", "eth0 eth1 eth2 ",

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "external/hw_control.h"
 #include "lib/report.h"
 #include "tests/support/private_root.h"
 
@@ -36,29 +35,6 @@ TEST(FanPath, FindsTheControllerOrTellsWhyNot)
             else
                 EXPECT_EQ(NLIBCErrGet(), row.code);
         });
-    }
-}
-
-TEST(BuzzerMask, RevisionKeyGoesBeforeThePlainOne)
-{
-    static constexpr struct {
-        const char *revision; // NULL: no file
-        const char *keys;
-        unsigned long mask;
-    } kCases[] = {
-        {"r2\n", "buzzeroffen=0x1\nbuzzeroffen_r2=0x200\n", 0x200},
-        {"r3\n", "buzzeroffen=0x1\nbuzzeroffen_r2=0x200\n", 1},
-        {nullptr, "buzzeroffen=2ff\n", 0x2ff},
-        {"", "buzzeroffen=8\n", 8},
-    };
-    for (const auto &row : kCases) {
-        PrivateRoot root;
-        root.write("/etc.defaults/norvinfo.conf", row.keys);
-        if (row.revision != nullptr)
-            root.write("/proc/sys/kernel/norv_hw_revision", row.revision);
-        root.run([&row] { EXPECT_EQ(buzzer_mask_get(), row.mask) << row.keys; });
-        const bool is_empty = row.revision != nullptr && row.revision[0] == '\0';
-        EXPECT_EQ(root.log(), is_empty ? "3 hw_buzzer_mask.cpp:# file is empty, assuming the first revision.\n" : "");
     }
 }
 

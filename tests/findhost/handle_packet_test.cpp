@@ -21,7 +21,6 @@ int handle(const std::string &datagram)
 TEST(FhostHandlePacket, GatesStandInOrder)
 {
     const std::string caps = number(0xb0, 0x40, 8) + number(0xb8, 0x40, 8), half = number(0xb0, 0x40, 8);
-    const std::string setting = number(0x20, 0) + element(0x21, "") + element(0x29, "");
     const struct {
         std::string elements;
         int accepts_plain, mem_test;
@@ -33,15 +32,11 @@ TEST(FhostHandlePacket, GatesStandInOrder)
         {base(1) + half, 1, 1, false, 0, 0},
         {base(1) + caps, 0, 0, false, -1, 1}, // no key
         {base(1) + number(0xc5, 1) + element(0xc4, std::string(64, 'a')), 0, 0, false, 0, 0},
-        {base(3) + setting + caps, 1, 0, false, -1, 7}, // nothing to configure here
         {base(4) + caps, 1, 0, false, 0, 1},
         {base(4), 0, 0, false, -1, 7},
         {base(4), 0, 0, true, 0, 0},
         {base(4), 1, 1, true, -1, 7},
         {base(11) + caps, 0, 0, false, 0, 7},
-        {base(11), 1, 1, false, -1, 7},
-        {base(5), 0, 0, false, -1, 7},
-        {base(5), 0, 0, true, 0, 7},
         {number(0x01, 6), 1, 0, true, -1, 7}, // no stamp
     };
     const PrivateRoot root;

@@ -41,17 +41,13 @@ std::string repeat(const std::string &text, int times)
 
 TEST(FhostPacket, EachTagHasItsPlaceAndItsLimit)
 {
+    // Of the numbers and texts those that an appliance acts on; the others are told, not heard.
     static constexpr struct {
         int tag;
         uint32_t FHOST_RECORD::*member;
     } kNumbers[] = {
-        {0x10, &FHOST_RECORD::ulDhcp},     {0x20, &FHOST_RECORD::ulDhcp},    {0x48, &FHOST_RECORD::ulFlag48},
-        {0x49, &FHOST_RECORD::ulBuild},    {0x75, &FHOST_RECORD::ulRsvd75},  {0x76, &FHOST_RECORD::ulRsvd76},
-        {0x90, &FHOST_RECORD::ulSmallFix}, {0xa3, &FHOST_RECORD::ulIfIndex}, {0xa4, &FHOST_RECORD::ulStamp},
-        {0xa6, &FHOST_RECORD::ulFlagA6},   {0xa7, &FHOST_RECORD::ulStatus},  {0xba, &FHOST_RECORD::ulWebInstall},
-        {0xc5, &FHOST_RECORD::ulKeyId},    {0x12, &FHOST_RECORD::ulIP},      {0x13, &FHOST_RECORD::ulMask},
-        {0x14, &FHOST_RECORD::ulGateway},  {0x15, &FHOST_RECORD::ulDns},     {0x22, &FHOST_RECORD::ulIP},
-        {0x23, &FHOST_RECORD::ulMask},     {0x24, &FHOST_RECORD::ulGateway}, {0x25, &FHOST_RECORD::ulDns},
+        {0x20, &FHOST_RECORD::ulDhcp}, {0xa4, &FHOST_RECORD::ulStamp},   {0xc5, &FHOST_RECORD::ulKeyId},
+        {0x22, &FHOST_RECORD::ulIP},   {0x24, &FHOST_RECORD::ulGateway}, {0x25, &FHOST_RECORD::ulDns},
     };
     FHOST_RECORD record;
     for (const auto &row : kNumbers) {
@@ -75,10 +71,8 @@ TEST(FhostPacket, EachTagHasItsPlaceAndItsLimit)
         tag, max, offsetof(FHOST_RECORD, name), sizeof(FHOST_RECORD::name)                                             \
     }
     static constexpr Text kTexts[] = {
-        TEXT(0x11, 32, szHostName), TEXT(0x21, 32, szHostName),    TEXT(0x19, 32, szMac),    TEXT(0x29, 32, szMac),
-        TEXT(0xa2, 32, szFirstMac), TEXT(0xc0, 32, szSerial),      TEXT(0x70, 64, szUnique), TEXT(0x77, 7, szVersion),
-        TEXT(0x78, 47, szModel),    TEXT(0x73, 11, szSerialShort), TEXT(0x7c, 32, szPcMac),  TEXT(0xc1, 8, szOsName),
-        TEXT(0xc4, 65, szPubKey),   TEXT(0x2a, 255, szBlob),
+        TEXT(0x21, 32, szHostName), TEXT(0x29, 32, szMac),    TEXT(0x77, 7, szVersion),
+        TEXT(0x7c, 32, szPcMac),    TEXT(0xc4, 65, szPubKey), TEXT(0x2a, 255, szBlob),
     };
     for (const Text &row : kTexts) {
         const auto stored = [&] {

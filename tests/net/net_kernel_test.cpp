@@ -87,10 +87,8 @@ TEST(NetKernel, MembersOfABondAndTheBondItself)
     in_own_network("bond0", "bond", [](BoxLinks &links) {
         ASSERT_TRUE(links.wire("eth0", "tap-eth0") && links.enslave("eth0", "bond0"));
         ASSERT_TRUE(links.set("bond0", true) && links.set("tap-eth0", true));
-        EXPECT_EQ(listed(kNetPhysical).substr(0, 4), "eth0");
-        EXPECT_EQ(listed(kNetPhysical).find("bond0"), std::string::npos);
-        EXPECT_EQ(listed(kNetVirtual).substr(0, 5), "bond0");
-        EXPECT_EQ(listed(kNetVirtual).find("eth0"), std::string::npos);
+        EXPECT_TRUE(listed(kNetPhysical) == "eth0 " || listed(kNetPhysical) == "eth0+ ") << listed(kNetPhysical);
+        EXPECT_TRUE(listed(kNetVirtual) == "bond0 " || listed(kNetVirtual) == "bond0+ ") << listed(kNetVirtual);
     });
 }
 

@@ -16,83 +16,33 @@
 namespace
 {
 
-TEST(NetStat, NamesInNaturalOrderWithoutHiddenOnes)
+// The order of names, and those that are hidden, stand in the test of a kernel's interfaces.
+TEST(NetStat, Lines)
 {
-    static constexpr char kHeading[] = "Inter-| Receive\n face |bytes\n";
     const struct {
         std::string lines;
         int room;
-        std::string found; // name rx-bytes rx-packets tx-bytes tx-packets
-        int result;
+        std::vector<std::string> found; // name rx-bytes rx-packets tx-bytes tx-packets
     } kCases[] = {
-        {"  eth0: 1 2 0 0 0 0 0 0 3 4 0\n", 9, "eth0 1 2 3 4\n", 1},
-        {"eth0:9223372036854775807 2 0 0 0 0 0 0 -3 4\n", 9, "eth0 9223372036854775807 2 -3 4\n", 1},
-        {"a10:\n a9:\n a09:\n b:\n a:\n a9b:\n", 9, "a|a09|a9|a9b|a10|b|", 6},
-        {"tap0:\n dockerx:\n dnos1:\n wlmon.0:\n xtap0:\n mondo:\n", 9, "mondo|xtap0|", 2},
-        {"b:\n a:\n c:\n", 2, "a|b|", 2},
-        {"a-name-of-twenty-char: 5\n", 9, "a-name-of-twent 5 0 0 0\n", 1},
-        {"eth0:" + std::string(600, ' ') + "\n eth1:\n", 9, "eth0|",
-         1}, // no colon in the rest of a line that is too long
+        {"eth0:9223372036854775807 2 0 0 0 0 0 0 -3 4\n", 9, {"eth0 9223372036854775807 2 -3 4"}},
+        {"b:\n a:\n c:\n", 2, {"a 0 0 0 0", "b 0 0 0 0"}},
+        {"a-name-of-twenty-char: 5\n", 9, {"a-name-of-twent 5 0 0 0"}},
+        {"eth0:" + std::string(600, ' ') + "\n eth1:\n", 9, {"eth0 0 0 0 0"}}, // no colon in the rest of a long line
     };
     for (const auto &row : kCases) {
         NET_STAT stats[9];
-        const std::string text = kHeading + row.lines;
-        const UniqueFile file = stream_of(text);
-        ASSERT_EQ(net_stat_read(file.get(), stats, row.room), row.result) << row.lines;
-        std::string found;
-        for (int i = 0; i < row.result; i++) {
-            const NET_STAT &stat = stats[i];
-            EXPECT_EQ(stat.nVersion, 1);
-            found += stat.szName;
-            found += row.found.find('|') != std::string::npos
-                         ? "|"
-                         : " " + std::to_string(stat.llRxBytes) + " " + std::to_string(stat.llRxPackets) + " " +
-                               std::to_string(stat.llTxBytes) + " " + std::to_string(stat.llTxPackets) + "\n";
-        }
+        const int count =
+            net_stat_read(stream_of("Inter-| Receive\n face |bytes\n" + row.lines).get(), stats, row.room);
+        std::vector<std::string> found;
+        for (int i = 0; i < count; i++)
+            found.push_back(std::string(stats[i].szName) + " " + std::to_string(stats[i].llRxBytes) + " " +
+                            std::to_string(stats[i].llRxPackets) + " " + std::to_string(stats[i].llTxBytes) + " " +
+                            std::to_string(stats[i].llTxPackets));
         EXPECT_EQ(found, row.found);
     }
     NET_STAT stat;
     EXPECT_EQ(net_stat_read(stream_of("one heading\n").get(), &stat, 1), -1);
     EXPECT_EQ(NLIBCErrGet(), kErrRead);
-}
-
-TEST(NetGateway, FirstDefaultRouteThatIsUp)
-{
-    static constexpr char kHeading[] = "Iface\tDestination\n";
-    static constexpr char kSubnet[] = "eth0\t0000000A\t00000000\t0001\t0\t0\t0\t000000FF\t0\t0\t0\n";
-    const struct {
-        std::string lines;
-        size_t room;
-        int result;
-        const char *text;
-    } kCases[] = {
-        {std::string(kSubnet) + "eth0\t00000000\t0102000A\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", 64, 0, "10.0.2.1"},
-        {"eth0\t00000000\t0102000A\t0002\t0\t0\t0\t00000000\t0\t0\t0\n" // down
-         "eth1\t00000000\t0202000A\t0003\t0\t0\t0\t00000080\t0\t0\t0\n" // half of all addresses
-         "eth2\t00000000\t0302000A\t0007\t0\t0\t9\t00000000\t0\t0\t0\n",
-         64, 0, "10.0.2.3"},
-        {kSubnet, 64, 0, ""},
-        {"eth0\t00000000\t0102000A\t0003\t0\t0\t0\t00000000\t0\t0\n", 64, -1, ""},
-        {"eth0\t00000000\t0102000A\t0003\t0\t0\t0\t00000000\t0\t0\t0\n", 8, -1, ""},
-        {std::string(300, 'x') + "\n", 64, -1, ""},
-    };
-    for (const auto &row : kCases) {
-        const std::string routes = kHeading + row.lines;
-        char text[64] = "";
-        EXPECT_EQ(net_gateway_read(stream_of(routes).get(), text, row.room), row.result) << row.lines;
-        EXPECT_STREQ(text, row.text);
-    }
-}
-
-TEST(NetNameServer, FirstLineOfTheKey)
-{
-    static constexpr const char *kCases[][2] = {
-        {"search lan\nnameserver 10.0.0.1\nnameserver 10.0.0.2\n", "10.0.0.1"},
-        {"#nameserver 1.1.1.1\n nameserver 2.2.2.2\nnameserver\t \t::1 x", "::1"},
-        {"nameserver\nnameserver 10.0.0.2\n", ""}, // the first such line counts, whatever it holds
-    };
-    for (const auto &[text, server] : kCases)
-        EXPECT_EQ(net_name_server(text), server) << text;
 }
 
 TEST(NetProcessScan, ClientsOfOneInterface)
@@ -122,21 +72,15 @@ TEST(NetIsValidIpMask, WhatAnInterfaceMayHave)
         {"192.168.1.5", "255.255.255.0", "255.255.255.0"},
         {"192.168.1.255", "255.255.255.0", nullptr},
         {"192.168.1.255", "255.255.0.0", "255.255.0.0"},
-        {"192.168.1.255", "255.255.255.255", "255.255.255.255"},
         {"0x0a.012.1.1", "0xff.0377.0.0", "255.255.0.0"},
         {"10.0.0.3", "255.255.255.254", nullptr},
-        {"10.0.0.2", "255.255.255.254", "255.255.255.254"},
         {"127.0.0.5", "255.0.0.0", nullptr},
-        {"223.0.0.1", "255.0.0.0", "255.0.0.0"},
         {"224.0.0.1", "255.0.0.0", nullptr},
         {"10.0.0.1", "0.0.0.0", nullptr},
         {"10.0.0.1", "255.0.255.0", nullptr},
         {"10.0.0.256", "255.0.0.0", nullptr},
-        {"10.0.0", "255.0.0.0", nullptr},
         {"10.0.0.09", "255.0.0.0", nullptr},
-        {"10.0.0.-1", "255.0.0.0", nullptr},
         {"10.0.0.1", "255.0.0.0 ;reboot", nullptr},
-        {"10.0.0.1", "", nullptr},
         {"10.0.0.1", "0x000ff.0.0.0.......", nullptr}, // fills the room to its last byte
     };
     for (const auto &row : kCases) {

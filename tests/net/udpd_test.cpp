@@ -73,7 +73,8 @@ Datagrams cut(uint16_t event, const std::string &whole, uint16_t id = 9)
 
 TEST(Udpd, TakesWhatIsMeantForItAndWhole)
 {
-    const Datagram first{.payload = "one,", .flags = 0}, second{.payload = "two", .fragment = 1};
+    const Datagram first{.payload = "one,", .flags = 0}, second{.payload = "two", .fragment = 1},
+        third{.payload = "three", .fragment = 2};
     const Datagram noise{.payload = "noise", .name = "norvmanl"};
     const Datagram good{.event = 5, .payload = "good"}; // closes each row: received when nothing before it is
     const struct {
@@ -86,17 +87,11 @@ TEST(Udpd, TakesWhatIsMeantForItAndWhole)
         {"strangers between", {first, noise, noise, second}, "one,two"},
         {"three strangers", {first, noise, noise, noise, second}, ""},
         {"each datagram has its tries",
-         {first,
-          noise,
-          noise,
-          {.payload = "two,", .flags = 0, .fragment = 1},
-          noise,
-          noise,
-          {.payload = "three", .fragment = 2}},
-         "one,two,three"},
+         {first, noise, noise, {.payload = "2,", .flags = 0, .fragment = 1}, noise, noise, third},
+         "one,2,three"},
         {"another's number", {first, {.payload = "x", .fragment = 1, .id = 8}, second}, "one,two"},
         {"another event", {first, {.event = 71, .payload = "x", .fragment = 1}, second}, "one,two"},
-        {"one is lost", {first, {.payload = "three", .fragment = 2}, noise, noise, second}, ""},
+        {"one is lost", {first, third, noise, noise, second}, ""},
         {"begun again", {first, first, first, first, first, second}, "one,two"},
         {"a name that only begins alike", {{.payload = "x", .name = std::string("manutil\0", 8)}}, ""},
         {"no request", {{.payload = "x", .flags = 0xc000}}, ""},
@@ -148,7 +143,7 @@ TEST(Udpd, WaitsForOneEventUntilAMessageIsGivenUp)
 TEST(Udpd, MessageThatDoesNotFitWaits)
 {
     Daemon daemon, other;
-    for (const size_t bytes : {size_t{0}, size_t{1055}, size_t{1056}, size_t{1057}, size_t{5000}}) {
+    for (const size_t bytes : {size_t{0}, size_t{1055}, size_t{1056}, size_t{5000}}) {
         SCOPED_TRACE(bytes);
         for (const Datagram &datagram : cut(19, text(bytes)))
             daemon.send(datagram.bytes());
@@ -217,23 +212,6 @@ TEST(Udpd, ReceivesWithoutMemoryOrSocket)
         EXPECT_EQ(daemon.receive(), -1);
         EXPECT_EQ(NLIBCErrGet(), 0x7a00);
     }
-}
-
-TEST(Udpd, RefusesBadArguments)
-{
-    const auto code = [](int result) { return result == -1 ? NLIBCErrGet() : 0; };
-    UDPD_HANDLE *fresh = NORVUdpdGetHandle();
-    Daemon daemon;
-    char byte = 0;
-    EXPECT_EQ(code(udpd_init(fresh, "a", -1)), 0x7400);
-    EXPECT_EQ(code(udpd_init(daemon.handle, "a", 1)), 0x7100); // a second time
-    EXPECT_EQ(code(udpd_reg_event_handler(daemon.handle, 128, nullptr)), 0x7300);
-    EXPECT_EQ(udpd_reg_event_handler(daemon.handle, 127, nullptr), 0);
-    EXPECT_EQ(code(udpd_run(fresh, nullptr)), 0x7100);
-    EXPECT_EQ(code(udpd_send_data(daemon.handle, 144, &byte, 1, 0)), 0x7300);
-    EXPECT_EQ(code(udpd_send_udp_broad_cast(1, nullptr, &byte, 0, "eth0")), 0x0d00);
-    EXPECT_EQ(udpd_release_handle(fresh), 0);
-    EXPECT_EQ(code(udpd_release_handle(fresh)), 0x7100);
 }
 
 TEST(Udpd, HandlesAreThirtyTwo)
