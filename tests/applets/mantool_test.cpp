@@ -277,9 +277,8 @@ TEST(Mantool, AsksTheBoard)
         const Result result = box.tool(row.command);
         EXPECT_EQ(result.out, row.out);
         std::string board;
-        for (const std::string &line : lines(result.record.text()))
-            for (const std::string sender : {"board ", "ioctl socket:* "})
-                board += line.starts_with(sender) ? line.substr(sender.size()) + "\n" : "";
+        for (const std::string &line : lines(result.record.text("board *") + result.record.text("ioctl socket:*")))
+            board += line.substr(line.starts_with("board ") ? 6 : line.find("SIOC")) + "\n";
         EXPECT_EQ(board, row.board);
     }
     EXPECT_EQ(box.read_file(kDefaults), "supportraid=no\nsupport_wol=\"yes\"\n");
