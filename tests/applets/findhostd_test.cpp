@@ -229,6 +229,7 @@ TEST(Findhostd, RepliesWhereTheQuerySays)
         const std::vector<Frame> frames = box.frames(wires.size());
         for (size_t i = 0; i < frames.size(); i++)
             EXPECT_EQ(frames[i].wire, wires[i]) << testing::PrintToString(elements);
+        box.expect_silence(); // and not more
     }
     EXPECT_EQ(box.stop(&daemon), 0);
 }

@@ -2,16 +2,12 @@
 // "STEP RESULT", with the name of errno on failure.
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <poll.h>
-#include <sched.h>
 #include <sys/file.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/reboot.h>
 #include <sys/sem.h>
@@ -19,30 +15,9 @@
 #include <sys/swap.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/wait.h>
-#include <syslog.h>
 #include <unistd.h>
 
 static int kept = -1; // descriptor of the last "open"
-
-// Tens of seconds that the clock shows a sleep to have taken.
-static long clocked_sleep(const char *seconds)
-{
-    const time_t before = time(nullptr);
-    sleep(static_cast<unsigned>(atoi(seconds)));
-    return (time(nullptr) - before) / 10;
-}
-
-static long alarm_wait(const char *seconds)
-{
-    sigset_t wanted;
-    int number;
-    sigemptyset(&wanted);
-    sigaddset(&wanted, SIGALRM);
-    sigprocmask(SIG_BLOCK, &wanted, nullptr);
-    alarm(static_cast<unsigned>(atoi(seconds)));
-    return sigwait(&wanted, &number) == 0 ? number : -1;
-}
 
 static long host_name_set(const char *name)
 {
@@ -50,14 +25,6 @@ static long host_name_set(const char *name)
     if (sethostname(name, strlen(name)) != 0 || gethostname(now, sizeof(now)) != 0)
         return -1;
     return strcmp(now, name) == 0 ? 0 : 1;
-}
-
-static long request(const char *number, bool is_well)
-{
-    uint64_t value = 0;
-    void *const argument = is_well ? &value : reinterpret_cast<void *>(8); // NOLINT(performance-no-int-to-ptr)
-    const int result = ioctl(kept, strtoul(number, nullptr, 0), argument);
-    return result < 0 ? result : static_cast<long>(value);
 }
 
 // "DIGIT PATH": sets the byte of shared memory that belongs to the file.
@@ -81,34 +48,6 @@ static long daemon_start(const char *seconds)
     for (int i = atoi(seconds) * 100; i > 0; i--)
         syscall(SYS_clock_nanosleep, CLOCK_MONOTONIC, 0, &moment, nullptr);
     _exit(0);
-}
-
-static int spawned(void *path)
-{
-    char name[] = "sleep", zero[] = "0";
-    char *const argv[] = {static_cast<char *>(path), name, zero, nullptr}, *const environment[] = {nullptr};
-    for (int fd = 3; fd < 16; fd++)
-        close(fd);
-    execve(argv[0], argv, environment);
-    _exit(errno);
-}
-
-// A child in our own memory, on a stack of its own.
-static long clone_spawn(const char *path)
-{
-    static char stack[16384];
-    int status;
-    const pid_t pid = clone(spawned, stack + sizeof(stack), CLONE_VM | CLONE_VFORK | SIGCHLD, const_cast<char *>(path));
-    return waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-static long input_read(const char *count)
-{
-    char text[256];
-    const ssize_t got = read(0, text, static_cast<size_t>(atoi(count)));
-    if (got > 0)
-        printf("%.*s\n", static_cast<int>(got), text);
-    return got;
 }
 
 // These become another program, in a way that no shell starts one.
@@ -135,27 +74,7 @@ static const struct {
     const char *name;
     long (*act)(const char *argument);
 } kSteps[] = {
-    {"log", [](const char *text) { return syslog(LOG_WARNING, "%s", text), 0L; }},
-    {"system", [](const char *line) { return static_cast<long>(system(line)); }},
     {"sleep", [](const char *seconds) { return static_cast<long>(sleep(static_cast<unsigned>(atoi(seconds)))); }},
-    {"usleep", [](const char *us) { return static_cast<long>(usleep(static_cast<useconds_t>(atoi(us)))); }},
-    {"nanosleep",
-     [](const char *seconds) {
-         const timespec time = {.tv_sec = atoi(seconds), .tv_nsec = 5};
-         return static_cast<long>(nanosleep(&time, nullptr));
-     }},
-    {"select",
-     [](const char *seconds) {
-         timeval limit = {.tv_sec = atoi(seconds), .tv_usec = 0};
-         return static_cast<long>(select(0, nullptr, nullptr, nullptr, &limit));
-     }},
-    {"poll",
-     [](const char *milliseconds) {
-         pollfd source = {.fd = kept, .events = POLLIN, .revents = 0};
-         return static_cast<long>(poll(&source, 1, atoi(milliseconds)));
-     }},
-    {"clock", clocked_sleep},
-    {"alarm", alarm_wait},
     {"settimeofday",
      [](const char *seconds) {
          const timeval time = {.tv_sec = atol(seconds), .tv_usec = 0};
@@ -165,15 +84,11 @@ static const struct {
     {"reboot", [](const char *) { return static_cast<long>(reboot(RB_AUTOBOOT)); }},
     {"mount",
      [](const char *target) { return static_cast<long>(mount("/dev/md0", target, "ext4", MS_NOATIME, nullptr)); }},
-    {"umount", [](const char *target) { return static_cast<long>(umount(target)); }},
     {"swapon", [](const char *path) { return static_cast<long>(swapon(path, 0)); }},
     {"module", [](const char *parameters) { return syscall(SYS_finit_module, kept, parameters, 0); }},
     {"open", [](const char *path) { return (kept = open(path, O_RDWR | O_CLOEXEC)) >= 0 ? 0L : -1L; }},
     {"create",
      [](const char *path) { return static_cast<long>(close(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600))); }},
-    {"fsync", [](const char *) { return static_cast<long>(fsync(kept)); }},
-    {"ioctl", [](const char *number) { return request(number, true); }},
-    {"bad-ioctl", [](const char *number) { return request(number, false); }},
     {"flock",
      [](const char *path) { return static_cast<long>(flock(open(path, O_RDWR | O_CREAT, 0600), LOCK_EX)); }}, // NOLINT
     {"semget",
@@ -182,19 +97,10 @@ static const struct {
      }},
     {"shared", shared_set},
     {"daemon", daemon_start},
-    {"clone", clone_spawn},
     {"id",
      [](const char *) {
          return static_cast<long>(printf("pid %d uid %d gid %d\n", getpid(), getuid(), getgid()) < 0);
      }},
-    {"env",
-     [](const char *name) {
-         const char *value = getenv(name);
-         return static_cast<long>(puts(value != nullptr ? value : "(none)") < 0);
-     }},
-    {"read", input_read},
-    {"exit", [](const char *status) -> long { exit(atoi(status)); }},
-    {"kill", [](const char *number) { return static_cast<long>(raise(atoi(number))); }},
     {"blocked", blocked_become},
     {"ignored", ignored_become},
     {"nameless", nameless_become},
