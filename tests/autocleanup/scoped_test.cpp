@@ -1,7 +1,6 @@
 // Owners that give back at scope exit, whatever the way out.
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -41,24 +40,20 @@ std::string without_line(const std::string &log)
     return colon == std::string::npos ? log : log.substr(0, colon) + log.substr(log.find(' ', colon));
 }
 
-TEST_F(Scoped, LockGoesOnEveryWayOut)
+TEST_F(Scoped, LockGoesAndLeavesTheReport)
 {
     const LogCapture log;
-    const auto leave_early = [this](bool early) {
+    {
         const ScopedLock lock(lock_.c_str(), 0);
         EXPECT_TRUE(lock.held());
         EXPECT_FALSE(lock_is_free());
         errno = EXDEV;
         NLIBCErrSet(0x4000, "mine.cpp", 7);
-        return early ? 1 : 2;
-    };
-    for (const bool early : {true, false}) {
-        leave_early(early);
-        EXPECT_EQ(errno, EXDEV);
-        EXPECT_EQ(NLIBCErrGet(), 0x4000);
-        EXPECT_STREQ(NLIBCErrFileGet(), "mine.cpp");
-        EXPECT_TRUE(lock_is_free());
     }
+    EXPECT_EQ(errno, EXDEV);
+    EXPECT_EQ(NLIBCErrGet(), 0x4000);
+    EXPECT_STREQ(NLIBCErrFileGet(), "mine.cpp");
+    EXPECT_TRUE(lock_is_free());
     {
         const ScopedLock first(lock_.c_str(), 0, false), second(lock_.c_str(), 0, false);
         EXPECT_TRUE(first.held() && second.held());
@@ -66,45 +61,34 @@ TEST_F(Scoped, LockGoesOnEveryWayOut)
     EXPECT_EQ(log.text, "");
 }
 
-TEST_F(Scoped, LockThatIsRefused)
-{
-    const ScopedLock other(lock_.c_str(), 0);
-    const LogCapture log;
-    const WatchedCall sleeps("usleep");
-    {
-        const ScopedLock lock(lock_.c_str(), 10);
-        EXPECT_FALSE(lock.held());
-    }
-    EXPECT_EQ(sleeps.seen.size(), 200U);
-    EXPECT_EQ(NLIBCErrGet(), 0x0400);
-    EXPECT_EQ(without_line(log.text), "3 scoped_lock.cpp Failed to get lock[0x0400 file_lock_time_by_file.cpp:" +
-                                          std::to_string(NLIBCErrLineGet()) + "]\n");
-    EXPECT_FALSE(lock_is_free());
-}
-
-TEST_F(Scoped, LockThatCannotBeGivenBack)
+TEST_F(Scoped, LockThatIsRefusedOrCannotBeGivenBack)
 {
     const LogCapture log;
     const auto open_before = open_descriptors();
     {
         const ScopedLock lock(lock_.c_str(), 0);
+        const WatchedCall sleeps("usleep");
+        {
+            const ScopedLock second(lock_.c_str(), 10);
+            EXPECT_FALSE(second.held());
+        }
+        EXPECT_EQ(sleeps.seen.size(), 200U);
+        EXPECT_EQ(without_line(log.text), "3 scoped_lock.cpp Failed to get lock[0x0400 file_lock_time_by_file.cpp:" +
+                                              std::to_string(NLIBCErrLineGet()) + "]\n");
+        EXPECT_FALSE(lock_is_free());
         for (const int fd : open_descriptors())
             if (!open_before.contains(fd))
                 close(fd); // behind its back
-        NLIBCErrSet(0x4000, "mine.cpp", 7);
     }
-    EXPECT_EQ(NLIBCErrGet(), 0x4000);
-    EXPECT_TRUE(
-        without_line(log.text).starts_with("3 scoped_lock.cpp Failed to unlock[0x0500 file_unlock_by_file.cpp:"))
-        << log.text;
+    EXPECT_NE(log.text.find(" Failed to unlock[0x0500 file_unlock_by_file.cpp:"), std::string::npos) << log.text;
 }
 
-TEST_F(Scoped, DirectoryIsMadeAndRemoved)
+TEST_F(Scoped, DirectoryIsMadeAndRemovedIfItIsOurs)
 {
-    const LogCapture log;
-    struct stat made = {};
+    LogCapture log;
     {
         const ScopedDir dir(dir_.c_str());
+        struct stat made = {};
         EXPECT_TRUE(dir.ready());
         EXPECT_EQ(stat(dir_.c_str(), &made), 0);
         EXPECT_EQ(made.st_mode, static_cast<mode_t>(S_IFDIR | 0400));
@@ -113,24 +97,15 @@ TEST_F(Scoped, DirectoryIsMadeAndRemoved)
     EXPECT_EQ(errno, EXDEV);
     EXPECT_NE(access(dir_.c_str(), F_OK), 0);
     EXPECT_EQ(without_line(log.text), "6 scoped_dir.cpp remove directory " + dir_ + ", result is 0\n");
-}
-
-TEST_F(Scoped, DirectoryThatStays)
-{
-    const LogCapture log;
-    {
-        const ScopedDir full(dir_.c_str(), 0700);
-        temp_.write("dir/file", "");
-    }
-    EXPECT_EQ(without_line(log.text), "6 scoped_dir.cpp remove directory " + dir_ + ", result is -1\n");
     for (const std::string &path : {dir_, dir_ + "/file"}) { // somebody else's
-        const LogCapture said;
+        temp_.write("dir/file", "");
+        log.text.clear();
         {
             const ScopedDir dir(path.c_str());
             EXPECT_EQ(dir.ready(), path == dir_);
         }
         EXPECT_EQ(access(path.c_str(), F_OK), 0);
-        EXPECT_EQ(without_line(said.text), "3 scoped_dir.cpp mkdir failed: File exists\n");
+        EXPECT_EQ(without_line(log.text), "3 scoped_dir.cpp mkdir failed: File exists\n");
     }
 }
 
@@ -139,12 +114,9 @@ TEST_F(Scoped, Umask)
     const mode_t before = umask(027);
     {
         const ScopedUmask open_for_all(0);
-        std::ofstream file(temp_.path("file"));
+        EXPECT_EQ(umask(0), 0U);
     }
     EXPECT_EQ(umask(before), 027U);
-    struct stat made = {};
-    EXPECT_EQ(stat(temp_.path("file").c_str(), &made), 0);
-    EXPECT_EQ(made.st_mode & 0777, 0666U);
 }
 
 // Enters a user and a mount namespace of its own, where /usr/bin/mount is a script: it notes its arguments and, unless
@@ -169,34 +141,31 @@ TEST_F(Scoped, Mount)
     const int entered = in_child([&] {
         if (!enter_own_mounts(temp_))
             return 0;
+        std::filesystem::create_directory(dir_);
+        const dev_t outer = device();
         {
-            const ScopedDir dir(dir_.c_str());
-            const dev_t outer = device();
-            const ScopedMount mounted("/dev/md0", dir_.c_str());
-            EXPECT_TRUE(mounted.mounted());
-            EXPECT_NE(device(), outer);
+            const ScopedMount good("/dev/md0", dir_.c_str());
+            EXPECT_TRUE(good.mounted());
+            const dev_t inner = device();
+            EXPECT_NE(inner, outer);
             temp_.write("dir/file", "");
             EXPECT_GE(open(temp_.path("dir/file").c_str(), O_RDONLY | O_CLOEXEC), 0); // does not hold it back
+            {
+                const ScopedMount bad("bad", dir_.c_str()); // must not unmount what it did not mount
+                EXPECT_FALSE(bad.mounted());
+            }
+            EXPECT_EQ(device(), inner);
             NLIBCErrSet(0x4000, "mine.cpp", 7);
             errno = EXDEV;
         }
         EXPECT_EQ(errno, EXDEV);
         EXPECT_EQ(NLIBCErrGet(), 0x4000);
-        EXPECT_NE(access(dir_.c_str(), F_OK), 0);
-
-        std::filesystem::create_directory(dir_);
-        const ScopedMount good("/dev/md0", dir_.c_str());
-        const dev_t inner = device();
-        {
-            const ScopedMount bad("bad", dir_.c_str()); // must not unmount what it did not mount
-            EXPECT_FALSE(bad.mounted());
-        }
-        EXPECT_EQ(device(), inner);
+        EXPECT_EQ(device(), outer);
         return 1;
     });
     if (entered == 0)
         GTEST_SKIP() << "the kernel gives no namespaces to this user";
-    EXPECT_EQ(temp_.read("calls"), "/dev/md0 " + dir_ + "\n/dev/md0 " + dir_ + "\nbad " + dir_ + "\n");
+    EXPECT_EQ(temp_.read("calls"), "/dev/md0 " + dir_ + "\nbad " + dir_ + "\n");
 }
 
 } // namespace

@@ -125,22 +125,6 @@ TEST(FileRewrite, SurvivesEveryFault)
     }
 }
 
-TEST(FileRewrite, OwnerAndModeAreSetOnlyWhereTheyDiffer)
-{
-    const auto quiet = [](const SweepRun & /*run*/) { return std::string(); };
-    for (const Work &work : kWorks) {
-        const SweepReport report = sweep({.function = work.function,
-                                          .tree = {{"a.conf", kOld, 0600}}, // as a copy is made
-                                          .check = quiet,
-                                          .errors = {},
-                                          .errors_for_good = {},
-                                          .kill = false});
-        const bool always = work.function != key_set;
-        EXPECT_EQ(calls_not_in_order(report.calls, {"fchown"}).empty(), always);
-        EXPECT_EQ(calls_not_in_order(report.calls, {"fchmod"}).empty(), always);
-    }
-}
-
 TEST(FileGetKeyValue, OneOpenOneReadOneClose)
 {
     const auto get = [](const std::string &tree) {

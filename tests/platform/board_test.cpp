@@ -3,7 +3,7 @@
 
 #include <cstring>
 #include <ctime>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <string>
@@ -88,7 +88,7 @@ TEST_F(Board, Records)
                                "53415441" + std::string(56, '0') + std::string(192, '0');
     static constexpr char kState[] = "clock 2024-02-29 23:59:58\n"
                                      "temperature -3\ncpu_temperature 61 62\nfan 2 0\nfan 1 900\nmodule 6 7\n"
-                                     "cpld 0x11 0x22\ncpld_byte 0x10 0xa5\nmemory 0xfed00010 0x01020304\n"
+                                     "cpld 0x11 0x22\ncpld_byte 0x10 0xa5\n"
                                      "status 0 1\nevent 0x223\nmicro_bytes 0x30 0x61\n"
                                      "incompatible SATA 3 64\nschedule on 0x7f0830\n";
     scenario(kState);
@@ -104,19 +104,14 @@ TEST_F(Board, Records)
         {0xc0074b06, "3b3b17 00 1f 0b 7c", ""},
         {0xc0074b05, "ffffffffffffff", "3b3b17 02 1f 0b 7c"}, // the clock knows the day of the week
         {0xc0074b06, "000000 00 1e 01 7c", "", -EINVAL},      // 30 February
-        {0xc0074b06, "3c0000 00 01 00 7c", "", -EINVAL},
-        {0xc0044b07, "12345678", ""},
         {0xc00c4b0b, "01000000 ffffffff ffffffff", "01000000 01000000 84030000"},
-        {0xc00c4b0b, "02000000 ffffffff ffffffff", "02000000 00000000 00000000"},
         {0xc00c4b0b, "03000000 ffffffff ffffffff", "", -EINVAL},
         {0xc0044b0d, "00000000", "11000000"},
-        {0xc0044b0e, "00000000", "22000000"},
         {0xc0044b10, "00000000", "fdffffff"},
         {0xc1344b12, "0000000000000000" + zeros300, "0100000001000000 30087f" + zeros300.substr(6)},
         {0xc1344b13, "0200000000000000 000101 3b1740" + zeros300.substr(12), ""},
         {0xc1344b12, "0000000000000000" + zeros300, "0200000000000000 000101 3b1740" + zeros300.substr(12)},
         {0xc1344b13, "6500000000000000" + zeros300, "", -EINVAL},
-        {0xc1344b13, "ffffffff00000000" + zeros300, "", -EINVAL},
         {0xc0024b14, "10 00", "10 a5"},
         {0xc0024b15, "10 5a", ""},
         {0xc0024b14, "10 00", "10 5a"},
@@ -124,19 +119,14 @@ TEST_F(Board, Records)
         {0xc0044b18, "00000000", "02000000"},
         {0xc0084b19, "ffffffff ffffffff", "00000000 01000000"},
         {0xc00c4b1e, "ffffffffffffffffffffffff", "06000000 07000000 00000000"},
-        {0xc0104b22, "ffffffffffffffffffffffffffffffff", "02000000 3d000000 3e000000 00000000"},
         {0xc0084b2b, "14000000 efbeadde", ""},
         {0xc0084b2c, "14000000 00000000", "14000000 efbeadde"},
-        {0xc0084b2c, "1000d0fe 00000000", "1000d0fe 04030201"},
-        {0xc0084b2c, "18000000 ffffffff", "18000000 00000000"},
         {0xc0014b2f, "4f00000000000000 07000000", "4e3132664e313200 07000000"},
-        {0xc0014b2f, "4f00000000000000 09000000", "", -EINVAL},
         {0xc0014b2f, "5a00000000000000 07000000", "", -ETIMEDOUT},
         {0xc0014b30, "ffffffffffffffff 01000000", "3000000000000000 01000000"},
         {0xc0014b30, "ffffffffffffffff 08000000", "6100000000000000 01000000"},
         {0xc0014b30, "ffffffffffffffff 01000000", "0000000000000000 00000000"},
         {0xc0014b30, "0000000000000000 ffffffff", "", -EINVAL},
-        {0xc0014b31, "01000000", ""},
         {0xc0044b80, "02000000", "", -EINVAL},
         {0xc0044bce, "04000000 01000000", ""}, // eight bytes, though the code says four
         {0xc0044bcd, "04000000 ffffffff", "04000000 01000000"},
@@ -154,7 +144,6 @@ TEST_F(Board, Records)
             EXPECT_LT(ask(request, bytes), 0) << std::hex << request;
         }
     }
-    EXPECT_EQ(state->presses_told[BOARD_BUTTON_POWER], 1U);
     EXPECT_EQ(state->event_source[0], 2);
 }
 
@@ -165,28 +154,15 @@ TEST_F(Board, LampsSwitchesAndBeeps)
         int control;
         const char *text, *shown;
     } kCases[] = {
-        {0x4002, "4", "[*] power on "},
         {0x4003, "5", "[~] power blinking "},
-        {0, "6", "[ ] power off "},
-        {0x5200, "8", "status green "},
-        {0x5201, ":", "status orange "},
-        {0x5202, ";", "[~] status orange-blinking "},
-        {0x5203, "7", "status off "},
-        {0x5204, "9", "status green-blinking "},
+        {0x5203, "7", "[ ] status off "},
         {0x0801, "8", "status green "},
         {0x11ff, ";", "status orange-blinking "},
-        {0x5205, "LA1", "alert on "},
-        {0x5206, "LA2", "alert blinking "},
-        {0x5207, "LA3", "alert off "},
         {0x5100, "@", "usb on "}, // the code for "on" and the text for "on" do not pair
-        {0x5101, "B", "usb off "},
-        {0x5102, "A", "usb blinking "},
         {0, "LE1", "esata on "},
         {0, "V05", "duty 05"},
         {0, "W22", "frequency 22"},
         {0x5700, "s", " schedule"},
-        {0x5800, "u", " fan_checker"},
-        {0x5500, "q", " ac_recovery"},
         {0x5400, "1", " power_grant"},
     };
     for (const auto &[control, text, shown] : kCases) {
@@ -230,7 +206,6 @@ TEST_F(Board, ARecordThatPointsToAText)
     EXPECT_EQ(ask(0xc0184b0a, hex(good)), 0);
     EXPECT_EQ(ask(0xc0184b0a, hex("01000000 01000000 00000000 cccccccc 0000000000000000")), 0);
     EXPECT_EQ(ask(0xc0184b0a, hex("01000000 02000000 06000000 cccccccc 0000020000000000")), -EFAULT);
-    EXPECT_EQ(ask(0xc0184b0a, hex("00000000 01000000 00000000 cccccccc 0000000000000000")), -EINVAL);
     EXPECT_EQ(ask(0xc0184b0a, hex("21000000 01000000 00000000 cccccccc 0000000000000000")), -EINVAL);
     EXPECT_EQ(ask(0xc0184b0a, hex("01000000 03000000 ffffffff cccccccc 0000020000000000")), -EINVAL);
     memory.pieces[kName] = Bytes(BOARD_TAIL_MAX, 'x'); // of a longer one so much is read, and no more
@@ -248,17 +223,17 @@ TEST_F(Board, ARecordThatPointsToAText)
 
 TEST_F(Board, EventsComeInOrderAndAreBounded)
 {
-    for (int round = 0; round < 3; round++) { // the queue's start moves through its ring
+    for (int round = 0; round < 3; round++) {
+        EXPECT_EQ(board_event_raise(state.get(), 1), 0); // the queue's start moves on in its ring
+        EXPECT_EQ(ask(0xc0044b02, Bytes(4)), 0);
         for (int code = 0; code < BOARD_EVENTS; code++)
             EXPECT_EQ(board_event_raise(state.get(), 0x200 + code), 0);
         EXPECT_EQ(board_event_raise(state.get(), 0x999), -ENOSPC);
-        for (uint32_t left = BOARD_EVENTS; left > 20; left--) {
+        for (uint32_t left = BOARD_EVENTS; left > 0; left--) {
             ASSERT_EQ(ask(0xc0044b02, Bytes(4)), 0);
             EXPECT_EQ(record()[0], 0x40 - left);
             EXPECT_EQ(board_event_pending(state.get()), left - 1);
         }
-        while (board_event_pending(state.get()) > 0)
-            ASSERT_EQ(ask(0xc0044b02, Bytes(4)), 0);
     }
 
     // A press is a byte of the micro-controller; told to the driver, it is an event where the board is wired so.
@@ -292,25 +267,15 @@ TEST_F(Board, ScenarioFaultsNameTheirLine)
     } kCases[] = {
         {"colour red", "line 1: no such word: \"colour\""},
         {"\n# comment\n  led power green # why not\nled power purple", "line 4: expected: led LAMP LIGHT"},
-        {"led power", "line 1: expected: led LAMP LIGHT"},
         {"led power on on", "line 1: expected: led LAMP LIGHT"},
         {"clock 2023-02-29 00:00:00", "line 1: expected: clock YYYY-MM-DD HH:MM:SS"},
-        {"clock 2024-2-29 00:00:00", "line 1: expected: clock YYYY-MM-DD HH:MM:SS"},
         {"clock 2024-02-29 24:00:00", "line 1: expected: clock YYYY-MM-DD HH:MM:SS"},
-        {"gpio 256 1", "line 1: expected: gpio PIN VALUE"},
         {"gpio 1 0x100000000", "line 1: expected: gpio PIN VALUE"},
-        {"gpio 1 99999999999999999999999", "line 1: expected: gpio PIN VALUE"},
         {"gpio 1 1f", "line 1: expected: gpio PIN VALUE"},
-        {"gpio 1 0x", "line 1: expected: gpio PIN VALUE"},
-        {"fan 9 100", "line 1: expected: fan NUMBER RPM"},
-        {"schedule on 0x803000", "line 1: expected: schedule on|off [0xWWHHMM ...]"},
         {"schedule on 0x01003c", "line 1: expected: schedule on|off [0xWWHHMM ...]"},
         {"fail temperature EWRONG", "line 1: expected: fail REQUEST ERRNO|none [COUNT [AFTER]]"},
-        {"fail heat EIO", "line 1: expected: fail REQUEST ERRNO|none [COUNT [AFTER]]"},
         {"micro_reply O \"123456789\"", "line 1: expected: micro_reply TEXT REPLY"},
         {"micro_reply O \"12", "line 1: a word is too long, empty or its quote does not end"},
-        {"micro_reply O \"12\\\"", "line 1: a word is too long, empty or its quote does not end"},
-        {"micro_reply O \"\\x0\"", "line 1: a word is too long, empty or its quote does not end"},
         {"status 1 \"\" 2", "line 1: a word is too long, empty or its quote does not end"},
         {"incompatible A 1\nincompatible B 1\nincompatible C 1",
          "line 3: no room for more: incompatible NAME DISK ..."},
@@ -320,11 +285,10 @@ TEST_F(Board, ScenarioFaultsNameTheirLine)
         board_init(state.get(), now_s);
         EXPECT_LT(board_scenario_load(state.get(), now_s, text, strlen(text), error, sizeof error), 0) << text;
         EXPECT_STREQ(error, expected);
-        char cut[10];
-        board_init(state.get(), now_s);
-        EXPECT_LT(board_scenario_load(state.get(), now_s, text, strlen(text), cut, sizeof cut), 0);
-        EXPECT_EQ(std::string(cut), std::string(error).substr(0, 9));
     }
+    char cut[10];
+    EXPECT_LT(board_scenario_load(state.get(), now_s, "disks five", 10, cut, sizeof cut), 0);
+    EXPECT_STREQ(cut, "line 1: e");
     EXPECT_EQ(board_scenario_line(state.get(), now_s, "disks five", error, sizeof error), -EINVAL);
     EXPECT_STREQ(error, "expected: disks COUNT");
 
@@ -332,9 +296,7 @@ TEST_F(Board, ScenarioFaultsNameTheirLine)
     board_init(state.get(), now_s);
     const std::string text = "led alert on\nled usb on extra\nled esata on\n";
     EXPECT_EQ(board_scenario_load(state.get(), now_s, text.data(), text.size(), error, sizeof error), -EINVAL);
-    EXPECT_EQ(state->lamps[BOARD_LAMP_ALERT], BOARD_LIGHT_ON);
-    EXPECT_EQ(state->lamps[BOARD_LAMP_USB], BOARD_LIGHT_OFF);
-    EXPECT_EQ(state->lamps[BOARD_LAMP_ESATA], BOARD_LIGHT_OFF);
+    EXPECT_NE(drawing().find("alert on   \n           [ ] usb off   [ ] esata off"), std::string::npos) << drawing();
 
     scenario("micro_reply \"\\x5a #\\\"\" \"a\\\\b\"\t# quotes keep blanks and marks\r\n");
     EXPECT_EQ(ask(0xc0014b2f, hex("5a2023220000000008000000")), 0);
@@ -388,19 +350,7 @@ TEST_F(Board, PanelTakesAStream)
             << cut;
     }
     EXPECT_NE(drawing().find("|No Hard Disks!                          |\n"), std::string::npos) << drawing();
-}
-
-TEST_F(Board, DrawingStaysInItsRoom)
-{
-    const std::string whole = drawing();
-    EXPECT_TRUE(whole.starts_with("clock      2000-01-01 00:00:00\n")) << whole;
-    for (size_t room = 0; room <= whole.size() + 1; room++) {
-        std::string text(room + 1, '!');
-        const size_t length = board_draw(state.get(), now_s, text.data(), room);
-        ASSERT_EQ(length, room == 0 ? 0 : room - 1);
-        ASSERT_EQ(text.back(), '!');
-        ASSERT_EQ(text.substr(0, length), whole.substr(0, length));
-    }
+    EXPECT_TRUE(drawing().starts_with("clock      2000-01-01 00:00:00\n")) << drawing();
 }
 
 TEST(BoardTime, AgreesWithTheLibrary)
@@ -411,10 +361,10 @@ TEST(BoardTime, AgreesWithTheLibrary)
         gmtime_r(&seconds, &expected);
         board_time split;
         board_time_split(seconds, &split);
-        const int fields[] = {split.second,    split.minute, split.hour, split.week_day,
-                              split.month_day, split.month,  split.year};
-        ASSERT_THAT(fields, testing::ElementsAre(expected.tm_sec, expected.tm_min, expected.tm_hour, expected.tm_wday,
-                                                 expected.tm_mday, expected.tm_mon, expected.tm_year))
+        ASSERT_TRUE(split.second == expected.tm_sec && split.minute == expected.tm_min &&
+                    split.hour == expected.tm_hour && split.week_day == expected.tm_wday &&
+                    split.month_day == expected.tm_mday && split.month == expected.tm_mon &&
+                    split.year == expected.tm_year)
             << seconds;
         int64_t joined = 0;
         ASSERT_EQ(board_time_join(&split, &joined), 0) << seconds;
@@ -433,17 +383,17 @@ struct Device {
     {
         return reinterpret_cast<uint8_t *>(address); // NOLINT(performance-no-int-to-ptr): what a carrier gets
     }
+    static int in(void * /*context*/, void *to, uint64_t from, size_t bytes)
+    {
+        return memcpy(to, pointer(from), bytes), 0;
+    }
+    static int out(void * /*context*/, uint64_t to, const void *from, size_t bytes)
+    {
+        return memcpy(pointer(to), from, bytes), 0;
+    }
     static int ask(void *context, uint32_t request, uintptr_t argument)
     {
-        static constexpr board_memory kSame = {[](void * /*context*/, void *to, uint64_t from, size_t bytes) {
-                                                   memcpy(to, pointer(from), bytes);
-                                                   return 0;
-                                               },
-                                               [](void * /*context*/, uint64_t to, const void *from, size_t bytes) {
-                                                   memcpy(pointer(to), from, bytes);
-                                                   return 0;
-                                               },
-                                               nullptr};
+        static constexpr board_memory kSame = {in, out, nullptr};
         auto *device = static_cast<Device *>(context);
         const auto result = static_cast<int>(board_ioctl(&device->simulated, 0, request, argument, &kSame));
         if (request == device->spoilt && device->spoil != nullptr)
@@ -464,15 +414,11 @@ TEST(BoardCheck, JudgesADevice)
         const char *line;
     } kCases[] = {
         {0xc0074b05, [](uint8_t *r) { r[5] = 12; }, "odd      0xc0074b05 rtc_read -> 0 0 0 6 1 12 100: no such time"},
-        {0xc0074b05, [](uint8_t *r) { r[3] = 0; }, "0 0 0 0 1 0 100: another day of the week"},
         {0xc0044b10, [](uint8_t *r) { memset(r, 0xa5, 4); }, ": the record was not filled"},
         {0xc0044b10, [](uint8_t *r) { r[1] = 1; }, "temperature -> 294: no temperature of a board that runs"},
         {0xc0044bcd, [](uint8_t *r) { r[8] = 0; }, "gpio_read 0 -> 0: bytes behind the record were written"},
-        {0xc0044bcd, [](uint8_t *r) { r[0] = 9; }, ": another pin than asked for"},
         {0xc0104b22, [](uint8_t *r) { r[0] = 4; }, ": no number of cores"},
-        {0xc1344b12, [](uint8_t *r) { r[0] = 1, r[9] = 24; }, ": no such time"},
         {0xc0c44bdc, [](uint8_t *r) { r[0] = 2, memset(r + 68, 'n', 32); }, ": a name without end"},
-        {0xc00c4b0b, [](uint8_t *r) { r[4] = 3; }, ": a state other than 0 and 1"},
     };
     Device device;
     const board_device access = {Device::ask, Device::tell, &device};
@@ -486,28 +432,26 @@ TEST(BoardCheck, JudgesADevice)
     }
 
     device.spoil = nullptr;
+    const auto check = [&](const char *scenario, int change) {
+        char error[100];
+        device.report.clear();
+        EXPECT_EQ(board_scenario_line(&device.simulated, 0, scenario, error, sizeof error), 0);
+        return board_check(&access, change);
+    };
     board_init(&device.simulated, 0);
-    device.report.clear();
-    EXPECT_EQ(board_check(&access, 0), 0) << device.report;
+    EXPECT_EQ(check("cpld_byte 0 0x77", 0), 0) << device.report;
     EXPECT_EQ(device.simulated.switches[BOARD_SWITCH_STARTED], 0);
     EXPECT_NE(device.report.find("left out 0xc0044b24 start: it changes the board\n"), std::string::npos);
 
     // With change: every request but those that never are, and what was read is as before.
-    device.report.clear();
-    char error[100];
-    ASSERT_EQ(board_scenario_line(&device.simulated, 0, "cpld_byte 0 0x77", error, sizeof error), 0);
-    EXPECT_EQ(board_check(&access, 1), 0) << device.report;
+    EXPECT_EQ(check("", 1), 0) << device.report;
     EXPECT_EQ(device.simulated.registers[0], 0x77);
     EXPECT_EQ(device.simulated.switches[BOARD_SWITCH_STARTED], 1);
     EXPECT_EQ(device.simulated.switches[BOARD_SWITCH_MICRO_VERSION], 0);
     EXPECT_NE(device.report.find("ok       0xc0184b0a disk_led 1 1 14 \"internal_slot\"\n"), std::string::npos)
         << device.report;
     EXPECT_EQ(std::count(device.report.begin(), device.report.end(), '\n'), BOARD_REQUESTS);
-    EXPECT_EQ(device.report.find("failed"), std::string::npos);
-
-    ASSERT_EQ(board_scenario_line(&device.simulated, 0, "fail rtc_read EIO", error, sizeof error), 0);
-    device.report.clear();
-    EXPECT_EQ(board_check(&access, 1), 1);
+    EXPECT_EQ(check("fail rtc_read EIO", 1), 1);
     EXPECT_NE(device.report.find("failed   0xc0074b05 rtc_read = -EIO\n"
                                  "left out 0xc0074b06 rtc_write: what was read is not fit to be written back\n"),
               std::string::npos)

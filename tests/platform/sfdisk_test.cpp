@@ -6,7 +6,6 @@
 #include <map>
 #include <sstream>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <zlib.h>
 
 #include "build_paths.h"
@@ -19,17 +18,14 @@ namespace
 {
 
 constexpr char kSfdisk[] = NORV_BINARY_DIR "/platform/sfdisk/sfdisk";
-constexpr char kDebianSfdisk[] = "/sbin/sfdisk";
 constexpr uint64_t kGiB = 1ULL << 30;
 constexpr uint64_t kTiB = 1ULL << 40;
 
 Bytes little_endian(uint64_t value, size_t count)
 {
-    Bytes bytes(count);
-    for (uint8_t &byte : bytes) {
-        byte = static_cast<uint8_t>(value);
-        value >>= 8;
-    }
+    Bytes bytes;
+    for (; bytes.size() < count; value >>= 8)
+        bytes.push_back(static_cast<uint8_t>(value));
     return bytes;
 }
 
@@ -49,18 +45,13 @@ uint32_t crc(const Bytes &bytes)
 class Image
 {
   public:
-    explicit Image(uint64_t bytes) : fd_(memfd_create("disk", MFD_CLOEXEC))
+    explicit Image(uint64_t bytes) : fd_(memfd_create("disk", MFD_CLOEXEC)), sectors_(bytes / kSectorBytes)
     {
         EXPECT_EQ(ftruncate(fd_.get(), static_cast<off_t>(bytes)), 0);
         path_ = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd_.get());
     }
     [[nodiscard]] const std::string &path() const { return path_; }
-    [[nodiscard]] uint64_t sectors() const
-    {
-        struct stat status = {};
-        fstat(fd_.get(), &status);
-        return static_cast<uint64_t>(status.st_size) / kSectorBytes;
-    }
+    [[nodiscard]] uint64_t sectors() const { return sectors_; }
     [[nodiscard]] Bytes read(uint64_t sector, size_t at = 0, size_t count = kSectorBytes) const
     {
         Bytes bytes(count);
@@ -83,6 +74,7 @@ class Image
 
   private:
     UniqueFd fd_;
+    uint64_t sectors_;
     std::string path_;
 };
 
@@ -137,71 +129,29 @@ void layout8_create(const Image &image)
     data_partition_create(image, 260352, "fd");
 }
 
-// Every layout that a firmware ever wrote.
-struct Layout {
-    uint64_t start1, size1, size2, gap;
-    const char *type1, *type2;
-};
-constexpr Layout kLayouts[] = {
-    {63, 273042, 787185, 273042, "83", "82"},     {63, 4980087, 1044225, 257040, "83", "82"},
-    {63, 530082, 787185, 16002, "83", "82"},      {63, 722862, 594405, 16002, "83", "82"},
-    {63, 4980087, 4192965, 257040, "83", "82"},   {256, 4980480, 4194304, 262144, "83", "82"},
-    {2048, 4980480, 4194304, 260352, "83", "82"}, {8192, 16777216, 4194304, 262144, "83", "82"},
-    {63, 1574307, 787185, 273105, "fd", "fd"},    {63, 4980087, 1044225, 257040, "fd", "fd"},
-    {63, 4980087, 4192965, 257040, "fd", "fd"},   {256, 4980480, 4194304, 262144, "fd", "fd"},
-    {2048, 4980480, 4194304, 260352, "fd", "fd"}, {8192, 16777216, 4194304, 262144, "fd", "fd"},
-    {256, 2097152, 5105569, 524288, "83", "83"}, // two versions wrote this one
-};
-
-// What Debian's tool says to an image: nothing wrong, and these starts and sizes.
-void debian_agrees(const Image &image, const std::vector<uint64_t> &numbers)
+// An unaligned layout, an aligned one and one without swap. All that a firmware ever wrote, and what another tool says
+// of them, are seen in the virtual machine.
+TEST(Sfdisk, LayoutsAreListedBack)
 {
-    const Finished verdict = run_program({kDebianSfdisk, "--verify", image.path()});
-    EXPECT_EQ(verdict.status, 0) << verdict.out;
-    EXPECT_NE(verdict.out.find("No errors detected."), std::string::npos) << verdict.out;
-    std::istringstream dump(run_program({kDebianSfdisk, "-l", "-o", "start,sectors", image.path()}).out);
-    for (std::string word; word != "Sectors" && dump >> word;)
-        ;
-    std::vector<uint64_t> seen;
-    for (uint64_t number; dump >> number;)
-        seen.push_back(number);
-    EXPECT_EQ(seen, numbers);
-}
-
-TEST(Sfdisk, EveryLayoutIsListedBackAndPassesDebiansTool)
-{
-    const bool has_debian = access(kDebianSfdisk, X_OK) == 0;
-    for (const uint64_t bytes : {16 * kGiB, 3 * kTiB}) {
-        for (const Layout &row : kLayouts) {
-            SCOPED_TRACE(text(row.start1) + " " + text(row.size1) + " " + row.type1);
+    static constexpr struct {
+        uint64_t start1, size1, size2, gap;
+        const char *type1, *type2;
+    } kLayouts[] = {{63, 273042, 787185, 273042, "83", "82"},
+                    {2048, 4980480, 4194304, 260352, "fd", "fd"},
+                    {256, 2097152, 5105569, 524288, "83", "83"}};
+    for (const uint64_t bytes : {16 * kGiB, 3 * kTiB})
+        for (const auto &row : kLayouts) {
             const Image image(bytes);
             system_partitions_create(image, row.start1, row.size1, row.size2, row.type1, row.type2);
             data_partition_create(image, row.gap, row.type1);
-            const uint64_t start2 = row.start1 + row.size1;
-            const uint64_t start3 = start2 + row.size2 + row.gap;
-            const uint64_t size3 = image.sectors() - 1001 - start3;
-            EXPECT_EQ(image.list(), "1 " + text(row.start1) + " " + text(row.size1) + " " + row.type1 + "\n2 " +
-                                        text(start2) + " " + text(row.size2) + " " + row.type2 + "\n3 " + text(start3) +
-                                        " " + text(size3) + " " + row.type1 + "\n");
-            EXPECT_EQ(gpt_is_announced(image.read(0).data()), bytes == 3 * kTiB);
-            if (has_debian)
-                debian_agrees(image, {row.start1, row.size1, start2, row.size2, start3, size3});
+            const uint64_t start2 = row.start1 + row.size1, start3 = start2 + row.size2 + row.gap;
+            const std::string line1 = "1 " + text(row.start1) + " " + text(row.size1) + " " + row.type1 + "\n";
+            const std::string line2 = "2 " + text(start2) + " " + text(row.size2) + " " + row.type2 + "\n";
+            EXPECT_EQ(image.list(), line1 + line2 + "3 " + text(start3) + " " + text(image.sectors() - 1001 - start3) +
+                                        " " + row.type1 + "\n");
+            EXPECT_EQ(sfdisk(image, "-l -uS -N2").out, image.path() + "p" + line2);
+            EXPECT_EQ(sfdisk(image, "-l -uS -N4").status, 1);
         }
-    }
-    if (!has_debian)
-        GTEST_SKIP() << "no " << kDebianSfdisk << ": its verdict was not asked for";
-}
-
-TEST(Sfdisk, OnePartitionIsListedByItsNumber)
-{
-    const Image image(8 * kGiB);
-    layout8_create(image);
-    EXPECT_EQ(sfdisk(image, "-l -uS -N2").out, image.path() + "p2 4982528 4194304 fd\n");
-    EXPECT_EQ(sfdisk(image, "-l -uS -N4").status, 1);
-    const std::string name = testing::TempDir() + "sdx"; // no digit at its end, so no p
-    ASSERT_EQ(symlink(image.path().c_str(), name.c_str()), 0);
-    EXPECT_EQ(run_program({kSfdisk, "-l", "-uS", "-N1", name}).out, name + "1 2048 4980480 fd\n");
-    unlink(name.c_str());
 }
 
 TEST(Sfdisk, MsDosLabelByteByByte)
@@ -249,40 +199,25 @@ TEST(Sfdisk, TheDataPartitionOutlivesNewSystemPartitions)
     for (const uint64_t bytes : {8 * kGiB, 3 * kTiB}) {
         const Image image(bytes);
         layout8_create(image);
-        Disk disk;
-        PartitionTable table;
-        ASSERT_EQ(disk_open(image.path().c_str(), DiskAccess::kWrite, &disk), Fault::kNone);
-        ASSERT_EQ(label_read(disk, &table), Fault::kNone);
-        Partition &data = table.partitions[2];
-        data.entry[table.kind == LabelKind::kGpt ? 56 : 0] = 0x80; // a name, or the active flag
-        ASSERT_EQ(label_write(disk, table), Fault::kNone);
-        disk.fd.reset(); // gives the lock back
-        const auto entry = data.entry;
+        const auto entry3 = [&] { // with a random id, or the active flag
+            return bytes == 3 * kTiB ? image.read(2, 256, 128) : image.read(0, 446 + 32, 16);
+        };
+        if (bytes != 3 * kTiB)
+            image.write(0, 446 + 32, {0x80});
+        const Bytes entry = entry3();
         const std::string before = image.list();
-
         sfdisk_well(image, "--fast-delete 1:2");
         EXPECT_EQ(image.list(), before.substr(before.find("3 9437184")));
         sfdisk_well(image, "--fast-delete 1:2"); // nothing left is no fault
         system_partitions_create(image, 2048, 4980480, 4194304, "fd", "fd");
         EXPECT_EQ(image.list(), before);
+        EXPECT_EQ(entry3(), entry);
 
-        ASSERT_EQ(disk_open(image.path().c_str(), DiskAccess::kRead, &disk), Fault::kNone);
-        ASSERT_EQ(label_read(disk, &table), Fault::kNone);
-        EXPECT_EQ(table_find(table, 3)->entry, entry);
-    }
-}
-
-TEST(Sfdisk, DeletesRangesAndAll)
-{
-    for (const uint64_t bytes : {8 * kGiB, 3 * kTiB}) {
-        const Image image(bytes);
-        layout8_create(image);
         sfdisk_well(image, "--fast-delete 3:128");
-        EXPECT_EQ(image.list(), "1 2048 4980480 fd\n2 4982528 4194304 fd\n");
+        EXPECT_EQ(image.list(), before.substr(0, before.find("3 9437184")));
         sfdisk_well(image, "--fast-delete -1");
         for (const uint64_t sector : {uint64_t{0}, uint64_t{1}, image.sectors() - 1})
             EXPECT_EQ(image.read(sector), Bytes(kSectorBytes)) << sector;
-        sfdisk_well(image, "--fast-delete 1:2"); // nothing there is no fault
         sfdisk_well(image, "-M1");
         EXPECT_EQ(image.list(), "");
     }
@@ -290,23 +225,17 @@ TEST(Sfdisk, DeletesRangesAndAll)
 
 TEST(Sfdisk, WritesALabelOnlyWhereThereIsNone)
 {
-    const Image fat(kGiB); // a file system without a label has the same signature
-    fat.write(0, 446, Bytes(64, 0x41));
+    const Image fat(kGiB), stale(3 * kTiB), small(kGiB);
+    fat.write(0, 446, Bytes(64, 0x41)); // a file system without a label has the same signature
     fat.write(0, 510, {0x55, 0xaa});
-    sfdisk_well(fat, "-M1");
-    EXPECT_EQ(fat.list(), "");
-
-    const Image stale(3 * kTiB); // headers that nothing announces
-    layout8_create(stale);
+    layout8_create(stale); // headers that nothing announces
     stale.write(0, 0, Bytes(kSectorBytes));
-    sfdisk_well(stale, "-M1");
-    EXPECT_EQ(stale.list(), "");
-
-    const Image small(kGiB);
     small.write(1, 0, {'E', 'F', 'I', ' ', 'P', 'A', 'R', 'T'});
-    sfdisk_well(small, "-M1");
+    for (const Image *image : {&fat, &stale, &small}) {
+        sfdisk_well(*image, "-M1");
+        EXPECT_EQ(image->list(), "");
+    }
     EXPECT_EQ(small.read(1), Bytes(kSectorBytes));
-
     for (const uint64_t bytes : {8 * kGiB, 3 * kTiB}) {
         const Image image(bytes);
         layout8_create(image);
@@ -322,26 +251,26 @@ TEST(Sfdisk, AGptNeedsOneWholeCopy)
     const uint64_t last = image.sectors() - 1;
     layout8_create(image);
     const std::string lines = image.list();
-    const struct {
-        uint64_t sector;
-        size_t at;
-    } kPrimary[] = {{1, 0}, {1, 17}, {1, 72}, {2, 40}}, kBackup[] = {{last, 24}, {last - 32, 8}};
-    for (const auto &hurt : kPrimary) {
-        SCOPED_TRACE(std::to_string(hurt.sector) + "+" + std::to_string(hurt.at));
-        image.write(hurt.sector, hurt.at, {static_cast<uint8_t>(image.read(hurt.sector)[hurt.at] ^ 1U)});
-        EXPECT_EQ(image.list(), lines);
-        sfdisk_well(image, "--fast-delete 3:3"); // writes both copies anew
-        data_partition_create(image, 260352, "fd");
-        image.write(last, 24, {0xff});
-        EXPECT_EQ(image.list(), lines);
+    const auto hurt = [&image](uint64_t sector, size_t at) {
+        image.write(sector, at, {static_cast<uint8_t>(image.read(sector)[at] ^ 1U)});
+    };
+    const auto write_anew = [&image] { // both copies
         sfdisk_well(image, "--fast-delete 3:3");
         data_partition_create(image, 260352, "fd");
+    };
+    for (const auto &[sector, at] : {std::pair<uint64_t, size_t>{1, 0}, {1, 17}, {1, 72}, {2, 40}}) {
+        SCOPED_TRACE(text(sector) + "+" + text(at));
+        hurt(sector, at);
+        EXPECT_EQ(image.list(), lines);
+        write_anew();
+        hurt(last, 24);
+        EXPECT_EQ(image.list(), lines);
+        write_anew();
     }
-    for (const auto &hurt : kBackup) {
-        sfdisk_well(image, "--fast-delete=-1");
-        layout8_create(image);
-        image.write(1, 0, {'x'});
-        image.write(hurt.sector, hurt.at, {static_cast<uint8_t>(image.read(hurt.sector)[hurt.at] ^ 1U)});
+    for (const auto &[sector, at] : {std::pair<uint64_t, size_t>{last, 24}, {last - 32, 8}}) {
+        write_anew();
+        hurt(1, 0);
+        hurt(sector, at);
         const Bytes before = image.ends();
         for (const char *words : {"-l", "-M1", "--fast-delete=1:2"}) {
             const Finished finished = sfdisk(image, words);
@@ -350,38 +279,32 @@ TEST(Sfdisk, AGptNeedsOneWholeCopy)
         }
         EXPECT_EQ(image.ends(), before);
         sfdisk_well(image, "--fast-delete=-1"); // says that all may go
+        layout8_create(image);
     }
 }
 
 TEST(Sfdisk, AFifthPartitionMakesAGpt)
 {
     const Image image(8 * kGiB);
-    layout8_create(image);
+    system_partitions_create(image, 2048, 4980480, 4194304, "fd", "fd");
     image.write(0, 100, {0xeb}); // boot code stays
-    sfdisk_well(image, "--fast-delete 3:3");
-    sfdisk_well(image, "-N3 -j0 -z4096 -tfd");
     sfdisk_well(image, "-N128 -j8 -z4096 -t83");
-    EXPECT_EQ(image.list(), "1 2048 4980480 fd\n2 4982528 4194304 fd\n3 9176832 4096 fd\n128 9180936 4096 83\n");
+    EXPECT_EQ(image.list(), "1 2048 4980480 fd\n2 4982528 4194304 fd\n128 9176840 4096 83\n");
     EXPECT_EQ(image.read(0)[100], 0xeb);
-    if (access(kDebianSfdisk, X_OK) != 0)
-        GTEST_SKIP() << "no " << kDebianSfdisk;
-    EXPECT_EQ(run_program({kDebianSfdisk, "--verify", image.path()}).status, 0);
 }
 
-// Entries of an MS-DOS label by number, type, start and size.
+// Entries of an MS-DOS label in a row.
 struct Entry {
     uint8_t type;
     uint32_t start, sectors;
 };
 void entries_write(const Image &image, uint64_t sector, const std::vector<Entry> &entries)
 {
-    size_t at = 446;
-    for (const Entry &entry : entries) {
-        const Bytes bytes =
-            Bytes{0, 0, 0, 0, entry.type, 0, 0, 0} + little_endian(entry.start, 4) + little_endian(entry.sectors, 4);
-        image.write(sector, at, bytes);
-        at += bytes.size();
-    }
+    Bytes bytes;
+    for (const Entry &entry : entries)
+        bytes = bytes + Bytes{0, 0, 0, 0, entry.type, 0, 0, 0} + little_endian(entry.start, 4) +
+                little_endian(entry.sectors, 4);
+    image.write(sector, 446, bytes);
     image.write(sector, 510, {0x55, 0xaa});
 }
 
@@ -427,17 +350,13 @@ TEST(Sfdisk, RefusesWhatWouldDoHarmAndChangesNothing)
         const Image &image;
         const char *line, *text;
     } kCases[] = {
-        {blank, "-l", "has no label"},
         {blank, "-N1 -j2048 -z100 -t83", "has no label"},
         {dos, "-N3 -j0 -z-1 -t83", "has that partition already"},
         {dos, "-N4 -j0 -z1 -t0", "of that type"},
         {dos, "-N4 -j0 -z1 -t5", "of that type"},
-        {dos, "-N4 -j0 -z1 -tee", "of that type"},
-        {dos, "-N4 -j0 -z-1 -t83", "ends before"},
         {dos, "-N4 -j0 -z1002 -t83", "ends before"},
         {dos, "-N4 -j18446744073709551615 -z1 -t83", "ends before"},
         {dos, "-N4 -j1 -z18446744073709551614 -t83", "ends before"},
-        {dos, "-N200 -j0 -z1 -t83", "of that number"},
         {gpt, "-N129 -j0 -z1 -t83", "of that number"},
         {gpt, "-N4 -j0 -z1 -t41", "of that type"},
         {gpt, "-N4 -j0 -z969 -t83", "ends before"}, // 968 reach up to the backup label
@@ -451,19 +370,16 @@ TEST(Sfdisk, RefusesWhatWouldDoHarmAndChangesNothing)
         EXPECT_NE(finished.out.find(row.text), std::string::npos) << finished.out << row.line;
         EXPECT_EQ(row.image.ends(), was) << row.line;
     }
-    const Bytes before = dos.ends();
-    for (const char *line :
-         {"-N1 -j2048 -z8", "-N0 -z8 -t83", "-z8 -t83", "-N4 -z0 -t83", "-N4 -z-2 -t83", "-N4 -z8x -t83",
-          "-N4 -z8 -t100", "-N4 -j-1 -z8 -t83", "-N4 -uM -z8 -t83", "-M2", "-M1 -l", "-l /dev/null",
-          "--fast-delete 2:1", "--fast-delete 1", "--fast-delete 0:3", "--fast-delete 1:256", ""}) {
-        const Finished finished = sfdisk(dos, line);
+    for (const char *line : {"-N1 -j2048 -z8", "-z8 -t83", "-N4 -z0 -t83", "-N4 -z-2 -t83", "-N4 -z8x -t83",
+                             "-N4 -z8 -t100", "-N4 -uM -z8 -t83", "-M2", "-M1 -l", "-l /dev/null", "--fast-delete 2:1",
+                             "--fast-delete 1", "--fast-delete 0:3", "--fast-delete 1:256", ""}) {
+        const Finished finished = sfdisk(blank, line);
         EXPECT_EQ(finished.status, 2) << line;
         EXPECT_EQ(finished.out.find("usage: "), 0U) << line;
     }
-    EXPECT_EQ(dos.ends(), before);
+    EXPECT_EQ(blank.ends(), Bytes(80 * kSectorBytes));
     sfdisk_well(gpt, "-N4 -j0 -z968 -t83");
-    for (const char *path : {"/dev/null", "/", "/no/such/disk"})
-        EXPECT_EQ(run_program({kSfdisk, "-M1", path}).status, 1) << path;
+    EXPECT_EQ(run_program({kSfdisk, "-M1", "/dev/null"}).status, 1);
 
     // Partitions 1 and 2 in the place of others.
     sfdisk_well(dos, "--fast-delete 1:2");
@@ -506,8 +422,6 @@ struct KernelTest : testing::Test {
         disk.request = kernel_answer;
         before = image.ends();
     }
-    // From now on nothing can be written.
-    void make_read_only() { disk.fd.reset(open(image.path().c_str(), O_RDONLY | O_CLOEXEC)); }
     using Requests = std::vector<std::string>;
     const std::string add1 = "add 1 2048 4980480", add2 = "add 2 4982528 4194304";
 
@@ -535,25 +449,18 @@ TEST_F(KernelTest, WaitsForAPartitionInUseAndThenRefuses)
     EXPECT_EQ(partition_add(disk, {2, 0, 4194304, 0xfd}), Fault::kNone);
     before = image.ends();
     kernel.requests.clear();
-    kernel.errors["del 2"] = EBUSY;
+    kernel.errors = {{"del 2", EBUSY}, {"add 4 16776216 1000", EBUSY}, {"del 3", EINVAL}};
     EXPECT_EQ(partitions_remove(disk, 1, 2), Fault::kBusy);
     EXPECT_EQ(kernel.requests, (Requests{"del 1", "del 2", add1}));
     EXPECT_EQ(partitions_remove_all(disk), Fault::kBusy);
-    EXPECT_EQ(image.ends(), before);
-}
-
-TEST_F(KernelTest, RefusalsLeaveTheDisk)
-{
-    kernel.errors["add 4 16776216 1000"] = EBUSY;
     EXPECT_EQ(partition_add(disk, {4, 1, 1000, 0x83}), Fault::kBusy);
-    kernel.errors["del 3"] = EINVAL;
     EXPECT_EQ(partitions_remove(disk, 3, 128), Fault::kKernel);
     EXPECT_EQ(image.ends(), before);
 }
 
 TEST_F(KernelTest, IsToldAgainWhenTheDiskCannotBeWritten)
 {
-    make_read_only();
+    disk.fd.reset(open(image.path().c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(partitions_remove(disk, 1, 2), Fault::kWrite);
     EXPECT_EQ(kernel.requests, (Requests{"del 1", "del 2", add1, add2}));
     EXPECT_EQ(partitions_remove_all(disk), Fault::kWrite);
@@ -583,12 +490,11 @@ TEST(Sfdisk, AKillAtAnyWriteLeavesTheOldLabelOrTheNewOne)
         GTEST_SKIP() << "no " << kStrace;
     const struct {
         uint64_t bytes;
-        std::vector<std::string> words; // on a disk with partitions 1 and 2
-        const char *line;               // that the new label has and the old one has not
+        const char *number, *line; // of the partition, on a disk with 1 and 2; what the new label has more
     } kCases[] = {
-        {8 * kGiB, {"-N3", "-j0", "-z8", "-tfd"}, "3 9176832 8 fd\n"},
-        {3 * kTiB, {"-N3", "-j0", "-z8", "-tfd"}, "3 9176832 8 fd\n"},
-        {8 * kGiB, {"-N5", "-j0", "-z8", "-tfd"}, "5 9176832 8 fd\n"}, // MS-DOS becomes GPT
+        {8 * kGiB, "-N3", "3 9176832 8 fd\n"},
+        {3 * kTiB, "-N3", "3 9176832 8 fd\n"},
+        {8 * kGiB, "-N5", "5 9176832 8 fd\n"}, // MS-DOS becomes GPT
     };
     for (const auto &row : kCases) {
         int status = -1;
@@ -597,15 +503,11 @@ TEST(Sfdisk, AKillAtAnyWriteLeavesTheOldLabelOrTheNewOne)
             const Image image(row.bytes);
             system_partitions_create(image, 2048, 4980480, 4194304, "fd", "fd");
             const std::string before = image.list();
-            std::vector<std::string> words = {kStrace, "-qq",
-                                              "-e",    "trace=pwrite64",
-                                              "-e",    "signal=none",
-                                              "-e",    "inject=pwrite64:signal=KILL:when=" + std::to_string(write),
-                                              "-E",    "ASAN_OPTIONS=detect_leaks=0",
-                                              kSfdisk};
-            words.insert(words.end(), row.words.begin(), row.words.end());
-            words.push_back(image.path());
-            status = run_program(words).status;
+            const std::string kill = "inject=pwrite64:signal=KILL:when=" + text(write);
+            status =
+                run_program({kStrace, "-qq", "-e", "trace=pwrite64", "-e", "signal=none", "-e", kill, "-E",
+                             "ASAN_OPTIONS=detect_leaks=0", kSfdisk, row.number, "-j0", "-z8", "-tfd", image.path()})
+                    .status;
             EXPECT_TRUE(status == 0 || status == -SIGKILL) << status;
             const std::string after = image.list();
             EXPECT_TRUE((status != 0 && after == before) || after == before + row.line) << after;
