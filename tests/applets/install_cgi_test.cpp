@@ -192,6 +192,7 @@ TEST_F(WebInstall, Faults)
     const auto body = [](const std::string &text, int promised = 0) {
         return Request{.body = text, .promised = promised};
     };
+    const auto type = [](const std::string &text) { return Request{.type = text}; };
     const auto ask = [](const std::string &query, const std::string &text) {
         return Request{.query = query, .body = text};
     };
@@ -224,15 +225,12 @@ TEST_F(WebInstall, Faults)
          directory("/tmpData/@autoupdate/upload.pat")},
         {"no file", kBoth, "error", "error_upload", 54, "log err *Failed to get upload file", kNoChange,
          body(patch_form("x", "other"))},
-        {"no type",
-         kBoth,
-         "error",
-         "error_upload",
-         54,
-         "log err *failed to get boundary= from CONTENT_TYPE: ",
-         kNoChange,
-         {.type = ""}},
-        {"ends in the patch", kBoth, "error", "error_upload", 54, "log err *failed to skip CRLF[]", kNoChange,
+        {"no type", kBoth, "error", "error_upload", 54,
+         "log err *failed to get boundary= from CONTENT_TYPE: ", kNoChange, type("")},
+        {"other boundary", kBoth, "error", "error_upload", 54, "log err *Cannot fill buffer[*", kNoChange,
+         type("x; boundary=C")},
+        {"ends in the patch", kBoth, "error", "error_upload", 54,
+         "log err *failed to skip CRLF[]\nlog err *failed to read file. *", kNoChange,
          body(form.substr(0, form.size() - 12))},
         {"stalls", kBoth, "error", "error_upload", 54, "log err *no data within 30 seconds", no_patience,
          body(form.substr(0, form.size() - 12), 12)},
@@ -242,6 +240,8 @@ TEST_F(WebInstall, Faults)
          "log err *Upgrade by the uploaded patch /tmpData/@autoupdate/upload.pat fail.", kNoChange, patch("exit 255")},
         {"first start", kProgressAlone, "error", "err_nsconfig", 695,
          "log err install_cgi.cpp:* PrepareNSConfig Fail[0x*", directory("/tmpData/.WEBINST_OK"), patch("exit 0")},
+        {"built-in", kProgressAlone, "error", "boot_damaged", 45, "log err *Upgrade by the buildin patch fail.",
+         kNoChange, ask("", "buildin=true")},
         {"long query", kProgressAlone, "error", "error_download", 46,
          "log err *Unknown param " + std::string(255, 'x') + "=\nlog err *Upgrade by download patch fail.", kNoChange,
          ask(std::string(256, 'x') + "&upload=true", "hostname=nas")},

@@ -37,6 +37,10 @@ TEST(WebRecover, Outcomes)
          "run /recover/.norv/patch/updater -a /recover\nrun /recover/.norv/patch/updater -r /recover\n"
          "run /bin/umount -f /recover"},
         {"no time", "a=1", kNoChange, true, false, "log err *Set RTC fail\nrun /bin/mount *"},
+        {"not mounted", "utctime=0", program("/bin/mount", {.exit_status = 1}), false, false,
+         "log err *Mount /dev/md0 on /recover fail"},
+        {"not recoverable", "utctime=0", file("/tmp/recover_fail"), false, false,
+         "log err *recover fail flag on\nlog err recover_cgi.cpp:* /recover is not recoverable"},
         {"updater fails", "utctime=-1", program(kUpdater, {.args = "-r *", .exit_status = 9}), false, false,
          "log err *recover /recover by /recover//.norv/patch/updater fail\nrun /bin/umount -f /recover"},
         {"no body", "", kNoChange, false, false, "log err *NorvCgiLoadCGIParam fail*"},
