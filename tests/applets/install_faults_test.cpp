@@ -149,7 +149,7 @@ class Machine
     {
         begin();
         const Result result = box.run(words(road.command), options());
-        quiet_wait();
+        install_child_wait(box);
         if (road.query.empty()) { // a command tells a failure as stage, code and 0
             std::smatch failure;
             std::regex_search(result.err, failure, std::regex("[0-9] ([1-9][0-9]*) 0"));
@@ -183,7 +183,7 @@ class Machine
         std::sort(running.begin(), running.end(), [](const auto &a, const auto &b) { return a.pid < b.pid; });
         for (const Sandbox::Running &row : running)
             box.signal(row.pid, SIGKILL); // a shell before what it waits for, or it would start the next
-        quiet_wait();
+        install_child_wait(box);
     }
 
     // The programs that the install started.
@@ -215,11 +215,6 @@ class Machine
             std::erase(names, of_a_failure);
         return names;
     }
-    void expect_unlocked()
-    {
-        EXPECT_NE(box.run({"lock_check.cgi"}, {.leaves = {"*"}}).out.find("{\"success\": true"), std::string::npos);
-    }
-
     // `call` is the path of a program, or one whole call of it.
     void fail(const std::string &call, const ProgramFault &fault)
     {
@@ -262,12 +257,10 @@ class Machine
         std::string body = road.form;
         if (const size_t at = body.find('@'); at != std::string::npos)
             body.replace(at, 1, patch);
-        return {.env = {"REQUEST_METHOD=POST", "QUERY_STRING=" + road.query,
-                        "CONTENT_LENGTH=" + std::to_string(body.size()),
-                        "CONTENT_TYPE=multipart/form-data; boundary=B"},
-                .input = body,
-                .seconds = 120,
-                .leaves = {"*"}}; // judged here, when the child is gone too
+        RunOptions request = cgi_request(road.query, body);
+        request.seconds = 120;
+        request.leaves = {"*"}; // judged here, when the child is gone too
+        return request;
     }
     size_t started()
     {
@@ -279,12 +272,6 @@ class Machine
         const std::vector<Sandbox::Running> running = box.processes();
         return std::any_of(running.begin(), running.end(),
                            [&](const auto &row) { return row.name == words(road.command)[0]; });
-    }
-    void quiet_wait() const
-    {
-        for (int i = 0; i < 6000 && !box.processes().empty(); i++)
-            usleep(10000);
-        EXPECT_TRUE(box.processes().empty());
     }
     // In the box's own thread.
     std::optional<ProgramRow> answer(const ProgramCall &call)
@@ -352,7 +339,7 @@ TEST_P(InstallFaults, ProgramFails)
         const int code = machine.install();
         machine.mend(call, *fault);
         EXPECT_EQ(code, ending->code) << machine.box.record().text();
-        machine.expect_unlocked();
+        expect_unlocked(machine.box);
         EXPECT_EQ(machine.temporary(), temporary);
         const bool takes_away = is_shell(call) || call.starts_with("/bin/rm");
         EXPECT_TRUE(takes_away || !machine.box.exists("/tmpData/upd@te"));
@@ -415,7 +402,7 @@ TEST_P(InstallKilled, AtEachStart)
         SCOPED_TRACE("killed while it runs " + start->call);
         machine.install_and_kill(static_cast<size_t>(start - starts.begin()) + 1);
         EXPECT_EQ(machine.starts().back(), *start);
-        machine.expect_unlocked();
+        expect_unlocked(machine.box);
         EXPECT_EQ(machine.install(), 0) << machine.box.record().text();
         EXPECT_EQ(machine.mounts(), std::vector<std::string>());
         EXPECT_EQ(machine.temporary(), temporary);
