@@ -1,73 +1,29 @@
-// An install that a browser asks for, through the web server.
+// An install that a browser asks for.
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/socket.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
 #include "tests/support/rows.h"
 #include "tests/support/web_install.h"
-#include "tests/support/web_server.h"
 
 namespace
 {
 
 constexpr char kProgress[] = "/tmp/install.progress", kInstaller[] = "/usr/norv/sbin/installer.sh";
-const std::string kMultipart = "multipart/form-data; boundary=B";
-
-std::string post(const std::string &query, const std::string &type, const std::string &body, size_t length)
-{
-    return http_request("POST", "/cgi-bin/install.cgi?" + query,
-                        (type.empty() ? "" : "Content-Type: " + type + "\r\n") +
-                            "Content-Length: " + std::to_string(length) + "\r\n",
-                        body);
-}
-
-// What a role said, headers and all.
-std::string said(const HttpAnswer &answer)
-{
-    EXPECT_EQ(answer.status, 200);
-    for (const char *header : {"\r\nexpires: mon, 26 jul 1990 05:00:00 gmt\r\n", "\r\npragma: no-cache\r\n",
-                               "\r\ncache-control: no-store, no-cache, must-revalidate\r\n",
-                               "\r\ncontent-type: text/html; charset=\"utf-8\"\r\n"})
-        EXPECT_NE(answer.head.find(header), std::string::npos) << answer.head;
-    return kHeader + answer.body;
-}
-
-std::string said(const WebServer &server, const std::string &request)
-{
-    return said(server.ask(request));
-}
-
-std::string lock_check(const WebServer &server)
-{
-    return said(server, http_request("GET", "/cgi-bin/lock_check.cgi"));
-}
-
-// A process that has ended holds the lock for a moment longer.
-void expect_unlocked(const WebServer &server)
-{
-    std::string answer = lock_check(server);
-    for (int i = 0; i < 6000 && answer != kUnlocked; i++) {
-        usleep(10000);
-        answer = lock_check(server);
-    }
-    EXPECT_EQ(answer, kUnlocked);
-}
 
 // Whatever stood in the way is gone: the same machine is installed.
-void expect_next_install(Sandbox &box, const WebServer &server, const Firmware &firmware, const std::string &patch)
+void expect_next_install(Sandbox &box, const Firmware &firmware, const std::string &patch)
 {
     install_child_wait(box);
     for (const char *path : {"/.memtest", "/tmp/install.lock", "/tmpData"})
         box.remove(path);
-    expect_unlocked(server);
+    expect_unlocked(box);
     install_machine(box, firmware);
-    const std::string form = patch_form(patch);
-    EXPECT_EQ(said(server, post("upload=true", kMultipart, form, form.size())), kStarted);
+    EXPECT_EQ(box.run({"install.cgi"}, cgi_request("upload=true", patch_form(patch))).out, kStarted);
     install_child_wait(box);
     EXPECT_EQ(box.read_file(kProgress), success_body("nas"));
 }
@@ -75,100 +31,64 @@ void expect_next_install(Sandbox &box, const WebServer &server, const Firmware &
 class WebInstall : public testing::Test
 {
   protected:
-    void SetUp() override
-    {
-        if (!WebServer::available())
-            GTEST_SKIP() << "no lighttpd here";
-        good = firmware.patch();
-    }
     Firmware firmware{};
-    std::string good{}; // a patch that installs
+    std::string good = firmware.patch(); // installs
 };
 
-// The stages of progress bodies, each that differs from the one before it.
-std::vector<std::string> stages_of(const std::vector<std::string> &bodies)
+TEST_F(WebInstall, Succeeds)
 {
-    const std::string key = "\"stage\": \"";
-    std::vector<std::string> stages;
-    for (const std::string &body : bodies) {
-        const size_t at = body.find(key) + key.size();
-        const std::string stage = body.find(key) == body.npos ? body : body.substr(at, body.find('"', at) - at);
-        if (stages.empty() || stages.back() != stage)
-            stages.push_back(stage);
-    }
-    return stages;
-}
-
-// What a page sees of each way to install. Nothing goes on before it has seen where that is.
-TEST_F(WebInstall, WhatThePageSees)
-{
-    const std::string kUploaded = "format_sys\nupload\ninstall\nSuccess";
     const struct {
         const char *query, *body; // without a body: the patch
-        std::string stages, record;
+        const char *record;
     } kRows[] = {
-        {"x=y&upload=true&status=not_install&utctime=1600000000", "", kUploaded,
+        {"x=y&upload=true&status=not_install&utctime=1600000000", "",
          "log err install_cgi.cpp:* Unknown param x=y\nboard 0xc0074b06 rtc_write *\n"
          "run /usr/norv/sbin/installer.sh -r*\nrun /bin/mount /dev/md0 /tmpData\n"
          "run /bin/mv /tmpData/@autoupdate/upload.pat /tmpData/upd@te.pat\nlog err *Pass checksum of *\n"
          "log err *Executing [/tmpData/upd@te/updater -v /tmpData > /dev/null 2>&1] error[0]"},
-        {"upload=true&status=sys_migrat", "", kUploaded,
-         "run /bin/umount -f /tmpData\nrun /bin/mount /dev/md0 /tmpData"},
-        {"status=not_install", "buildin=true&hostname=nas", "chk_boot\nformat_sys\ninstall\nSuccess",
+        {"upload=true&status=sys_migrat", "", "run /bin/umount -f /tmpData\nrun /bin/mount /dev/md0 /tmpData"},
+        {"status=not_install", "buildin=true&hostname=nas",
          "run /usr/norv/sbin/installer.sh -r*\nrun /usr/bin/xz -cd /tmp/bootmnt/hda1.tgz\n"
          "run /bin/cp /tmp/bootmnt/updater /tmpData/.updater"},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.query);
+        const bool is_upload = row.body[0] == '\0', is_migration = std::string(row.query).ends_with("sys_migrat");
         Sandbox box;
-        const WebServer server(box);
-        const ProgressPoll page(server);
-        const auto shown = [&](const char *stage) {
-            return [&, stage](const ProgramCall & /*call*/) { page.wait_for(stage_body(stage)); };
-        };
-        const bool is_migration = std::string(row.query).ends_with("sys_migrat");
         if (is_migration) // one that was killed has left this
             box.file("/proc/mounts", "/dev/md0 /tmpData ext4 rw 0 0\n");
+        std::string stages;
+        const auto stage_note = [&](const ProgramCall & /*call*/) {
+            const std::string body = text_of(box, kProgress);
+            for (const char *stage : {"format_sys", "install"})
+                if (body == stage_body(stage))
+                    stages += std::string(stage) + " ";
+        };
         box.program(kInstaller, {{.reads_input = true}});
-        box.program("/bin/mount", {{.args = "* /tmpData", .effect = shown("format_sys")}});
-        box.program("/bin/cp", {{.args = "-f *", .effect = shown("install")}});
+        box.program("/bin/mount", {{.args = "* /tmpData", .effect = stage_note}});
+        box.program("/bin/cp", {{.args = "-f *", .effect = stage_note}});
         firmware.boot_partition(box);
         box.program("/usr/bin/xz", {{}});
         install_machine(box, firmware);
-        box.program("/bin/mkdir", {{.effect = [&](const ProgramCall &made) {
-                        box.directory(made.args.back());
-                        if (made.args.back() == "/tmp/bootmnt")
-                            page.wait_for(stage_body("chk_boot"));
-                    }}});
-        const bool is_upload = row.body[0] == '\0';
-        const std::string form = is_upload ? patch_form(good) : row.body;
-        const std::string request = post(row.query, kMultipart, form, form.size());
-        const size_t held = is_upload ? form.size() / 2 : 0;
-        const UniqueFd client = server.send(request.substr(0, request.size() - held));
-        if (is_upload) { // half of the patch is still to be sent
-            page.wait_for(stage_body("upload"));
-            const std::string rest = request.substr(request.size() - held);
-            EXPECT_EQ(send(client.get(), rest.data(), rest.size(), MSG_NOSIGNAL), static_cast<ssize_t>(rest.size()));
-        }
-        EXPECT_EQ(said(http_answer(client)), kStarted);
-        page.wait_for(success_body("nas"));
-        EXPECT_EQ(stages_of(page.seen()), lines(row.stages));
+        const Result result = box.run({"install.cgi"}, cgi_request(row.query, is_upload ? patch_form(good) : row.body));
+        EXPECT_EQ(result.exit_status, 0);
+        EXPECT_EQ(result.out, kStarted);
         install_child_wait(box);
+        EXPECT_EQ(box.read_file(kProgress), success_body("nas"));
+        EXPECT_EQ(stages, "format_sys install ");
         EXPECT_TRUE(box.record().in_order(lines(row.record)));
         EXPECT_TRUE(box.record().in_order({"run /bin/cp -f /etc/dhcpc/dhcpcd-eth0.info /tmpData/etc/dhcpc",
                                            "run /bin/umount -f /tmpData", "run /usr/sbin/pppoe-stop"}));
         const std::vector<ProgramCall> formats = box.calls(kInstaller);
         ASSERT_EQ(formats.size(), is_migration ? 0U : 1U);
-        EXPECT_EQ(formats.empty() ? "" : formats[0].input, "");
+        EXPECT_EQ(formats.empty() ? "" : formats[0].input, ""); // not the patch
         EXPECT_EQ(box.record().count("run /usr/sbin/inetd*"), 0);
         EXPECT_EQ(box.read_file("/tmpData/.ns_configure.sh"),
                   "#!/bin/sh\n/usr/norv/sbin/norvnet --set_hostname nas\n" +
                       std::string(is_upload ? "/usr/norv/sbin/norvuser --filesetpw\n/bin/rm -f /.ns_pwd\n" : "") +
                       "/usr/norv/sbin/norvnet --dhcp eth0\n\n");
-        if (is_upload) {
-            EXPECT_EQ(box.list("/tmpData/@autoupdate"), std::vector<std::string>{"VERSION"});
-        }
-        expect_unlocked(server);
+        EXPECT_TRUE(!is_upload || box.list("/tmpData/@autoupdate") == std::vector<std::string>{"VERSION"});
+        expect_unlocked(box);
     }
 }
 
@@ -177,8 +97,8 @@ enum Told { kAnswer, kBoth, kProgressAlone };
 struct Request {
     std::string query = "upload=true";
     std::string body = patch_form("no patch");
-    std::string type = kMultipart;
-    int promised = 0; // so many bytes more, for which the server waits
+    std::string type = "multipart/form-data; boundary=B";
+    int promised = 0; // so many bytes more, for which it waits
 };
 
 // What goes wrong is told where the page looks for it, nothing stays behind, and the same machine is installed
@@ -196,9 +116,7 @@ TEST_F(WebInstall, Faults)
     const auto ask = [](const std::string &query, const std::string &text) {
         return Request{.query = query, .body = text};
     };
-    const auto patch = [&](const char *updater, const char *version = "unique=norv_avoton_1817") {
-        return body(patch_form(firmware.patch(updater, version)));
-    };
+    const auto patch = [&](const char *updater) { return body(patch_form(firmware.patch(updater))); };
     const Change no_patience = [](Sandbox &box) { box.compress_sleeps(100); };
     const struct {
         const char *what;
@@ -255,11 +173,15 @@ TEST_F(WebInstall, Faults)
         row.change(box);
         install_machine(box, firmware);
         box.file(kProgress, "of the install before");
-        const WebServer server(box);
-        const size_t length = request.body.size() + static_cast<size_t>(request.promised);
         const bool is_child = row.told == kProgressAlone;
         const std::string error = error_body(row.sec.c_str(), row.key.c_str(), row.line);
-        EXPECT_EQ(said(server, post(request.query, request.type, request.body, length)), is_child ? kStarted : error);
+        RunOptions options = cgi_request(request.query, request.body);
+        options.env[2] = "CONTENT_LENGTH=" + std::to_string(static_cast<int>(request.body.size()) + request.promised);
+        options.env[3] = "CONTENT_TYPE=" + request.type;
+        options.input_open = request.promised > 0;
+        const Result result = box.run({"install.cgi"}, options);
+        EXPECT_EQ(result.exit_status, is_child ? 0 : 255);
+        EXPECT_EQ(result.out, is_child ? kStarted : error);
         install_child_wait(box);
         const Record record = box.record();
         EXPECT_TRUE(record.in_order(lines(row.record)));
@@ -272,26 +194,8 @@ TEST_F(WebInstall, Faults)
             for (const std::string &name : box.list("/tmpData/@autoupdate"))
                 EXPECT_FALSE(name.starts_with("upload_tmp")) << name;
         }
-        expect_next_install(box, server, firmware, good);
+        expect_next_install(box, firmware, good);
     }
-}
-
-// A client that hangs up in the middle of its upload.
-TEST_F(WebInstall, ClientLeaves)
-{
-    Sandbox box;
-    install_machine(box, firmware);
-    const WebServer server(box);
-    const std::string form = patch_form(std::string(1 << 20, 'x'));
-    UniqueFd client = server.send(post("upload=true", kMultipart, form.substr(0, form.size() / 2), form.size()));
-    ASSERT_TRUE(box.wait_for("run /usr/norv/sbin/installer.sh*", 60));
-    client.reset();
-    install_child_wait(box);
-    EXPECT_EQ(box.record().count("log err *Upload patch fail"), 1);
-    EXPECT_EQ(box.record().count("run /bin/umount -f /tmpData"), 2);
-    EXPECT_EQ(box.list("/tmpData/@autoupdate"), std::vector<std::string>{});
-    EXPECT_EQ(box.read_file(kProgress), error_body("error", "error_upload", 54));
-    expect_next_install(box, server, firmware, good);
 }
 
 // The child holds the lock until it is gone, however it goes.
@@ -300,31 +204,29 @@ TEST_F(WebInstall, OneAtATime)
     Sandbox box;
     box.program(kInstaller, {{.times = 1, .stays = true}});
     install_machine(box, firmware);
-    const WebServer server(box);
-    const std::string body = "hostname=nas", request = post("status=not_install", "x", body, body.size());
-    EXPECT_EQ(said(server, request), kStarted);
+    const auto ask = [&](const char *role) {
+        return box.run({role}, cgi_request("status=not_install", "utctime=0")).out;
+    };
+    EXPECT_EQ(ask("install.cgi"), kStarted);
     ASSERT_TRUE(box.wait_for("run /usr/norv/sbin/installer.sh *", 60));
     EXPECT_EQ(box.read_file(kProgress), stage_body("format_sys"));
-    EXPECT_EQ(said(server, request), error_body("error", "error_apply_lock", 41));
-    EXPECT_EQ(said(server, http_request("POST", "/cgi-bin/recover.cgi", "Content-Length: 9\r\n", "utctime=0")),
-              kHeader + "{\"success\": false, \"data\": {}, \t\t\t\"errinfo\": {\"sec\": \"error\",\"key\": "
-                        "\"error_apply_lock\",\"line\":41}}");
-    EXPECT_EQ(lock_check(server),
-              kHeader + "{\"success\": false, \"errinfo\": {\"sec\": \"error\", \"key\": \"error_apply_lock\"}}");
-    EXPECT_EQ(server.ask(http_request("GET", "/progress")).body, stage_body("format_sys"));
+    EXPECT_EQ(ask("install.cgi"), error_body("error", "error_apply_lock", 41));
+    EXPECT_EQ(ask("recover.cgi"), kHeader + "{\"success\": false, \"data\": {}, \t\t\t\"errinfo\": {\"sec\": "
+                                            "\"error\",\"key\": \"error_apply_lock\",\"line\":41}}");
+    EXPECT_EQ(box.read_file(kProgress), stage_body("format_sys"));
     for (const auto &[pid, name] : box.processes())
         if (name == "install.cgi") {
             box.signal(pid, SIGKILL);
             EXPECT_TRUE(box.wait_for_end(pid, 60));
         }
-    expect_unlocked(server); // though installer.sh goes on
+    expect_unlocked(box); // though installer.sh goes on
     for (const auto &[pid, name] : box.processes())
         box.signal(pid, SIGKILL);
-    expect_next_install(box, server, firmware, good);
+    expect_next_install(box, firmware, good);
 }
 
 // What no web server sends, and a machine that starts no child.
-TEST(Install, WithoutAWebServer)
+TEST(WebInstallRequest, Impossible)
 {
     const struct {
         const char *what;
