@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "tests/support/https_server.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/rows.h"
 
 namespace
 {
@@ -52,7 +52,7 @@ class DiskRuleUpdate : public testing::Test
         box_.file("/feed/eunit_rule.db", unit);
         box_.file("/feed/disk_rules.md5", md5(host) + "  host_rule.db\n" + md5(unit) + "  eunit_rule.db\n");
     }
-    [[nodiscard]] std::string in_place() const
+    [[nodiscard]] std::string in_place_told() const
     {
         std::string shown;
         for (const std::string &name : box_.list(kFolder))
@@ -74,12 +74,21 @@ TEST_F(DiskRuleUpdate, BringsBothDatabasesOrNone)
         GTEST_SKIP() << "no openssl or no libcurl here";
     const std::string rule = R"({"model": "A*", "action": {"selectable": false}})";
     const std::string host1 = database("1"), unit1 = database("1", rule), host2 = database("2", rule);
-
+    const auto updated = [&](const std::string &out, const std::string &in_place) {
+        const Result result = box_.run({"norvdiskupdatehclport"});
+        EXPECT_EQ(result.exit_status, 0) << result.err;
+        EXPECT_EQ(result.out, out);
+        EXPECT_EQ(in_place_told(), in_place);
+    };
+    const auto refused = [&](const std::string &fault) {
+        const Result result = box_.run({"norvdiskupdatehclport"});
+        EXPECT_EQ(result.exit_status, 255);
+        EXPECT_EQ(result.out, "");
+        EXPECT_NE(result.err.find(fault), std::string::npos) << result.err;
+        EXPECT_NE(result.log_text().find(fault), std::string::npos) << result.log_text();
+    };
     feed(host1, unit1);
-    Result result = box_.run({"norvdiskupdatehclport"});
-    EXPECT_EQ(result.exit_status, 0) << result.err;
-    EXPECT_EQ(result.out, "host_rule.db: updated to version 1\neunit_rule.db: updated to version 1\n");
-    EXPECT_EQ(in_place(), placed(host1, unit1));
+    updated("host_rule.db: updated to version 1\neunit_rule.db: updated to version 1\n", placed(host1, unit1));
 
     const std::string bad = database("2", R"({"modle": "A*", "action": {"selectable": false}})");
     const std::string large = database("2") + std::string(1 << 20, ' ');
@@ -87,46 +96,31 @@ TEST_F(DiskRuleUpdate, BringsBothDatabasesOrNone)
         std::string host, unit;
         std::string list;  // in place of the right one
         std::string fault; // in the message
-    } refused[] = {
+    } kRefused[] = {
         {host2, bad, "", "eunit_rule.db: rule 1: unknown key modle"},
         {host2, large, "", "more than 1048576 bytes"},
         {host2, unit1, md5(host1 + " ") + "  host_rule.db\n" + md5(unit1) + "  eunit_rule.db\n",
          "host_rule.db: checksum"},
         {host2, unit1, "<html>", "not a list of the checksums"},
     };
-    for (const auto &row : refused) {
+    for (const auto &row : kRefused) {
         feed(row.host, row.unit);
         if (!row.list.empty())
             box_.file("/feed/disk_rules.md5", row.list);
-        result = box_.run({"norvdiskupdatehclport"});
-        EXPECT_EQ(result.exit_status, 255);
-        EXPECT_EQ(result.out, "");
-        EXPECT_NE(result.err.find(row.fault), std::string::npos) << result.err;
-        EXPECT_NE(result.log_text().find(row.fault), std::string::npos) << result.log_text();
-        EXPECT_EQ(in_place(), placed(host1, unit1));
+        refused(row.fault);
+        EXPECT_EQ(in_place_told(), placed(host1, unit1));
     }
 
     feed(host2, unit1);
     box_.call({.call = "fsync", .error = EIO, .times = 1});
-    result = box_.run({"norvdiskupdatehclport"});
-    EXPECT_EQ(result.exit_status, 255);
-    EXPECT_EQ(in_place(), placed(host1, unit1));
-
-    result = box_.run({"norvdiskupdatehclport"});
-    EXPECT_EQ(result.exit_status, 0) << result.err;
-    EXPECT_EQ(result.out, "host_rule.db: updated to version 2\neunit_rule.db: up to date\n");
-    EXPECT_EQ(in_place(), placed(host2, unit1));
-
-    // A file in place that is damaged is fetched anew; one that nobody vouches for is not asked.
-    box_.file(std::string(kFolder) + "host_rule.db", "{");
-    result = box_.run({"norvdiskupdatehclport"});
-    EXPECT_EQ(result.exit_status, 0) << result.err;
-    EXPECT_EQ(in_place(), placed(host2, unit1));
-    box_.file(kTrustedCertificates, "");
-    result = box_.run({"norvdiskupdatehclport"});
-    EXPECT_EQ(result.exit_status, 255);
-    EXPECT_NE(result.err.find("https://127.0.0.1:8443/disk_rules.md5: "), std::string::npos) << result.err;
-    EXPECT_EQ(in_place(), placed(host2, unit1));
+    refused("");
+    EXPECT_EQ(in_place_told(), placed(host1, unit1));
+    updated("host_rule.db: updated to version 2\neunit_rule.db: up to date\n", placed(host2, unit1));
+    box_.file(std::string(kFolder) + "host_rule.db", "{"); // damaged: fetched anew
+    updated("host_rule.db: updated to version 2\neunit_rule.db: up to date\n", placed(host2, unit1));
+    box_.file(kTrustedCertificates, ""); // nobody vouches for the server
+    refused("https://127.0.0.1:8443/disk_rules.md5: ");
+    EXPECT_EQ(in_place_told(), placed(host2, unit1));
 }
 
 TEST_F(DiskRuleUpdate, RefusesWhatItCannotTrust)
@@ -134,22 +128,19 @@ TEST_F(DiskRuleUpdate, RefusesWhatItCannotTrust)
     const std::string host = database("1");
     box_.file(std::string(kFolder) + "host_rule.db", host);
     const struct {
-        const char *url, *fault;
+        const char *url, *args, *fault;
     } cases[] = {
-        {"http://127.0.0.1:8443", "http://127.0.0.1:8443: does not begin with https://"},
-        {"file:///feed", "does not begin with https://"},
-        {"https://127.0.0.1:8443", "https://127.0.0.1:8443/disk_rules.md5: "}, // nobody listens
+        {"http://127.0.0.1:8443", "", "http://127.0.0.1:8443: does not begin with https://"},
+        {"https://127.0.0.1:8443", "", "https://127.0.0.1:8443/disk_rules.md5: "}, // nobody listens
+        {kServer, "now", "Usage: norvdiskupdatehclport\n"},
     };
-    for (const auto &row : cases) {
-        server_set(row.url);
-        const Result result = box_.run({"norvdiskupdatehclport"});
+    for (const auto &[url, args, fault] : cases) {
+        server_set(url);
+        const Result result = box_.run(words(args, "norvdiskupdatehclport"));
         EXPECT_EQ(result.exit_status, 255);
-        EXPECT_NE(result.err.find(row.fault), std::string::npos) << result.err;
-        EXPECT_EQ(in_place(), "host_rule.db " + md5(host) + "\n");
+        EXPECT_NE(result.err.find(fault), std::string::npos) << result.err;
+        EXPECT_EQ(in_place_told(), "host_rule.db " + md5(host) + "\n");
     }
-    const Result result = box_.run({"norvdiskupdatehclport", "now"});
-    EXPECT_EQ(result.exit_status, 255);
-    EXPECT_EQ(result.err, "Usage: norvdiskupdatehclport\n");
 }
 
 } // namespace

@@ -48,6 +48,9 @@ TEST_F(Checksum, Lists)
 {
     const std::string name255(255, 'n');
     box.file("/upd/" + name255, "abc");
+    box.file("/upd/ten", "abcdefghij");
+    box.symlink("/upd/out", "../upd-evil/x");
+    box.symlink("/upd/dangling", "nothing");
     const struct {
         const char *what;
         std::string list;
@@ -58,22 +61,17 @@ TEST_F(Checksum, Lists)
         {"cut in the last data line", kAll.substr(0, kAll.size() - 1), 0},
         {"lines behind the last are not read", kAll + kTotals + "nonsense\n", 0},
         {"blanks and tabs", " \t909783072\t6  hello 7\t428\n#Norvcksum\t6 7  428", 0},
-        {"no data line", "# Norvcksum 0 0 0\n", 1},
         {"nothing at all", "", 1},
         {"empty line", kAll + "\n", 1},
-        {"a comment", kAll + "# comment\n" + kTotals, 1},
         {"sizes", kAll + "# Norvcksum 15 27 3491\n", 1},
         {"offsets", kAll + "# Norvcksum 14 28 3491\n", 1},
         {"spots", kAll + "# Norvcksum 14 27 3492\n", 1},
-        {"two totals", kAll + "# Norvcksum 14 27\n", 1},
         {"crc", "909783073 6 hello 7 428\n", 1},
         {"crc is compared as text", "0909783072 6 hello 7 428\n", 1},
         {"size", "909783072 7 hello 7 428\n", 1},
         {"spot", "909783072 6 hello 7 429\n", 1},
-        {"another spot of the same file", "909783072 6 hello 6 421\n", 0}, // h e l l
         {"spot before the file", "909783072 6 hello 5 428\n", 1},
         {"spot by chance, of which four bytes have one", "3984772369 4 four -1 394\n# Norvcksum 4 -1 394\n", 0},
-        {"four fields", "909783072 6 hello 7\n", 1},
         {"six fields", "909783072 6 hello 7 428 1\n", 1},
         {"no number", "909783072 6 hello 7x 428\n", 1},
         {"sixteen digits", "909783072 6 hello 0000000000000007 428\n", 1},
@@ -84,7 +82,12 @@ TEST_F(Checksum, Lists)
         {"missing file", "909783072 6 none 7 428\n", 1},
         {"a folder", "0 0 sub 7 428\n", 1},
         {"beside the folder", "909783072 6 ../upd-evil/x 7 428\n", 1},
-        {"around and back", "909783072 6 sub/../hello 7 428\n", 0},
+        {"a link to outside", "0 13 out 14 1\n", 1},
+        {"a dangling link", "0 7 dangling 8 1\n", 1},
+        // Four bytes before the end is the last spot that stands where it is; behind it, spots move forward by four.
+        {"last spot", "964784186 10 ten 16 " + std::to_string('g' + 'h' + 'i' + 'j') + "\n", 0},
+        {"moved spot", "964784186 10 ten 17 " + std::to_string('d' + 'e' + 'f' + 'g') + "\n", 0},
+        {"spot far behind", "964784186 10 ten 100 " + std::to_string('g' + 'h' + 'i' + 'j') + "\n", 0},
         {"big bytes", "864741524 5000 sub/deep 6000 1020\n", 0},
     };
     for (const auto &row : kRows) {
@@ -94,42 +97,13 @@ TEST_F(Checksum, Lists)
     }
     box.file("/dev/checksum.norv", "0 0 null 130 1814\n# Norvcksum 0 130 1814\n");
     EXPECT_EQ(box.run({"norvchecksum", "/dev"}).exit_status, 0);
-    EXPECT_EQ(check(kAll, "/upd/"), 0);
     EXPECT_EQ(check(kAll, "/none"), 1);
-    EXPECT_EQ(box.run({"norvchecksum"}).exit_status, 1);
     EXPECT_EQ(box.run({"norvchecksum", "/upd", "/upd"}).exit_status, 1);
 }
 
-// Four bytes before the end is the last spot that stands where it is; behind it, spots move forward by four.
-TEST_F(Checksum, SpotsNearTheEnd)
+// A tool that fails, and one that says nothing, with a planted result that would do.
+TEST_F(Checksum, ToolThatFails)
 {
-    box.file("/upd/ten", "abcdefghij");
-    const struct {
-        int position, sum;
-    } kRows[] = {{6, 'g' + 'h' + 'i' + 'j'},
-                 {7, 'd' + 'e' + 'f' + 'g'},
-                 {8, 'e' + 'f' + 'g' + 'h'},
-                 {9, 'f' + 'g' + 'h' + 'i'},
-                 {90, 'g' + 'h' + 'i' + 'j'}};
-    for (const auto &[position, sum] : kRows)
-        EXPECT_EQ(check("964784186 10 ten " + std::to_string(10 + position) + " " + std::to_string(sum) + "\n"), 0)
-            << position;
-}
-
-TEST_F(Checksum, LinksAndTheTool)
-{
-    box.symlink("/upd/out", "../upd-evil/x");
-    box.symlink("/upd/dangling", "nothing");
-    box.file(kListPath, "0 13 out 14 1\n");
-    Result result = box.run({"norvchecksum", "/upd"});
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_TRUE(result.record.in_order({"log err *Realpath is not compatible with input path"}));
-    box.file(kListPath, "0 7 dangling 8 1\n");
-    result = box.run({"norvchecksum", "/upd"});
-    EXPECT_EQ(result.exit_status, 1);
-    EXPECT_TRUE(result.record.in_order({"log err *Failed to get realpath[0x8100 check_dir_checksum.cpp:*]"}));
-
-    // A tool that fails, and one that says nothing, with a planted result that would do.
     for (const ProgramRow &row : {ProgramRow{.output = "909783072 6 hello\n", .exit_status = 1}, ProgramRow{}}) {
         box.remove("/tmp/cksum.tmp");
         box.file("/planted", "909783072 6\n");
@@ -151,11 +125,8 @@ TEST(Codesign, EndsGoodOnlyWhenTheLibrarySaysSo)
         const char *record = "", *out = "", *conf = "x=1\n", *hardware = "NS0801\n";
     } kRows[] = {
         {"good", "", "/upd", 0, "*sign init\n*load /upd/Norvessa.sig\n*verify 0\n*sign free 1"},
-        {"relative", "", "upd", 0, "*load upd/Norvessa.sig\n*verify 0"},
         {"verify, error 3", "verify 0 error 3", "/upd", 3, "log err verify norvcodesign fail. err=3\n*free 1"},
-        {"verify, error 0", "verify 0", "/upd", 8, "log err verify norvcodesign fail. err=0"},
         {"verify, error 256", "verify 0 error 256", "/upd", 8, "log err verify norvcodesign fail. err=256"},
-        {"load, error 0", "load 0", "/upd", 8, "log err load Norvessa.sig fail.\n*sign free 1"},
         {"load, error 5", "load 0 error 5", "/upd", 255, "log err load Norvessa.sig fail."},
         {"no handle", "init 0", "/upd", 8},
         {"no library", nullptr, "/upd", 8, "log err *Failed to load libnorvcodesign*"},
@@ -199,8 +170,6 @@ TEST(ExtractSystemPatch, EachEnd)
              "log info *[EXTRACT_ALL] End: [Success][0][*s]\nlog info *[FREE] Start\n*library free 1\n"
              "log info *[FREE] End: [Success][0][*s]"},
         {"open 0 error 14", 255, "log info *[OPEN] End: [Bad Sig][14][*s]\n*library free 1"},
-        {"open 0 error 2", 255, "log info *[OPEN] End: [Fail][2][*s]\n*library free 1"},
-        {"init 0", 255, "log info *[INIT] End: [Fail][0][*s]\nlog err *Failed to init archive"},
         {"extract 0 error 7", 255, "log info *[EXTRACT_ALL] End: [Fail][7][*s]\n*library free 1"},
         {nullptr, 255, "log err *Failed to load libnorvcodesign*"},
     };

@@ -14,91 +14,64 @@ namespace
 
 std::string shown(const RaidSuperblock &block)
 {
-    const std::string uuid = block.uuid[0] == '*' ? std::string(63, 'u') : block.uuid;
     std::ostringstream text;
-    text << block.major << '.' << block.minor << ' ' << uuid << ' ' << block.device << ' ' << block.hostName << ' '
-         << block.level << ' ' << block.raidDevices << ' ' << block.deviceOrder << ' ' << block.events;
+    text << block.major << '.' << block.minor << ' ' << block.uuid << ' ' << block.device << ' ' << block.hostName
+         << ' ' << block.level << ' ' << block.raidDevices << ' ' << block.deviceOrder << ' ' << block.events;
     return text.str();
 }
 
-// What is left open in a row is what an empty record has.
 TEST(RaidSuperblock, Parse)
 {
     const struct {
-        std::string text;
-        RaidSuperblock expected;
+        std::string text, shown;
         int found = 1;
     } kCases[] = {
         {" Version : 1.2\n Array UUID : 6f7a1c34:0d2e5b91\n Name : norvstation:2  (local to host norvstation)\n"
          " Raid Level : raid5\n Raid Devices : 3\n Device UUID : 1:2\n Events : 18\n Device Role : Active device 1\n",
-         {1, 2, "6f7a1c34:0d2e5b91", "/dev/md2", "norvstation", kRaidLevel5, 3, 1, 18}},
+         "1.2 6f7a1c34:0d2e5b91 /dev/md2 norvstation 4 3 1 18"},
         {" Version : 0.90.00\n UUID : 1c6f:9a20 (local to host norvstation)\n Raid Level : raid1\n"
          "Raid Devices : 4\nPreferred Minor : 1\n Events : 0.17\nthis     2       8       17        1  active\n",
-         {0, 90, "1c6f:9a20", "/dev/md1", "", kRaidLevel1, 4, 2, 0}},
-        {"UUID : a\nName : 7\nRaid Level : raid7\nDevice Role : spare",
-         {0, 0, "a", "/dev/md7", "", kRaidLevel5, 0, -1, 0}}, // the last line has no end
-        {"UUID : a\nDevice Role : Replacement device 2\nRaid Level : linear\n",
-         {0, 0, "a", "", "", kRaidLevelLinear, 0, -2, 0}},
-        {"UUID : a\nDevice Role : Journal\nRaid Level : raidF1\n", {0, 0, "a", "", "", kRaidLevelF1, 0, -1, 0}},
-        {"Array UUID : (none\n", {0, 0, "(none", "", "", 0, 0, -1, 0}},
-        {" Version : 1.2\n Name : a:1\n", {1, 2, "", "/dev/md1", "a", 0, 0, -1, 0}, 0},
-        {"mdadm: No md superblock detected on /dev/sda1.\n", {0, 0, "", "", "", 0, 0, -1, 0}, 0},
-        {"UUID : " + std::string(80, 'u') + "\n", {0, 0, "*", "", "", 0, 0, -1, 0}},
+         "0.90 1c6f:9a20 /dev/md1  2 4 2 0"},
+        {"UUID : a\nName : 7\nRaid Level : raid7\nDevice Role : spare", // the last line has no end
+         "0.0 a /dev/md7  4 0 -1 0"},
+        {"UUID : a\nDevice Role : Replacement device 2\nRaid Level : linear\n", "0.0 a   32 0 -2 0"},
+        {" Version : 1.2\n Name : a:1\n", "1.2  /dev/md1 a 0 0 -1 0", 0},
+        {"mdadm: No md superblock detected on /dev/sda1.\n", "0.0    0 0 -1 0", 0},
+        {"UUID : " + std::string(80, 'u') + "\n", "0.0 " + std::string(63, 'u') + "   0 0 -1 0"},
     };
     for (const auto &[text, expected, found] : kCases) {
-        SCOPED_TRACE(text);
         RaidSuperblock got;
-        ASSERT_EQ(raid_superblock_parse(stream_of(text).get(), &got), found);
-        EXPECT_EQ(shown(got), shown(expected));
+        ASSERT_EQ(raid_superblock_parse(stream_of(text).get(), &got), found) << text;
+        EXPECT_EQ(shown(got), expected) << text;
     }
 }
 
 TEST(RaidSuperblock, RefusesWhatMustNotLookLikeThat)
 {
     static constexpr const char *kCases[][2] = {
-        {"UUID : a\nVersion : 1\n", "7 raid_superblock_get.cpp:# bad version format: '1'.\n"},
-        {"UUID : a\nName : host:data\n", "7 raid_superblock_get.cpp:# Failed to parse 'data'\n"},
-        {"UUID : a\nPreferred Minor : none\n", "7 raid_superblock_get.cpp:# Failed to parse 'none'\n"},
-        {"UUID : a\nName : 99999999999\n", "7 raid_superblock_get.cpp:# Failed to parse '99999999999'\n"},
+        {"UUID : a\nVersion : 1\n", "bad version format: '1'.\n"},
+        {"UUID : a\nName : host:data\n", "Failed to parse 'data'\n"},
+        {"UUID : a\nPreferred Minor : none\n", "Failed to parse 'none'\n"},
+        {"UUID : a\nName : 99999999999\n", "Failed to parse '99999999999'\n"},
     };
-    for (const auto &[text, line] : kCases) {
-        LogCapture log;
+    for (const auto &[text, end] : kCases) {
+        const LogCapture log;
         RaidSuperblock superblock;
         EXPECT_EQ(raid_superblock_parse(stream_of(text).get(), &superblock), -1) << text;
-        const size_t at = log.text.find(".cpp:");
-        ASSERT_NE(at, std::string::npos) << text;
-        log.text.replace(at + 5, log.text.find(' ', at) - at - 5, "#");
-        EXPECT_EQ(log.text, line);
+        EXPECT_TRUE(log.text.starts_with("7 raid_superblock_get.cpp:") && log.text.ends_with(end)) << log.text;
     }
-}
-
-TEST(RaidSuperblock, ReadOfWhatCannotBeRead)
-{
-    RaidSuperblock superblock;
-    EXPECT_EQ(outcome(raid_superblock_get, nullptr, &superblock), (Outcome{-1, kErrBadParameter}));
-    for (const char *path : {"/dev/sda", "/dev/md", "/dev/md-1", "/dev/md2p1", "/dev/md99999999999"}) {
+    for (const char *path : {"/dev/sda", "/dev/md", "/dev/md2p1", "/dev/md99999999999"}) {
         RaidInfo info = {};
-        info.number = 5;
         EXPECT_EQ(outcome(raid_info_get, path, &info), (Outcome{-1, 0xbe00})) << path;
-        EXPECT_EQ(info.number, 0);
     }
 }
 
 TEST(RaidMember, StateOfItsWords)
 {
-    static constexpr struct {
-        const char *words;
-        int state;
-    } kCases[] = {
-        {"in_sync", 1},
-        {"faulty,in_sync", 2},
-        {"in_sync,write_mostly", 1},
-        {"blocked, error ,in_sync", 4},
-        {"spare", 8},
-        {"spare,in_sync", 1},
-        {"", 1},
-        {"write_error", 1},
-        {"in_sync,error,", 4},
+    static constexpr std::pair<const char *, int> kCases[] = {
+        {"faulty,in_sync", 2}, {"in_sync,write_mostly", 1}, {"blocked, error ,in_sync", 4},
+        {"spare", 8},          {"spare,in_sync", 1},        {"", 1},
+        {"write_error", 1},    {"in_sync,error,", 4},
     };
     for (const auto &[words, state] : kCases)
         EXPECT_EQ(raid_disk_state_parse(words), state) << words;
@@ -115,10 +88,6 @@ TEST(Lvm, PathOfTheLastLineThatHoldsTheDevice)
         {"  /dev/md2:vg1:a:\n  /dev/md2:vg1:b:a\n", 0, "/dev/vg1/b"},
         {"  /dev/md20:vg9:c:", 0, "/dev/vg9/c"},
         {"  /dev/md2:vg1::\n", 0, "/dev/vg1/"}, // a group without a volume
-        {"  /dev/md3:vg2:volume_2:\n", -1, ""},
-        {"", -1, ""},
-        {"/dev/md2\n", -1, ""},
-        {"/dev/md2:vg1\n", -1, ""},
         {"/dev/md2:vg1:lv\n", -1, ""},
         {"/dev/md2:0123456789:0123456789:", -1, ""}, // does not fit
     };

@@ -9,6 +9,14 @@ inline const std::string kHandHeader = std::string("NORVESSA_ROOT_BLOCK") + std:
                                        std::string("\0\0\0\3"
                                                    "\0\0\0\0\0\4\0\0",
                                                    12);
+// A disk of so many bytes with such a header and a fresh body.
+inline std::string root_block_disk(char capability, size_t bytes = 2 << 20)
+{
+    std::string disk(bytes, '\0');
+    disk.replace(kRootBlockHeaderAt, kHandHeader.size(), kHandHeader);
+    disk[kRootBlockBodyAt + 103] = capability;
+    return disk;
+}
 inline const std::string kHandBody("\x01\x02\x03\x04"                 // version
                                    "\0\0\0\1"                         // RAID
                                    "\x11\x12\x13\x14\x15\x16\x17\x18" // sizes: root, swap, gap
