@@ -66,7 +66,8 @@ struct Tracee {
 
 struct Tracing {
     const Point &point;
-    std::string tree; // as the kernel tells paths, its own links resolved
+    std::string_view only; // a part of the text of the calls to sweep
+    std::string tree;      // as the kernel tells paths, its own links resolved
     size_t most_calls;
     SweepRun run = {};
     std::vector<Tracee> tracees = {};
@@ -146,12 +147,13 @@ void call_begin(Tracing &tracing, Tracee &tracee, const __ptrace_syscall_info &i
 
     const Point &point = tracing.point;
     const SystemCallRule rule = system_call_rule(static_cast<long>(info.entry.nr));
-    const bool swept = rule.failure == CallFailure::kPlain || rule.failure == CallFailure::kDone;
+    const std::string text = system_call_text(tracee.pid, rule, arguments, tracing.tree);
+    const bool can_fail = rule.failure == CallFailure::kPlain || rule.failure == CallFailure::kDone;
+    const bool swept = can_fail && text.find(tracing.only) != std::string::npos;
     const bool here = swept && tracee.number == point.process && tracee.swept_calls == point.call;
     tracee.swept_calls += swept ? 1 : 0;
     tracee.open_call = static_cast<int>(tracing.run.calls.size());
-    tracing.run.calls.push_back(
-        {tracee.number, system_call_text(tracee.pid, rule, arguments, tracing.tree), 0, swept, false});
+    tracing.run.calls.push_back({tracee.number, text, 0, swept, false});
 
     if (rule.failure == CallFailure::kSleeps)
         call_force(tracee, 0, false);
@@ -352,7 +354,7 @@ std::string run_once(const SweepRow &row, const Point &point, size_t most_calls,
     const std::string tree = std::filesystem::canonical(folder).string();
     tree_make(row.tree, tree);
     const UniqueFd output(memfd_create("output", MFD_CLOEXEC));
-    Tracing tracing = {.point = point, .tree = tree, .most_calls = most_calls};
+    Tracing tracing = {.point = point, .only = row.only, .tree = tree, .most_calls = most_calls};
     SweepRun &run = tracing.run;
     run.tree = tree;
     run.fault = point.fault;

@@ -65,6 +65,7 @@ struct SweepRow {
     std::function<bool(const std::string &tree)> prepare = {};
 
     std::vector<SweepFile> tree = {};
+    std::string only = {}; // just the calls whose text has this are swept
     // Returns "" when the run was right, else what is wrong. Also asked about the clean run.
     std::function<std::string(const SweepRun &run)> check = {};
 
