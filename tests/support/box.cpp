@@ -17,11 +17,7 @@ constexpr const char *kNorvPath = "/usr/libexec/norv/norv";
 constexpr const char *kProgramFolder = "/usr/sbin/";
 constexpr const char *kCgiFolder = "/usr/lib/norv/cgi-bin/";
 
-struct Folder {
-    const char *path;
-    mode_t mode;
-};
-constexpr Folder kFolders[] = {
+constexpr std::pair<const char *, mode_t> kFolders[] = {
     {"/bin", 0755},
     {"/sbin", 0755},
     {"/usr/bin", 0755},
@@ -43,11 +39,7 @@ constexpr Folder kFolders[] = {
     {BOX_VOLUMES, 0755},
 };
 
-struct Link {
-    const char *path;
-    const char *target;
-};
-constexpr Link kLinks[] = {
+constexpr const char *kLinks[][2] = {
     {"/dev/log", BOX_LOG},
     {"/dev/fd", "/proc/self/fd"},
     {"/dev/stdin", "/proc/self/fd/0"},
@@ -71,11 +63,7 @@ constexpr Link kLinks[] = {
 constexpr const char *kDevices[] = {"/dev/null", "/dev/zero", "/dev/random", "/dev/urandom", "/dev/tty"};
 constexpr const char *kLibraries[] = {"/lib64", "/lib/x86_64-linux-gnu", "/usr/lib64", "/usr/lib/x86_64-linux-gnu"};
 
-struct SmallFile {
-    const char *path;
-    const char *content;
-};
-constexpr SmallFile kSmallFiles[] = {
+constexpr const char *kSmallFiles[][2] = {
     {"/etc/passwd", "root:x:0:0:root:/root:/bin/sh\n"},
     {"/etc/group", "root:x:0:\n"},
     {"/etc/ld.so.preload", BOX_PRELOAD "\n"},
@@ -105,40 +93,42 @@ bool Box::begin(std::string *refusal)
     if (!init.begin(refusal))
         return false;
     files = std::make_unique<BoxFiles>(init.take_root());
-    for (const Folder &folder : kFolders)
-        files->directory(folder.path, folder.mode);
-    for (const SmallFile &file : kSmallFiles)
-        files->write(file.path, file.content, 0644);
-    for (const Link &link : kLinks)
-        files->symlink(link.path, link.target);
+    for (const auto &[path, mode] : kFolders)
+        files->directory(path, mode);
+    for (const auto &[path, content] : kSmallFiles)
+        files->write(path, content, 0644);
+    for (const auto &[path, target] : kLinks)
+        files->symlink(path, target);
     for (const std::string &role : role_names())
         files->symlink(role_path(role), kNorvPath);
     files->copy(SANDBOX_PRELOAD, BOX_PRELOAD, 0755);
     files->copy(SANDBOX_STANDIN, BOX_STANDIN, 0755);
-    files->copy("/bin/sh", BOX_HOST "/bin/sh", 0755);
-    if (!init.mount_proc() || !host_bind() || !init.enter())
+    if (!init.enter(host_binds()))
         return BoxInit::refused("mounts", refusal);
     server = std::make_unique<BoxServer>(*files, init.reports());
     server->host_program("/bin/sh");
     return true;
 }
 
-bool Box::host_bind()
+std::vector<std::string> Box::host_binds() const
 {
+    std::vector<std::string> binds;
+    const auto bind = [&](const std::string &host_path, const std::string &path, const char *access) {
+        binds.insert(binds.end(), {host_path, "." + path, access});
+    };
     for (const char *device : kDevices) {
         if (access(device, F_OK) != 0)
             continue; // a container may have no terminal
         files->write(device, "", 0666);
-        if (!init.bind(device, device, true))
-            return false;
+        bind(device, device, "rw");
     }
     for (const char *library : kLibraries) {
         if (access(library, F_OK) != 0)
             continue;
         files->directory(library, 0755);
-        if (!init.bind(library, library, false))
-            return false;
+        bind(library, library, "ro");
     }
     files->write(kNorvPath, "", 0755);
-    return init.bind(SANDBOX_NORV, kNorvPath, false);
+    bind(SANDBOX_NORV, kNorvPath, "ro");
+    return binds;
 }

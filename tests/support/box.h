@@ -41,7 +41,8 @@ class Box
     void sanitizer_reports() const; // fail the test
 
   private:
-    [[nodiscard]] bool host_bind(); // what of the host shows inside
+    // What of the host shows inside, as BoxInit::enter takes it; makes the places.
+    [[nodiscard]] std::vector<std::string> host_binds() const;
     [[nodiscard]] std::vector<std::string> locked_files(pid_t pid) const;
 };
 

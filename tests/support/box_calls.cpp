@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "tests/support/box_server.h"
+#include "tests/support/box.h"
 #include "tests/support/box_talk.h"
 #include "tests/support/box_text.h"
 
@@ -25,27 +25,35 @@ constexpr CallForm kCalls[] = {
 // Calls that go on to the kernel when no row answers them; the others of their kind would reach the whole machine.
 constexpr bool is_harmless(std::uint32_t call)
 {
-    return call == BOX_sethostname || (call >= BOX_sleep && call <= BOX_alarm) || call >= BOX_FIRST_WATCHED;
+    return call == BOX_sethostname || (call >= BOX_sleep && call <= BOX_poll) || call >= BOX_FIRST_WATCHED;
 }
 
 } // namespace
 
-void BoxServer::call(CallRow row)
+void Sandbox::call(CallRow row)
 {
-    const std::lock_guard lock(lock_);
+    BoxServer &server = *box_->server;
+    const std::lock_guard lock(server.lock_);
     for (std::uint32_t i = 0; i < BOX_CALL_COUNT; i++) {
         if (row.call != kCalls[i].name)
             continue;
-        std::erase_if(call_rows_, [&](const CallState &state) { // a row for true calls ends others of these arguments
-            const bool is_true = row.real || (state.row.real && state.row.times == 0);
-            return is_true && state.row.call == row.call && state.row.args == row.args;
+        std::erase_if(server.call_rows_, [&](const Counted<CallRow> &known) { // true calls end what was said of them
+            const bool is_true = row.real || (known.row.real && known.row.times == 0);
+            return is_true && known.row.call == row.call && known.row.args == row.args;
         });
-        call_rows_.push_back({.row = std::move(row)});
-        shared_.watched |= std::uint64_t{1} << i;
-        shared_write();
+        server.call_rows_.push_back({.row = std::move(row)});
+        server.shared_.watched |= std::uint64_t{1} << i;
+        server.shared_write();
         return;
     }
     ADD_FAILURE() << "sandbox: no call named " << row.call;
+}
+
+void Sandbox::compress_sleeps(int factor)
+{
+    const std::lock_guard lock(box_->server->lock_);
+    box_->server->shared_.sleep_factor = static_cast<std::uint32_t>(factor);
+    box_->server->shared_write();
 }
 
 // In place: programs have it mapped.
@@ -56,16 +64,9 @@ void BoxServer::shared_write()
         ADD_FAILURE() << "sandbox: cannot write " BOX_SHARED;
 }
 
-void BoxServer::compress_sleeps(int factor)
-{
-    const std::lock_guard lock(lock_);
-    shared_.sleep_factor = static_cast<std::uint32_t>(factor);
-    shared_write();
-}
-
 const CallRow *BoxServer::call_row(const std::string &name, const std::string &args)
 {
-    for (CallState &state : call_rows_) {
+    for (Counted<CallRow> &state : call_rows_) {
         if (state.row.call != name || !pattern_matches(state.row.args, args))
             continue;
         state.seen++;
@@ -99,7 +100,7 @@ std::string BoxServer::args_shown(const Question &question) const
             snprintf(shown, sizeof(shown), "0x%lx", static_cast<unsigned long>(*number++));
             break;
         default:
-            snprintf(shown, sizeof(shown), *form == 'T' ? "%ld.%06ld" : "%ld.%09ld", number[0], number[1]);
+            snprintf(shown, sizeof(shown), "%ld.%06ld", number[0], number[1]);
             number += 2;
         }
         words.emplace_back(shown);

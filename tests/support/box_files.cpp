@@ -4,8 +4,10 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <linux/openat2.h>
+#include <sstream>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -36,23 +38,24 @@ bool descriptor_write(int fd, std::string_view content)
     return true;
 }
 
-FileMark mark(int folder, const char *name, const struct stat &status)
+// What tells whether a file has changed: of small files and symbolic links the content is a part.
+std::string mark(int folder, const char *name, const struct stat &status)
 {
-    FileMark mark{.mode = status.st_mode, .user = status.st_uid, .group = status.st_gid};
+    std::ostringstream mark;
+    mark << status.st_mode << " " << status.st_uid << " " << status.st_gid;
     if (S_ISDIR(status.st_mode))
-        return mark;
-    mark.inode = status.st_ino;
-    mark.size = status.st_size;
-    mark.changed_ns = status.st_mtim.tv_sec * 1000000000LL + status.st_mtim.tv_nsec;
+        return mark.str();
+    mark << " " << status.st_ino << " " << status.st_size << " " << status.st_mtim.tv_sec << "."
+         << status.st_mtim.tv_nsec << "\n";
     char target[4096];
     if (S_ISLNK(status.st_mode)) {
         const ssize_t length = readlinkat(folder, name, target, sizeof(target));
-        mark.content.assign(target, static_cast<size_t>(std::max<ssize_t>(length, 0)));
+        mark.write(target, std::max<ssize_t>(length, 0));
     } else if (S_ISREG(status.st_mode) && status.st_size <= kSmallBytes) {
         const UniqueFd fd(openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-        mark.content = fd ? descriptor_read(fd.get()) : "";
+        mark << (fd ? descriptor_read(fd.get()) : "");
     }
-    return mark;
+    return mark.str();
 }
 
 std::vector<std::string> names(int folder_fd)
@@ -66,25 +69,20 @@ std::vector<std::string> names(int folder_fd)
     return names;
 }
 
-bool starts_with(const std::string &text, std::string_view start)
-{
-    return text.compare(0, start.size(), start) == 0;
-}
-
 // What stands in every box: its own folder but for the volumes, and the numbered links of programs.
 bool brought(const std::string &path)
 {
     constexpr std::string_view kProc = "/proc/";
-    if (starts_with(path, BOX_DIR "/"))
-        return !starts_with(path, BOX_VOLUMES);
-    return starts_with(path, kProc) && path.find_first_not_of("0123456789", kProc.size()) == path.npos;
+    if (path.starts_with(BOX_DIR "/"))
+        return !path.starts_with(BOX_VOLUMES);
+    return path.starts_with(kProc) && path.find_first_not_of("0123456789", kProc.size()) == path.npos;
 }
 
 // A folder that stands for a volume is no work of a program, but what is in it may be.
 bool is_volume(const std::string &path)
 {
     constexpr std::string_view kVolumes = BOX_VOLUMES "/";
-    return starts_with(path, kVolumes) && path.find('/', kVolumes.size()) == path.npos;
+    return path.starts_with(kVolumes) && path.find('/', kVolumes.size()) == path.npos;
 }
 
 void tree_add(int folder, const std::string &path, dev_t device, FileTree *tree)
@@ -105,37 +103,19 @@ void tree_add(int folder, const std::string &path, dev_t device, FileTree *tree)
     }
 }
 
-bool remove_below(int folder, const char *name)
-{
-    if (unlinkat(folder, name, 0) == 0 || errno == ENOENT)
-        return true;
-    const UniqueFd below(openat(folder, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-    if (!below)
-        return false;
-    for (const std::string &next : names(openat(below.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)))
-        if (!remove_below(below.get(), next.c_str()))
-            return false;
-    return unlinkat(folder, name, AT_REMOVEDIR) == 0;
-}
-
 } // namespace
 
 std::vector<std::string> tree_changes(const FileTree &before, const FileTree &after)
 {
+    FileTree all = before;
+    all.insert(after.begin(), after.end());
     std::vector<std::string> changes;
-    auto old = before.begin();
-    auto now = after.begin();
-    while (old != before.end() || now != after.end()) {
-        if (now == after.end() || (old != before.end() && old->first < now->first)) {
-            changes.push_back("-" + (old++)->first);
-        } else if (old == before.end() || now->first < old->first) {
-            changes.push_back("+" + (now++)->first);
-        } else {
-            if (!(old->second == now->second))
-                changes.push_back("~" + now->first);
-            old++;
-            now++;
-        }
+    for (const auto &[path, mark] : all) {
+        const auto old = before.find(path), now = after.find(path);
+        if (now == after.end() || old == before.end())
+            changes.push_back((now == after.end() ? "-" : "+") + path);
+        else if (old->second != now->second)
+            changes.push_back("~" + path);
     }
     return changes;
 }
@@ -266,8 +246,12 @@ void BoxFiles::remove(std::string_view path) const
 {
     std::string name;
     const UniqueFd folder = parent(path, &name);
-    if (folder && !remove_below(folder.get(), name.c_str()))
+    std::error_code error;
+    std::filesystem::remove_all("/proc/self/fd/" + std::to_string(folder.get()) + "/" + name, error);
+    if (error) {
+        errno = error.value();
         complain("cannot remove", path);
+    }
 }
 
 bool BoxFiles::stat(std::string_view path, struct stat *status) const

@@ -10,18 +10,7 @@
 
 #include "autocleanup/unique.h"
 
-// What tells whether a file has changed.
-struct FileMark {
-    mode_t mode = 0;
-    uid_t user = 0;
-    gid_t group = 0;
-    ino_t inode = 0;             // of directories 0
-    std::int64_t size = 0;       // of directories 0
-    std::int64_t changed_ns = 0; // of directories 0
-    std::string content{};       // of small files and symbolic links
-    bool operator==(const FileMark &) const = default;
-};
-using FileTree = std::map<std::string, FileMark>; // by path
+using FileTree = std::map<std::string, std::string>; // by path: what tells whether a file has changed
 
 // "+/new" "-/gone" "~/changed", sorted by path
 [[nodiscard]] std::vector<std::string> tree_changes(const FileTree &before, const FileTree &after);

@@ -176,19 +176,11 @@ BoxInit::Answer BoxInit::command(const std::vector<std::string> &words, const in
     return answer_receive();
 }
 
-bool BoxInit::bind(const std::string &host_path, const std::string &target, bool writable)
+bool BoxInit::enter(const std::vector<std::string> &binds)
 {
-    return command({"bind", host_path, "." + target, writable ? "rw" : "ro"}).number >= 0;
-}
-
-bool BoxInit::mount_proc()
-{
-    return command({"proc"}).number >= 0;
-}
-
-bool BoxInit::enter()
-{
-    return command({"enter"}).number >= 0;
+    std::vector<std::string> words{"enter"};
+    words.insert(words.end(), binds.begin(), binds.end());
+    return command(words).number >= 0;
 }
 
 pid_t BoxInit::start(const StartRequest &request)

@@ -34,10 +34,9 @@ class BoxInit
     [[nodiscard]] int take_root() { return root_.release(); }
     [[nodiscard]] int reports() const { return reports_.get(); } // one packet "ended PID STATUS" per process
 
-    // Only before enter(). `target` as the box names it; false with errno.
-    [[nodiscard]] bool bind(const std::string &host_path, const std::string &target, bool writable);
-    [[nodiscard]] bool mount_proc();
-    [[nodiscard]] bool enter();
+    // Makes the folder that take_root() tells the root of all to come. Of the host there is what `binds` names, three
+    // words each: its path, where it shows below ".", and "ro" or "rw". False with errno.
+    [[nodiscard]] bool enter(const std::vector<std::string> &binds);
 
     // A pid as the box counts, or -1 with errno.
     [[nodiscard]] pid_t start(const StartRequest &request);

@@ -3,33 +3,55 @@
 #include <csignal>
 #include <unistd.h>
 
-#include "tests/support/box_server.h"
+#include "tests/support/box.h"
 #include "tests/support/box_talk.h"
 #include "tests/support/box_text.h"
 
-void BoxServer::program(const std::string &path, std::vector<ProgramRow> rows)
+void Sandbox::program(std::string_view path, std::vector<ProgramRow> rows)
 {
-    files_.link(path, BOX_STANDIN);
-    const std::lock_guard lock(lock_);
-    Program &program = programs_[path];
+    box_->files->link(path, BOX_STANDIN);
+    BoxServer &server = *box_->server;
+    const std::lock_guard lock(server.lock_);
+    BoxServer::Program &program = server.programs_[std::string(path)];
     program.is_host = false;
-    for (ProgramRow &row : rows) {
-        program.rows.push_back(std::move(row));
-        program.used.push_back(0);
-    }
+    for (ProgramRow &row : rows)
+        program.rows.push_back({.row = std::move(row)});
+}
+
+void Sandbox::program_answer(std::function<std::optional<ProgramRow>(const ProgramCall &)> answer)
+{
+    const std::lock_guard lock(box_->server->lock_);
+    box_->server->program_answer_ = std::move(answer);
+}
+
+std::vector<ProgramCall> Sandbox::calls(std::string_view path) const
+{
+    const std::lock_guard lock(box_->server->lock_);
+    std::vector<ProgramCall> calls = box_->server->calls_;
+    std::erase_if(calls, [&](const ProgramCall &call) { return !pattern_matches(path, call.path); });
+    return calls;
+}
+
+std::string Sandbox::programs_called() const
+{
+    std::string lines;
+    for (const ProgramCall &call : calls())
+        lines += call.path + (call.args.empty() ? "" : " ") + words_shown(call.args) + "\n";
+    return lines;
+}
+
+std::string Sandbox::unexpected_calls() const
+{
+    const std::lock_guard lock(box_->server->lock_);
+    return box_->server->unexpected_;
 }
 
 void BoxServer::host_program(const std::string &path)
 {
+    files_.copy(path, BOX_HOST + path, 0755);
     files_.link(path, BOX_STANDIN);
     const std::lock_guard lock(lock_);
     programs_[path].is_host = true;
-}
-
-void BoxServer::program_answer(std::function<std::optional<ProgramRow>(const ProgramCall &)> answer)
-{
-    const std::lock_guard lock(lock_);
-    program_answer_ = std::move(answer);
 }
 
 void BoxServer::answer_program(const Question &question)
@@ -59,18 +81,16 @@ void BoxServer::answer_program(const Question &question)
     Program &program = programs_[call.path];
     if (program.is_host)
         return talk_say(question.fd, BOX_EXEC, 0, 0, BOX_HOST + call.path);
+    const auto found = std::find_if(program.rows.begin(), program.rows.end(), [&](const Counted<ProgramRow> &known) {
+        return pattern_matches(known.row.args, args) && (known.row.times == 0 || known.seen < known.row.times);
+    });
     ProgramRow row;
-    bool found = false;
-    for (size_t i = 0; i < program.rows.size() && !found; i++) {
-        found = pattern_matches(program.rows[i].args, args) &&
-                (program.rows[i].times == 0 || program.used[i] < program.rows[i].times);
-        if (found) {
-            row = program.rows[i];
-            program.used[i]++;
-        }
-    }
-    if (!found && !program.rows.empty())
+    if (found != program.rows.end()) {
+        row = found->row;
+        found->seen++;
+    } else if (!program.rows.empty()) {
         unexpected_ += line + "\n";
+    }
     if (row.reads_input) {
         const size_t place = calls_.size() - 1;
         waiting_for_input_[place] = std::move(row);

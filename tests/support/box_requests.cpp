@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/support/box_server.h"
+#include "tests/support/box.h"
 #include "tests/support/box_talk.h"
 #include "tests/support/box_text.h"
 
@@ -77,15 +77,15 @@ bool disk_answer(unsigned long request, const struct stat &status, std::string *
 
 } // namespace
 
-void BoxServer::request(RequestRow row)
+void Sandbox::request(RequestRow row)
 {
-    const std::lock_guard lock(lock_);
-    request_rows_.push_back({.row = std::move(row)});
+    const std::lock_guard lock(box_->server->lock_);
+    box_->server->request_rows_.push_back({.row = std::move(row)});
 }
 
 const RequestRow *BoxServer::request_row(const std::string &device, unsigned long request)
 {
-    for (RequestState &state : request_rows_) {
+    for (Counted<RequestRow> &state : request_rows_) {
         if (state.row.request != request || !pattern_matches(state.row.device, device))
             continue;
         state.seen++;
@@ -164,9 +164,18 @@ void BoxServer::board_settle()
         static_cast<void>(!write(board_pipe_.get(), &byte, 1));
 }
 
-void BoxServer::board(const std::function<void(struct board &)> &change)
+void Sandbox::board(const std::function<void(struct board &)> &change)
 {
-    const std::lock_guard lock(lock_);
-    change(*board_);
-    board_settle();
+    const std::lock_guard lock(box_->server->lock_);
+    change(*box_->server->board_);
+    box_->server->board_settle();
+}
+
+void Sandbox::board_scenario(std::string_view text)
+{
+    board([&](struct board &board) {
+        char error[256];
+        if (board_scenario_load(&board, time(nullptr), text.data(), text.size(), error, sizeof(error)) != 0)
+            ADD_FAILURE() << "sandbox: board scenario, " << error;
+    });
 }

@@ -1,4 +1,4 @@
-#include "tests/support/box_server.h"
+#include "tests/support/box.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -146,11 +146,6 @@ void BoxServer::question_take()
             return;
     }
     log_take(); // what the program said before it asked
-    question_answer(question);
-}
-
-void BoxServer::question_answer(const Question &question)
-{
     switch (question.ask.call) {
     case BOX_program:
         return answer_program(question);
@@ -220,25 +215,14 @@ std::vector<LogLine> BoxServer::log(size_t from) const
     return {log_.begin() + static_cast<std::ptrdiff_t>(from), log_.end()};
 }
 
-std::vector<ProgramCall> BoxServer::calls() const
+bool Sandbox::wait_for(std::string_view pattern, double seconds) const
 {
-    const std::lock_guard lock(lock_);
-    return calls_;
-}
-
-std::string BoxServer::unexpected_calls() const
-{
-    const std::lock_guard lock(lock_);
-    return unexpected_;
-}
-
-bool BoxServer::wait_for_line(std::string_view pattern, double seconds) const
-{
-    std::unique_lock lock(lock_);
+    const BoxServer &server = *box_->server;
+    std::unique_lock lock(server.lock_);
     size_t seen = 0;
-    return changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] {
-        while (seen < record_.lines.size())
-            if (pattern_matches(pattern, record_.lines[seen++]))
+    return server.changed_.wait_for(lock, std::chrono::duration<double>(seconds), [&] {
+        while (seen < server.record_.lines.size())
+            if (pattern_matches(pattern, server.record_.lines[seen++]))
                 return true;
         return false;
     });

@@ -20,6 +20,12 @@
 #include "tests/support/sandbox.h"
 #include "tests/support/wire.h"
 
+// A row of a table, and how many calls have come to it.
+template <typename Row> struct Counted {
+    Row row{};
+    int seen = 0;
+};
+
 class BoxServer
 {
   public:
@@ -29,14 +35,7 @@ class BoxServer
     BoxServer &operator=(const BoxServer &) = delete;
     ~BoxServer();
 
-    // The tables.
-    void program(const std::string &path, std::vector<ProgramRow> rows);
-    void host_program(const std::string &path); // its file stands below BOX_HOST
-    void program_answer(std::function<std::optional<ProgramRow>(const ProgramCall &)> answer);
-    void call(CallRow row);
-    void request(RequestRow row);
-    void compress_sleeps(int factor);
-    void board(const std::function<void(struct board &)> &change);
+    void host_program(const std::string &path);
     std::string volume(const std::string &source);
 
     // What happened, from a position on.
@@ -44,16 +43,13 @@ class BoxServer
     [[nodiscard]] Record record(size_t from = 0) const;
     [[nodiscard]] size_t log_size() const;
     [[nodiscard]] std::vector<LogLine> log(size_t from = 0) const;
-    [[nodiscard]] std::vector<ProgramCall> calls() const;
-    [[nodiscard]] std::string unexpected_calls() const;
-    [[nodiscard]] bool wait_for_line(std::string_view pattern, double seconds) const;
     [[nodiscard]] bool wait_for_end(pid_t pid, double seconds, int *status) const;
 
   private:
+    friend class Sandbox; // its tables are filled by the test, and are walked here
     struct Program {
-        std::vector<ProgramRow> rows{};
-        std::vector<int> used{}; // calls that each row has answered
-        bool is_host = false;
+        std::vector<Counted<ProgramRow>> rows{};
+        bool is_host = false; // its file stands below BOX_HOST
     };
     struct Question {
         int fd = -1; // the talk
@@ -65,7 +61,6 @@ class BoxServer
     void log_take();
     bool report_take(); // false at the end of the box
     void question_take();
-    void question_answer(const Question &question);
 
     void answer_program(const Question &question);
     void answer_input(const Question &question);
@@ -102,16 +97,8 @@ class BoxServer
     std::map<std::string, Program> programs_{};
     std::function<std::optional<ProgramRow>(const ProgramCall &)> program_answer_{};
     std::map<size_t, ProgramRow> waiting_for_input_{}; // by place of the call
-    struct CallState {
-        CallRow row{};
-        int seen = 0;
-    };
-    struct RequestState {
-        RequestRow row{};
-        int seen = 0;
-    };
-    std::vector<CallState> call_rows_{};
-    std::vector<RequestState> request_rows_{};
+    std::vector<Counted<CallRow>> call_rows_{};
+    std::vector<Counted<RequestRow>> request_rows_{};
     box_shared shared_{.watched = 0, .sleep_factor = 1};
     std::unique_ptr<struct board> board_ = std::make_unique<struct board>();
     std::uint64_t board_told_ = 0; // lines of its transcript in the record

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <sstream>
 #include <thread>
 #include <unistd.h>
 
@@ -23,17 +24,10 @@ constexpr int kGraceMs = 250;
 std::vector<std::vector<std::string>> table(const std::string &text)
 {
     std::vector<std::vector<std::string>> rows;
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = std::min(text.find('\n', at), text.size());
-        std::vector<std::string> words(1);
-        for (; at < end; at++) {
-            if (text[at] != ' ' && text[at] != '\t')
-                words.back() += text[at];
-            else if (!words.back().empty())
-                words.emplace_back();
-        }
-        rows.push_back(std::move(words));
-        at = end + 1;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        rows.emplace_back(std::istream_iterator<std::string>(words), std::istream_iterator<std::string>());
     }
     return rows;
 }

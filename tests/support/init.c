@@ -106,7 +106,7 @@ static int command_receive(struct command *command)
     return 1;
 }
 
-/* "bind" source target access: a place of the host inside, "ro" or "rw". Only before "enter". */
+/* A place of the host inside: its path, where, "ro" or "rw". */
 static long host_bind(struct command *command)
 {
     const char *source = word(command);
@@ -117,9 +117,15 @@ static long host_bind(struct command *command)
     return strcmp(word(command), "rw") == 0 ? 0 : mount_setattr(AT_FDCWD, target, 0, &attributes, sizeof(attributes));
 }
 
-/* "enter": the folder we stand in becomes the root, and the host's root is gone. */
-static long root_enter(void)
+/* "enter" and three words for each host_bind: the folder we stand in becomes the root, and the host's root is gone. */
+static long root_enter(struct command *command)
 {
+    const unsigned long flags = MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC;
+    if (mount("proc", "." BOX_PROC, "proc", flags, NULL) != 0)
+        return -1;
+    while (command->next < command->count)
+        if (host_bind(command) != 0)
+            return -1;
     if (syscall(SYS_pivot_root, ".", ".") != 0 || umount2(".", MNT_DETACH) != 0)
         return -1;
     return chdir("/");
@@ -182,31 +188,24 @@ static long program_start(struct command *command)
 static void command_do(struct command *command)
 {
     const char *name = word(command);
-    if (strcmp(name, "bind") == 0) {
-        answer(command->words[1], host_bind(command), -1);
-    } else if (strcmp(name, "proc") == 0) {
-        const unsigned long flags = MS_RDONLY | MS_NOSUID | MS_NODEV | MS_NOEXEC;
-        answer("mount /proc", mount("proc", "." BOX_PROC, "proc", flags, NULL), -1);
-    } else if (strcmp(name, "enter") == 0) {
-        answer("pivot_root", root_enter(), -1);
+    long result = -1;
+    int descriptor = -1;
+    errno = EINVAL;
+    if (strcmp(name, "enter") == 0) {
+        result = root_enter(command);
     } else if (strcmp(name, "start") == 0) {
-        answer("start", program_start(command), -1);
+        result = program_start(command);
     } else if (strcmp(name, "signal") == 0) {
         const pid_t pid = (pid_t)number(command);
-        answer("kill", kill(pid, (int)number(command)), -1);
+        result = kill(pid, (int)number(command));
     } else if (strcmp(name, "open") == 0) {
-        const int descriptor = open(word(command), O_RDONLY | O_CLOEXEC);
-        answer("open", descriptor, descriptor);
-        close(descriptor);
+        result = descriptor = open(word(command), O_RDONLY | O_CLOEXEC);
     } else if (strcmp(name, "socket") == 0) {
         const int domain = (int)number(command), type = (int)number(command), protocol = (int)number(command);
-        const int descriptor = socket(domain, type | SOCK_CLOEXEC, protocol);
-        answer("socket", descriptor, descriptor);
-        close(descriptor);
-    } else {
-        errno = EINVAL;
-        answer(name, -1, -1);
+        result = descriptor = socket(domain, type | SOCK_CLOEXEC, protocol);
     }
+    answer(name, result, descriptor);
+    close(descriptor);
 }
 
 static void ended_report(void)

@@ -83,16 +83,6 @@ std::vector<std::string> Sandbox::list(std::string_view directory) const
     return box_->files->list(directory);
 }
 
-void Sandbox::program(std::string_view path, std::vector<ProgramRow> rows)
-{
-    box_->server->program(std::string(path), std::move(rows));
-}
-
-void Sandbox::program_answer(std::function<std::optional<ProgramRow>(const ProgramCall &)> answer)
-{
-    box_->server->program_answer(std::move(answer));
-}
-
 std::string Sandbox::outside(std::string_view path) const
 {
     return box_->files->outside(path);
@@ -100,7 +90,6 @@ std::string Sandbox::outside(std::string_view path) const
 
 void Sandbox::host_program(std::string_view path)
 {
-    box_->files->copy(std::string(path), BOX_HOST + std::string(path), 0755);
     box_->server->host_program(std::string(path));
 }
 
@@ -109,58 +98,9 @@ void Sandbox::host_file(std::string_view path, const std::string &host_path, mod
     box_->files->copy(host_path, path, mode);
 }
 
-std::vector<ProgramCall> Sandbox::calls(std::string_view path) const
-{
-    std::vector<ProgramCall> calls = box_->server->calls();
-    std::erase_if(calls, [&](const ProgramCall &call) { return !pattern_matches(path, call.path); });
-    return calls;
-}
-
-std::string Sandbox::programs_called() const
-{
-    std::string lines;
-    for (const ProgramCall &call : box_->server->calls())
-        lines += call.path + (call.args.empty() ? "" : " ") + words_shown(call.args) + "\n";
-    return lines;
-}
-
-std::string Sandbox::unexpected_calls() const
-{
-    return box_->server->unexpected_calls();
-}
-
-void Sandbox::call(CallRow row)
-{
-    box_->server->call(std::move(row));
-}
-
-void Sandbox::request(RequestRow row)
-{
-    box_->server->request(std::move(row));
-}
-
-void Sandbox::compress_sleeps(int factor)
-{
-    box_->server->compress_sleeps(factor);
-}
-
 void Sandbox::leaves(std::vector<std::string> patterns)
 {
     box_->leaves.insert(box_->leaves.end(), patterns.begin(), patterns.end());
-}
-
-void Sandbox::board_scenario(std::string_view text)
-{
-    box_->server->board([&](struct board &board) {
-        char error[256];
-        if (board_scenario_load(&board, time(nullptr), text.data(), text.size(), error, sizeof(error)) != 0)
-            ADD_FAILURE() << "sandbox: board scenario, " << error;
-    });
-}
-
-void Sandbox::board(const std::function<void(struct board &)> &change)
-{
-    box_->server->board(change);
 }
 
 void Sandbox::board_remove()
@@ -197,11 +137,6 @@ bool Sandbox::wait_for_end(pid_t pid, double seconds, int *status) const
 Record Sandbox::record() const
 {
     return box_->server->record();
-}
-
-bool Sandbox::wait_for(std::string_view pattern, double seconds) const
-{
-    return box_->server->wait_for_line(pattern, seconds);
 }
 
 int Sandbox::socket(int domain, int type, int protocol) const

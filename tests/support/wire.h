@@ -23,7 +23,7 @@
 
 /*
  * The calls that are told, with the form of their arguments in the record:
- *   s text   d decimal   x hex   o octal   f descriptor, shown as its path   T seconds and microseconds   N nanoseconds
+ *   s text   d decimal   x hex   o octal   f descriptor, shown as its path   T seconds and microseconds
  * What stands behind BOX_FIRST_WATCHED is told only when box_shared.watched has its bit.
  */
 #define BOX_CALLS(X)                                                                                                   \
@@ -33,11 +33,8 @@
     X(ioctl, "fx")                                                                                                     \
     X(sleep, "d")                                                                                                      \
     X(usleep, "d")                                                                                                     \
-    X(nanosleep, "N")                                                                                                  \
-    X(clock_nanosleep, "N")                                                                                            \
     X(select, "T")                                                                                                     \
     X(poll, "d")                                                                                                       \
-    X(alarm, "d")                                                                                                      \
     X(settimeofday, "T")                                                                                               \
     X(sethostname, "s")                                                                                                \
     X(reboot, "x")                                                                                                     \

@@ -18,22 +18,22 @@
 #include "tell.h"
 
 /* The result as the box gives it; without a box the call is refused. */
-static long told_only(struct box_ask ask, const char *first, const char *second)
+static long told_only(struct box_ask ask, const char *text)
 {
     long result;
-    return give(tell(ask, first, second, NULL, &result) == TOLD_RETURN ? result : -EPERM);
+    return give(tell(ask, text, NULL, NULL, &result) == TOLD_RETURN ? result : -EPERM);
 }
 
-WRAPPER int settimeofday(const struct timeval *time, const struct timezone *zone)
-{
-    (void)zone;
-    return (int)told_only(ASK(settimeofday, time->tv_sec, time->tv_usec), NULL, NULL);
-}
-
-WRAPPER int reboot(int command)
-{
-    return (int)told_only(ASK(reboot, (uint32_t)command), NULL, NULL);
-}
+#define TOLD(name, parameters, text, ...)                                                                              \
+    WRAPPER int name parameters                                                                                        \
+    {                                                                                                                  \
+        return (int)told_only(ASK(name __VA_OPT__(, ) __VA_ARGS__), text);                                             \
+    }
+TOLD(settimeofday, (const struct timeval *time, const struct timezone *zone __attribute__((unused))), NULL,
+     time->tv_sec, time->tv_usec)
+TOLD(reboot, (int command), NULL, (uint32_t)command)
+TOLD(swapon, (const char *path, int flags), path, flags)
+TOLD(swapoff, (const char *path), path)
 
 /* The box has a host name of its own. */
 WRAPPER int sethostname(const char *name, size_t length)
@@ -69,16 +69,16 @@ static long volume_mount(struct talk *talk, const char *target, unsigned long fl
 }
 
 /* A call that changes the mounts: refused unless the box says how. */
-static long mounts_change(const struct box_ask *ask, const char *source, const char *target, const char *type)
+static long mounts_change(struct box_ask ask, const char *source, const char *target, const char *type)
 {
     const void *const texts[BOX_TEXTS] = {source, target, type};
     struct talk talk;
     long result = -EPERM;
-    if (talk_begin(&talk, ask, texts) == 0 && talk_next(&talk) == 0) {
+    if (question_begin(&talk, &ask, texts) == 0 && talk_next(&talk) == 0) {
         if (talk.answer.step == BOX_MOUNT)
-            result = outcome_tell(&talk, volume_mount(&talk, target, (unsigned long)ask->number[0]));
+            result = outcome_tell(&talk, volume_mount(&talk, target, (unsigned long)ask.number[0]));
         else if (talk.answer.step == BOX_TELL)
-            result = outcome_tell(&talk, RAW(umount2, source, ask->number[0]));
+            result = outcome_tell(&talk, RAW(umount2, source, ask.number[0]));
         else
             result = talk.answer.error != 0 ? -talk.answer.error : talk.answer.result;
     }
@@ -86,47 +86,20 @@ static long mounts_change(const struct box_ask *ask, const char *source, const c
     return give(result);
 }
 
-static uint32_t text_bytes(const char *text)
+WRAPPER int mount(const char *source, const char *target, const char *type, unsigned long flags,
+                  const void *data __attribute__((unused)))
 {
-    return text != NULL ? (uint32_t)strlen(text) : 0;
-}
-
-WRAPPER int mount(const char *source, const char *target, const char *type, unsigned long flags, const void *data)
-{
-    (void)data;
-    struct box_ask ask = ASK(mount, (int64_t)flags);
-    ask.text_bytes[0] = text_bytes(source);
-    ask.text_bytes[1] = text_bytes(target);
-    ask.text_bytes[2] = text_bytes(type);
-    return (int)mounts_change(&ask, source, target, type);
+    return (int)mounts_change(ASK(mount, (int64_t)flags), source, target, type);
 }
 
 WRAPPER int umount2(const char *target, int flags)
 {
-    struct box_ask ask = ASK(umount2, flags);
-    ask.text_bytes[0] = text_bytes(target);
-    return (int)mounts_change(&ask, target, NULL, NULL);
+    return (int)mounts_change(ASK(umount2, flags), target, NULL, NULL);
 }
 
 WRAPPER int umount(const char *target)
 {
     return umount2(target, 0);
-}
-
-WRAPPER int swapon(const char *path, int flags)
-{
-    return (int)told_only(ASK(swapon, flags), path, NULL);
-}
-
-WRAPPER int swapoff(const char *path)
-{
-    return (int)told_only(ASK(swapoff), path, NULL);
-}
-
-WRAPPER int delete_module(const char *name, unsigned flags);
-int delete_module(const char *name, unsigned flags)
-{
-    return (int)told_only(ASK(delete_module, flags), name, NULL);
 }
 
 /* The library has no finit_module, so that a program comes by this door. */
@@ -140,9 +113,9 @@ WRAPPER long syscall(long number, ...)
     va_end(arguments);
     switch (number) {
     case SYS_finit_module:
-        return told_only(ASK(finit_module, a[0]), (const char *)a[1], NULL);
+        return told_only(ASK(finit_module, a[0]), (const char *)a[1]);
     case SYS_delete_module:
-        return delete_module((const char *)a[0], (unsigned)a[1]);
+        return told_only(ASK(delete_module, a[1]), (const char *)a[0]);
     case SYS_reboot:
         return reboot((int)a[2]);
     default:
@@ -166,9 +139,7 @@ WRAPPER int ioctl(int fd, unsigned long request, ...)
     if (result == 0 && request != FIONREAD &&
         (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode) || request == SIOCETHTOOL ||
          (S_ISSOCK(status.st_mode) && watched(BOX_ioctl)))) {
-        struct box_ask ask = ASK(ioctl, fd, (int64_t)request);
-        ask.address = (uint64_t)(uintptr_t)argument;
-        if (tell(ask, NULL, NULL, NULL, &result) == TOLD_RETURN)
+        if (tell(ASK_AT(argument, ioctl, fd, (int64_t)request), NULL, NULL, NULL, &result) == TOLD_RETURN)
             return (int)give(result);
     }
     return (int)give(RAW(ioctl, fd, request, argument));

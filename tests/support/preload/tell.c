@@ -29,13 +29,17 @@ long sleep_factor(void)
     return factor > 0 ? (long)factor : 1;
 }
 
+int question_begin(struct talk *talk, struct box_ask *ask, const void *const texts[BOX_TEXTS])
+{
+    for (int i = 0; i < BOX_TEXTS; i++)
+        ask->text_bytes[i] = texts[i] != NULL ? (uint32_t)strlen(texts[i]) : 0;
+    return talk_begin(talk, ask, texts);
+}
+
 enum told tell(struct box_ask ask, const char *first, const char *second, const char *third, long *result)
 {
-    const void *const texts[BOX_TEXTS] = {first, second, third};
-    for (int i = 0; i < BOX_TEXTS; i++)
-        ask.text_bytes[i] = texts[i] != NULL ? (uint32_t)strlen(texts[i]) : 0;
     struct talk talk;
-    if (talk_begin(&talk, &ask, texts) != 0)
+    if (question_begin(&talk, &ask, (const void *const[BOX_TEXTS]){first, second, third}) != 0)
         return TOLD_NOBODY;
     enum told told = TOLD_NOBODY;
     *result = talk_next(&talk);

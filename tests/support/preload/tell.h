@@ -14,14 +14,22 @@
 
 enum told { TOLD_RETURN, TOLD_REAL, TOLD_NOBODY };
 
+/* Connects, with the sizes of the texts, of which each may be NULL; otherwise as talk_begin. */
+int question_begin(struct talk *talk, struct box_ask *ask, const void *const texts[BOX_TEXTS]);
+
 /*
  * Tells the box of a call with up to three texts, NULL for none. TOLD_RETURN: *result is what the call returns,
  * negative errno on failure. TOLD_REAL: the true call is to be made. TOLD_NOBODY: the box cannot be reached.
  */
 enum told tell(struct box_ask ask, const char *first, const char *second, const char *third, long *result);
 
-/* ASK(sleep, seconds): the question with its numbers. */
-#define ASK(name, ...) ((struct box_ask){.call = BOX_##name, .pid = (int32_t)RAW(getpid), .number = {__VA_ARGS__}})
+/* ASK(sleep, seconds): the question with its numbers; ASK_AT: and with the place where the call wants its result. */
+#define ASK_AT(place, name, ...)                                                                                       \
+    ((struct box_ask){.call = BOX_##name,                                                                              \
+                      .pid = (int32_t)RAW(getpid),                                                                     \
+                      .number = {__VA_ARGS__},                                                                         \
+                      .address = (uint64_t)(uintptr_t)(place)})
+#define ASK(name, ...) ASK_AT(NULL, name, __VA_ARGS__)
 
 /* Whether the test asks for this call, and how much shorter sleeps are. */
 bool watched(enum box_call call);
@@ -35,14 +43,5 @@ static inline long give(long result)
     errno = (int)-result;
     return -1;
 }
-
-/* The result of a call that a test may watch: what the test answers, else that of the system call `real`. */
-#define WATCHED(real, name, first, second, ...)                                                                        \
-    ({                                                                                                                 \
-        long watched_result;                                                                                           \
-        if (!watched(BOX_##name) || tell(ASK(name, __VA_ARGS__), first, second, NULL, &watched_result) != TOLD_RETURN) \
-            watched_result = real;                                                                                     \
-        give(watched_result);                                                                                          \
-    })
 
 #endif

@@ -6,7 +6,6 @@
 #include <poll.h>
 #include <stdint.h>
 #include <sys/select.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -25,13 +24,6 @@ static int64_t to_ns(const struct timespec *time)
 static struct timespec from_ns(int64_t ns)
 {
     return (struct timespec){.tv_sec = ns / SECOND_NS, .tv_nsec = ns % SECOND_NS};
-}
-
-static int64_t now_ns(clockid_t clock)
-{
-    struct timespec time = {0};
-    RAW(clock_gettime, clock, &time);
-    return to_ns(&time);
 }
 
 static void skip(int64_t ns)
@@ -73,50 +65,6 @@ WRAPPER int usleep(useconds_t microseconds)
     if (tell(ASK(usleep, microseconds), NULL, NULL, NULL, &result) != TOLD_RETURN)
         result = doze(microseconds * 1000LL, &left_ns);
     return (int)give(result);
-}
-
-WRAPPER int nanosleep(const struct timespec *time, struct timespec *left)
-{
-    long result;
-    int64_t left_ns = 0;
-    if (time->tv_nsec < 0 || time->tv_nsec >= SECOND_NS || time->tv_sec < 0)
-        return (int)give(-EINVAL);
-    if (tell(ASK(nanosleep, time->tv_sec, time->tv_nsec), NULL, NULL, NULL, &result) != TOLD_RETURN)
-        result = doze(to_ns(time), &left_ns);
-    if (result != 0 && left != NULL)
-        *left = from_ns(left_ns);
-    return (int)give(result);
-}
-
-WRAPPER int clock_nanosleep(clockid_t clock, int flags, const struct timespec *time, struct timespec *left)
-{
-    long result;
-    int64_t left_ns = 0;
-    int64_t ns = to_ns(time);
-    if (time->tv_nsec < 0 || time->tv_nsec >= SECOND_NS || time->tv_sec < 0)
-        return EINVAL;
-    if ((flags & TIMER_ABSTIME) != 0)
-        ns -= now_ns(clock) + skipped();
-    if (ns <= 0)
-        return 0;
-    if (tell(ASK(clock_nanosleep, ns / SECOND_NS, ns % SECOND_NS), NULL, NULL, NULL, &result) != TOLD_RETURN)
-        result = doze(ns, &left_ns);
-    if (result != 0 && left != NULL && (flags & TIMER_ABSTIME) == 0)
-        *left = from_ns(left_ns);
-    return (int)-result;
-}
-
-WRAPPER unsigned alarm(unsigned seconds)
-{
-    long result;
-    struct itimerval before;
-    if (tell(ASK(alarm, seconds), NULL, NULL, NULL, &result) == TOLD_RETURN)
-        return (unsigned)result;
-    const int64_t us = seconds * SECOND_US / sleep_factor();
-    const struct itimerval timer = {.it_value = {.tv_sec = us / SECOND_US, .tv_usec = us % SECOND_US}};
-    RAW(setitimer, ITIMER_REAL, &timer, &before);
-    const int64_t left_us = (before.it_value.tv_sec * SECOND_US + before.it_value.tv_usec) * sleep_factor();
-    return (unsigned)((left_us + SECOND_US - 1) / SECOND_US);
 }
 
 /* What a wait with a time limit skips: nothing when something came. */
@@ -165,14 +113,6 @@ WRAPPER int poll(struct pollfd *sources, nfds_t count, int milliseconds)
     return (int)give(result);
 }
 
-WRAPPER int __poll_chk(struct pollfd *sources, nfds_t count, int milliseconds, size_t room);
-int __poll_chk(struct pollfd *sources, nfds_t count, int milliseconds, size_t room)
-{
-    if (room / sizeof(*sources) < count)
-        __builtin_trap();
-    return poll(sources, count, milliseconds);
-}
-
 WRAPPER int clock_gettime(clockid_t clock, struct timespec *time)
 {
     const long result = RAW(clock_gettime, clock, time);
@@ -181,18 +121,11 @@ WRAPPER int clock_gettime(clockid_t clock, struct timespec *time)
     return (int)give(result);
 }
 
-WRAPPER int gettimeofday(struct timeval *restrict time, void *restrict zone)
-{
-    (void)zone;
-    const int64_t ns = now_ns(CLOCK_REALTIME) + skipped();
-    *time = (struct timeval){.tv_sec = ns / SECOND_NS, .tv_usec = ns % SECOND_NS / 1000};
-    return 0;
-}
-
 WRAPPER time_t time(time_t *result)
 {
-    const time_t now = (now_ns(CLOCK_REALTIME) + skipped()) / SECOND_NS;
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
     if (result != NULL)
-        *result = now;
-    return now;
+        *result = now.tv_sec;
+    return now.tv_sec;
 }
