@@ -57,13 +57,6 @@ void schedule_read()
     }
 }
 
-void memory_test_read()
-{
-    unsigned long current = 0, total = 0;
-    if (GetMemTestProgress(&current, &total) == 0)
-        check(mem_test_hundredths(current, total) <= 9999);
-}
-
 void unit_read()
 {
     char names[256];
@@ -97,34 +90,29 @@ void settings_read()
     check(port >= 1 && port <= 65535);
 }
 
-void language_read()
-{
-    const char *code = GetPreferredLang();
-    check(code == nullptr || strlen(code) == 3);
-}
-
-void repair_read()
-{
-    uint64_t sectors;
-    const int result = raid_repair_progress_get("/dev/md2", 0, &sectors);
-    check(result <= 0);
-}
-
 constexpr FuzzFile kFiles[] = {
     {'s', kSwapStatePath, swap_state_read},
     {'d', kDownloadStatusPath, download_read},
     {'p', kDownloadPidPath, [] { static_cast<void>(download_is_alive()); }},
     {'w', "/etc/power_sched.conf", schedule_read},
-    {'m', "/tmp/memtester.progress", memory_test_read},
+    {'m', "/tmp/memtester.progress",
+     [] {
+         unsigned long current = 0, total = 0;
+         check(GetMemTestProgress(&current, &total) != 0 || mem_test_hundredths(current, total) <= 9999);
+     }},
     {'u', "/tmp/eunitinfo_1", unit_read},
-    {'r', "/etc/raid/progress_repair/md2_19700101_000000", repair_read},
+    {'r', "/etc/raid/progress_repair/md2_19700101_000000",
+     [] {
+         uint64_t sectors;
+         check(raid_repair_progress_get("/dev/md2", 0, &sectors) <= 0);
+     }},
     {'c', "/tmpRoot/etc.defaults/norvinfo.conf", system_read},
     {'v', "/tmpRoot/etc.defaults/VERSION", system_read},
     {'e', "/tmpRoot/.system_info/endian", system_read},
     {'b', "/tmpRoot/.system_info/bits", system_read},
     {'a', "/tmpRoot/.system_info/pgsql_alignment", system_read},
     {'n', "/tmpRoot/usr/norv/etc/www/NOS.json", settings_read},
-    {'l', "HTTP_ACCEPT_LANGUAGE", language_read},
+    {'l', "HTTP_ACCEPT_LANGUAGE", [] { check(GetPreferredLang() == nullptr || strlen(GetPreferredLang()) == 3); }},
 };
 
 } // namespace

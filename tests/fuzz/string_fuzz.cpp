@@ -1,7 +1,6 @@
 // The text operations against plain models. Input: up to three texts with a NUL behind each; the sizes follow from
 // them.
 // Covers: lib/string_split.cpp lib/string_sep_pair.cpp lib/string_trim_space.cpp lib/string_replace.cpp
-// Covers: lib/string_cat.cpp
 #include <algorithm>
 #include <vector>
 
@@ -90,19 +89,6 @@ void check_replace(const std::string &text, const std::string &from, const std::
     }
 }
 
-void check_cat(const std::string &one, const std::string &two)
-{
-    UniqueText text;
-    int bytes = 0;
-    std::string expected;
-    for (int i = 0; i < 4; i++) {
-        check(NLIBCStrCat(text.address(), &bytes, one.c_str()) == 0);
-        check(NLIBCStrCat(text.address(), &bytes, two.c_str()) == 0);
-        expected += one + two;
-        check(expected.empty() ? !text : text.get() == expected && bytes > static_cast<int>(expected.size()));
-    }
-}
-
 } // namespace
 
 void fuzz_one(std::string_view input)
@@ -112,5 +98,4 @@ void fuzz_one(std::string_view input)
     check_pair(one);
     check_trim(one);
     check_replace(one, two, three);
-    check_cat(one, two);
 }
