@@ -3,9 +3,7 @@
 import random
 import subprocess
 import sys
-import threading
 
-from lab import agent
 from lab.image import SOURCE
 from scenario import Scenario
 
@@ -47,16 +45,6 @@ class Agent(Scenario):
             self.assertEqual(machine.must(["stat", "-c", "%a", "/run/a name with 'blanks'"]), "751\n")
             self.assertEqual(machine.must("head -c 5", stdin=data).encode(errors="surrogateescape"), data[:5])
 
-        with self.subTest("more commands at once than there are ports"):
-            seen: list[str] = []
-            threads = [threading.Thread(target=lambda number=number: seen.append(
-                machine.must(f"sleep 0.5; echo {number}"))) for number in range(agent.PORTS + 2)]
-            for thread in threads:
-                thread.start()
-            for thread in threads:
-                thread.join()
-            self.assertEqual(sorted(seen), [f"{number}\n" for number in range(len(threads))])
-
         with self.subTest("a command that takes too long is killed with its children"):
             with self.assertRaises(TimeoutError):
                 machine.run("sleep 2000 & sleep 2000; true", timeout=2)
@@ -78,9 +66,7 @@ class Agent(Scenario):
     def test_log_outlives_the_guest(self) -> None:
         machine = self.boot()
         machine.must("logger -p daemon.crit -t here 'told '")
-        machine.must("logger -p local3.debug $(head -c 600 /dev/zero | tr '\\0' x)")
         machine.wait_log(r"^daemon\.crit .*here: told $")
-        machine.wait_log(r"^local3\.debug .*x{600}$")
         self.assertEqual(machine.must("grep -c 'here: told' /var/log/messages"), "1\n")
         machine.cut()
         self.assertIn("here: told", machine.log())

@@ -68,22 +68,6 @@ class Array(Scenario):
         machine.must("/sbin/mdadm /dev/md0 --add /dev/sdb1")
         wait_for(lambda: members(machine, "md0").get("sdb1") == "in_sync", 60, "the mirror to be whole")
 
-    def test_bad_sector(self) -> None:
-        machine = self.boot("256M", "256M")
-        partition(machine, "sda", "sdb")
-        machine.must(CREATE_ROOT)
-        machine.must("dd if=/dev/zero bs=1M count=8 2>/dev/null | tr '\\0' a >/dev/md0; sync")
-        read = "echo 3 >/proc/sys/vm/drop_caches; dd if=/dev/{} bs=512 skip={} count=1 2>/dev/null | head -c 4"
-        bad = 2048 + 4096
-        machine.spoil(0, bad)
-        machine.spoil(0, bad + 64, how=["read"])
-        self.assertEqual(machine.run(read.format("sda", bad)).out, "")
-        self.assertEqual(machine.run(read.format("sda", bad + 64)).out, "")
-        self.assertEqual(machine.run(read.format("sda", bad + 32)).out, "aaaa", "its neighbour is well")
-        self.assertEqual(machine.run(read.format("md0", bad - 2048)).out, "aaaa", "the other disk has it")
-        machine.heal(0)
-        self.assertEqual(machine.run(read.format("sda", bad + 64)).out, "aaaa")
-
     def test_power_cut(self) -> None:
         machine = self.boot("256M")
         partition(machine, "sda")

@@ -1,9 +1,11 @@
-"""The appliance starts, with its disks where they belong."""
+"""The appliance starts, with its disks where they belong; and pictures of disks, which tell what an install kept."""
 
 import hashlib
+import os
 import subprocess
 from pathlib import Path
 
+from lab.disks import picture
 from lab.image import SOURCE
 from scenario import Scenario
 
@@ -61,3 +63,21 @@ class Boot(Scenario):
         self.assertEqual(machine.wait_ready().run("test -e /tmp/before").status, 1)
         machine.stop()
         self.assertFalse(machine.runs)
+
+    def test_picture_is_of_the_content(self) -> None:
+        machine = self.create("64M", "64M", "64M,ssd")
+        blank = machine.picture(0)
+        for bay, at, data in ((1, 5 << 20, b"\0" * 4096), (2, 5 << 20, b"x")):
+            with open(machine.disk_file(bay), "r+b") as disk:
+                os.pwrite(disk.fileno(), data, at)
+        self.assertEqual(machine.picture(1), blank, "zeroes that were written are no difference")
+        self.assertNotEqual(machine.picture(2), blank)
+        sector = (5 << 20) // 512
+        self.assertEqual(machine.picture(2, 0, sector), machine.picture(0, 0, sector))
+        self.assertNotEqual(machine.picture(2, sector, 1), machine.picture(0, sector, 1))
+        moved = self.folder / "moved.raw"
+        moved.write_bytes(b"\0" * 512 + b"x".ljust(1 << 20, b"\0"))
+        other = self.folder / "other.raw"
+        other.write_bytes(b"x".ljust(1 << 20, b"\0") + b"\0" * 512)
+        self.assertNotEqual(picture(moved), picture(other), "the place counts")
+        self.assertEqual(picture(moved, 1), picture(other, 0, 2048))

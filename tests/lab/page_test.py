@@ -192,20 +192,8 @@ class Page(Scenario):
         page = {"X-Install-Page": "1"}
         self.assertEqual(answer("restart.cgi", headers=page)[1], refused)
         self.assertEqual(answer("restart.cgi", data=b"")[1], refused)
-        with machine_lock(machine):
-            self.assertEqual(answer("restart.cgi", data=b"", headers=page)[1], refused)
+        machine.must("flock -o /tmp/install.lock sleep 10000 >/dev/null 2>&1 </dev/null & echo $! >/run/holder")
+        machine.until("! flock -n /tmp/install.lock true")
+        self.assertEqual(answer("restart.cgi", data=b"", headers=page)[1], refused)
+        machine.must("kill $(cat /run/holder)")
         self.assertEqual(answer("machine.cgi")[0], 200)
-
-
-class machine_lock:
-    """The install lock, held by a process of the guest."""
-
-    def __init__(self, machine: object) -> None:
-        self.machine = machine
-
-    def __enter__(self) -> None:
-        self.machine.must("flock /tmp/install.lock sh -c 'touch /tmp/held; while [ -e /tmp/held ]; do sleep 0.1; done' "
-                          ">/dev/null 2>&1 & while [ ! -e /tmp/held ]; do sleep 0.1; done")
-
-    def __exit__(self, *_: object) -> None:
-        self.machine.must("rm /tmp/held")

@@ -45,18 +45,3 @@ class RaidtoolMuseum(Scenario):
                 machine.must(f"mdadm -q -A /dev/md2 --run /dev/{disk}3 && mount -o ro /dev/md2 /mnt")
                 self.assertEqual(machine.must("cat /mnt/file; umount /mnt"), "keep me\n")
                 stop(machine)
-
-    def test_disks_of_different_layouts(self) -> None:
-        names = ("layout-7-raid", "layout-8-raid", "layout-6-raid", "layout-3")
-        machine = self.boot(*exhibits(self.folder, *names))
-        kept = [self.layout_case(machine, bay) for bay in range(4)]
-        others = {bay: machine.picture(bay) for bay in (2, 3)}
-        self.assertEqual(initsys(machine), 0)
-        assert_system_arrays(self, machine, "sda", "sdb")
-        self.assertEqual([partitions(machine, disk)[f"{disk}1"] for disk in ("sda", "sdb")], [(2048, 4980480)] * 2)
-        stop(machine)
-        for bay in (0, 1):
-            disk = "sd" + "ab"[bay]
-            self.assertEqual(partitions(machine, disk)[f"{disk}3"], kept[bay][0][f"{disk}3"])
-            self.assertEqual(machine.picture(bay, *kept[bay][0][f"{disk}3"]), kept[bay][1])
-        self.assertEqual({bay: machine.picture(bay) for bay in others}, others, "not a byte of the others")

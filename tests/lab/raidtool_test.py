@@ -101,23 +101,6 @@ class Raidtool(Scenario):
         self.assertIn("status: DEGRADE", machine.must("raidtool status 0"))
         self.assertIn("\t [/dev/sdb1: Failed]\n", machine.must("raidtool status 0"))
 
-    def test_swap_and_compressed_swap(self) -> None:
-        machine = self.boot("12G", "12G")
-        machine.must("sed -i 's/^partition_curr_version=.*/partition_curr_version=1/' /etc.defaults/norvinfo.conf; "
-                     "echo 'enable_zram=\"yes\"' >>/etc/norvinfo.conf")
-        self.assertEqual(initsys(machine), 0)
-        stop(machine)
-        for _ in range(2):
-            machine.must("norv_swap_ctl --start && norv_swap_ctl --start")
-            self.assertIn("/dev/md1 ", machine.must("cat /proc/swaps"))
-            machine.must("norv_swap_ctl --stop && norv_swap_ctl --stop")
-            self.assertNotIn("/dev/md1 ", machine.must("cat /proc/swaps"))
-            self.assertEqual(machine.run("mdadm -E /dev/sda2").status, 0, "swap outlives the wipe")
-        facts = machine.must("grep MemTotal /proc/meminfo; grep -m1 'cpu cores' /proc/cpuinfo; "
-                             "cat /sys/block/zram0/disksize")
-        memory, cores, size = map(int, re.findall(r"\d+", facts))
-        self.assertEqual(size, ((memory * 1024 * 60 // 100 // cores >> 20) + 1) << 20)
-
     def test_disks_are_cleaned(self) -> None:
         machine = self.boot(BLANK, BLANK)
         self.assertEqual(initsys(machine), 0)

@@ -1,7 +1,5 @@
 """The network segment, from the side of a client on it."""
 
-from lab.bridge import Bridge, usable
-from lab.image import Image
 from lab.segment import BROADCAST, Datagram, Neighbour, Segment, mac_text
 from scenario import Scenario
 
@@ -58,19 +56,3 @@ class OnTheSegment(Scenario):
                 machine.until("grep -q 1 /sys/class/net/eth0/carrier")
                 machine.must("printf back | nc -u -w 1 10.9.8.1 1234")
                 self.assertEqual(segment.expect(Datagram.parse, 60).payload, b"back")
-
-    def test_machines_on_one_bridge(self) -> None:
-        if not usable():
-            self.skipTest("this machine has no tap devices for us")
-        with Bridge(2) as bridge:
-            image = Image.existing()
-            both = [self.create(name=f"at{number}", number=number, tap=f"tap{number - 1}", net="none", memory_mb=256)
-                    for number in (1, 2)]
-            for machine in both:
-                machine.start(image=image, within=bridge.within)
-            for number, machine in enumerate(both, 1):
-                machine.wait_ready()
-                machine.must(f"ifconfig eth0 10.1.1.{number} netmask 255.255.255.0 up")
-            both[0].must("ping -c 2 -W 20 10.1.1.2")
-            neighbours = both[0].must("arp -n 10.1.1.2")
-            self.assertIn(both[1].settings.mac(0), neighbours)

@@ -1,10 +1,8 @@
-"""What the disks hold, on real disks with the sample firmware on them; and what a patch is worth."""
+"""What the disks hold, on real disks with the sample firmware on them."""
 
-import hashlib
 import json
 
 from firmware import install, patch, status
-from lab.machine import BOOT_SECONDS, wait_for
 from raid import BLANK, see_bays
 from scenario import Scenario
 
@@ -51,24 +49,3 @@ class Status(Scenario):
         machine.must("umount /mnt && dd if=/dev/zero of=/dev/sdb bs=1M count=1 conv=fsync 2>/dev/null")
         self.assertNotEqual(machine.run("norvupgrade --recover").status, 0)
         self.assertEqual(status(machine), "sys_migrat", "it is not offered again")
-
-    def test_the_installed_system_boots(self) -> None:
-        machine = self.boot(BLANK)
-        install(machine, patch(self.folder))
-        machine.must("mount /dev/md0 /mnt && sed -i 's|^::restart:.*|::restart:/sbin/switch_root /mnt /sbin/init|; "
-                     "/^::shutdown:/d' /etc/inittab && kill -HUP 1")
-        machine.must("(sleep 1; kill -QUIT 1) </dev/null >/dev/null 2>&1 &")
-        wait_for(lambda: "norvstation runs 7.2-sample" in machine.console(), BOOT_SECONDS, "the installed system")
-
-    def test_patch_is_verified(self) -> None:
-        machine = self.boot()
-        firmware = self.folder / "firmware"
-        machine.put(patch(self.folder), "/good.pat")
-        machine.must("mkdir /good /bad && norv_extract_system_patch /good.pat /good && norvchecksum /good")
-        for name in ("VERSION", "hda1.tgz", "updater"):
-            self.assertEqual(machine.must(f"sha256sum </good/{name}").split()[0],
-                             hashlib.sha256((firmware / name).read_bytes()).hexdigest())
-        machine.put(patch(self.folder, options=("--break", "stranger")), "/bad.pat")
-        self.assertEqual(machine.run("norv_extract_system_patch /bad.pat /bad").status, 255)
-        self.assertEqual(machine.must("ls /bad"), "")
-        machine.wait_log(r"\[OPEN\] End: \[Bad Sig\]\[14\]")
