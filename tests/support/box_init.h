@@ -22,8 +22,6 @@ class BoxInit
 {
   public:
     BoxInit() = default;
-    BoxInit(const BoxInit &) = delete;
-    BoxInit &operator=(const BoxInit &) = delete;
     ~BoxInit(); // ends the box with all its processes
 
     // Starts the process and waits for the namespaces. False when the kernel refuses them: `refusal` tells what and

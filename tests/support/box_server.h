@@ -31,8 +31,6 @@ class BoxServer
   public:
     // Listens in the box; `reports` is BoxInit's.
     BoxServer(const BoxFiles &files, int reports);
-    BoxServer(const BoxServer &) = delete;
-    BoxServer &operator=(const BoxServer &) = delete;
     ~BoxServer();
 
     void host_program(const std::string &path);

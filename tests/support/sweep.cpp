@@ -316,8 +316,7 @@ class Ticker
         const itimerval each_second = {{1, 0}, {1, 0}};
         setitimer(ITIMER_REAL, &each_second, nullptr);
     }
-    Ticker(const Ticker &) = delete;
-    Ticker &operator=(const Ticker &) = delete;
+    Ticker(Ticker &&) = delete;
     ~Ticker()
     {
         const itimerval off = {};

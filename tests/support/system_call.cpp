@@ -8,21 +8,12 @@
 #include <sys/uio.h>
 
 static constexpr SystemCallRule kRules[] = {
-    {SYS_fork, "fork", ""},
-    {SYS_bind, "bind", "f"},
-    {SYS_dup2, "dup2", "fn"},
-    {SYS_pipe2, "pipe2", ""},
-    {SYS_poll, "poll", "-n"},
-    {SYS_clone, "clone", ""},
-    {SYS_wait4, "wait4", ""},
-    {SYS_kill, "kill", "-n"},
     {SYS_read, "read", "f-n"},
     {SYS_open, "open", "poo"},
     {SYS_fstat, "fstat", "f"},
     {SYS_fsync, "fsync", "f"},
     {SYS_rmdir, "rmdir", "p"},
     {SYS_chdir, "chdir", "p"},
-    {SYS_semop, "semop", "n"},
     {SYS_fcntl, "fcntl", "fn"},
     {SYS_ioctl, "ioctl", "fn"},
     {SYS_flock, "flock", "fn"},
@@ -38,11 +29,6 @@ static constexpr SystemCallRule kRules[] = {
     {SYS_fchmod, "fchmod", "fo"},
     {SYS_openat, "openat", "doo"},
     {SYS_fchown, "fchown", "fnn"},
-    {SYS_socket, "socket", "nnn"},
-    {SYS_connect, "connect", "f"},
-    {SYS_sendto, "sendto", "f-n"},
-    {SYS_semget, "semget", "nno"},
-    {SYS_semctl, "semctl", "nnn"},
     {SYS_mkdirat, "mkdirat", "do"},
     {SYS_unlinkat, "unlinkat", "d"},
     {SYS_readlink, "readlink", "p"},
@@ -128,16 +114,10 @@ static std::string path_text(pid_t process, int directory, unsigned long long ad
     return path_show(path.empty() ? base : base + "/" + path, tree);
 }
 
-static std::string octal_text(unsigned long long value)
-{
-    char text[32];
-    snprintf(text, sizeof text, "0%llo", value);
-    return text;
-}
-
 std::string system_call_text(pid_t process, const SystemCallRule &rule, const unsigned long long *arguments,
                              std::string_view tree)
 {
+    char octal[32];
     std::string text(rule.name);
     if (text == "call")
         text += " " + std::to_string(rule.number);
@@ -150,9 +130,6 @@ std::string system_call_text(pid_t process, const SystemCallRule &rule, const un
         case 'd':
             text += " " + path_text(process, static_cast<int>(value), *arguments++, tree);
             break;
-        case 't':
-            text += " " + text_read(process, value);
-            break;
         case 'f':
             text += " " + path_show(process_link(process, "fd/" + std::to_string(static_cast<int>(value))), tree);
             break;
@@ -160,7 +137,8 @@ std::string system_call_text(pid_t process, const SystemCallRule &rule, const un
             text += " " + std::to_string(static_cast<long long>(value));
             break;
         case 'o':
-            text += " " + octal_text(value);
+            snprintf(octal, sizeof(octal), " 0%llo", value);
+            text += octal;
             break;
         default:
             break;

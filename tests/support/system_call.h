@@ -15,8 +15,8 @@ enum class CallFailure {
 struct SystemCallRule {
     long number;
     std::string_view name;
-    // One letter per argument: p path, d directory descriptor and path (two arguments), t text, f descriptor, n
-    // decimal, o octal, - not told. Later arguments are not told.
+    // One letter per argument: p path, d directory descriptor and path (two arguments), f descriptor, n decimal, o
+    // octal, - not told. Later arguments are not told.
     std::string_view arguments;
     CallFailure failure = CallFailure::kPlain;
 };
