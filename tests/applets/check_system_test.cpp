@@ -145,6 +145,9 @@ TEST(CheckSystem, Outcomes)
         {"unknown layout, not recoverable", foreign + crashed, kNone,
          "log err *SYSTEM_CRASHED: .system_crashed in disk\n"
          "log err *SYSTEM_NOT_INSTALLED: Not NorvParitition and Not Recoverable"},
+        {"lost+found is no folder", gone(kFound) + file(kFound), kCrash,
+         "log err *open /tmpRoot/lost+found dir fail Not a directory\nrun /bin/umount -f /tmpRoot\n"
+         "log err *Check Lost and Found Fail"},
         {"boot disk of another kind of system", root_block, kNone,
          "log err *SYSTEM_NOT_INSTALLED: Migration with incompatible root block\nrun /bin/umount -f /tmpRoot"},
         {"such a disk in the boot array", boot_array, kNone,

@@ -14,7 +14,7 @@
 namespace
 {
 
-// A handle on a file in memory that holds `bytes` from `offset` on.
+// A handle on a file in memory that holds `bytes`.
 RootBlockOpInfo info_on(const std::string &bytes, uint32_t version)
 {
     RootBlockOpInfo info;
