@@ -149,7 +149,8 @@ TEST(SpaceBlock, SecondBlock)
     for (const auto &[first, second, result, caches] : kCases) {
         SCOPED_TRACE(caches);
         EXPECT_EQ(read_block(first_block(first) + second, block.get()), result);
-        EXPECT_TRUE(told(*block.get()).ends_with(caches)) << told(*block.get());
+        const std::string text = told(*block.get());
+        EXPECT_EQ(text.substr(std::min(text.find(" {"), text.size())), caches);
         EXPECT_EQ(block.get()->capability, result == 1 ? 7U : 0);
         EXPECT_EQ(block.get()->feature, result == 1 ? 9U : 0);
     }
