@@ -91,7 +91,7 @@ struct RequestRow {
 //   run /sbin/mdadm -S /dev/md0          arguments with blanks or none at all stand in '...'
 //   board ...                            a line of the board's transcript
 //   ioctl /dev/sda BLKGETSIZE64          numbers without a name in hex
-//   sleep 15    usleep 50000    nanosleep 0.050000000    select 2.000000
+//   sleep 15    usleep 50000    select 2.000000    poll 500
 //   settimeofday 946684800.000000    sethostname nas    reboot 0x1234567
 //   mount /dev/md0 /_disk ext4 0x1    umount2 /_disk 0x0    swapon /dev/md1 0x0
 class Record
@@ -203,7 +203,7 @@ class Sandbox
 
     void call(CallRow row);
     void request(RequestRow row);
-    // Sleeps, alarms and the time limits of select and poll take 1/factor of their time; the program's clock tells
+    // Sleeps and the time limits of select and poll take 1/factor of their time; the program's clock tells
     // the time they would have taken.
     void compress_sleeps(int factor = 1000);
     // What may stay behind after every run of this box: "/tmp/new.file", "process findhostd", "mount /mnt",
