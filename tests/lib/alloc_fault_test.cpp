@@ -164,6 +164,18 @@ bool list_filled(int (*fill)(PNLIBSZLIST *list))
     return list && fill(list.address()) >= 0;
 }
 
+bool text_told(int (*tell)(char *text, size_t size))
+{
+    char text[64] = "";
+    return tell(text, sizeof(text)) == 0 && text[0] != '\0';
+}
+
+template <typename Record> bool record_told(int (*tell)(const char *name, Record *record), const char *name)
+{
+    Record record = {};
+    return tell(name, &record) >= 0;
+}
+
 constexpr off_t kDiskBytes = 800 << 10;
 constexpr char kIni[] = "/etc/a.ini";
 const Operation kOperations[] = {
@@ -204,47 +216,20 @@ const Operation kOperations[] = {
     {"all lamps of enclosures", [] { return enclosure_disk_led_set_host(1) == 0; }, kAnyCode},
     {"lamp of a disk", [] { return enclosure_disk_lamp_set("sda", kLampFault, true) == 0; }, kErrNoDevice},
     {"serial of an enclosure",
-     [] {
-         char serial[64];
-         return enclosure_serial_get("0:0:12:0", serial, sizeof(serial)) == 0;
-     },
+     [] { return text_told([](char *text, size_t size) { return enclosure_serial_get("0:0:12:0", text, size); }); },
      kAnyCode},
-    {"identity of a disk",
-     [] {
-         DiskIdentity identity;
-         return disk_identity_get("sda", &identity) == 0;
-     },
-     kErrDiskIdentify},
+    {"identity of a disk", [] { return record_told(disk_identity_get, "sda"); }, kErrDiskIdentify},
     {"model of an expander", [] { return sas_expander_model_id_get("expander-0:0") >= 0; }},
-    {"disks of expansion units",
-     [] {
-         char names[64];
-         return expansion_unit_disks_get(names, sizeof(names)) == 0;
-     }},
-    {"expansion unit of a disk",
-     [] {
-         ExpansionUnitPlace place;
-         return expansion_unit_place_get("sdja", &place) == 1;
-     }},
+    {"disks of expansion units", [] { return text_told(expansion_unit_disks_get); }},
+    {"expansion unit of a disk", [] { return record_told(expansion_unit_place_get, "sdja"); }},
     {"mapped disk",
-     [] {
-         char parent[16];
-         return mapped_disk_parent_get("cache", parent, sizeof(parent)) == 0;
-     },
+     [] { return text_told([](char *text, size_t size) { return mapped_disk_parent_get("cache", text, size); }); },
      kErrNoDevice},
     {"extension slot", [] { return extension_slot_find("/sys/devices/0000:00:01.0/x", nullptr) == 1; }},
     {"device in an extension slot", [] { return external_hw_is_device_on_PCI_extension_port("0000:05:00.0") == 1; },
      kAnyCode},
-    {"place of an NVMe disk",
-     [] {
-         NvmePlace place;
-         return nvme_place_get("nvme0n1", &place) == 0 && place.slot == 1;
-     }},
-    {"fan controller",
-     [] {
-         char path[64];
-         return fan_path_get(0, path, sizeof(path)) == 0;
-     },
+    {"place of an NVMe disk", [] { return record_told(nvme_place_get, "nvme0n1"); }},
+    {"fan controller", [] { return text_told([](char *text, size_t size) { return fan_path_get(0, text, size); }); },
      kErrDeviceSearch},
     {"layout for the system",
      [] {
@@ -274,11 +259,7 @@ const Operation kOperations[] = {
          return members && NLIBCSzListPush(members.address(), "/dev/sda3") == 0 &&
                 raid_assemble({"/dev/md2", nullptr, false, false, members.get(), kAssembleNoUpdate}) == 0;
      }},
-    {"super block of an array",
-     [] {
-         RaidSuperblock superblock;
-         return raid_superblock_get("/dev/sda3", &superblock) >= 0;
-     }},
+    {"super block of an array", [] { return record_told(raid_superblock_get, "/dev/sda3"); }},
     {"arrays wiped", [] { return raid_clean_superblock_by_uuid("a") == 0; }},
     {"process keys",
      [] {
@@ -315,11 +296,7 @@ const Operation kOperations[] = {
      }},
     {"order of interfaces",
      [] { return list_filled([](PNLIBSZLIST *list) { return net_seq_numbers_read(2, list); }); }},
-    {"name server",
-     [] {
-         char text[32];
-         return NORVJNetGetDNS(text, sizeof(text)) == 0 && text[0] != '\0';
-     }},
+    {"name server", [] { return text_told(NORVJNetGetDNS); }},
     {"parameters",
      [] {
          CgiRequest request = {};
