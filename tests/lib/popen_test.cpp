@@ -26,8 +26,6 @@ std::string read_to_end(FILE *fp)
     return text;
 }
 
-constexpr char kTalk[] = "cat; echo out; echo err >&2"; // standard input is empty, hence cat ends at once
-
 // With standard streams closed the pipe's ends have numbers from 0 to 2, in every mix.
 TEST_F(Popen, ModesWithAnyStandardStreams)
 {
