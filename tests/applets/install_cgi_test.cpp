@@ -245,12 +245,14 @@ TEST(WebInstallRequest, Impossible)
         if (!row.env.empty())
             options.env = row.env;
         install_machine(box);
+        box.file(kProgress, "of the install before");
         row.change(box);
         const Result result = box.run({"install.cgi"}, options);
         EXPECT_EQ(result.exit_status, 255);
         EXPECT_EQ(result.out, error_body("error", "error_unknown", -1));
         EXPECT_TRUE(result.record.in_order(lines(row.record)));
         EXPECT_NE(text_of(box, kProgress), result.out);
+        EXPECT_NE(text_of(box, kProgress), "of the install before");
     }
 }
 

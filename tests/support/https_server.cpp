@@ -6,7 +6,7 @@
 
 #include "tests/support/box_links.h"
 
-void loopback_up(const Sandbox &box)
+static void loopback_up(const Sandbox &box)
 {
     EXPECT_TRUE(BoxLinks(box).set("lo", true));
 }

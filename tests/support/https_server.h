@@ -9,8 +9,6 @@
 // Where the box keeps the certificates that it trusts.
 inline constexpr char kTrustedCertificates[] = "/etc/ssl/certs/ca-certificates.crt";
 
-// Brings the loopback interface of a box up.
-void loopback_up(const Sandbox &box);
 // A socket that listens at 127.0.0.1 of the box, whose loopback interface is up then.
 [[nodiscard]] UniqueFd loopback_listen(const Sandbox &box, uint16_t port);
 
