@@ -235,7 +235,7 @@ TEST(FhostKeyCache, MakesRoomByAgeThenForAll)
         unsigned long first, step; // when entry i was set: first + i * step
         int kept;                  // beside the new one
     } kCases[] = {
-        {1200, 0, 0, 0},            // a limit of 600 is none: all go
+        {1200, 599, 1, 0},          // a limit of 600 is none: all go
         {1202, 600, 1, 4095},       // one is older than 601
         {200000, 113599, 1, 4095},  // one is over a day old
         {200000, 113600, 20, 1936}, // half a day: entries from 156800 on

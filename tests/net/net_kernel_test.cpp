@@ -92,27 +92,4 @@ TEST(NetKernel, MembersOfABondAndTheBondItself)
     });
 }
 
-TEST(NetKernel, RenamesWhatIsDownToWhatIsFree)
-{
-    in_own_network("", "", [](BoxLinks &links) {
-        ASSERT_TRUE(links.wire("eth0", "tap0") && links.wire("eth1", "fifteen-letters"));
-        ASSERT_TRUE(links.set("eth1", true) && links.set("fifteen-letters", true));
-        const int eth0 = links.index("eth0");
-        static constexpr struct {
-            const char *from, *to;
-            int result;
-        } kCases[] = {
-            {"eth0", "eth7", 0},
-            {"eth0", "eth8", -1}, // is gone
-            {"eth7", "eth1", -1},
-            {"eth1", "eth8", -1}, // is up
-            {"eth7", "seventeen-letters", -1},
-            {"fifteen-letters-", "eth8", -1}, // is up, as the kernel takes the name
-        };
-        for (const auto &row : kCases)
-            EXPECT_EQ(net_rename_eth(row.from, row.to), row.result) << &row - kCases;
-        EXPECT_EQ(links.index("eth7"), eth0);
-    });
-}
-
 } // namespace

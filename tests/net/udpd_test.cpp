@@ -1,15 +1,12 @@
 // Messages from datagrams, on a socket pair in place of the daemon's socket. What is sent stands in the daemon's test.
 #include "net/udpd.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <thread>
 
 #include "lib/report.h"
-#include "net/udpd_frame.h"
 #include "tests/support/alloc_fault.h"
-#include "tests/support/in_child.h"
 #include "tests/support/udpd_datagram.h"
 
 namespace
@@ -185,28 +182,6 @@ TEST(Udpd, ReceivesWithoutMemoryOrSocket)
         EXPECT_EQ(daemon.receive(), -1);
         EXPECT_EQ(NLIBCErrGet(), 0x7a00);
     }
-}
-
-TEST(Udpd, HandlesAreThirtyTwo)
-{
-    EXPECT_EQ(in_child([] {
-                  {
-                      AllocFault fault(1);
-                      UDPD_HANDLE *first = NORVUdpdGetHandle();
-                      EXPECT_TRUE(first == nullptr || udpd_release_handle(first) == 0);
-                      EXPECT_NE(first == nullptr, !fault.struck()); // a test before this one may have made the array
-                  }
-                  std::vector<UDPD_HANDLE *> handles;
-                  while (UDPD_HANDLE *handle = NORVUdpdGetHandle())
-                      handles.push_back(handle);
-                  EXPECT_EQ(handles.size(), 32U);
-                  EXPECT_EQ(udpd_init(handles[7], "norvmanlogd", 1123), 0);
-                  EXPECT_EQ(memcmp(handles[7]->szWireName, "norvmanl", 8), 0);
-                  EXPECT_EQ(udpd_release_handle(handles[7]), 0);
-                  EXPECT_EQ(NORVUdpdGetHandle(), handles[7]);
-                  return NORVUdpdGetHandle() == nullptr ? 0 : 1;
-              }),
-              0);
 }
 
 } // namespace
