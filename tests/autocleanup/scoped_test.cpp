@@ -7,7 +7,6 @@
 #include "autocleanup/scoped_dir.h"
 #include "autocleanup/scoped_lock.h"
 #include "autocleanup/scoped_mount.h"
-#include "autocleanup/scoped_umask.h"
 #include "lib/report.h"
 #include "tests/support/in_child.h"
 #include "tests/support/private_mounts.h"
@@ -107,16 +106,6 @@ TEST_F(Scoped, DirectoryIsMadeAndRemovedIfItIsOurs)
         EXPECT_EQ(access(path.c_str(), F_OK), 0);
         EXPECT_EQ(without_line(log.text), "3 scoped_dir.cpp mkdir failed: File exists\n");
     }
-}
-
-TEST_F(Scoped, Umask)
-{
-    const mode_t before = umask(027);
-    {
-        const ScopedUmask open_for_all(0);
-        EXPECT_EQ(umask(0), 0U);
-    }
-    EXPECT_EQ(umask(before), 027U);
 }
 
 // Enters a user and a mount namespace of its own, where /usr/bin/mount is a script: it notes its arguments and, unless

@@ -58,10 +58,8 @@ TEST(DiskIdentity, IsAskedOverEachBus)
         {{{kInquiry, kSataInquiry}, {kIdentify, ata_identity("  SER 1", "FW\x01 2", "NORV-4T \xc4 DISK")}},
          "1||NORV-4T ? DISK|FW? 2|SER 1|7814037168"},
         {{{kInquiry, kSataInquiry}, {kIdentify, flawed}}, nullptr},
-        {{{kInquiry, kSataInquiry}, {kIdentify, ata_identity("S", "F", "")}}, nullptr},
         {{{kInquiry, kSataInquiry}, {kIdentify, ata_identity("S", "F", "M").substr(0, 256)}}, nullptr},
         {{{kInquiry, kSasInquiry}, {kSerialPage, "\0\x80\0\x05 Z123behind"s}}, "2|NORVDISK|S8000|AB01|Z123|7814037168"},
-        {{{kInquiry, kSasInquiry}, {kSerialPage, "\0\x83\0\x05 Z123"s}}, nullptr},
         {{{kInquiry, scsi_inquiry_data(0x0d, "NORVESSA", "NX2400S", "0102")}}, nullptr}, // no disk
         {{{.command = "\x12"s, .error = EIO}}, nullptr},
     };

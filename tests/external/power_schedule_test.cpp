@@ -45,24 +45,20 @@ constexpr char kTempPath[] = "/tmp/power_sched.conf.tmp";
 TEST(PowerSchedule, FileIsReadByItsSections)
 {
     PrivateRoot root;
-    root.write(kPath, "[Power On schedule]\n17237534\nx1\n 2\n20908032\n[Power Off schedule]\n16777216\n");
+    std::string many = "[Power On schedule]\n17237534\nx1\n 2\n20908032\n[Power Off schedule]\n";
+    for (int i = 0; i < 150; i++)
+        many += "16777216\n";
+    root.write(kPath, many);
     root.run([] {
-        NORVPowerSchedule entries[kPowerSchedulesMax];
+        NORVPowerSchedule entries[200];
         EXPECT_EQ(power_schedule_read(PowerScheduleList::kOn, entries, kPowerSchedulesMax), 2);
         EXPECT_EQ(entries[0].enabled, 1); // 0x0107061e
         EXPECT_EQ(entries[0].weekdays, 7);
         EXPECT_EQ(entries[0].hour, 6);
         EXPECT_EQ(entries[0].minute, 30);
+        EXPECT_EQ(power_schedule_read(PowerScheduleList::kOff, entries, 200), kPowerSchedulesMax);
         EXPECT_EQ(power_schedule_read(PowerScheduleList::kOff, entries, 1), 1);
         EXPECT_EQ(entries[0].weekdays, 0);
-    });
-    std::string many = "[Power Off schedule]\n";
-    for (int i = 0; i < 150; i++)
-        many += "1\n";
-    root.write(kPath, many);
-    root.run([] {
-        NORVPowerSchedule entries[200];
-        EXPECT_EQ(power_schedule_read(PowerScheduleList::kOff, entries, 200), kPowerSchedulesMax);
     });
 }
 

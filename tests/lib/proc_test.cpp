@@ -206,29 +206,11 @@ TEST_F(Proc, CloseAllWithoutTheKernelsHelp)
     }
 }
 
-TEST_F(Proc, ForkTwice)
+TEST_F(Proc, InnerForkFails)
 {
     const ScratchDir temp;
-    int ends[2];
-    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     {
-        const WatchedCall sleeps("usleep");
-        const pid_t pid = NLIBCFork(kForkTwice);
-        if (pid == 0) {
-            const bool slept = sleeps.seen == std::vector<long>{1};
-            _exit(write(ends[1], slept ? "s" : "-", 1) == 1 ? 3 : 4);
-        }
-        EXPECT_EQ(pid, 1);
-        char byte = 0;
-        EXPECT_EQ(read(ends[0], &byte, 1), 1);
-        EXPECT_EQ(byte, 's');
-    }
-    close(ends[0]);
-    close(ends[1]);
-
-    // The inner fork fails: the middle child tells and exits 255.
-    {
-        const LogCapture log;
+        const LogCapture log; // of the middle child
         const WatchedCall inner("fork", {.error = EAGAIN, .skip = 1});
         const WatchedCall end(
             "_exit", {.times = 0, .before = [&] { temp.write("log", std::to_string(end.seen[0]) + ": " + log.text); }});
