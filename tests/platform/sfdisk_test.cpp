@@ -466,7 +466,7 @@ TEST(Sfdisk, AKillAtAnyWriteLeavesTheOldLabelOrTheNewOne)
             const Image image(row.bytes);
             system_partitions_create(image, 2048, 4980480, 4194304, "fd", "fd");
             const std::string before = image.list();
-            const std::string kill = "inject=pwrite64:signal=KILL:when=" + text(write);
+            const std::string kill = "inject=pwrite64:signal=KILL:when=" + std::to_string(write);
             status =
                 run_program({kStrace, "-qq", "-e", "trace=pwrite64", "-e", "signal=none", "-e", kill, "-E",
                              "ASAN_OPTIONS=detect_leaks=0", kSfdisk, row.number, "-j0", "-z8", "-tfd", image.path()})
