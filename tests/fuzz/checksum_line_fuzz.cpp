@@ -1,6 +1,6 @@
 // A line of a checksum list, as the data line and as the last one. A data line that is accepted has five fields, which
 // alone make the same line; a last line is accepted for no other totals than it tells.
-// Covers: lib/cksum/checksum_line.cpp
+// Covers: lib/cksum/checksum_line.cpp lib/text_word_take.cpp
 #include <climits>
 
 #include "lib/cksum/checksum_line.h"

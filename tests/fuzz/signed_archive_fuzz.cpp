@@ -1,7 +1,7 @@
 // The head of a signed archive and the signature of a folder, both read before anything vouches for them. What is
 // accepted, written out and read again must be the same.
-// Covers: platform/codesign/signed_archive_head.cpp platform/codesign/manifest.cpp(path_is_clean word_cut number_parse
-// Covers: member_parse) platform/codesign/tree_signature.cpp(tree_signature_parse)
+// Covers: platform/codesign/signed_archive_head.cpp platform/codesign/manifest.cpp(path_is_clean word_cut member_parse)
+// Covers: platform/codesign/tree_signature.cpp(tree_signature_parse)
 #include <vector>
 
 #include "platform/codesign/tree_signature.h"
