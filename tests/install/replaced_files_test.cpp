@@ -371,6 +371,18 @@ TEST(ReplacedFiles, OldOrNewAndNothingBeside)
     EXPECT_GT(points, 500);
 }
 
+// Sweeps as one who can look into what nobody may read, and holds the calls against these, in order.
+void sweep_as_root(const SweepRow &row, std::initializer_list<std::string_view> calls = {})
+{
+    in_child([&] {
+        EXPECT_TRUE(PrivateRoot::enter("/"));
+        const SweepReport report = sweep(row);
+        EXPECT_EQ(report.complaints, "");
+        EXPECT_EQ(calls_not_in_order(report.calls, calls), "");
+        points_tried(report.runs);
+    });
+}
+
 // A crash record is in its place until its copy is whole.
 TEST(ReplacedFiles, CrashRecordsAreMovedWhole)
 {
@@ -386,13 +398,7 @@ TEST(ReplacedFiles, CrashRecordsAreMovedWhole)
             return is_littered ? "left a part" : "lost";
         return run.killed || (run.result == 1) == !is_there ? "" : "result " + std::to_string(run.result);
     };
-    const SweepRow row = row_in({{kRecord, "oops"}, {"var/log/", ""}}, pstore_collect, check);
-    in_child([&row] {
-        EXPECT_TRUE(PrivateRoot::enter("/")); // to look into what is the owner's alone
-        const SweepReport report = sweep(row);
-        EXPECT_EQ(report.complaints, "");
-        points_tried(report.runs);
-    });
+    sweep_as_root(row_in({{kRecord, "oops"}, {"var/log/", ""}}, pstore_collect, check));
 }
 
 // A file of a form is stored whole and on the disk, or not at all, unless the process is killed.
@@ -422,10 +428,8 @@ TEST(ReplacedFiles, UploadIsStoredWhole)
             return stored == kContent ? "" : "told as stored";
         return !stored || run.failed("unlink") ? "" : "left a part";
     };
-    const SweepReport report = sweep(row_in({{"form", kForm}, {"to/", ""}}, work, check));
-    EXPECT_EQ(report.complaints, "");
-    EXPECT_EQ(calls_not_in_order(report.calls, {"write /to/upload_tmp.", "write /to/upload_tmp.", "fsync /to/"}), "");
-    points_tried(report.runs);
+    sweep_as_root(row_in({{"form", kForm}, {"to/", ""}}, work, check),
+                  {"write /to/upload_tmp.", "write /to/upload_tmp.", "fsync /to/"});
 }
 
 std::string disk_of(const std::string &header, const std::string &body)
