@@ -15,7 +15,7 @@ void not_run(std::string_view why)
     _exit(77);
 }
 
-int in_child(const std::function<int()> &body)
+int in_child(const std::function<int()> &body, const std::function<void(pid_t)> &meanwhile)
 {
     void *page = mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) {
@@ -32,6 +32,8 @@ int in_child(const std::function<int()> &body)
         fflush(nullptr);
         _exit(testing::Test::HasFailure() && !had_failed ? 1 : 0);
     }
+    if (meanwhile && pid > 0)
+        meanwhile(pid);
     int status = -1;
     EXPECT_EQ(TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)), pid);
     EXPECT_EQ(status, 0) << "the child failed";

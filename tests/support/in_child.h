@@ -3,10 +3,13 @@
 
 #include <functional>
 #include <string_view>
+#include <sys/types.h>
 #include <type_traits>
 
-// Runs `body` in a child and returns what it returned. Expectations that fail in it fail the test.
-int in_child(const std::function<int()> &body);
+// Runs `body` in a child and returns what it returned. Expectations that fail in it fail the test. `meanwhile` runs
+// here with the child's pid, in no thread: a fork beside a thread that is about to allocate would leave the child
+// without memory under the sanitizer.
+int in_child(const std::function<int()> &body, const std::function<void(pid_t)> &meanwhile = {});
 // The same for a body without a result.
 template <typename Body> std::enable_if_t<std::is_void_v<std::invoke_result_t<Body>>> in_child(const Body &body)
 {

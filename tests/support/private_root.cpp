@@ -1,15 +1,16 @@
 #include "tests/support/private_root.h"
 
-#include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <poll.h>
 #include <sched.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -68,23 +69,20 @@ std::string PrivateRoot::read(std::string_view path) const
 
 int PrivateRoot::run(const std::function<int()> &body) const
 {
-    std::atomic<bool> has_ended = false;
-    std::thread reader([&] { // the kernel holds some ten lines, and who logs one more waits
-        while (!has_ended) {
-            pollfd ready = {.fd = log_socket_, .events = POLLIN, .revents = 0};
-            poll(&ready, 1, 10);
-            log_take();
-        }
-    });
-    const int result = in_child([&] {
+    const auto enter_and_run = [&] {
         if (enter(dir_.path()))
             return body();
         ADD_FAILURE() << "no private root";
         return -1;
+    };
+    return in_child(enter_and_run, [this](pid_t child) { // the kernel holds some ten lines, and who logs one more waits
+        const UniqueFd ended(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
+        EXPECT_TRUE(ended);
+        pollfd watched[] = {{.fd = ended.get(), .events = POLLIN, .revents = 0},
+                            {.fd = log_socket_, .events = POLLIN, .revents = 0}};
+        while (ended && watched[0].revents == 0 && TEMP_FAILURE_RETRY(poll(watched, std::size(watched), -1)) > 0)
+            log_take();
     });
-    has_ended = true;
-    reader.join();
-    return result;
 }
 
 void PrivateRoot::log_take() const
