@@ -31,7 +31,9 @@ class Refusal(OnABridge):
             return lambda: one.web.install("sys_migrat", fields, firmware.bad_patch(self.folder, what)[0])
 
         def migrate() -> object:
-            return one.web.install("sys_migrat", fields, good)
+            result = one.web.install("sys_migrat", fields, good)
+            wait_for(one.web.is_idle, road.PATIENCE, "the install to end")  # it tells its success before that
+            return result
 
         def older() -> object:
             old = firmware.patch(self.folder, "buildnumber=64000", name="old.pat")
