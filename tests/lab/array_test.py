@@ -62,7 +62,8 @@ class Array(Scenario):
         self.assertEqual(machine.must("cat /mnt/file"), "kept\nmore\n")
         self.assertEqual(members(machine, "md0").get("sda1"), "in_sync")
         self.assertNotEqual(members(machine, "md0").get("sdb1"), "in_sync")
-        machine.must("/sbin/mdadm /dev/md0 --remove detached")  # as long as the array holds it, its letter is taken
+        # As long as the array holds it, its letter is taken; and it holds it until the last write to it is given up.
+        machine.until("/sbin/mdadm /dev/md0 --remove detached")
         machine.plug(1)
         machine.until("test -b /dev/sdb1")
         machine.must("/sbin/mdadm /dev/md0 --add /dev/sdb1")
