@@ -48,8 +48,7 @@ class StandIn:
 
     def reset(self, **answers: Any) -> None:
         """An idle machine with blank disks, but for these answers."""
-        for gate in self.gates.values():
-            gate.set()
+        self.release()
         self.posts, self.gates = [], {}
         self.answers = {"session": {"lang": "enu"}, "lock_check": FREE, "progress": "",
                         "machine": machine("not_install"),
@@ -57,6 +56,14 @@ class StandIn:
                         "install": {"success": True, "data": {}, "redirectIP": ""}, "recover": FREE,
                         "clean_button_flags": {"success": True}, "start_telnet": {"success": True},
                         "restart": {"success": True}, **answers}
+
+    def hold(self, *names: str) -> None:
+        """The answers of these programs wait for `release`."""
+        self.gates |= {name: threading.Event() for name in names}
+
+    def release(self) -> None:
+        for gate in self.gates.values():
+            gate.set()
 
     def at_work(self, word: str, **more: str) -> None:
         self.answers |= {"lock_check": LOCKED, "progress": stage(word, **more)}
