@@ -22,10 +22,8 @@ static constexpr char kUsage[] = "Usage: norv_swap_ctl\n"
 int norv_swap_ctl_main(int argc, char *argv[])
 {
     const int chosen = getopt_long_only(argc, argv, "n:f:tp", kOptions, nullptr);
-    if (chosen == '?' && (optopt == 'n' || optopt == 'f')) { // known, but its argument is missing
+    if (chosen == '?' && (optopt == 'n' || optopt == 'f')) // known, but its argument is missing
         NORV_LOG(LOG_ERR, "%s(%d): Invalid arguments", "norv_swap_ctl", __LINE__);
-        return -1;
-    }
     switch (chosen) {
     case 'n':
         return swap_make_and_on(optarg, 0);

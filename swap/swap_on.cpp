@@ -15,7 +15,7 @@ constexpr char kFlagPath[] = "/proc/sys/kernel/norv_swap_flag";
 
 int flag_write(char value)
 {
-    const UniqueFd fd(open(kFlagPath, O_WRONLY | O_CLOEXEC));
+    const UniqueFd fd(open(kFlagPath, O_WRONLY | O_TRUNC | O_CLOEXEC));
     if (!fd) {
         NORV_LOG(LOG_ERR, "%s(%d): failed to open %s", __func__, __LINE__, kFlagPath);
         return fail(kErrOpen);

@@ -75,7 +75,7 @@ TEST(OuterForms, SwapDeviceIsMissing)
         SCOPED_TRACE(option);
         const Result result = box.run({"norv_swap_ctl", option});
         EXPECT_EQ(result.exit_status, 255);
-        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.out, kSwapUsage);
         EXPECT_EQ(result.record.count("log err norv_swap_ctl.cpp:* *(*): Invalid arguments"), 1);
     }
 }

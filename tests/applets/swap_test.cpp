@@ -72,7 +72,7 @@ TEST(Swap, ByHand)
     box.call({.call = "swapon", .args = "/dev/busy *", .error = EBUSY});
     box.call({.call = "swapoff", .args = "/dev/busy", .error = ENOMEM});
     box.expect({
-        {{}, "--on /dev/sdx", 0, "run /sbin/mkswap /dev/sdx\nswapon /dev/sdx 0x0\n", kNoFile},
+        {file(kFlag, "1\n"), "--on /dev/sdx", 0, "run /sbin/mkswap /dev/sdx\nswapon /dev/sdx 0x0\n", kNoFile},
         {{}, "-f /dev/sdx", 0, "swapoff /dev/sdx\n", kNoFile},
         {{},
          "--on /dev/bad",
