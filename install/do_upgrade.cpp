@@ -180,9 +180,9 @@ static int compatibility_check()
 
 static bool space_suffices()
 {
-    char system_device[32] = "";
-    (void)disk_sys_device_path_get(system_device, sizeof(system_device));
-    if (strcmp(gszUpgradeVolDev, system_device) != 0)
+    char system_device[32];
+    if (disk_sys_device_path_get(system_device, sizeof(system_device)) != 0 ||
+        strcmp(gszUpgradeVolDev, system_device) != 0)
         return true;
     return patch_fits_device(gszPatchDir, gszPatchVersion, gszUpgradeVolDev);
 }

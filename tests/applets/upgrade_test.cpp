@@ -159,6 +159,7 @@ TEST_F(Upgrade, Outcomes)
         {"model of 33 letters", 13, -8, version(k33 + kBuild, conf(k33))},
         {"failed SAS firmware", 13, -21, with(conf(kUnique + "supportsas=yes\n") + file("/.sas_fw_upgrade_fail")),
          "log err *(ErrFHOSTDoUpgrade) retv=[-21]"},
+        {"no system device to hold the volume against", 0, 0, with(conf(kUnique + "supportsas=yes\n"))},
         {"updater 255", 10, -10, updater("exit 255"),
          "log err *Executing [/vol/upd@te/updater -v /vol > /dev/null 2>&1] error[255]\n"
          "log err ErrFHOSTDoUpgrade(*): child process failed, retv=-10\n"
