@@ -36,9 +36,10 @@ struct VenderRecord {
     VenderTestFlags flags;
 };
 
-// Read and write the whole record. A unit without one reads as one in which nothing was ever set. A write is tried
-// three times, and refused when the format version or the length of a serial that is there would change. Return 0; -1
-// with 0x2600 for a damaged record or a refused write, or what the access left. Failures are told on standard output.
+// Read and write the whole record. A unit without one, or with an erased one, reads as one in which nothing was ever
+// set; the format version is the kernel's when it says one. A write is tried three times, and refused when the format
+// version or the length of a serial that is there would change. Return 0; -1 with 0x2600 for a damaged record or a
+// refused write, or what the access left. Failures are told on standard output.
 [[nodiscard]] int ManutilGetAll(VenderRecord *record);
 [[nodiscard]] int ManutilSetAll(const VenderRecord &record);
 

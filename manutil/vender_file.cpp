@@ -1,6 +1,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <span>
 #include <unistd.h>
 
 #include "autocleanup/unique.h"
@@ -13,10 +14,17 @@
 static VenderRecord record_blank()
 {
     VenderRecord record = {};
-    if (vender_format_version_get(&record.format_version) != 0)
-        record.format_version = 0;
     record.flags.pt_mem_cnt = kVenderNeverSet;
     return record;
+}
+
+// Whether there is nothing but erased flash or zeroes: no record is lost with it.
+static bool is_erased(std::span<const uint8_t> bytes)
+{
+    for (const uint8_t byte : bytes)
+        if (byte != bytes[0] || (byte != 0 && byte != UINT8_MAX))
+            return false;
+    return true;
 }
 
 namespace
@@ -40,15 +48,17 @@ int vender_file_read(const char *folder, VenderRecord *record)
     if (!paths_make(folder, &paths))
         return -1;
     const UniqueFd file(open(paths.file, O_RDONLY | O_CLOEXEC));
-    if (!file && errno == ENOENT) {
-        *record = record_blank();
-        return 0;
-    }
+    const bool is_missing = !file && errno == ENOENT;
     uint8_t bytes[kVenderBytes + 1];
-    const ssize_t got = file ? NLIBCRead(file.get(), bytes, sizeof(bytes)) : -1;
+    const ssize_t got = is_missing ? 0 : file ? NLIBCRead(file.get(), bytes, sizeof(bytes)) : -1;
     if (got < 0)
         return fail(kErrRead);
-    return vender_decode({bytes, static_cast<size_t>(got)}, record) ? 0 : fail(kErrVendorData);
+    const std::span<const uint8_t> read(bytes, static_cast<size_t>(got));
+    if (is_erased(read))
+        *record = record_blank();
+    else if (!vender_decode(read, record))
+        return fail(kErrVendorData);
+    return 0;
 }
 
 int vender_file_write(const char *folder, const VenderRecord &record)

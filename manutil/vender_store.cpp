@@ -38,7 +38,7 @@ static size_t serial_length(const VenderRecord &record)
 // What a write must not change.
 static bool change_is_allowed(const VenderRecord &before, const VenderRecord &after)
 {
-    if (before.format_version != after.format_version) {
+    if (before.format_version != 0 && before.format_version != after.format_version) {
         puts("Vender version is changed.");
         return false;
     }
@@ -52,8 +52,12 @@ static bool change_is_allowed(const VenderRecord &before, const VenderRecord &af
 int ManutilGetAll(VenderRecord *record)
 {
     const NORVBootLockPartition partition;
-    if (partition.is_mounted() && vender_file_read(kBootMountPoint, record) == 0)
+    if (partition.is_mounted() && vender_file_read(kBootMountPoint, record) == 0) {
+        uint32_t version;
+        if (vender_format_version_get(&version) == 0)
+            record->format_version = version; // a write is of this format, whatever stands there
         return 0;
+    }
     printf("Fail to get vender all\n");
     return -1;
 }

@@ -153,6 +153,12 @@ TEST(Mantool, DamagedRecordIsRefused)
     }
     box.file(path, good.substr(0, 300));
     EXPECT_NE(box.out("-sn_get").find("Fail to get vender all\n"), std::string::npos);
+    for (const std::string &erased : {std::string(), std::string(512, '\xff'), std::string(4096, '\0')}) {
+        box.file(path, erased); // not damaged: never written
+        EXPECT_EQ(box.out("-mac_set 0200000A0B0C"), "") << erased.size();
+    }
+    box.file("/proc/sys/kernel/norv_vender_format_version", "4\n"); // the record is of format 3
+    EXPECT_EQ(box.out("-mac_set 0200000A0B0D").find("Vender version is changed.\n"), 0U);
 }
 
 // Each change reads and writes under one hold of the record's semaphore, whether or not it changes anything; what only
