@@ -146,13 +146,14 @@ class Installer:
                          "multipart/form-data; boundary=empty"))
 
     def send_half(self, status: str, patch: Path) -> None:
-        """Begins an upload, and goes away in the middle of it."""
+        """Begins an upload, and goes away in the middle of it, once the installer is at work."""
         length, pieces = form({}, patch, "half")
         sent = b"".join(pieces)
         head = (f"POST /cgi-bin/install.cgi?status={status}&upload=true HTTP/1.1\r\nHost: appliance\r\n"
                 f"Content-Type: multipart/form-data; boundary=half\r\nContent-Length: {length}\r\n\r\n")
         with self._connect() as client:
             client.sendall(head.encode() + sent[:length // 2])
+            wait_for(lambda: not self.is_idle(), _ANSWER_SECONDS, "the installer to take the upload")
 
     def recover(self) -> None:
         """Has the flash recovered from the disks. Raises Refused."""
