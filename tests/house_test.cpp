@@ -44,4 +44,19 @@ TEST(House, NoIncludeRunsUpwards)
     EXPECT_GT(units, 0);
 }
 
+// scripts/fuzz reads lines of that form, which a formatter that fills comments spoils.
+TEST(House, EachFuzzEntrySaysWhatItCovers)
+{
+    const std::filesystem::path folder = std::filesystem::path(NORV_SOURCE_DIR) / "tests/fuzz";
+    for (const auto &entry : std::filesystem::directory_iterator(folder)) {
+        if (!entry.path().string().ends_with("_fuzz.cpp"))
+            continue;
+        std::ifstream unit(entry.path());
+        bool is_said = false;
+        for (std::string line; !is_said && std::getline(unit, line);)
+            is_said = line.starts_with("// Covers: ");
+        EXPECT_TRUE(is_said) << entry.path();
+    }
+}
+
 } // namespace

@@ -1,8 +1,8 @@
 // What programs and the kernel tell of disks of unknown origin. Each input goes through every reader: `mdadm -E`,
-// `pvs`, the partition tool's listing, and the files of an array in sysfs. Covers:
-// storage/raid_superblock_get.cpp(raid_superblock_parse) storage/lvm_get_lvpath.cpp(lvm_lvpath_parse) Covers:
-// storage/partition_info_get.cpp(partition_line_parse) storage/raid_members_get.cpp(words_hold Covers:
-// raid_disk_state_parse) storage/raid_rebuild_status_get.cpp(raid_sync_completed_parse)
+// `pvs`, the partition tool's listing, and the files of an array in sysfs.
+// Covers: storage/raid_superblock_get.cpp(raid_superblock_parse) storage/lvm_get_lvpath.cpp(lvm_lvpath_parse)
+// Covers: storage/partition_info_get.cpp(partition_line_parse) storage/raid_members_get.cpp(words_hold
+// Covers: raid_disk_state_parse) storage/raid_rebuild_status_get.cpp(raid_sync_completed_parse)
 #include <cinttypes>
 
 #include "storage/lvm.h"
